@@ -1,0 +1,31 @@
+# A room is one source folder and one target. What it may include is what it links to: each room publishes
+# its headers through a folder that holds a link to that room alone, so "kernel/frame.h" is found only by
+# targets that name the kernel as a dependency.
+
+add_library(project_options INTERFACE)
+target_compile_features(project_options INTERFACE cxx_std_20)
+# The same bits on every compiler: no fused multiply-add behind the code's back.
+target_compile_options(project_options INTERFACE
+  -ffp-contract=off -Wall -Wextra -Wpedantic -Werror -Wconversion -Wshadow -Wold-style-cast -Wcast-align
+  -Wnull-dereference -Wimplicit-fallthrough)
+if(VSTABILIZE_SANITIZE)
+  target_compile_options(project_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                                   -fno-omit-frame-pointer)
+  target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+function(publish_room target folder)
+  set(published "${CMAKE_BINARY_DIR}/rooms/${target}")
+  get_filename_component(parent "${published}/${folder}" DIRECTORY)
+  file(MAKE_DIRECTORY "${parent}")
+  file(CREATE_LINK "${CMAKE_SOURCE_DIR}/${folder}" "${published}/${folder}" SYMBOLIC)
+  target_include_directories(${target} PUBLIC "${published}")
+endfunction()
+
+# add_room(NAME SOURCES... [LINKS targets...])
+function(add_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(${name} STATIC ${ROOM_SOURCES})
+  publish_room(${name} ${name})
+  target_link_libraries(${name} PUBLIC ${ROOM_LINKS} PRIVATE project_options)
+endfunction()

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// A source position that advances linearly along a destination row, in fixed point: column c reads at
+/// x = startX + c·stepX, y = startY + c·stepY, whose whole samples stand above the lowest `fractionBits` bits
+/// (at least 9: interpolation uses the highest 9 of them).
+struct SourceLine {
+  std::int64_t startX, startY;
+  std::int64_t stepX, stepY;
+  int fractionBits;
+};
+
+/// Columns begin … end - 1 of a row; none when end <= begin.
+struct ColumnRun {
+  std::int32_t begin, end;
+};
+
+/// Least-squares sums over gradients x and y and the time difference t.
+struct TranslationSums {
+  std::int64_t xx = 0, xy = 0, yy = 0;
+  std::int64_t xt = 0, yt = 0;
+};
+
+/// The same with the rotational derivative r.
+struct RotationSums {
+  std::int64_t rr = 0, rx = 0, ry = 0, xx = 0, xy = 0, yy = 0;
+  std::int64_t rt = 0, xt = 0, yt = 0;
+};
+
+/// The per-pixel loops, one row a call. Callers guarantee that every sample read lies inside its plane or
+/// frame; no loop checks. Planes are rows of `pitch` samples with values 0 … 1020, frames are rows of
+/// `strideBytes` bytes.
+struct KernelOps {
+  const char* name;
+
+  /// grey[i] = blue + green + 2·red of pixel i.
+  void (*greyRow)(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count);
+
+  /// out[i] = 5 × 5 Gaussian mean around sample 2·i of the row at `centre`.
+  void (*reduceRow)(const std::int16_t* centre, std::ptrdiff_t pitch, std::int16_t* out, std::int32_t count);
+
+  /// Adds `count` samples to the sums. `current` stands at the sample that `previous` is compared with.
+  void (*addTranslationRow)(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
+                            std::int32_t count, TranslationSums& sums);
+  void (*addRotationRow)(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
+                         const std::int16_t* derivative, std::int32_t count, RotationSums& sums);
+
+  /// out[c] = bilinear sample of the plane for each column of the run.
+  void (*sampleRow)(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
+                    std::int16_t* out);
+
+  /// Pixel c of the row at `out` = sample of the frame for each column of the run.
+  void (*warpRowNearest)(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
+                         ColumnRun run, std::uint8_t* out);
+  void (*warpRowBilinear)(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
+                          ColumnRun run, std::uint8_t* out);
+};
+
+/// The loops as they are defined.
+extern const KernelOps kScalarOps;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "kernel/gaussianpyramid.h"
+#include "kernel/kernelparams.h"
+#include "kernel/loops.h"
+#include "kernel/matrix.h"
+
+// Global motion by gradient-based least-squares registration, coarse to fine over a pyramid:
+// B. D. Lucas and T. Kanade, "An iterative image registration technique with an application to stereo
+// vision", 1981; J. R. Bergen et al., "Hierarchical model-based motion estimation", 1992.
+
+/// Work planes of the rotation estimator, as large as pyramid level 0. Coarser levels use their first rows
+/// and columns.
+struct RotationScratch {
+  RotationScratch() = default;
+  RotationScratch(std::int32_t width, std::int32_t height);
+
+  Plane rotated;                  ///< the current plane turned back by the angle under test, zero outside
+  Plane derivative;               ///< its change over one degree, zero outside
+  std::vector<ColumnRun> usable;  ///< per row, where the rotated sample and both of the derivative's exist
+  std::vector<std::int16_t> turnedFurther;  ///< one row
+};
+
+/// Samples of a `width` × `height` level that can be compared at displacement (x, y): they and their
+/// neighbours stay clear of the borders. Columns and rows of the plane, possibly none.
+Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, std::int64_t y);
+
+/// The same for one row of a rotated plane, of which row r can be used in columns `usable[r]`.
+ColumnRun ComparableColumns(const Rect& comparable, std::span<const ColumnRun> usable, std::int32_t row,
+                            std::int64_t x, std::int64_t y);
+
+/// Fills the scratch planes and runs from `plane` turned by `theta` degrees about its centre.
+void RotatePlane(const Plane& plane, double theta, RotationScratch& scratch, const KernelOps& ops);
+
+/// Estimates the motion on one level, starting from the next coarser one, and stores it there.
+void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t level, std::uint32_t coefficients,
+                   RotationScratch& scratch, const KernelOps& ops);
+
+/// Motion from the previous to the newest frame in pixels of level 0. `quality` chooses the finest level
+/// used: 2 stops at level 1, 3 at level 2, any other at level 0. Coefficients other than those named estimate
+/// nothing. `scratch` is used by the rotation estimator only.
+MotionRecord EstimateMotion(std::span<GaussianPyramidCalcParams> levels, std::uint32_t coefficients,
+                            std::uint32_t quality, RotationScratch& scratch, const KernelOps& ops);

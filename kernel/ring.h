@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+/// A queue of fixed capacity that recycles its oldest entry once it is full and never allocates after
+/// construction.
+template <class T>
+class Ring {
+ public:
+  Ring() = default;
+  explicit Ring(std::size_t capacity) : m_slots(capacity) {}
+
+  std::size_t Size() const { return m_size; }
+  bool IsFull() const { return m_size == m_slots.size(); }
+
+  /// Entry `age` places after the oldest one.
+  const T& operator[](std::size_t age) const { return m_slots[(m_oldest + age) % m_slots.size()]; }
+  const T& Oldest() const { return (*this)[0]; }
+  const T& Newest() const { return (*this)[m_size - 1]; }
+
+  /// The slot that `Append` makes the newest entry: a fresh one while the ring fills, the oldest entry's
+  /// afterwards.
+  T& NextSlot() { return m_slots[(m_oldest + m_size) % m_slots.size()]; }
+  void Append() {
+    if (IsFull())
+      m_oldest = (m_oldest + 1) % m_slots.size();
+    else
+      ++m_size;
+  }
+
+  void Clear() {
+    for (T& slot : m_slots) slot = T();
+    m_oldest = m_size = 0;
+  }
+  void Fill(const T& value) {
+    for (T& slot : m_slots) slot = value;
+    m_size = m_slots.size();
+  }
+
+ private:
+  std::vector<T> m_slots;
+  std::size_t m_oldest = 0, m_size = 0;
+};

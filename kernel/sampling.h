@@ -1,0 +1,19 @@
+#pragma once
+
+#include "kernel/loops.h"
+
+/// The columns of `within` whose source sample of a `width` × `height` picture, its right and its upper
+/// neighbour all exist. They always form one run, since both coordinates advance linearly.
+ColumnRun UsableColumns(const SourceLine& line, std::int32_t width, std::int32_t height, ColumnRun within);
+
+/// The columns that stand in both runs.
+ColumnRun Intersect(ColumnRun a, ColumnRun b);
+
+/// Radians of an angle in degrees, by the constant that the results are defined with.
+constexpr double RadiansFromDegrees(double degrees) { return degrees / 57.29577951; }
+
+/// cos × 2^bits and sin × 2^bits, truncated toward zero. `bits` is at most 31.
+struct FixedRotation {
+  FixedRotation(double radians, int bits);
+  std::int64_t cosine, sine;
+};

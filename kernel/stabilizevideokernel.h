@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "kernel/dispatch.h"
+#include "kernel/kernelparams.h"
+
+/// Stabilizes one stream of 24-bit frames in place, with a delay of half the smoothing window.
+///
+/// Frames are padded and bottom-up (see `FrameGeometry`). Calls are made by one thread at a time. Failure is
+/// reported by false; nothing throws.
+class CStabilizeVideoKernel {
+ public:
+  explicit CStabilizeVideoKernel(const KernelOps& ops = BestOps());
+  virtual ~CStabilizeVideoKernel();
+  CStabilizeVideoKernel(const CStabilizeVideoKernel&) = delete;
+  CStabilizeVideoKernel& operator=(const CStabilizeVideoKernel&) = delete;
+
+  /// Sets up for a stream; may be called again at any time. A region of interest that is empty or leaves the
+  /// frame is accepted and makes every frame pass unchanged. False, and not initialized, for a margin of half
+  /// a frame or more, an unknown clipping option or window length, a frame of more than 2^31 - 1 bytes or
+  /// 2^23 pixels a side, or when memory runs out.
+  bool Initialize(const KernelParams& params);
+  bool IsInitialized() const { return m_initialized; }
+
+  /// Takes the frame at `pixels` as the next one and replaces it by the stabilized frame that leaves the
+  /// delay line. With the crop option that frame is smaller; its rows start at `pixels` at a distance of
+  /// `PackedCropPitch`.
+  ///
+  /// `repeatPrevious` takes the newest frame seen so far again instead of the buffer's content, if there is
+  /// one. `noOutput` becomes true while the delay line fills: the buffer is not to be delivered then. It is
+  /// left alone when frames pass unchanged. False before a successful `Initialize`, or when memory for the
+  /// delay line runs out.
+  bool ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput);
+
+  /// Forgets the frames and motions seen so far and keeps the set-up.
+  void Reset();
+
+  /// Frees everything; `Initialize` must come before the next frame.
+  void Release();
+
+  /// Motion between the two newest frames; zeros before there are two.
+  MotionRecord LatestMotion() const;
+
+  /// Correction of the frame delivered last; zeros before the first.
+  MotionRecord LatestCorrection() const;
+
+ private:
+  struct Stream;
+
+  const KernelOps* m_pOps;
+  bool m_passThrough = false;
+  bool m_initialized = false;
+  std::unique_ptr<Stream> m_pStream;
+};
