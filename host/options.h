@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include "engine/stabilizersettings.h"
+#include "kernel/dispatch.h"
+
+/// The command line cannot be understood or makes no sense; the message says why and what would.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// What the command does.
+enum class Action { Stabilize, PrintOutputSize, PrintHelp, PrintVersion };
+
+struct Options {
+  Action action = Action::Stabilize;
+  FrameSize size = {0, 0};
+  StabilizerSettings settings;
+  const KernelOps* ops = &BestOps();
+  std::string motionFile;        ///< empty: none
+  std::int64_t totalFrames = 0;  ///< 0: unknown
+  bool quiet = false;
+};
+
+/// Reads the arguments after the program's name. Throws UsageError.
+Options ParseOptions(std::span<const char* const> arguments);
+
+std::string HelpText();

@@ -1,0 +1,20 @@
+#include "host/platform.h"
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+
+bool IsTerminal(std::FILE* stream) { return _isatty(_fileno(stream)) != 0; }
+
+void PrepareStandardStreams() {
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+}
+#else
+#include <csignal>
+#include <unistd.h>
+
+bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
+
+void PrepareStandardStreams() { std::signal(SIGPIPE, SIG_IGN); }
+#endif

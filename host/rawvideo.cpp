@@ -1,0 +1,57 @@
+#include "host/rawvideo.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+std::size_t PackedRowBytes(std::int32_t width) { return static_cast<std::size_t>(width) * kBytesPerPixel; }
+
+/// Whole frames pass through buffers of our own, so the stream's would only copy them once more.
+void DisableBuffering(std::FILE* stream) { std::setvbuf(stream, nullptr, _IONBF, 0); }
+
+std::string SystemReason(int error) { return error != 0 ? std::strerror(error) : "unknown error"; }
+
+}  // namespace
+
+RawVideoReader::RawVideoReader(std::FILE* stream, FrameSize size)
+    : m_pStream(stream),
+      m_frame(size.width, size.height),
+      m_packed(PackedRowBytes(size.width) * static_cast<std::size_t>(size.height)) {
+  DisableBuffering(stream);
+}
+
+RawVideoReader::Result RawVideoReader::Read(std::uint8_t* frame) {
+  errno = 0;
+  m_bytesRead = std::fread(m_packed.data(), 1, m_packed.size(), m_pStream);
+  if (std::ferror(m_pStream)) throw WorkError("cannot read the input: " + SystemReason(errno));
+  if (m_bytesRead < m_packed.size()) return m_bytesRead == 0 ? Result::End : Result::CutShort;
+
+  const std::size_t rowBytes = PackedRowBytes(m_frame.width);
+  const std::uint8_t* packedRow = m_packed.data();
+  for (std::int32_t row = m_frame.height; row-- > 0; packedRow += rowBytes)
+    std::memcpy(frame + m_frame.Offset(0, row), packedRow, rowBytes);
+  return Result::Frame;
+}
+
+std::string RawVideoReader::CutDescription() const {
+  return std::to_string(m_bytesRead) + " of " + std::to_string(m_packed.size()) + " bytes";
+}
+
+RawVideoWriter::RawVideoWriter(std::FILE* stream, FrameSize size)
+    : m_pStream(stream),
+      m_size(size),
+      m_packed(PackedRowBytes(size.width) * static_cast<std::size_t>(size.height)) {
+  DisableBuffering(stream);
+}
+
+void RawVideoWriter::Write(const std::uint8_t* frame, std::ptrdiff_t pitchBytes) {
+  const std::size_t rowBytes = PackedRowBytes(m_size.width);
+  std::uint8_t* packedRow = m_packed.data();
+  for (std::int32_t row = m_size.height; row-- > 0; packedRow += rowBytes)
+    std::memcpy(packedRow, frame + row * pitchBytes, rowBytes);
+
+  errno = 0;
+  if (std::fwrite(m_packed.data(), 1, m_packed.size(), m_pStream) != m_packed.size())
+    throw WorkError("cannot write the output: " + SystemReason(errno));
+}
