@@ -1,0 +1,256 @@
+#include "host/command.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kernel/stabilizevideokernel.h"
+#include "support/params.h"
+#include "support/scene.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+File TemporaryFile(const Bytes& content = {}) {
+  File file(std::tmpfile());
+  if (!content.empty()) std::fwrite(content.data(), 1, content.size(), file.get());
+  std::rewind(file.get());
+  return file;
+}
+
+Bytes ReadAll(std::FILE* file) {
+  std::rewind(file);
+  Bytes content;
+  std::uint8_t block[4096];
+  while (const std::size_t size = std::fread(block, 1, sizeof block, file))
+    content.insert(content.end(), block, block + size);
+  return content;
+}
+
+struct Outcome {
+  int code;
+  Bytes output;
+  std::string messages;
+};
+
+/// Runs the command with these words. `output` stands in for a stream that fails.
+Outcome RunWords(const std::string& words, const Bytes& input = {}, std::FILE* output = nullptr) {
+  std::istringstream stream(words);
+  const std::vector<std::string> arguments{std::istream_iterator<std::string>(stream), {}};
+  std::vector<const char*> pointers;
+  for (const std::string& argument : arguments) pointers.push_back(argument.c_str());
+  const File in = TemporaryFile(input), out = TemporaryFile(), messages = TemporaryFile();
+  const int code = RunCommand(pointers, in.get(), output ? output : out.get(), messages.get());
+  const Bytes text = ReadAll(messages.get());
+  return {code, ReadAll(out.get()), std::string(text.begin(), text.end())};
+}
+
+bool IsOneLine(const std::string& text) {
+  return !text.empty() && text.back() == '\n' && text.find('\n') == text.size() - 1;
+}
+
+/// Rows without padding, top row first, of a padded bottom-up frame.
+Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch) {
+  Bytes packed;
+  for (std::int32_t row = height; row-- > 0;)
+    packed.insert(packed.end(), frame + row * pitch, frame + row * pitch + std::ptrdiff_t{width} * 3);
+  return packed;
+}
+
+constexpr std::int32_t kWidth = 101, kHeight = 90;
+constexpr int kFrames = 11;
+
+Bytes ShotClip(int frames = kFrames) {
+  const Scene scene({kWidth, kHeight}, 24);
+  Bytes clip;
+  for (int i = 0; i < frames; ++i) {
+    const Bytes packed = Packed(scene.Shoot(ShakyPose(i)).data(), kWidth, kHeight, scene.Frame().strideBytes);
+    clip.insert(clip.end(), packed.begin(), packed.end());
+  }
+  return clip;
+}
+
+/// The same clip through the kernel alone.
+Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int32_t outputHeight,
+                 std::ptrdiff_t pitch) {
+  const Scene scene({kWidth, kHeight}, 24);
+  CStabilizeVideoKernel kernel;
+  EXPECT_TRUE(kernel.Initialize(params));
+  Bytes clip;
+  for (int i = 0; i < kFrames + params.windowLength / 2; ++i) {
+    Bytes frame = scene.Shoot(ShakyPose(i));
+    bool noOutput = false;
+    EXPECT_TRUE(kernel.ProcessFrame(frame.data(), i >= kFrames, &noOutput));
+    if (noOutput) continue;
+    const Bytes packed = Packed(frame.data(), outputWidth, outputHeight, pitch);
+    clip.insert(clip.end(), packed.begin(), packed.end());
+  }
+  return clip;
+}
+
+TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
+  const Bytes input = ShotClip();
+  KernelParams params = DefaultParams(kWidth, kHeight);
+  params.windowLength = 8;
+  EXPECT_EQ(RunWords("--size 101x90 --window 8 --engine kernel --simd scalar --quiet", input).output,
+            KernelClip(params, kWidth, kHeight, 304));
+
+  params.windowLength = 4;
+  params.estimationCoefficients = 1;
+  params.estimationQuality = 0;
+  params.roi = {3, 4, 95, 88};
+  params.cropMarginX = 12;
+  params.cropMarginY = 7;
+  params.clippingOption = 1;
+  params.interpolation = 0;
+  params.backgroundColor = {0xAA, 0x66, 0x33};
+  const Outcome cropped = RunWords(
+      "--size=101x90 --window=4 --rotation --quality 1 --roi 3,4,95,88 --crop 12,7 --clip crop "
+      "--interpolation nearest "
+      "--background 3366aa --frames 11",
+      input);
+  EXPECT_EQ(cropped.code, 0) << cropped.messages;
+  EXPECT_EQ(cropped.messages, "") << "no progress where there is no terminal";
+  EXPECT_EQ(cropped.output, KernelClip(params, 77, 76, PackedCropPitch(77)));
+}
+
+TEST(Command, FillsWhatTheCroppedFrameLacksWithBackground) {
+  // Without margins the packed rows of 5 pixels need 2 bytes a row more than the frame has: 10 rows find no
+  // room.
+  constexpr std::size_t kRowBytes = 5 * 3, kRows = 90, kRowsWithoutRoom = 10;
+  const Outcome outcome =
+      RunWords("--size 5x90 --clip crop --window 4 --background 102030", RandomBytes(kRowBytes * kRows, 1));
+  ASSERT_EQ(outcome.output.size(), kRowBytes * kRows);
+  const Bytes background = {0x30, 0x20, 0x10};
+  for (std::size_t i = 0; i < kRowBytes * kRowsWithoutRoom; ++i)
+    EXPECT_EQ(outcome.output[i], background[i % 3]);
+  EXPECT_NE(outcome.output[kRowBytes * kRowsWithoutRoom + 3], background[0]);
+}
+
+TEST(Command, MakesNothingOfNothing) {
+  const Outcome outcome = RunWords("--size 64x48");
+  EXPECT_EQ(outcome.code, 0) << outcome.messages;
+  EXPECT_TRUE(outcome.output.empty());
+}
+
+TEST(Command, ClampsMarginsAndRegionAsTheSettingsDo) {
+  EXPECT_EQ(RunWords("--size 640x480 --crop 5000,10 --clip crop --output-size").output,
+            (Bytes{'2', 'x', '4', '6', '0', '\n'}));
+  EXPECT_EQ(RunWords("--size 640x480 --crop 5000,10 --output-size").output,
+            (Bytes{'6', '4', '0', 'x', '4', '8', '0', '\n'}));
+  EXPECT_EQ(RunWords("--size 64x48 --roi -5,-5,9000,9000").code, 0);
+}
+
+TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
+  for (const auto& [words, named] : std::vector<std::pair<std::string, std::string>>{
+           {"", "--size"},
+           {"--rotation", "--size"},
+           {"--size", "--size"},
+           {"--size 64", "64"},
+           {"--size 64x48x2", "64x48x2"},
+           {"--size 64x", "64x"},
+           {"--size -64x48", "-64x48"},
+           {"--size 1x100", "at least 2"},
+           {"--size 99999999999x4", "99999999999x4"},
+           {"--size 40000x40000", "2147483647"},
+           {"--size 64x48 --window 31", "31"},
+           {"--size 64x48 --quality 0", "0"},
+           {"--size 64x48 --roi 1,2,3", "1,2,3"},
+           {"--size 64x48 --roi 30,10,20,40", "30,10,20,40"},
+           {"--size 64x48 --roi 64,0,80,48", "outside the 64x48"},
+           {"--size 64x48 --crop -1,4", "-1,4"},
+           {"--size 64x48 --crop 4", "4"},
+           {"--size 64x48 --clip zoom", "outline, crop or stretch"},
+           {"--size 64x48 --interpolation cubic", "cubic"},
+           {"--size 64x48 --background red", "red"},
+           {"--size 64x48 --background 12345", "12345"},
+           {"--size 64x48 --engine transform", "Windows"},
+           {"--size 64x48 --engine gpu", "gpu"},
+           {"--size 64x48 --frames many", "many"},
+           {"--size 64x48 --simd mmx", "mmx"},
+           {"--size 64x48 --rotation=yes", "--rotation"},
+           {"--size 64x48 --motion", "--motion"},
+           {"--size 64x48 --sharpen", "--sharpen"},
+           {"--size 64x48 clip.mp4", "clip.mp4"}}) {
+    const Outcome outcome = RunWords(words, ShotClip(1));
+    EXPECT_EQ(outcome.code, 2) << words;
+    EXPECT_TRUE(IsOneLine(outcome.messages)) << words << ": " << outcome.messages;
+    EXPECT_NE(outcome.messages.find(named), std::string::npos) << words << ": " << outcome.messages;
+    EXPECT_TRUE(outcome.output.empty()) << words;
+  }
+}
+
+TEST(Command, HelpsAndTellsItsVersion) {
+  const Outcome help = RunWords("--help --nonsense");
+  EXPECT_EQ(help.code, 0);
+  const std::string text(help.output.begin(), help.output.end());
+  for (const char* const option :
+       {"--size", "--window", "--rotation", "--quality", "--roi", "--crop", "--clip", "--interpolation",
+        "--background", "--engine", "--motion", "--frames", "--simd", "--quiet", "--help", "--version"})
+    EXPECT_NE(text.find(option), std::string::npos) << option;
+  EXPECT_EQ(RunWords("--version").output.size(), std::string("vstabilize 1.0.0\n").size());
+}
+
+TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
+  Bytes input = ShotClip(7);
+  const Outcome whole = RunWords("--size 101x90 --window 8", input);
+  input.insert(input.end(), 1000, 0);
+  const Outcome cut = RunWords("--size 101x90 --window 8", input);
+  EXPECT_EQ(cut.code, 1);
+  EXPECT_TRUE(IsOneLine(cut.messages));
+  EXPECT_NE(cut.messages.find("frame 8"), std::string::npos) << cut.messages;
+  EXPECT_EQ(cut.output, whole.output);
+}
+
+TEST(Command, ReportsAnOutputThatTakesNoMore) {
+  const File full(std::fopen("/dev/full", "wb"));
+  if (!full) GTEST_SKIP() << "this system has no /dev/full";
+  const Outcome outcome = RunWords("--size 101x90 --window 4", ShotClip(), full.get());
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_TRUE(IsOneLine(outcome.messages));
+  EXPECT_NE(outcome.messages.find("frame 1: cannot write the output"), std::string::npos) << outcome.messages;
+}
+
+TEST(Command, LogsMotionAndCorrectionOfEachFrame) {
+  const std::string fileName = ::testing::TempDir() + "motion.csv";
+  const Outcome outcome = RunWords("--size 101x90 --window 4 --rotation --motion " + fileName, ShotClip());
+  EXPECT_EQ(outcome.code, 0) << outcome.messages;
+  std::ifstream file(fileName);
+  std::string line;
+  std::getline(file, line);
+  EXPECT_EQ(line, "frame,motion_x,motion_y,motion_theta,correction_x,correction_y,correction_theta");
+  // The correction of frame k is the weighted sum of the motions around it.
+  std::vector<std::vector<double>> rows;
+  while (std::getline(file, line)) {
+    std::istringstream fields(line);
+    rows.emplace_back();
+    for (std::string field; std::getline(fields, field, ',');) rows.back().push_back(std::stod(field));
+    ASSERT_EQ(rows.back().size(), 7U);
+  }
+  std::remove(fileName.c_str());
+  ASSERT_EQ(rows.size(), static_cast<std::size_t>(kFrames));
+  EXPECT_EQ(rows[0][1], 0.0);
+  for (std::size_t k = 1; k + 2 < rows.size(); ++k) {
+    const auto weighted = [&](std::size_t column) {
+      return -rows[k - 1][column] - 2 * rows[k][column] + 2 * rows[k + 1][column] + rows[k + 2][column];
+    };
+    EXPECT_EQ(rows[k][0], static_cast<double>(k));
+    EXPECT_EQ(rows[k][4], std::trunc(weighted(1) / 4)) << "frame " << k;
+    EXPECT_NEAR(rows[k][6], -weighted(3) / 4, 1e-9) << "frame " << k;
+  }
+  EXPECT_EQ(RunWords("--size 101x90 --motion /nowhere/motion.csv").code, 1);
+}
+
+}  // namespace

@@ -1,0 +1,148 @@
+#include "kernel/framecompensation.h"
+
+#include <gtest/gtest.h>
+
+#include "kernel/sampling.h"
+#include "support/guardedbuffer.h"
+#include "support/params.h"
+#include "support/scene.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::array<std::uint8_t, 3> kBackground = {200, 100, 50};
+
+KernelParams Params(std::int32_t width, std::int32_t height, ClippingOption clipping,
+                    std::int32_t marginX = 0, std::int32_t marginY = 0) {
+  KernelParams params = DefaultParams(width, height);
+  params.backgroundColor = kBackground;
+  params.clippingOption = static_cast<std::uint32_t>(clipping);
+  params.cropMarginX = marginX;
+  params.cropMarginY = marginY;
+  return params;
+}
+
+/// The frame that `source` becomes in a buffer that was all 7 before.
+Bytes Compensate(const KernelParams& params, const Bytes& source, const MotionRecord& correction) {
+  const Compensation compensation({params.width, params.height}, params);
+  GuardedBuffer output(Bytes(source.size(), 7));
+  CompensateFrame(compensation, source.data(), correction, output.Data(), kScalarOps);
+  EXPECT_TRUE(output.GuardsIntact());
+  return output.Content();
+}
+
+std::array<std::uint8_t, 3> PixelAt(const Bytes& bytes, std::ptrdiff_t offset) {
+  const auto i = static_cast<std::size_t>(offset);
+  return {bytes[i], bytes[i + 1], bytes[i + 2]};
+}
+
+TEST(FrameCompensation, WithoutMotionChangesOnlyTheLastMemoryRow) {
+  const FrameGeometry frame(7, 5);
+  const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 1);
+  const Bytes output = Compensate(Params(7, 5, ClippingOption::Outline), source, {0, 0, -0.0});
+  const std::ptrdiff_t lastRow = frame.Offset(0, 4);
+  EXPECT_TRUE(std::equal(source.begin(), source.begin() + lastRow, output.begin()));
+  for (std::int32_t column = 0; column < 7; ++column)
+    EXPECT_EQ(PixelAt(output, frame.Offset(column, 4)), kBackground);
+}
+
+TEST(FrameCompensation, ShiftsByWholePixelsAndFillsWhatIsUncovered) {
+  const FrameGeometry frame(11, 9);
+  const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 2);
+  for (const auto& [dx, dy] : {std::pair{3, 0}, {-2, 4}, {6, -5}, {-6, -1}, {0, 5}}) {
+    const Bytes output = Compensate(Params(11, 9, ClippingOption::Outline, 1, 1), source, {dx, dy, 0});
+    for (std::int32_t row = 0; row < 9; ++row) {
+      for (std::int32_t column = 0; column < 11; ++column) {
+        const bool inBorder = column < 1 || column >= 10 || row < 1 || row >= 7;
+        const std::int32_t fromColumn = column - dx, fromRow = row - dy;
+        const bool covered = fromColumn >= 0 && fromColumn < 11 && fromRow >= 0 && fromRow < 9;
+        EXPECT_EQ(PixelAt(output, frame.Offset(column, row)),
+                  covered && !inBorder ? PixelAt(source, frame.Offset(fromColumn, fromRow)) : kBackground)
+            << dx << "," << dy << " at " << column << "," << row;
+      }
+    }
+  }
+}
+
+TEST(FrameCompensation, ReadsTheNextPixelFrom255Of512On) {
+  // Without rotation and zoom the source point is i - dx + 1/2; crop takes the warp even then.
+  const FrameGeometry frame(40, 12);
+  const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 3);
+  KernelParams params = Params(40, 12, ClippingOption::Crop, 4, 2);
+  params.interpolation = 0;
+  const Bytes output = Compensate(params, source, {1, 0, 0});
+  for (std::int32_t row = 0; row < 8; ++row)
+    for (std::int32_t column = 0; column < 32; ++column)
+      EXPECT_EQ(PixelAt(output, row * 96 + column * 3), PixelAt(source, frame.Offset(column + 4, row + 3)));
+}
+
+TEST(FrameCompensation, ChoosesTheNearestTabulatedZoom) {
+  const auto zoom = [](std::int32_t marginX, std::int32_t marginY) {
+    return ComputeZoom(ClippingOption::CropAndStretch, 640, 480, marginX, marginY);
+  };
+  EXPECT_EQ(zoom(64, 48), 26);
+  EXPECT_EQ(zoom(0, 0), 32);
+  EXPECT_EQ(zoom(160, 0), 16);
+  EXPECT_EQ(zoom(0, 239), 16) << "no magnification is near: the strongest";
+  EXPECT_EQ(ComputeZoom(ClippingOption::Crop, 640, 480, 64, 48), 32);
+  // 1.04948 is nearer to 1.0323 than to 1.0667, though nearer to 32 / 30 than to 32 / 31.
+  EXPECT_EQ(ComputeZoom(ClippingOption::CropAndStretch, 104948, 100, 2474, 0), 31);
+}
+
+TEST(FrameCompensation, PacksCroppedRowsAtTheirOwnPitch) {
+  EXPECT_EQ(PackedCropPitch(100), 300);
+  EXPECT_EQ(PackedCropPitch(101), 306);
+  EXPECT_EQ(PackedCropPitch(102), 308);
+  EXPECT_EQ(PackedCropPitch(103), 310);
+  EXPECT_EQ(PackedCropPitch(1), 6);
+}
+
+TEST(FrameCompensation, CropsFromTheWarpedPictureAsItWasAndNeverPastTheFrame) {
+  // Width 101 without side margins: the packed pitch of 306 exceeds the stride of 304 and rows overtake their
+  // source.
+  for (const auto& [width, height, marginX, marginY] : {std::array{101, 30, 0, 0},
+                                                        {101, 30, 0, 3},
+                                                        {101, 400, 0, 1},
+                                                        {5, 7, 0, 0},
+                                                        {45, 33, 2, 4},
+                                                        {47, 12, 1, 0}}) {
+    SCOPED_TRACE(::testing::Message() << width << "x" << height << " margins " << marginX << "," << marginY);
+    const FrameGeometry frame(width, height);
+    const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 4);
+    const MotionRecord correction = {1, -1, 3.0};
+    // The stretched picture at no magnification is the warped picture.
+    const Bytes warped =
+        Compensate(Params(width, height, ClippingOption::CropAndStretch), source, correction);
+    const Bytes cropped =
+        Compensate(Params(width, height, ClippingOption::Crop, marginX, marginY), source, correction);
+
+    const std::ptrdiff_t rowBytes = (width - 2 * marginX) * 3, pitch = PackedCropPitch(width - 2 * marginX);
+    for (std::int32_t row = 0; row < height - 2 * marginY; ++row)
+      for (std::ptrdiff_t i = 0; i < rowBytes && row * pitch + i < frame.SizeBytes(); ++i)
+        ASSERT_EQ(cropped[static_cast<std::size_t>(row * pitch + i)],
+                  warped[static_cast<std::size_t>(frame.Offset(marginX, row + marginY) + i)])
+            << "row " << row << " byte " << i;
+  }
+}
+
+TEST(UsableColumns, AreThoseWhoseFourNeighboursExist) {
+  constexpr int kBits = 12;
+  const auto steps = {-9000, -4096, -1, 0, 1, 700, 4096, 5000};
+  for (const std::int64_t stepX : steps) {
+    for (const std::int64_t stepY : steps) {
+      for (const std::int64_t start : {-30000, -4096, -1, 0, 4095, 30000, 60000}) {
+        const SourceLine line = {start, 50000 - start, stepX, stepY, kBits};
+        const ColumnRun run = UsableColumns(line, 11, 13, {2, 40});
+        for (std::int32_t column = 2; column < 40; ++column) {
+          const std::int64_t x = (line.startX + column * stepX) >> kBits,
+                             y = (line.startY + column * stepY) >> kBits;
+          ASSERT_EQ(column >= run.begin && column < run.end, x >= 0 && x < 10 && y >= 0 && y < 12)
+              << start << " " << stepX << " " << stepY << " at " << column;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
