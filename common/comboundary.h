@@ -1,0 +1,16 @@
+#pragma once
+
+#include <windows.h>
+
+#include <new>
+#include <utility>
+
+/// Runs the body of a COM method that may allocate: exhausted memory comes out as E_OUTOFMEMORY.
+template <class Body>
+HRESULT ComBoundary(Body&& body) noexcept {
+  try {
+    return std::forward<Body>(body)();
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+using MessageBoxFunction = int(WINAPI*)(HWND owner, const char* text, const char* caption, UINT style);
+
+/// Replaces how messages are shown, at first by the system's message box, and returns the way before.
+MessageBoxFunction SetMessageBox(MessageBoxFunction function);
+
+/// Shows an error to the person at the screen.
+void ShowErrorMessage(const char* text);
+
+/// The system's text for a result code, without its line end, or the code's digits. Throws std::bad_alloc.
+std::string DescribeError(HRESULT hr);
