@@ -1,0 +1,106 @@
+#pragma once
+
+#include <windows.h>
+
+#include <mfobjects.h>
+#include <wrl/client.h>
+
+#include "common/criticalsection.h"
+
+/// Hears of changes in a `MyAttributes`.
+class MyAttributesCallback {
+ public:
+  /// Called with the store locked, once for all writes since the outermost lock was taken.
+  virtual HRESULT AttributesChanged() = 0;
+
+ protected:
+  ~MyAttributesCallback() = default;
+};
+
+/// An attribute store that tells a callback when its items were written: one notification when the outermost
+/// lock is released after a write, a write by itself being locked too. Deletions and reads neither lock nor
+/// notify.
+class MyAttributes final : public IMFAttributes {
+ public:
+  using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
+
+  /// A store over one made by `create`, with one reference for the caller.
+  static HRESULT Create(CreateFunction create, UINT32 initialSize, MyAttributes** attributes);
+
+  MyAttributes(const MyAttributes&) = delete;
+  MyAttributes& operator=(const MyAttributes&) = delete;
+
+  /// Whom to notify; null for nobody. After the return a callback set before is not called any more.
+  void SetCallback(MyAttributesCallback* callback);
+
+  /// Drops a notification that is due. To be called with the store locked.
+  void ClearDirty() { m_dirty = false; }
+
+  // IUnknown
+  STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
+  STDMETHODIMP_(ULONG) AddRef() override;
+  STDMETHODIMP_(ULONG) Release() override;
+
+  // IMFAttributes
+  STDMETHODIMP GetItem(REFGUID key, PROPVARIANT* value) override;
+  STDMETHODIMP GetItemType(REFGUID key, MF_ATTRIBUTE_TYPE* type) override;
+  STDMETHODIMP CompareItem(REFGUID key, REFPROPVARIANT value, BOOL* result) override;
+  STDMETHODIMP Compare(IMFAttributes* other, MF_ATTRIBUTES_MATCH_TYPE type, BOOL* result) override;
+  STDMETHODIMP GetUINT32(REFGUID key, UINT32* value) override;
+  STDMETHODIMP GetUINT64(REFGUID key, UINT64* value) override;
+  STDMETHODIMP GetDouble(REFGUID key, double* value) override;
+  STDMETHODIMP GetGUID(REFGUID key, GUID* value) override;
+  STDMETHODIMP GetStringLength(REFGUID key, UINT32* length) override;
+  STDMETHODIMP GetString(REFGUID key, WCHAR* value, UINT32 size, UINT32* length) override;
+  STDMETHODIMP GetAllocatedString(REFGUID key, WCHAR** value, UINT32* length) override;
+  STDMETHODIMP GetBlobSize(REFGUID key, UINT32* size) override;
+  STDMETHODIMP GetBlob(REFGUID key, UINT8* buffer, UINT32 bufferSize, UINT32* size) override;
+  STDMETHODIMP GetAllocatedBlob(REFGUID key, UINT8** buffer, UINT32* size) override;
+  STDMETHODIMP GetUnknown(REFGUID key, REFIID iid, void** object) override;
+  STDMETHODIMP SetItem(REFGUID key, REFPROPVARIANT value) override;
+  STDMETHODIMP DeleteItem(REFGUID key) override;
+  STDMETHODIMP DeleteAllItems() override;
+  STDMETHODIMP SetUINT32(REFGUID key, UINT32 value) override;
+  STDMETHODIMP SetUINT64(REFGUID key, UINT64 value) override;
+  STDMETHODIMP SetDouble(REFGUID key, double value) override;
+  STDMETHODIMP SetGUID(REFGUID key, REFGUID value) override;
+  STDMETHODIMP SetString(REFGUID key, LPCWSTR value) override;
+  STDMETHODIMP SetBlob(REFGUID key, const UINT8* buffer, UINT32 size) override;
+  STDMETHODIMP SetUnknown(REFGUID key, IUnknown* object) override;
+  STDMETHODIMP LockStore() override;
+  STDMETHODIMP UnlockStore() override;
+  STDMETHODIMP GetCount(UINT32* count) override;
+  STDMETHODIMP GetItemByIndex(UINT32 index, GUID* key, PROPVARIANT* value) override;
+  STDMETHODIMP CopyAllItems(IMFAttributes* destination) override;
+
+ private:
+  explicit MyAttributes(Microsoft::WRL::ComPtr<IMFAttributes> attributes)
+      : m_pAttributes(std::move(attributes)) {}
+  ~MyAttributes() = default;
+
+  /// The inner store.
+  IMFAttributes* Inner() const;
+
+  template <class Function>
+  HRESULT Write(Function write);
+
+  LONG m_nRefCount = 1;
+  Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;
+  CCriticalSection m_lock;
+  // Guarded by the lock:
+  MyAttributesCallback* m_pCallback = nullptr;
+  int m_lockDepth = 0;
+  bool m_dirty = false;
+};
+
+/// Holds a store's lock for a scope.
+class CStoreLock {
+ public:
+  explicit CStoreLock(IMFAttributes* store) : m_pStore(store) { m_pStore->LockStore(); }
+  ~CStoreLock() { m_pStore->UnlockStore(); }
+  CStoreLock(const CStoreLock&) = delete;
+  CStoreLock& operator=(const CStoreLock&) = delete;
+
+ private:
+  IMFAttributes* m_pStore;
+};

@@ -1,0 +1,87 @@
+#include <windows.h>
+
+#include <cstddef>
+#include <memory>
+#include <mfapi.h>
+
+#include "common/comboundary.h"
+#include "common/registrykey.h"
+#include "engine/settingskeys.h"
+#include "engine/vkvstabilizeimpl.h"
+
+// Where the settings stand between runs, and how they go back to their defaults.
+
+namespace {
+
+constexpr char kKeyName[] = "SOFTWARE\\Varkon Systems, Inc.\\MF\\Transforms\\VStabilize";
+constexpr char kValueName[] = "Attributes";
+
+/// Bytes for one blob, rounded up to 16.
+struct BlobBuffer {
+  explicit BlobBuffer(std::size_t size)
+      : bytes(std::make_unique_for_overwrite<std::byte[]>((size + 15) / 16 * 16)), view(bytes.get(), size) {}
+  UINT8* Data() const { return reinterpret_cast<UINT8*>(bytes.get()); }
+
+  std::unique_ptr<std::byte[]> bytes;
+  std::span<std::byte> view;
+};
+
+}  // namespace
+
+STDMETHODIMP CVKVStabilizeImpl::ResetToDefaults() {
+  const HRESULT hr = CreateStore();
+  return FAILED(hr) ? hr : WriteDefaults();
+}
+
+HRESULT CVKVStabilizeImpl::WriteDefaults() {
+  m_pAttributes->LockStore();
+  for (const SettingDefault& setting : kSettingDefaults) {
+    const HRESULT hr = m_pAttributes->SetUINT32(setting.key, setting.value);
+    // The store stays locked and the rest as it was: what depends on a whole reset must not go on.
+    if (FAILED(hr)) return hr;
+  }
+  m_pAttributes->UnlockStore();
+  return S_OK;
+}
+
+STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
+  return ComBoundary([&] {
+    HRESULT hr = CreateStore();
+    if (FAILED(hr)) return hr;
+
+    CRegistryKey key;
+    DWORD type = REG_NONE, size = 0;
+    if (key.Open(HKEY_CURRENT_USER, kKeyName, KEY_READ) != ERROR_SUCCESS ||
+        key.QueryType(kValueName, &type, &size) != ERROR_SUCCESS || type != REG_BINARY)
+      return S_OK;
+    const BlobBuffer blob(size);
+    if (key.QueryData(kValueName, blob.view, &size) != ERROR_SUCCESS) return S_OK;
+
+    // Nobody sees the store half filled, and the change is told once.
+    const CStoreLock lock(m_pAttributes.Get());
+    hr = MFInitAttributesFromBlob(m_pAttributes.Get(), blob.Data(), size);
+    if (FAILED(hr)) WriteDefaults();
+    return hr;
+  });
+}
+
+STDMETHODIMP CVKVStabilizeImpl::SaveAttributes() {
+  return ComBoundary([&] {
+    HRESULT hr = CreateStore();
+    if (FAILED(hr)) return hr;
+
+    CRegistryKey key;
+    LSTATUS status = key.Create(HKEY_CURRENT_USER, kKeyName, KEY_READ | KEY_WRITE);
+    if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
+    // Size and content of one moment.
+    const CStoreLock lock(m_pAttributes.Get());
+    UINT32 size = 0;
+    hr = MFGetAttributesAsBlobSize(m_pAttributes.Get(), &size);
+    if (FAILED(hr)) return hr;
+    const BlobBuffer blob(size);
+    hr = MFGetAttributesAsBlob(m_pAttributes.Get(), blob.Data(), size);
+    if (FAILED(hr)) return hr;
+    status = key.SetData(kValueName, REG_BINARY, blob.view);
+    return HRESULT_FROM_WIN32(status);
+  });
+}

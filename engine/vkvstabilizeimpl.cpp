@@ -1,0 +1,497 @@
+#include "engine/vkvstabilizeimpl.h"
+
+#include <bit>
+#include <mfapi.h>
+#include <new>
+#include <olectl.h>
+
+#include "common/comboundary.h"
+#include "common/debugreport.h"
+#include "common/module.h"
+#include "common/typelibrary.h"
+#include "engine/settingskeys.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+constexpr char kFile[] = "vkvstabilizeimpl";
+
+// The record and the kernel count as the automation interface does.
+static_assert(vkvstab_CLIPPINGOPTIONS_CROP == static_cast<int>(ClippingOption::Crop));
+static_assert(vkvstab_CLIPPINGOPTIONS_CROPANDSTRETCH == static_cast<int>(ClippingOption::CropAndStretch));
+static_assert(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA ==
+              static_cast<int>(EstimationCoefficients::XYTheta));
+static_assert(vkvstab_INTERPOLATIONTYPE_NEAREST == static_cast<int>(Interpolation::Nearest));
+
+constexpr VARIANT_BOOL ToVariantBool(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
+
+bool AssertSucceeded(HRESULT hr) {
+  DebugAssert(SUCCEEDED(hr), "SUCCEEDED ( hr )", kFile);
+  return SUCCEEDED(hr);
+}
+
+}  // namespace
+
+CVKVStabilizeImpl::CVKVStabilizeImpl(const GUID& transformClass, VKVStabilizeImplCB* callback,
+                                     MyAttributes::CreateFunction createAttributes)
+    : m_transformClass(transformClass),
+      m_createAttributes(createAttributes),
+      m_pCallback(callback),
+      m_pStabilizeVideoKernel(new (std::nothrow) CStabilizeVideoKernel) {
+  if (SUCCEEDED(CreateStore())) ResetToDefaults();
+}
+
+CVKVStabilizeImpl::~CVKVStabilizeImpl() {
+  if (m_pAttributes) m_pAttributes->SetCallback(nullptr);
+}
+
+void CVKVStabilizeImpl::DetachCallback() {
+  if (!m_pAttributes) return;
+  const CStoreLock lock(m_pAttributes.Get());
+  m_pCallback = nullptr;
+}
+
+HRESULT CVKVStabilizeImpl::CreateStore() {
+  const CAutoLock lock(m_settingsLock);
+  if (m_pAttributes) return S_OK;
+  const HRESULT hr =
+      MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pAttributes);
+  if (SUCCEEDED(hr)) m_pAttributes->SetCallback(this);
+  return hr;
+}
+
+// Frames
+
+bool CVKVStabilizeImpl::ProcessFrame(std::uint8_t* pixels, std::uint32_t width, std::uint32_t height,
+                                     bool repeatPrevious, bool* noOutput) {
+  if (!IsKernelUpToDate())
+    InitializeKernel({static_cast<std::int32_t>(width), static_cast<std::int32_t>(height)});
+
+  const CAutoLock lock(m_kernelLock);
+  const bool isInitialized = m_pStabilizeVideoKernel && m_pStabilizeVideoKernel->IsInitialized();
+  DebugAssert(isInitialized, "m_pStabilizeVideoKernel->IsInitialized ( )", kFile);
+  if (!isInitialized) {
+    *noOutput = true;
+    return false;
+  }
+  const bool fRet = m_pStabilizeVideoKernel->ProcessFrame(pixels, repeatPrevious, noOutput);
+  DebugAssert(fRet, "fRet", kFile);
+  return fRet;
+}
+
+bool CVKVStabilizeImpl::Reset() {
+  const CAutoLock lock(m_kernelLock);
+  if (m_pStabilizeVideoKernel) {
+    m_pStabilizeVideoKernel->Reset();
+    m_pStabilizeVideoKernel->Release();
+  }
+  return true;
+}
+
+bool CVKVStabilizeImpl::IsKernelUpToDate() {
+  {
+    const CAutoLock lock(m_kernelLock);
+    if (!m_pStabilizeVideoKernel || !m_pStabilizeVideoKernel->IsInitialized()) return false;
+  }
+  const CAutoLock lock(m_changeLock);
+  return !(m_settingsChanged && ReadFlag(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True));
+}
+
+bool CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
+  // A change that comes in while the kernel is set up must not be taken for one that it has seen.
+  const unsigned version = SettingsVersion();
+  const KernelParams params = MakeKernelParams(TakeSnapshot(), frame);
+  {
+    const CAutoLock lock(m_kernelLock);
+    const bool fRet = m_pStabilizeVideoKernel && m_pStabilizeVideoKernel->Initialize(params);
+    DebugAssert(fRet, "fRet", kFile);
+  }
+  ClearSettingsChanged(version);
+  return true;
+}
+
+// The transform asks these two from its callback, where the store may be locked: they take no settings lock,
+// which would come before it.
+
+void CVKVStabilizeImpl::GetOutputSize(SIZE& sz) {
+  StabilizerSettings settings;
+  settings.CropEnabled = ReadFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False);
+  settings.ClippingOption = ReadNumber(VKVSTAB_ATTR_CLIPPING_OPTION);
+  settings.LeftRightCropMargin = ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN);
+  settings.TopBottomCropMargin = ReadNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN);
+  const FrameSize output = ::GetOutputSize(settings, {sz.cx, sz.cy});
+  sz = {output.width, output.height};
+  DebugAssert((sz.cx > 0) && (sz.cy > 0), "( sz.cx > 0 ) && ( sz.cy > 0 )", kFile);
+}
+
+bool CVKVStabilizeImpl::ChangesFrameSize() {
+  return ReadFlag(VKVSTAB_ATTR_ENABLED, Missing::True) && IsCropping() &&
+         (ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN) > 0 ||
+          ReadNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN) > 0);
+}
+
+bool CVKVStabilizeImpl::IsCropping() const {
+  return ReadFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False) &&
+         ReadNumber(VKVSTAB_ATTR_CLIPPING_OPTION) == vkvstab_CLIPPINGOPTIONS_CROP;
+}
+
+// Changes
+
+HRESULT CVKVStabilizeImpl::AttributesChanged() {
+  DebugTrace("\nCVKVStabilizeImpl::AttributesChanged");
+  const CStoreLock lock(m_pAttributes.Get());
+  MarkSettingsChanged();
+  if (IsCropping()) NotifyOutputChanged();
+  m_pAttributes->ClearDirty();
+  return S_OK;
+}
+
+void CVKVStabilizeImpl::NotifyOutputChanged() {
+  if (m_pCallback) m_pCallback->OutputChanged();
+}
+
+void CVKVStabilizeImpl::MarkSettingsChanged() {
+  const CAutoLock lock(m_changeLock);
+  m_settingsChanged = true;
+  ++m_settingsVersion;
+}
+
+unsigned CVKVStabilizeImpl::SettingsVersion() {
+  const CAutoLock lock(m_changeLock);
+  return m_settingsVersion;
+}
+
+void CVKVStabilizeImpl::ClearSettingsChanged(unsigned version) {
+  const CAutoLock lock(m_changeLock);
+  if (version == m_settingsVersion) m_settingsChanged = false;
+}
+
+bool CVKVStabilizeImpl::IsReconnectPending() {
+  const CAutoLock lock(m_changeLock);
+  return m_reconnectPending && ReadFlag(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True);
+}
+
+void CVKVStabilizeImpl::ClearReconnectPending() {
+  const CAutoLock lock(m_changeLock);
+  m_reconnectPending = false;
+}
+
+// Reading all settings
+
+template <class Value>
+bool CVKVStabilizeImpl::ReadProperty(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*),
+                                     Value* value) {
+  return AssertSucceeded((this->*get)(value));
+}
+
+void CVKVStabilizeImpl::TakeFlag(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(VARIANT_BOOL*),
+                                 bool& field) {
+  VARIANT_BOOL value = VARIANT_FALSE;
+  if (ReadProperty(get, &value)) field = value != VARIANT_FALSE;
+}
+
+template <class Value>
+void CVKVStabilizeImpl::TakeNumber(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*),
+                                   std::int32_t& field) {
+  Value value = {};
+  if (ReadProperty(get, &value)) field = std::bit_cast<std::int32_t>(value);
+}
+
+void CVKVStabilizeImpl::TakeColor(std::array<std::uint8_t, 3>& field) {
+  OLE_COLOR color = 0;
+  COLORREF translated = 0;
+  if (!ReadProperty(&CVKVStabilizeImpl::get_BkFillColor, &color)) return;
+  if (AssertSucceeded(OleTranslateColor(color, nullptr, &translated)))
+    field = {GetBValue(translated), GetGValue(translated), GetRValue(translated)};
+}
+
+StabilizerSettings CVKVStabilizeImpl::TakeSnapshot() {
+  StabilizerSettings settings;
+  if (!m_pAttributes) return settings;
+  // All fields of one moment: neither a put nor a batch of writes comes between them.
+  const CAutoLock lock(m_settingsLock);
+  const CStoreLock storeLock(m_pAttributes.Get());
+  TakeFlag(&CVKVStabilizeImpl::get_Enabled, settings.Enabled);
+  TakeFlag(&CVKVStabilizeImpl::get_ROIEnabled, settings.ROIEnabled);
+  TakeNumber(&CVKVStabilizeImpl::get_ROITop, settings.ROI.top);
+  TakeNumber(&CVKVStabilizeImpl::get_ROILeft, settings.ROI.left);
+  TakeNumber(&CVKVStabilizeImpl::get_ROIBottom, settings.ROI.bottom);
+  TakeNumber(&CVKVStabilizeImpl::get_ROIRight, settings.ROI.right);
+  TakeNumber(&CVKVStabilizeImpl::get_GlobalEstimationCoefficients, settings.GlobalEstimationCoefficients);
+  TakeNumber(&CVKVStabilizeImpl::get_GlobalEstimationQuality, settings.GlobalEstimationQuality);
+  TakeNumber(&CVKVStabilizeImpl::get_PathSmoothingLevel, settings.PathSmoothingLevel);
+  TakeColor(settings.BkFillColor);
+  TakeFlag(&CVKVStabilizeImpl::get_CropEnabled, settings.CropEnabled);
+  TakeNumber(&CVKVStabilizeImpl::get_LeftRightCropMargin, settings.LeftRightCropMargin);
+  TakeNumber(&CVKVStabilizeImpl::get_TopBottomCropMargin, settings.TopBottomCropMargin);
+  TakeNumber(&CVKVStabilizeImpl::get_InterpolationType, settings.InterpolationType);
+  TakeNumber(&CVKVStabilizeImpl::get_ClippingOption, settings.ClippingOption);
+  TakeFlag(&CVKVStabilizeImpl::get_UseAdvancedEngine, settings.UseAdvancedEngine);
+  TakeFlag(&CVKVStabilizeImpl::get_AdvancedEngineAvailable, settings.AdvancedEngineAvailable);
+  return settings;
+}
+
+bool CVKVStabilizeImpl::IsAdvancedEngineActive() {
+  VARIANT_BOOL available = VARIANT_FALSE, use = VARIANT_FALSE;
+  get_AdvancedEngineAvailable(&available);
+  get_UseAdvancedEngine(&use);
+  return available == VARIANT_TRUE && use == VARIANT_TRUE;
+}
+
+void CVKVStabilizeImpl::SetAdvancedEngineAvailable(bool available) {
+  const CAutoLock lock(m_settingsLock);
+  WriteFlagIfDifferent(VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False, available);
+}
+
+// IUnknown
+
+STDMETHODIMP CVKVStabilizeImpl::QueryInterface(REFIID iid, void** object) {
+  if (!object) return E_POINTER;
+  const bool isOurs = iid == __uuidof(IDispatch) || iid == __uuidof(IVKFVStabilize);
+  *object = isOurs ? static_cast<IVKFVStabilize*>(this) : nullptr;
+  if (!isOurs) return E_NOINTERFACE;
+  AddRef();
+  return S_OK;
+}
+
+STDMETHODIMP_(ULONG) CVKVStabilizeImpl::AddRef() {
+  return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount));
+}
+
+STDMETHODIMP_(ULONG) CVKVStabilizeImpl::Release() {
+  const LONG count = InterlockedDecrement(&m_nRefCount);
+  if (count == 0) delete this;
+  return static_cast<ULONG>(count);
+}
+
+// IDispatch
+
+HRESULT CVKVStabilizeImpl::LoadTypeInfo(ITypeInfo** typeInfo) {
+  const CAutoLock lock(m_settingsLock);
+  if (!m_pTypeInfo) {
+    ComPtr<ITypeLib> library;
+    HRESULT hr = LoadModuleTypeLibrary(CurrentModule(), &library);
+    if (SUCCEEDED(hr)) hr = library->GetTypeInfoOfGuid(__uuidof(IVKFVStabilize), &m_pTypeInfo);
+    if (FAILED(hr)) return hr;
+  }
+  return m_pTypeInfo.CopyTo(typeInfo);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::GetTypeInfoCount(UINT* count) {
+  if (!count) return E_POINTER;
+  *count = 1;
+  return S_OK;
+}
+
+STDMETHODIMP CVKVStabilizeImpl::GetTypeInfo(UINT index, LCID, ITypeInfo** typeInfo) {
+  if (!typeInfo) return E_POINTER;
+  *typeInfo = nullptr;
+  return index == 0 ? LoadTypeInfo(typeInfo) : DISP_E_BADINDEX;
+}
+
+STDMETHODIMP CVKVStabilizeImpl::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
+  ComPtr<ITypeInfo> typeInfo;
+  const HRESULT hr = LoadTypeInfo(&typeInfo);
+  return FAILED(hr) ? hr : typeInfo->GetIDsOfNames(names, count, ids);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* parameters,
+                                       VARIANT* result, EXCEPINFO* exception, UINT* badArgument) {
+  ComPtr<ITypeInfo> typeInfo;
+  const HRESULT hr = LoadTypeInfo(&typeInfo);
+  if (FAILED(hr)) return hr;
+  return typeInfo->Invoke(static_cast<IVKFVStabilize*>(this), id, flags, parameters, result, exception,
+                          badArgument);
+}
+
+// Access to the items
+
+bool CVKVStabilizeImpl::ReadItem(const GUID& key, UINT32* value) const {
+  return m_pAttributes && SUCCEEDED(m_pAttributes->GetUINT32(key, value));
+}
+
+bool CVKVStabilizeImpl::ReadFlag(const GUID& key, Missing missing) const {
+  UINT32 value = 0;
+  return ReadItem(key, &value) ? value != 0 : missing == Missing::True;
+}
+
+std::int32_t CVKVStabilizeImpl::ReadNumber(const GUID& key) const {
+  UINT32 value = 0;
+  return ReadItem(key, &value) ? std::bit_cast<std::int32_t>(value) : 0;
+}
+
+HRESULT CVKVStabilizeImpl::GetFlag(const GUID& key, Missing missing, VARIANT_BOOL* pVal) {
+  if (!pVal) return E_POINTER;
+  const CAutoLock lock(m_settingsLock);
+  *pVal = ToVariantBool(ReadFlag(key, missing));
+  return S_OK;
+}
+
+void CVKVStabilizeImpl::WriteFlagIfDifferent(const GUID& key, Missing missing, bool value) {
+  if (m_pAttributes && ReadFlag(key, missing) != value) m_pAttributes->SetUINT32(key, value ? 1 : 0);
+}
+
+HRESULT CVKVStabilizeImpl::PutFlag(const GUID& key, Missing missing, VARIANT_BOOL newVal) {
+  const CAutoLock lock(m_settingsLock);
+  WriteFlagIfDifferent(key, missing, newVal != VARIANT_FALSE);
+  return S_OK;
+}
+
+// Enumerations go by their bits: any 32-bit value is stored and handed back.
+template <class Number>
+HRESULT CVKVStabilizeImpl::GetNumber(const GUID& key, Number* pVal) {
+  if (!pVal) return E_POINTER;
+  const CAutoLock lock(m_settingsLock);
+  *pVal = std::bit_cast<Number>(ReadNumber(key));
+  return S_OK;
+}
+
+template <class Number>
+HRESULT CVKVStabilizeImpl::PutNumber(const GUID& key, Number newVal) {
+  const CAutoLock lock(m_settingsLock);
+  if (m_pAttributes && ReadNumber(key) != std::bit_cast<std::int32_t>(newVal))
+    m_pAttributes->SetUINT32(key, std::bit_cast<UINT32>(newVal));
+  return S_OK;
+}
+
+// The properties
+
+STDMETHODIMP CVKVStabilizeImpl::get_Enabled(VARIANT_BOOL* pVal) {
+  return GetFlag(VKVSTAB_ATTR_ENABLED, Missing::True, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_Enabled(VARIANT_BOOL newVal) {
+  return PutFlag(VKVSTAB_ATTR_ENABLED, Missing::True, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_AutoReconnect(VARIANT_BOOL* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = ToVariantBool(ReadFlag(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True));
+  return S_OK;
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_AutoReconnect(VARIANT_BOOL newVal) {
+  if (!m_pAttributes) return S_OK;
+  // The store's lock is the outer one, so that the notification comes after the change lock is left.
+  const CStoreLock storeLock(m_pAttributes.Get());
+  const CAutoLock lock(m_changeLock);
+  WriteFlagIfDifferent(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True, newVal != VARIANT_FALSE);
+  return S_OK;
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_ROIEnabled(VARIANT_BOOL* pVal) {
+  return GetFlag(VKVSTAB_ATTR_ROI_ENABLED, Missing::False, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_ROIEnabled(VARIANT_BOOL newVal) {
+  return PutFlag(VKVSTAB_ATTR_ROI_ENABLED, Missing::False, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_ROITop(LONG* pVal) { return GetNumber(VKVSTAB_ATTR_ROI_TOP, pVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::put_ROITop(LONG newVal) { return PutNumber(VKVSTAB_ATTR_ROI_TOP, newVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::get_ROILeft(LONG* pVal) { return GetNumber(VKVSTAB_ATTR_ROI_LEFT, pVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::put_ROILeft(LONG newVal) { return PutNumber(VKVSTAB_ATTR_ROI_LEFT, newVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::get_ROIBottom(LONG* pVal) { return GetNumber(VKVSTAB_ATTR_ROI_BOTTOM, pVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::put_ROIBottom(LONG newVal) {
+  return PutNumber(VKVSTAB_ATTR_ROI_BOTTOM, newVal);
+}
+
+// The right edge has always been the bottom edge's item.
+STDMETHODIMP CVKVStabilizeImpl::get_ROIRight(LONG* pVal) { return get_ROIBottom(pVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::put_ROIRight(LONG newVal) { return put_ROIBottom(newVal); }
+
+STDMETHODIMP CVKVStabilizeImpl::get_GlobalEstimationCoefficients(vkvstab_GlobalEstimationCoefficients* pVal) {
+  return GetNumber(VKVSTAB_ATTR_ESTIMATION_COEFFICIENTS, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_GlobalEstimationCoefficients(
+    vkvstab_GlobalEstimationCoefficients newVal) {
+  return PutNumber(VKVSTAB_ATTR_ESTIMATION_COEFFICIENTS, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_GlobalEstimationQuality(vkvstab_GlobalEstimationQuality* pVal) {
+  return GetNumber(VKVSTAB_ATTR_ESTIMATION_QUALITY, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_GlobalEstimationQuality(vkvstab_GlobalEstimationQuality newVal) {
+  return PutNumber(VKVSTAB_ATTR_ESTIMATION_QUALITY, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_PathSmoothingLevel(vkvstab_PathSmoothingLevel* pVal) {
+  return GetNumber(VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_PathSmoothingLevel(vkvstab_PathSmoothingLevel newVal) {
+  return PutNumber(VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_BkFillColor(OLE_COLOR* pVal) {
+  return GetNumber(VKVSTAB_ATTR_BK_FILL_COLOR, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_BkFillColor(OLE_COLOR newVal) {
+  const CAutoLock lock(m_settingsLock);
+  COLORREF translated = 0;
+  const HRESULT hr = OleTranslateColor(newVal, nullptr, &translated);
+  return FAILED(hr) ? hr : PutNumber(VKVSTAB_ATTR_BK_FILL_COLOR, translated);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_CropEnabled(VARIANT_BOOL* pVal) {
+  return GetFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_CropEnabled(VARIANT_BOOL newVal) {
+  return PutFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_LeftRightCropMargin(LONG* pVal) {
+  return GetNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_LeftRightCropMargin(LONG newVal) {
+  return PutNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_TopBottomCropMargin(LONG* pVal) {
+  return GetNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_TopBottomCropMargin(LONG newVal) {
+  return PutNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_InterpolationType(vkvstab_InterpolationType* pVal) {
+  return GetNumber(VKVSTAB_ATTR_INTERPOLATION_TYPE, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_InterpolationType(vkvstab_InterpolationType newVal) {
+  return PutNumber(VKVSTAB_ATTR_INTERPOLATION_TYPE, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_ClippingOption(vkvstab_enumClippingOption* pVal) {
+  return GetNumber(VKVSTAB_ATTR_CLIPPING_OPTION, pVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::put_ClippingOption(vkvstab_enumClippingOption newVal) {
+  return PutNumber(VKVSTAB_ATTR_CLIPPING_OPTION, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_UseAdvancedEngine(VARIANT_BOOL* pVal) {
+  return GetFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False, pVal);
+}
+
+// A missing item counts as true here and as false in the getter: putting true then stores nothing.
+STDMETHODIMP CVKVStabilizeImpl::put_UseAdvancedEngine(VARIANT_BOOL newVal) {
+  return PutFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::True, newVal);
+}
+
+STDMETHODIMP CVKVStabilizeImpl::get_AdvancedEngineAvailable(VARIANT_BOOL* pVal) {
+  return GetFlag(VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False, pVal);
+}
