@@ -1,0 +1,107 @@
+#include "common/messagebox.h"
+#include "common/module.h"
+#include "common/registrykey.h"
+#include "common/typelibrary.h"
+#include "testenvironment.h"
+
+namespace {
+
+std::string g_message;
+std::string g_trace;
+
+/// Keeps messages and traces instead of showing them.
+class CommonTest : public EngineTest {
+ protected:
+  CommonTest() {
+    g_message = g_trace = {};
+    m_showBefore = SetMessageBox([](HWND, const char* text, const char* caption, UINT) {
+      g_message = std::string(caption) + ": " + text;
+      return IDOK;
+    });
+    static constexpr DebugReporter kKeeper = {[](const char*, const char*) {},
+                                              [](const char* text) { g_trace = text; }};
+    m_pReporterBefore = SetDebugReporter(&kKeeper);
+  }
+  ~CommonTest() override {
+    SetMessageBox(m_showBefore);
+    SetDebugReporter(m_pReporterBefore);
+    g_message = g_trace = {};
+    g_message.shrink_to_fit();
+    g_trace.shrink_to_fit();
+  }
+
+ private:
+  MessageBoxFunction m_showBefore;
+  const DebugReporter* m_pReporterBefore;
+};
+
+TEST_F(CommonTest, RegistryKeysKeepValuesAndReportWhatIsMissing) {
+  constexpr char kName[] = "SOFTWARE\\Varkon Systems, Inc.\\Test";
+  CRegistryKey key;
+  EXPECT_EQ(key.Open(HKEY_CURRENT_USER, kName, KEY_READ), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(key.Handle(), nullptr);
+  EXPECT_EQ(key.Create(HKEY_CURRENT_USER, kName, KEY_READ | KEY_WRITE), ERROR_SUCCESS);
+  EXPECT_EQ(key.SetText("name", "value"), ERROR_SUCCESS);
+  EXPECT_EQ(key.SetText("name", nullptr), ERROR_INVALID_PARAMETER);
+  DWORD type = REG_NONE, size = 0;
+  EXPECT_EQ(key.QueryType("name", &type, &size), ERROR_SUCCESS);
+  EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
+  EXPECT_EQ(size, 6U) << "with its null";
+  std::byte small[3];
+  EXPECT_EQ(key.QueryData("name", small, &size), ERROR_MORE_DATA);
+  EXPECT_EQ(size, 6U);
+  EXPECT_EQ(key.QueryType("none", &type, &size), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(CommonTest, RegistryKeysNeverLeaveTheirTransaction) {
+  constexpr char kName[] = "SOFTWARE\\Varkon Systems, Inc.\\Test";
+  // No such transaction: neither the transacted functions nor their absence may end in a plain key.
+  CRegistryKey key(0, reinterpret_cast<HANDLE>(0x1234));
+  EXPECT_NE(key.Create(HKEY_CURRENT_USER, kName, KEY_WRITE), ERROR_SUCCESS);
+  EXPECT_NE(key.Open(HKEY_CURRENT_USER, kName, KEY_READ), ERROR_SUCCESS);
+  CRegistryKey plain;
+  EXPECT_EQ(plain.Open(HKEY_CURRENT_USER, kName, KEY_READ), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(CommonTest, FindsTheModuleItsVersionAndItsHelp) {
+  EXPECT_EQ(CurrentModule(), GetModuleHandleA(nullptr));
+  std::string path;
+  ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &path), S_OK);
+  EXPECT_GT(ReadFileVersion(path.c_str()).value_or(0), 0U);
+  EXPECT_EQ(GetModulePath(reinterpret_cast<HMODULE>(0x10000), &path), E_FAIL);
+
+  std::wstring wide;
+  ASSERT_EQ(GetModulePath(CurrentModule(), &wide), S_OK);
+  ASSERT_EQ(GetModulePath(CurrentModule(), &path), S_OK);
+  EXPECT_EQ(ReadFileVersion(path.c_str()), std::nullopt) << "a program without a version resource";
+  EXPECT_EQ(ReadFileVersion("Z:\\nowhere.dll"), std::nullopt);
+
+  EXPECT_EQ(FindHelpFile(CurrentModule()), L"");
+  const std::wstring help = wide.substr(0, wide.size() - 4) + L".chm";
+  CloseHandle(CreateFileW(help.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+  EXPECT_EQ(FindHelpFile(CurrentModule()), help);
+  DeleteFileW(help.c_str());
+}
+
+TEST_F(CommonTest, RegistersTheTypeLibraryAndSaysWhyNot) {
+  EXPECT_EQ(RegisterModuleTypeLibrary(CurrentModule(), true), S_OK);
+  EXPECT_EQ(g_message, "");
+  const GUID library = settingskeys::EngineKey(0xE2B6EDDB);
+  EXPECT_EQ(UnRegisterTypeLib(library, 1, 0, 0x409, SYS_WIN64), S_OK);
+
+  const HMODULE without = GetModuleHandleA("kernel32.dll");
+  std::string path;
+  ASSERT_EQ(GetModulePath(without, &path), S_OK);
+  const HRESULT hr = RegisterModuleTypeLibrary(without, false);
+  EXPECT_HRESULT_FAILED(hr);
+  EXPECT_EQ(g_message, "") << "messages were not wanted";
+  EXPECT_EQ(RegisterModuleTypeLibrary(without, true), hr);
+  EXPECT_EQ(g_message, "Error: Failed " + DescribeError(hr) + " to register type library: " + path);
+  char trace[128];
+  std::snprintf(trace, sizeof trace, "\nRegisterModuleTypeLibrary: LoadTypeLib failed 0x%08x",
+                static_cast<unsigned>(hr));
+  EXPECT_EQ(g_trace, trace);
+  EXPECT_EQ(DescribeError(static_cast<HRESULT>(0x8ABCDEF0)), "0x8abcdef0");
+}
+
+}  // namespace

@@ -1,0 +1,151 @@
+#include <random>
+
+#include "common/registrykey.h"
+#include "testenvironment.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+class Persistence : public EngineTest {
+ protected:
+  static void Store(DWORD type, const Bytes& data) {
+    CRegistryKey key;
+    ASSERT_EQ(key.Create(HKEY_CURRENT_USER, kKeyName, KEY_WRITE), ERROR_SUCCESS);
+    ASSERT_EQ(key.SetData("Attributes", type, data), ERROR_SUCCESS);
+  }
+
+  static Bytes Stored() {
+    CRegistryKey key;
+    DWORD type = REG_NONE, size = 0;
+    EXPECT_EQ(key.Open(HKEY_CURRENT_USER, kKeyName, KEY_READ), ERROR_SUCCESS);
+    EXPECT_EQ(key.QueryType("Attributes", &type, &size), ERROR_SUCCESS);
+    EXPECT_EQ(type, static_cast<DWORD>(REG_BINARY));
+    Bytes data(size);
+    EXPECT_EQ(key.QueryData("Attributes", data, &size), ERROR_SUCCESS);
+    return data;
+  }
+
+  UINT32 Item(const GUID& key) const {
+    UINT32 value = 0xDEAD;
+    m_pFacade->Attributes()->GetUINT32(key, &value);
+    return value;
+  }
+
+  void ExpectDefaults() const {
+    UINT32 count = 0;
+    m_pFacade->Attributes()->GetCount(&count);
+    EXPECT_EQ(count, kSettingDefaults.size());
+    for (std::size_t i = 0; i < kSettingDefaults.size(); ++i)
+      EXPECT_EQ(Item(kSettingDefaults[i].key), kSettingDefaults[i].value) << "default of item " << i;
+  }
+
+  CallbackCounter m_callback;
+  ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade(&m_callback);
+};
+
+TEST_F(Persistence, KeepsTheSettingsWhenNothingUsableIsSaved) {
+  m_pFacade->put_ROITop(7);
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "no key";
+  Store(REG_DWORD, Bytes(4));
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "a number";
+  Store(REG_SZ, Bytes(40, std::byte{'a'}));
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "a text";
+  EXPECT_EQ(Item(VKVSTAB_ATTR_ROI_TOP), 7U);
+}
+
+TEST_F(Persistence, SavesThePlatformsBlobAndRestoresEveryItem) {
+  for (std::size_t i = 0; i < kSettingDefaults.size(); ++i)
+    m_pFacade->Attributes()->SetUINT32(kSettingDefaults[i].key, static_cast<UINT32>(100 + i));
+  EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
+
+  UINT32 size = 0;
+  ASSERT_EQ(MFGetAttributesAsBlobSize(m_pFacade->Attributes(), &size), S_OK);
+  Bytes blob(size);
+  ASSERT_EQ(MFGetAttributesAsBlob(m_pFacade->Attributes(), reinterpret_cast<UINT8*>(blob.data()), size),
+            S_OK);
+  EXPECT_EQ(Stored(), blob);
+
+  EXPECT_EQ(m_pFacade->ResetToDefaults(), S_OK);
+  ExpectDefaults();
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
+  for (std::size_t i = 0; i < kSettingDefaults.size(); ++i)
+    EXPECT_EQ(Item(kSettingDefaults[i].key), 100 + i) << i;
+
+  const ComPtr<CVKVStabilizeImpl> other = MakeFacade();
+  EXPECT_EQ(other->LoadAttributes(), S_OK);
+  LONG level = 0;
+  EXPECT_EQ(other->get_ROIBottom(&level), S_OK);
+  EXPECT_EQ(level, 103);
+}
+
+TEST_F(Persistence, TellsOfALoadOnce) {
+  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  m_pFacade->put_CropEnabled(VARIANT_TRUE);
+  m_pFacade->SaveAttributes();
+  m_pFacade->ResetToDefaults();
+  m_callback.calls = 0;
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
+  EXPECT_EQ(m_callback.calls, 1);
+}
+
+TEST_F(Persistence, ResetsToDefaultsOnACorruptBlobAndLeavesTheValue) {
+  m_pFacade->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_8);
+  m_pFacade->SaveAttributes();
+  const Bytes good = Stored();
+  std::mt19937 random(2);
+  std::vector<Bytes> corrupt = {{}, Bytes(1), Bytes(good.begin(), good.begin() + 7)};
+  corrupt.emplace_back(good.begin(), good.end() - 1);
+  corrupt.emplace_back(Bytes(1000, std::byte{0xFF}));
+  for (std::size_t size : {16U, 200U, 5000U}) {
+    Bytes& noise = corrupt.emplace_back(size);
+    for (std::byte& byte : noise) byte = static_cast<std::byte>(random());
+  }
+  for (std::size_t i = 0; i < corrupt.size(); ++i) {
+    m_pFacade->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_7);
+    Store(REG_BINARY, corrupt[i]);
+    EXPECT_HRESULT_FAILED(m_pFacade->LoadAttributes())
+        << "blob " << i << " of " << corrupt[i].size() << " bytes";
+    ExpectDefaults();
+    EXPECT_EQ(Stored(), corrupt[i]);
+  }
+}
+
+TEST_F(Persistence, HandlesBlobsOfSeveralMegabytesAndMissingMemory) {
+  constexpr GUID kExtra = settingskeys::Key(99);
+  const std::vector<UINT8> extra(6 << 20, 0x5A);
+  m_pFacade->Attributes()->SetBlob(kExtra, extra.data(), static_cast<UINT32>(extra.size()));
+  EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
+  m_pFacade->ResetToDefaults();
+  m_pFacade->Attributes()->DeleteItem(kExtra);
+  {
+    const AllocationLimit limit(1 << 20);
+    EXPECT_EQ(m_pFacade->LoadAttributes(), E_OUTOFMEMORY);
+    ExpectDefaults();
+  }
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
+  std::vector<UINT8> loaded(extra.size());
+  UINT32 size = 0;
+  EXPECT_EQ(
+      m_pFacade->Attributes()->GetBlob(kExtra, loaded.data(), static_cast<UINT32>(loaded.size()), &size),
+      S_OK);
+  EXPECT_EQ(loaded, extra);
+  const AllocationLimit limit(1 << 20);
+  EXPECT_EQ(m_pFacade->SaveAttributes(), E_OUTOFMEMORY);
+}
+
+TEST_F(Persistence, ClosesItsKeys) {
+  DWORD before = 0, after = 0;
+  m_pFacade->SaveAttributes();
+  GetProcessHandleCount(GetCurrentProcess(), &before);
+  for (int i = 0; i < 50; ++i) {
+    m_pFacade->SaveAttributes();
+    m_pFacade->LoadAttributes();
+  }
+  GetProcessHandleCount(GetCurrentProcess(), &after);
+  EXPECT_EQ(after, before);
+}
+
+}  // namespace

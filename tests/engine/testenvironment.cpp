@@ -1,0 +1,130 @@
+#include "testenvironment.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <mferror.h>
+#include <mutex>
+#include <new>
+
+namespace {
+
+std::atomic<long> g_liveAllocations = 0;
+std::atomic<std::size_t> g_largestAllowed = std::numeric_limits<std::size_t>::max();
+std::vector<Microsoft::WRL::ComPtr<IMFAttributes>>* g_pStores = nullptr;
+std::vector<std::string>* g_pAssertions = nullptr;
+std::mutex g_assertionsLock;
+
+void* Allocate(std::size_t size) noexcept {
+  void* const memory = size <= g_largestAllowed ? std::malloc(size) : nullptr;
+  if (memory) ++g_liveAllocations;
+  return memory;
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  void* const memory = Allocate(size);
+  if (!memory) throw std::bad_alloc();
+  return memory;
+}
+
+void Free(void* memory) noexcept {
+  if (memory) --g_liveAllocations;
+  std::free(memory);
+}
+
+constexpr DebugReporter kCollector = {[](const char* condition, const char* file) {
+                                        const std::lock_guard lock(g_assertionsLock);
+                                        if (g_pAssertions)
+                                          g_pAssertions->push_back(std::string(file) + ": " + condition);
+                                      },
+                                      [](const char*) {}};
+
+class Platform : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+    ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_LITE), S_OK);
+    SetDebugReporter(&kCollector);
+  }
+  void TearDown() override {
+    MFShutdown();
+    CoUninitialize();
+  }
+};
+
+const ::testing::Environment* const g_pPlatform = ::testing::AddGlobalTestEnvironment(new Platform);
+
+}  // namespace
+
+void* operator new(std::size_t size) { return AllocateOrThrow(size); }
+void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* memory) noexcept { Free(memory); }
+void operator delete[](void* memory) noexcept { Free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
+
+AllocationLimit::AllocationLimit(std::size_t bytes) { g_largestAllowed = bytes; }
+AllocationLimit::~AllocationLimit() { g_largestAllowed = std::numeric_limits<std::size_t>::max(); }
+
+HRESULT STDAPICALLTYPE EngineTest::CreateAttributes(IMFAttributes** attributes, UINT32 initialSize) {
+  const HRESULT hr = MFCreateAttributes(attributes, initialSize);
+  if (SUCCEEDED(hr)) g_pStores->emplace_back(*attributes);
+  return hr;
+}
+
+EngineTest::EngineTest() {
+  RegDeleteTreeA(HKEY_CURRENT_USER, "SOFTWARE\\Varkon Systems, Inc.");
+  m_allocations = g_liveAllocations;
+  g_pStores = new std::vector<Microsoft::WRL::ComPtr<IMFAttributes>>;
+  g_pAssertions = &m_assertions;
+}
+
+EngineTest::~EngineTest() {
+  g_pAssertions = nullptr;
+  for (Microsoft::WRL::ComPtr<IMFAttributes>& store : *g_pStores) {
+    IMFAttributes* const last = store.Detach();
+    EXPECT_EQ(last->Release(), 0U) << "a reference to a platform store is left";
+  }
+  delete g_pStores;
+  g_pStores = nullptr;
+  std::vector<std::string>().swap(m_assertions);
+  EXPECT_EQ(g_liveAllocations, m_allocations) << "memory is left";
+}
+
+Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {
+  Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;
+  *facade.GetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, callback, &CreateAttributes);
+  return facade;
+}
+
+int FailingAttributes::writesLeft = kNoFailure;
+
+HRESULT STDAPICALLTYPE FailingAttributes::Create(IMFAttributes** attributes, UINT32) {
+  *attributes = new FailingAttributes;
+  return S_OK;
+}
+
+STDMETHODIMP_(ULONG) FailingAttributes::Release() {
+  const ULONG count = --m_references;
+  if (count == 0) delete this;
+  return count;
+}
+
+STDMETHODIMP FailingAttributes::GetUINT32(REFGUID key, UINT32* value) {
+  const auto item =
+      std::find_if(m_items.begin(), m_items.end(), [&](const auto& row) { return row.key == key; });
+  if (item == m_items.end()) return MF_E_ATTRIBUTENOTFOUND;
+  *value = item->value;
+  return S_OK;
+}
+
+STDMETHODIMP FailingAttributes::SetUINT32(REFGUID key, UINT32 value) {
+  if (writesLeft == 0) return E_ACCESSDENIED;
+  if (writesLeft != kNoFailure) --writesLeft;
+  std::erase_if(m_items, [&](const auto& row) { return row.key == key; });
+  m_items.push_back({key, value});
+  return S_OK;
+}
