@@ -80,6 +80,11 @@ bool CVKVStabilizeImpl::ProcessFrame(std::uint8_t* pixels, std::uint32_t width, 
   return fRet;
 }
 
+unsigned CVKVStabilizeImpl::StreamNumber() {
+  const CAutoLock lock(m_kernelLock);
+  return m_streamNumber;
+}
+
 bool CVKVStabilizeImpl::Reset() {
   const CAutoLock lock(m_kernelLock);
   if (m_pStabilizeVideoKernel) {
@@ -104,6 +109,7 @@ bool CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
   const KernelParams params = MakeKernelParams(TakeSnapshot(), frame);
   {
     const CAutoLock lock(m_kernelLock);
+    ++m_streamNumber;
     const bool fRet = m_pStabilizeVideoKernel && m_pStabilizeVideoKernel->Initialize(params);
     DebugAssert(fRet, "fRet", kFile);
   }

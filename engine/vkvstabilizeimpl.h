@@ -51,6 +51,9 @@ class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallb
   bool ProcessFrame(std::uint8_t* pixels, std::uint32_t width, std::uint32_t height, bool repeatPrevious,
                     bool* noOutput);
 
+  /// Changes whenever the kernel is set up anew and so begins a new stream.
+  unsigned StreamNumber();
+
   /// Forgets the stream; the next frame sets the kernel up anew.
   bool Reset();
 
@@ -171,6 +174,7 @@ class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallb
   unsigned m_settingsVersion = 0;
   VKVStabilizeImplCB* m_pCallback;  // guarded by the store's lock
   std::unique_ptr<CStabilizeVideoKernel> m_pStabilizeVideoKernel;
+  unsigned m_streamNumber = 0;  // guarded by the kernel lock
   CCriticalSection m_kernelLock;
   LONG m_nRefCount = 1;
 };

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <mfidl.h>
+#include <mftransform.h>
+#include <ocidl.h>
+#include <optional>
+#include <wrl/client.h>
+
+#include "common/criticalsection.h"
+#include "engine/settingskeys.h"
+#include "engine/vkvstabilizeimpl.h"
+#include "mft/baseobject.h"
+#include "mft/mediatype.h"
+#include "mft/sampleattributes.h"
+
+/// Class identifiers of the module.
+inline constexpr GUID CLSID_VKFVStabilize = settingskeys::EngineKey(0xE2B6EDDE);
+inline constexpr GUID CLSID_VKFVStabilizePropertyPage = settingskeys::EngineKey(0xE2B6EDDD);
+inline constexpr GUID CLSID_VKFVStabilizeAbout = settingskeys::EngineKey(0xE2B6EDDC);
+
+/// The stabilizer as a Media Foundation transform: one stream of 24-bit RGB video in and one out.
+///
+/// Any thread may call. The main lock comes before the facade's locks. Settings changes arrive with the
+/// facade's locks held, so what they need of the input type stands under a lock of its own that is held for
+/// no other call.
+class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
+                             public IMFTransform,
+                             private VKVStabilizeImplCB,
+                             public ISpecifyPropertyPages {
+ public:
+  /// Creation function of the class table.
+  static HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object);
+
+  CMFTVStabilize(const CMFTVStabilize&) = delete;
+  CMFTVStabilize& operator=(const CMFTVStabilize&) = delete;
+
+  // IUnknown; the automation interfaces are the facade's.
+  STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
+  STDMETHODIMP_(ULONG) AddRef() override;
+  STDMETHODIMP_(ULONG) Release() override;
+
+  // ISpecifyPropertyPages
+  STDMETHODIMP GetPages(CAUUID* pages) override;
+
+  // IMFTransform
+  STDMETHODIMP GetStreamLimits(DWORD* inputMinimum, DWORD* inputMaximum, DWORD* outputMinimum,
+                               DWORD* outputMaximum) override;
+  STDMETHODIMP GetStreamCount(DWORD* inputs, DWORD* outputs) override;
+  STDMETHODIMP GetStreamIDs(DWORD inputSize, DWORD* inputIds, DWORD outputSize, DWORD* outputIds) override;
+  STDMETHODIMP GetInputStreamInfo(DWORD stream, MFT_INPUT_STREAM_INFO* info) override;
+  STDMETHODIMP GetOutputStreamInfo(DWORD stream, MFT_OUTPUT_STREAM_INFO* info) override;
+  STDMETHODIMP GetAttributes(IMFAttributes** attributes) override;
+  STDMETHODIMP GetInputStreamAttributes(DWORD stream, IMFAttributes** attributes) override;
+  STDMETHODIMP GetOutputStreamAttributes(DWORD stream, IMFAttributes** attributes) override;
+  STDMETHODIMP DeleteInputStream(DWORD stream) override;
+  STDMETHODIMP AddInputStreams(DWORD count, DWORD* streams) override;
+  STDMETHODIMP GetInputAvailableType(DWORD stream, DWORD index, IMFMediaType** type) override;
+  STDMETHODIMP GetOutputAvailableType(DWORD stream, DWORD index, IMFMediaType** type) override;
+  STDMETHODIMP SetInputType(DWORD stream, IMFMediaType* type, DWORD flags) override;
+  STDMETHODIMP SetOutputType(DWORD stream, IMFMediaType* type, DWORD flags) override;
+  STDMETHODIMP GetInputCurrentType(DWORD stream, IMFMediaType** type) override;
+  STDMETHODIMP GetOutputCurrentType(DWORD stream, IMFMediaType** type) override;
+  STDMETHODIMP GetInputStatus(DWORD stream, DWORD* flags) override;
+  STDMETHODIMP GetOutputStatus(DWORD* flags) override;
+  STDMETHODIMP SetOutputBounds(LONGLONG lower, LONGLONG upper) override;
+  STDMETHODIMP ProcessEvent(DWORD stream, IMFMediaEvent* event) override;
+  STDMETHODIMP ProcessMessage(MFT_MESSAGE_TYPE message, ULONG_PTR parameter) override;
+  STDMETHODIMP ProcessInput(DWORD stream, IMFSample* sample, DWORD flags) override;
+  STDMETHODIMP ProcessOutput(DWORD flags, DWORD count, MFT_OUTPUT_DATA_BUFFER* buffers,
+                             DWORD* status) override;
+
+ private:
+  /// The input type as the settings callback may see it.
+  struct InputSize {
+    SIZE told;   ///< what the type tells
+    SIZE image;  ///< without the sign of the height
+  };
+
+  /// Throws std::bad_alloc.
+  CMFTVStabilize();
+  ~CMFTVStabilize();
+
+  // VKVStabilizeImplCB
+  HRESULT STDMETHODCALLTYPE OutputChanged() override;
+
+  IMFTransform* ActiveInnerTransform();
+  void CommitInputType(IMFMediaType* type);
+  void CommitOutputType(IMFMediaType* type);
+  HRESULT ProposeOutputType(IMFMediaType** type);
+  HRESULT CheckTransform(IMFMediaType* input, IMFMediaType* output);
+  HRESULT CheckOutputType(IMFMediaType* type);
+  SIZE ImageSize() const;
+
+  void BeginStreaming();
+  void EndStreaming();
+  void ForgetFrames();
+  HRESULT ProcessSample(IMFSample* input, IMFSample* output);
+  HRESULT CopyImage(IMFSample* input, IMFSample* output) const;
+  HRESULT Stabilize(IMFSample* input, IMFSample* output);
+  HRESULT StabilizeImage(IMFSample* sample, bool* frameTaken, bool* noOutput);
+  void PassTiming(IMFSample* input, IMFSample* output);
+
+  LONG m_nRefCount = 1;
+  std::atomic<bool> m_formatChange = false;
+  CCriticalSection m_inputSizeLock;
+  std::optional<InputSize> m_inputSize;  // guarded by its lock
+  CCriticalSection m_lock;
+  // Guarded by the main lock:
+  Microsoft::WRL::ComPtr<IMFMediaType> m_pInputType, m_pOutputType;
+  ImageParameters m_image;
+  Microsoft::WRL::ComPtr<IMFSample> m_pSample;
+  bool m_streaming = false;
+  CSampleAttributesQueue m_sampleAttributes;
+  // Fixed after construction:
+  Microsoft::WRL::ComPtr<CVKVStabilizeImpl> m_pFacade;
+  Microsoft::WRL::ComPtr<IMFTransform> m_pInnerTransform;
+};
