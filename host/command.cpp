@@ -1,16 +1,19 @@
 #include "host/command.h"
 
 #include <algorithm>
-#include <exception>
+#include <cerrno>
+#include <cstring>
 #include <new>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/motionlog.h"
 #include "host/options.h"
 #include "host/platform.h"
 #include "host/progress.h"
 #include "host/rawvideo.h"
+#include "host/workerror.h"
 #include "kernel/stabilizevideokernel.h"
 
 namespace {
@@ -41,13 +44,12 @@ class Run {
     }
     while (m_framesOut < m_framesIn) Process(true);
     if (m_motionLog) m_motionLog->Close();
-    if (result == RawVideoReader::Result::CutShort)
-      throw WorkError("the input ends inside frame " + std::to_string(m_framesIn + 1) + " (" +
-                      m_reader.CutDescription() + "); the " + std::to_string(m_framesOut) +
+    if (result == RawVideoReader::Result::Failed)
+      throw WorkError(m_reader.Failure() + "; the " + std::to_string(m_framesOut) +
                       " whole frames before it were written");
   }
 
-  std::int64_t FramesOut() const { return m_framesOut; }
+  std::int64_t FramesIn() const { return m_framesIn; }
 
  private:
   bool IsCropped() const {
@@ -89,34 +91,34 @@ class Run {
   Progress m_progress;
 };
 
-int Report(std::FILE* messages, ExitCode code, const std::string& reason) {
+/// One line, whatever the words of the command line hold.
+int Report(std::FILE* messages, ExitCode code, std::string reason) {
+  std::ranges::replace_if(
+      reason, [](char c) { return c >= 0 && c < ' '; }, '?');
   std::fprintf(messages, "vstabilize: %s\n", reason.c_str());
   return code;
 }
 
-int Print(std::FILE* output, const std::string& text) {
-  std::fputs(text.c_str(), output);
-  return kDone;
+int Print(std::FILE* output, std::FILE* messages, const std::string& text) {
+  if (std::fputs(text.c_str(), output) >= 0 && std::fflush(output) == 0) return kDone;
+  return Report(messages, kWorkFailed, std::string("cannot write the output: ") + std::strerror(errno));
 }
 
 int StabilizeStream(const Options& options, std::FILE* input, std::FILE* output, std::FILE* messages) {
   std::optional<Run> run;
-  const auto frameInWork = [&] { return "frame " + std::to_string(run ? run->FramesOut() + 1 : 1) + ": "; };
-  const auto fail = [&](const std::string& reason) {
-    const std::string message = frameInWork() + reason;
-    run.reset();  // ends the progress line
-    return Report(messages, kWorkFailed, message);
-  };
+  std::string failure;
   try {
     run.emplace(options, input, output, messages);
     run->Stabilize();
     return kDone;
   } catch (const std::bad_alloc&) {
-    return fail("not enough memory for frames of " + std::to_string(options.size.width) + "x" +
-                std::to_string(options.size.height));
+    failure = "frame " + std::to_string(run ? run->FramesIn() : 1) + ": not enough memory for frames of " +
+              std::to_string(options.size.width) + "x" + std::to_string(options.size.height);
   } catch (const WorkError& error) {
-    return fail(error.what());
+    failure = error.what();
   }
+  run.reset();  // ends the progress line
+  return Report(messages, kWorkFailed, failure);
 }
 
 }  // namespace
@@ -127,12 +129,12 @@ int RunCommand(std::span<const char* const> arguments, std::FILE* input, std::FI
     const Options options = ParseOptions(arguments);
     switch (options.action) {
       case Action::PrintHelp:
-        return Print(output, HelpText());
+        return Print(output, messages, HelpText());
       case Action::PrintVersion:
-        return Print(output, "vstabilize " VSTABILIZE_VERSION "\n");
+        return Print(output, messages, "vstabilize " VSTABILIZE_VERSION "\n");
       case Action::PrintOutputSize: {
         const FrameSize size = GetOutputSize(options.settings, options.size);
-        return Print(output, std::to_string(size.width) + "x" + std::to_string(size.height) + "\n");
+        return Print(output, messages, std::to_string(size.width) + "x" + std::to_string(size.height) + "\n");
       }
       case Action::Stabilize:
         return StabilizeStream(options, input, output, messages);

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "host/rawvideo.h"
+#include "host/workerror.h"
 
 namespace {
 

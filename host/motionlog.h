@@ -29,7 +29,7 @@ class MotionLog {
     void operator()(std::FILE* file) const { std::fclose(file); }
   };
 
-  void Fail() const;
+  [[noreturn]] void Fail() const;
 
   std::string m_fileName;
   std::unique_ptr<std::FILE, FileCloser> m_pFile;

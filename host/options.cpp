@@ -8,12 +8,11 @@
 #include <vector>
 
 #include "kernel/frame.h"
+#include "kernel/pathsmoothing.h"
 
 namespace {
 
 using std::string_literals::operator""s;
-
-constexpr std::array<std::int32_t, 8> kWindowLengths = {4, 8, 12, 16, 24, 32, 64, 128};
 
 template <class Integer>
 bool ParseInteger(std::string_view text, Integer& value, int base = 10) {
@@ -61,7 +60,7 @@ void SetSize(Options& options, std::string_view name, std::string_view value) {
 
 void SetWindow(Options& options, std::string_view name, std::string_view value) {
   std::int32_t& window = options.settings.PathSmoothingLevel;
-  if (!ParseInteger(value, window) || std::ranges::find(kWindowLengths, window) == kWindowLengths.end())
+  if (!ParseInteger(value, window) || FindPathWeights(window, false).entries.empty())
     Refuse(name, value, "choose 4, 8, 12, 16, 24, 32, 64 or 128 frames");
 }
 
@@ -166,8 +165,9 @@ constexpr OptionRow kOptions[] = {
 
 void CheckWhole(const Options& options) {
   if (options.size.width == 0) throw UsageError("the frame size is missing: give --size WxH");
-  const Rect roi = MakeKernelParams(options.settings, options.size).roi;
-  if (roi.right == 0)
+  const Rect& roi = options.settings.ROI;
+  if (options.settings.ROIEnabled &&
+      (roi.right <= 0 || roi.bottom <= 0 || roi.left >= options.size.width || roi.top >= options.size.height))
     throw UsageError("--roi: the region lies outside the " + std::to_string(options.size.width) + "x" +
                      std::to_string(options.size.height) + " frame");
 }

@@ -12,9 +12,16 @@ void PrepareStandardStreams() {
 }
 #else
 #include <csignal>
+#include <fcntl.h>
 #include <unistd.h>
 
 bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
 
-void PrepareStandardStreams() { std::signal(SIGPIPE, SIG_IGN); }
+void PrepareStandardStreams() {
+  std::signal(SIGPIPE, SIG_IGN);
+  // The lowest free number is given out first. Read only: a write to what was closed fails.
+  int descriptor = open("/dev/null", O_RDONLY);
+  while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDONLY);
+  if (descriptor >= 0) close(descriptor);
+}
 #endif

@@ -4,6 +4,6 @@
 
 bool IsTerminal(std::FILE* stream);
 
-/// Makes standard input and output carry plain bytes, and a closed output pipe an error instead of the
-/// program's end.
+/// Makes standard input and output carry plain bytes, a closed output pipe an error instead of the program's
+/// end, and a standard stream that is closed an empty one, so that no file opened later takes its place.
 void PrepareStandardStreams();

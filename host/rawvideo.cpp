@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/workerror.h"
+
 namespace {
 
 std::size_t PackedRowBytes(std::int32_t width) { return static_cast<std::size_t>(width) * kBytesPerPixel; }
@@ -23,19 +25,25 @@ RawVideoReader::RawVideoReader(std::FILE* stream, FrameSize size)
 
 RawVideoReader::Result RawVideoReader::Read(std::uint8_t* frame) {
   errno = 0;
-  m_bytesRead = std::fread(m_packed.data(), 1, m_packed.size(), m_pStream);
-  if (std::ferror(m_pStream)) throw WorkError("cannot read the input: " + SystemReason(errno));
-  if (m_bytesRead < m_packed.size()) return m_bytesRead == 0 ? Result::End : Result::CutShort;
+  const std::size_t bytes = std::fread(m_packed.data(), 1, m_packed.size(), m_pStream);
+  const std::string name = "frame " + std::to_string(m_frames + 1);
+  if (std::ferror(m_pStream)) {
+    m_failure = "cannot read " + name + " of the input: " + SystemReason(errno);
+    return Result::Failed;
+  }
+  if (bytes == 0) return Result::End;
+  if (bytes < m_packed.size()) {
+    m_failure = "the input ends inside " + name + " (" + std::to_string(bytes) + " of " +
+                std::to_string(m_packed.size()) + " bytes)";
+    return Result::Failed;
+  }
 
+  ++m_frames;
   const std::size_t rowBytes = PackedRowBytes(m_frame.width);
   const std::uint8_t* packedRow = m_packed.data();
   for (std::int32_t row = m_frame.height; row-- > 0; packedRow += rowBytes)
     std::memcpy(frame + m_frame.Offset(0, row), packedRow, rowBytes);
   return Result::Frame;
-}
-
-std::string RawVideoReader::CutDescription() const {
-  return std::to_string(m_bytesRead) + " of " + std::to_string(m_packed.size()) + " bytes";
 }
 
 RawVideoWriter::RawVideoWriter(std::FILE* stream, FrameSize size)
@@ -53,5 +61,7 @@ void RawVideoWriter::Write(const std::uint8_t* frame, std::ptrdiff_t pitchBytes)
 
   errno = 0;
   if (std::fwrite(m_packed.data(), 1, m_packed.size(), m_pStream) != m_packed.size())
-    throw WorkError("cannot write the output: " + SystemReason(errno));
+    throw WorkError("cannot write frame " + std::to_string(m_frames + 1) +
+                    " of the output: " + SystemReason(errno));
+  ++m_frames;
 }

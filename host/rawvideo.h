@@ -3,38 +3,32 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "engine/stabilizersettings.h"
 #include "kernel/frame.h"
 
-/// Reading, stabilizing or writing failed; the message says where.
-class WorkError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// Frames without padding, top row first, from a stream.
 class RawVideoReader {
  public:
-  enum class Result { Frame, End, CutShort };
+  enum class Result { Frame, End, Failed };
 
   RawVideoReader(std::FILE* stream, FrameSize size);
 
-  /// Reads the next frame into a padded bottom-up one. `CutShort` when the stream ends inside the frame.
-  /// Throws WorkError.
+  /// Reads the next frame into a padded bottom-up one. `Failed` when the stream cannot be read or ends inside
+  /// the frame.
   Result Read(std::uint8_t* frame);
 
-  /// How much there is of the frame that was cut short, for messages.
-  std::string CutDescription() const;
+  /// What failed, and at which frame.
+  const std::string& Failure() const { return m_failure; }
 
  private:
   std::FILE* m_pStream;
   FrameGeometry m_frame;
   std::vector<std::uint8_t> m_packed;
-  std::size_t m_bytesRead = 0;
+  std::int64_t m_frames = 0;
+  std::string m_failure;
 };
 
 /// Frames without padding, top row first, to a stream.
@@ -49,4 +43,5 @@ class RawVideoWriter {
   std::FILE* m_pStream;
   FrameSize m_size;
   std::vector<std::uint8_t> m_packed;
+  std::int64_t m_frames = 0;
 };

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-/// A rectangle in top-down picture coordinates; right and bottom are exclusive.
+/// A rectangle, of a top-down picture where nothing else is said; right and bottom are exclusive.
 struct Rect {
   std::int32_t left, top, right, bottom;
 };

@@ -7,13 +7,13 @@
 
 namespace {
 
-/// a·b - c·d modulo 2^64: strong textures reach products beyond 63 bits, and the wrapped value is the defined
-/// one.
+/// Products are modulo 2^64: strong textures go beyond 63 bits, and the wrapped value is the defined one.
+std::uint64_t WrappedProduct(std::int64_t a, std::int64_t b) {
+  return static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(b);
+}
+
 std::int64_t WrappedDifference(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d) {
-  const auto product = [](std::int64_t p, std::int64_t q) {
-    return static_cast<std::uint64_t>(p) * static_cast<std::uint64_t>(q);
-  };
-  return static_cast<std::int64_t>(product(a, b) - product(c, d));
+  return static_cast<std::int64_t>(WrappedProduct(a, b) - WrappedProduct(c, d));
 }
 
 double ToDouble(std::int64_t value) { return static_cast<double>(value); }
@@ -29,7 +29,8 @@ Inverse2 Invert2(std::int64_t a, std::int64_t b, std::int64_t d) {
   const bool hasFirst = a != 0 || b != 0;
   const bool hasSecond = b != 0 || d != 0;
   if (hasFirst && hasSecond) {
-    const double determinant = ToDouble(d) * ToDouble(a) - ToDouble(WrappedDifference(b, b, 0, 0));
+    const double determinant =
+        ToDouble(d) * ToDouble(a) - ToDouble(static_cast<std::int64_t>(WrappedProduct(b, b)));
     if (determinant == 0) return {std::numeric_limits<double>::infinity(), 0, 0};
     return {ToDouble(d) / determinant, -ToDouble(b) / determinant, ToDouble(a) / determinant};
   }

@@ -17,6 +17,7 @@ TEST(NormalizeRoi, OrdersWidensAndClips) {
   };
   EXPECT_EQ(normalized({50, 40, 10, 40}), std::tuple(10, 39, 50, 40));
   EXPECT_EQ(normalized({-5, -6, -7, -8}), std::tuple(0, 0, 1, 1));
+  EXPECT_EQ(normalized({1, 0, 1, 2}), std::tuple(0, 0, 1, 2));
   EXPECT_EQ(normalized({0, 0, 10000, 10000}), std::tuple(0, 0, 320, 240));
   EXPECT_EQ(normalized({300, 200, 400, 300}), std::tuple(300, 200, 320, 240));
   EXPECT_EQ(normalized({320, 0, 400, 240}), std::tuple(0, 0, 0, 0)) << "outside";
@@ -54,6 +55,16 @@ TEST(OutputSize, ShrinksOnlyWhenMarginsAreCroppedAway) {
     settings.ClippingOption = other;
     EXPECT_EQ(size(), std::tuple(640, 480));
   }
+}
+
+TEST(StabilizerSettings, StartWithTheDefaults) {
+  const StabilizerSettings settings;
+  EXPECT_TRUE(settings.Enabled);
+  EXPECT_EQ(Edges(settings.ROI), std::tuple(0, 0, 10000, 10000));
+  EXPECT_EQ(settings.InterpolationType, 1);
+  EXPECT_EQ(settings.GlobalEstimationQuality, 2);
+  EXPECT_FALSE(settings.ROIEnabled || settings.CropEnabled || settings.UseAdvancedEngine ||
+               settings.AdvancedEngineAvailable);
 }
 
 TEST(KernelParamsFromSettings, ApplyRegionAndMarginsOnlyWhenEnabled) {

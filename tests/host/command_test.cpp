@@ -1,5 +1,7 @@
 #include "host/command.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -10,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "host/options.h"
+#include "host/progress.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
 #include "support/scene.h"
@@ -158,20 +162,22 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
            {"", "--size"},
            {"--rotation", "--size"},
            {"--size", "--size"},
-           {"--size 64", "64"},
+           {"--size 67", "67"},
            {"--size 64x48x2", "64x48x2"},
            {"--size 64x", "64x"},
            {"--size -64x48", "-64x48"},
            {"--size 1x100", "at least 2"},
            {"--size 99999999999x4", "99999999999x4"},
            {"--size 40000x40000", "2147483647"},
-           {"--size 64x48 --window 31", "31"},
-           {"--size 64x48 --quality 0", "0"},
+           {"--size 64x48 --window 33", "33"},
+           {"--size 64x48 --quality 7", "7"},
            {"--size 64x48 --roi 1,2,3", "1,2,3"},
            {"--size 64x48 --roi 30,10,20,40", "30,10,20,40"},
            {"--size 64x48 --roi 64,0,80,48", "outside the 64x48"},
+           {"--size 64x48 --roi=-9,-9,-1,-1", "outside the 64x48"},
+           {"--size 64x48 --frames -3", "-3"},
            {"--size 64x48 --crop -1,4", "-1,4"},
-           {"--size 64x48 --crop 4", "4"},
+           {"--size 64x48 --crop 517", "517"},
            {"--size 64x48 --clip zoom", "outline, crop or stretch"},
            {"--size 64x48 --interpolation cubic", "cubic"},
            {"--size 64x48 --background red", "red"},
@@ -196,16 +202,18 @@ TEST(Command, HelpsAndTellsItsVersion) {
   const Outcome help = RunWords("--help --nonsense");
   EXPECT_EQ(help.code, 0);
   const std::string text(help.output.begin(), help.output.end());
-  for (const char* const option :
-       {"--size", "--window", "--rotation", "--quality", "--roi", "--crop", "--clip", "--interpolation",
-        "--background", "--engine", "--motion", "--frames", "--simd", "--quiet", "--help", "--version"})
+  for (const char* const option : {"--output-size", "--size", "--window", "--rotation", "--quality", "--roi",
+                                   "--crop", "--clip", "--interpolation", "--background", "--engine",
+                                   "--motion", "--frames", "--simd", "--quiet", "--help", "--version"})
     EXPECT_NE(text.find(option), std::string::npos) << option;
-  EXPECT_EQ(RunWords("--version").output.size(), std::string("vstabilize 1.0.0\n").size());
+  const Bytes version = RunWords("--version").output;
+  EXPECT_EQ(std::string(version.begin(), version.end()).rfind("vstabilize ", 0), 0U);
 }
 
 TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
   Bytes input = ShotClip(7);
   const Outcome whole = RunWords("--size 101x90 --window 8", input);
+  ASSERT_EQ(whole.output.size(), input.size());
   input.insert(input.end(), 1000, 0);
   const Outcome cut = RunWords("--size 101x90 --window 8", input);
   EXPECT_EQ(cut.code, 1);
@@ -214,13 +222,81 @@ TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
   EXPECT_EQ(cut.output, whole.output);
 }
 
+TEST(Command, MapsEachQuality) {
+  for (std::uint32_t quality = 0; quality < 4; ++quality) {
+    const std::string words = "--size 64x48 --quality " + std::to_string(quality + 1);
+    std::istringstream stream(words);
+    const std::vector<std::string> arguments{std::istream_iterator<std::string>(stream), {}};
+    std::vector<const char*> pointers;
+    for (const std::string& argument : arguments) pointers.push_back(argument.c_str());
+    EXPECT_EQ(ParseOptions(pointers).settings.GlobalEstimationQuality, static_cast<std::int32_t>(quality));
+  }
+}
+
+#ifdef __linux__
+TEST(Command, WritesTheWholeFramesOfAnInputThatCannotBeRead) {
+  struct Source {
+    Bytes clip = ShotClip(7);
+    std::size_t position = 0;
+  } source;
+  const auto read = [](void* cookie, char* buffer, std::size_t size) -> ssize_t {
+    auto& from = *static_cast<Source*>(cookie);
+    const std::size_t count = std::min(size, from.clip.size() - from.position);
+    if (count == 0) return errno = EIO, -1;
+    std::copy_n(from.clip.begin() + static_cast<std::ptrdiff_t>(from.position), count, buffer);
+    from.position += count;
+    return static_cast<ssize_t>(count);
+  };
+  const File input(
+      fopencookie(&source, "rb", {.read = read, .write = nullptr, .seek = nullptr, .close = nullptr}));
+  const File output = TemporaryFile(), messages = TemporaryFile();
+  const char* const arguments[] = {"--size", "101x90", "--window", "8"};
+  EXPECT_EQ(RunCommand(arguments, input.get(), output.get(), messages.get()), 1);
+  EXPECT_EQ(ReadAll(output.get()).size(), source.clip.size());
+  const Bytes text = ReadAll(messages.get());
+  EXPECT_NE(std::string(text.begin(), text.end()).find("cannot read frame 8"), std::string::npos);
+}
+#endif
+
 TEST(Command, ReportsAnOutputThatTakesNoMore) {
   const File full(std::fopen("/dev/full", "wb"));
   if (!full) GTEST_SKIP() << "this system has no /dev/full";
   const Outcome outcome = RunWords("--size 101x90 --window 4", ShotClip(), full.get());
   EXPECT_EQ(outcome.code, 1);
   EXPECT_TRUE(IsOneLine(outcome.messages));
-  EXPECT_NE(outcome.messages.find("frame 1: cannot write the output"), std::string::npos) << outcome.messages;
+  EXPECT_NE(outcome.messages.find("cannot write frame 1 of the output"), std::string::npos)
+      << outcome.messages;
+}
+
+TEST(Command, ReportsEveryPlaceThatTakesNoMore) {
+  const File full(std::fopen("/dev/full", "wb"));
+  if (!full) GTEST_SKIP() << "this system has no /dev/full";
+  EXPECT_EQ(RunWords("--help", {}, full.get()).code, 1);
+  EXPECT_EQ(RunWords("--size 64x48 --output-size", {}, full.get()).code, 1);
+  const Outcome outcome = RunWords("--size 101x90 --window 4 --motion /dev/full", ShotClip());
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_NE(outcome.messages.find("cannot write the motion file /dev/full"), std::string::npos)
+      << outcome.messages;
+  EXPECT_EQ(outcome.output.size(), ShotClip().size()) << "the frames are not lost for it";
+}
+
+TEST(Progress, TellsFramesSpeedAndTimeLeft) {
+  const auto drawn = [](std::int64_t total, bool enabled) {
+    const File terminal = TemporaryFile();
+    {
+      Progress progress(terminal.get(), total, enabled);
+      progress.Update(5);
+    }
+    const Bytes text = ReadAll(terminal.get());
+    return std::string(text.begin(), text.end());
+  };
+  const std::string known = drawn(10, true);
+  EXPECT_NE(known.find("[###############...............] 5/10 frames"), std::string::npos) << known;
+  EXPECT_NE(known.find(" a second, 0:00 left"), std::string::npos) << known;
+  EXPECT_EQ(known.back(), '\n');
+  EXPECT_EQ(drawn(0, true).find("left"), std::string::npos);
+  EXPECT_NE(drawn(3, true).find("5/5"), std::string::npos) << "more than announced";
+  EXPECT_EQ(drawn(10, false), "");
 }
 
 TEST(Command, LogsMotionAndCorrectionOfEachFrame) {

@@ -101,13 +101,15 @@ TEST(KernelEqualsItsLiteralModel, AtTheFinePrecisions) {
   for (const auto& [width, height] : {std::pair{400, 90}, {89, 401}, {399, 399}, {420, 410}}) {
     const Scene scene({width, height}, 24);
     for (const std::uint32_t coefficients : {0U, 1U}) {
-      KernelParams params = RandomParams(random, width, height);
-      params.windowLength = 4;
-      params.estimationCoefficients = coefficients;
-      params.roi = {0, 0, width, height};
-      params.estimationQuality = 0;
-      ExpectSameRun(params, 6, [&](int i) { return scene.Shoot(ShakyPose(i)); });
-      if (HasFailure()) return;
+      for (const std::uint32_t quality : {0U, 2U, 3U}) {
+        KernelParams params = RandomParams(random, width, height);
+        params.windowLength = 4;
+        params.estimationCoefficients = coefficients;
+        params.roi = {0, 0, width, height};
+        params.estimationQuality = quality;
+        ExpectSameRun(params, 5, [&](int i) { return scene.Shoot(ShakyPose(i)); });
+        if (HasFailure()) return;
+      }
     }
   }
 }
@@ -158,6 +160,30 @@ TEST(KernelEqualsItsLiteralModel, OnFramesWithoutExplanation) {
         if (HasFailure()) return;
       }
     }
+  }
+}
+
+TEST(KernelEqualsItsLiteralModel, OnManySmallHostileRunsOfEveryWindow) {
+  std::mt19937 random(14);
+  for (int round = 0; round < 300; ++round) {
+    const std::int32_t width = 4 + Below(random, 20), height = 4 + Below(random, 20);
+    KernelParams params = RandomParams(random, width, height);
+    params.windowLength = OneOf(random, {4, 4, 4, 8, 16, 24, 32});
+    params.estimationCoefficients = OneOf(random, {0U, 1U});
+    params.gaussianWeights = OneOf(random, {0, 1});
+    params.roi = {0, 0, width, height};
+    const FrameGeometry frame(width, height);
+    ExpectSameRun(params, params.windowLength / 2 + 12,
+                  [&](int i) { return HostileFrame(frame, i * 7 + round); });
+    if (HasFailure()) return;
+  }
+  for (const std::int32_t window : {64, 128}) {
+    KernelParams params = DefaultParams(24, 20);
+    params.windowLength = window;
+    params.gaussianWeights = 1;
+    const Scene scene({24, 20}, 24);
+    ExpectSameRun(params, window + 10, [&](int i) { return scene.Shoot(ShakyPose(i)); });
+    if (HasFailure()) return;
   }
 }
 

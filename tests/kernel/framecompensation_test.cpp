@@ -77,6 +77,33 @@ TEST(FrameCompensation, ReadsTheNextPixelFrom255Of512On) {
       EXPECT_EQ(PixelAt(output, row * 96 + column * 3), PixelAt(source, frame.Offset(column + 4, row + 3)));
 }
 
+TEST(FrameCompensation, SwitchesToTheNextPixelAt255) {
+  const Bytes source = {1, 1, 1, 2, 2, 2, 0, 0, 3, 3, 3, 4, 4, 4, 0, 0};
+  for (const auto& [fraction, x, y] : {std::array{254, 0, 0}, {255, 1, 1}, {256, 1, 1}}) {
+    Bytes out(3);
+    kScalarOps.warpRowNearest(source.data(), 8, {fraction, fraction, 512, 0, 9}, {0, 1}, out.data());
+    EXPECT_EQ(out[0], 1 + x + 2 * y) << fraction;
+  }
+}
+
+TEST(FrameCompensation, FormsTheMagnifiedShiftFromLeftToRight) {
+  // 5 × (32 / 28) × 28 is a hair below 160 in 64-bit floating point and is cut to 159: 1/64 of a source
+  // pixel.
+  const FrameGeometry frame(96, 96);
+  Bytes source(static_cast<std::size_t>(frame.SizeBytes()));
+  for (std::size_t i = 0; i < source.size(); ++i) source[i] = i / 3 % 2 == 0 ? 0 : 255;
+  const KernelParams params = Params(96, 96, ClippingOption::CropAndStretch, 6, 6);
+  ASSERT_EQ(ComputeZoom(ClippingOption::CropAndStretch, 96, 96, 6, 6), 28);
+  const Bytes output = Compensate(params, source, {5, 0, 0});
+  for (std::int32_t column = 20; column < 70; ++column) {
+    // In units of 1/64 pixel.
+    const std::int32_t position = 2 * column * 28 - 95 * 28 + 32 * 96 - 2 * 159;
+    const std::int32_t weight = position % 64 * 8, left = position / 64 % 2 == 0 ? 0 : 255;
+    const std::int32_t top = left * 512 + (255 - 2 * left) * weight;
+    EXPECT_EQ(output[static_cast<std::size_t>(frame.Offset(column, 48))], top * 512 >> 18) << column;
+  }
+}
+
 TEST(FrameCompensation, ChoosesTheNearestTabulatedZoom) {
   const auto zoom = [](std::int32_t marginX, std::int32_t marginY) {
     return ComputeZoom(ClippingOption::CropAndStretch, 640, 480, marginX, marginY);
@@ -86,6 +113,20 @@ TEST(FrameCompensation, ChoosesTheNearestTabulatedZoom) {
   EXPECT_EQ(zoom(160, 0), 16);
   EXPECT_EQ(zoom(0, 239), 16) << "no magnification is near: the strongest";
   EXPECT_EQ(ComputeZoom(ClippingOption::Crop, 640, 480, 64, 48), 32);
+  EXPECT_EQ(ComputeZoom(ClippingOption::CropAndStretch, 151, 151, 13, 0), 26)
+      << "the stronger of two as near";
+  // Needs that are nearest to one of the four-decimal values and not to its exact ratio.
+  for (const auto& [width, margin, step] : {std::array{33, 8, 17},
+                                            {1435, 303, 18},
+                                            {592, 125, 19},
+                                            {755, 124, 21},
+                                            {323, 48, 22},
+                                            {1113, 148, 23},
+                                            {698, 71, 26},
+                                            {667, 47, 28},
+                                            {509, 12, 31}})
+    EXPECT_EQ(ComputeZoom(ClippingOption::CropAndStretch, width, width, margin, 0), step)
+        << width << " " << margin;
   // 1.04948 is nearer to 1.0323 than to 1.0667, though nearer to 32 / 30 than to 32 / 31.
   EXPECT_EQ(ComputeZoom(ClippingOption::CropAndStretch, 104948, 100, 2474, 0), 31);
 }

@@ -97,7 +97,7 @@ TEST(MotionEstimation, FindsAShiftOfTheContent) {
 TEST(MotionEstimation, FindsARotationWhereItIsEstimated) {
   const Scene scene({640, 480}, 24);
   const MotionRecord fine = Estimate(scene, {}, {0, 0, 1.5}, 1, 0);
-  EXPECT_NEAR(std::abs(fine.theta), 1.5, 0.1);
+  EXPECT_NEAR(fine.theta, -1.5, 0.1) << "the content turns against the camera";
   EXPECT_NEAR(fine.dx, 0, 1);
   const MotionRecord coarse = Estimate(scene, {}, {-16, 8, 1.5}, 1, 3);
   EXPECT_EQ(coarse.theta, 0.0);
@@ -133,6 +133,11 @@ TEST(Solver, LeavesAxesWithoutGradientAtZero) {
     EXPECT_EQ(pair.theta, -2.0);
     EXPECT_EQ(pair.x, 0.0);
     EXPECT_EQ(pair.y, -1.0);
+    const MotionUpdate shift =
+        SolveRotation({.xx = 2 * scale, .yy = 4 * scale, .xt = 2 * scale, .yt = 2 * scale});
+    EXPECT_EQ(shift.theta, 0.0);
+    EXPECT_EQ(shift.x, -2.0);
+    EXPECT_EQ(shift.y, -1.0);
     const MotionUpdate all = SolveRotation({.rr = 2 * scale,
                                             .xx = 4 * scale,
                                             .yy = 8 * scale,
@@ -155,6 +160,24 @@ TEST(Solver, GivesAZeroUpdateWhenTheEquationsSayNothing) {
   expectZero(SolveRotation({}));
   expectZero(SolveTranslation({.xx = 4, .xy = 4, .yy = 4, .xt = 1, .yt = 1}));
   expectZero(SolveRotation({.rr = 4, .rx = 4, .xx = 4, .yy = 1, .rt = 1}));
+}
+
+TEST(Solver, ScalesOnlyEntriesAbove2To31) {
+  // Scaling drops the lowest 10 bits: the second row vanishes with it and stays without it.
+  const std::int64_t limit = std::int64_t{1} << 31;
+  const auto estimatesX = [](const RotationSums& sums) { return SolveRotation(sums).x != 0; };
+  EXPECT_TRUE(estimatesX({.rr = limit, .xx = 1000, .xt = 1000}));
+  EXPECT_FALSE(estimatesX({.rr = limit + 1, .xx = 1000, .xt = 1000}));
+  EXPECT_TRUE(estimatesX({.rr = 1, .ry = -limit - 1, .xx = 1000, .yy = 1, .xt = 1000}))
+      << "the test is signed";
+  EXPECT_FALSE(estimatesX({.rr = 1, .ry = limit + 1, .xx = 1000, .yy = 1, .xt = 1000}))
+      << "every entry counts";
+}
+
+TEST(Solver, RoundsStepsBeforeItJudgesThem) {
+  // 2147483647.5 rounds to 2^31, which does not fit.
+  EXPECT_EQ(SolveTranslation({.xx = 4, .yy = 1, .xt = -4294967295, .yt = 1}).y, 0.0);
+  EXPECT_EQ(SolveTranslation({.xx = 4, .yy = 1, .xt = -4294967294, .yt = 1}).y, -2.0);
 }
 
 TEST(Solver, AcceptsTheLargestStepsOnly) {

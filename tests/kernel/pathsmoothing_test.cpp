@@ -57,6 +57,12 @@ TEST(PathSmoothing, DropsFarCorrectionsOnTheirAxisOnly) {
   EXPECT_EQ(jolt(60, 61).theta, -45.0);
 }
 
+TEST(PathSmoothing, FormsTheLimitInSinglePrecision) {
+  // 0.6 of this side is 2097154.8; as a single-precision product it is 2097155.
+  EXPECT_EQ(Correct({{}, {}, {4194308, 0, 0}, {}}, false, 3495258, 8).dx, 2097154);
+  EXPECT_EQ(Correct({{}, {}, {4194310, 0, 0}, {}}, false, 3495258, 8).dx, 0);
+}
+
 TEST(PathSmoothing, WrapsItsIntegerSumsAt32Bits) {
   const std::int32_t huge = 1 << 30;
   // 2·2^30 wraps to -2^31, and 2·2^30 + 2·2^30 to 0.

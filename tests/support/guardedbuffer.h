@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-/// Bytes between two guards: a write just outside is seen by `GuardsIntact`, and the sanitizers see one
-/// further away.
+/// Bytes between two guards: a write just outside is seen by `GuardsIntact`.
 class GuardedBuffer {
  public:
   explicit GuardedBuffer(const std::vector<std::uint8_t>& content)
