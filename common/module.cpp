@@ -1,5 +1,6 @@
 #include "common/module.h"
 
+#include <cstddef>
 #include <memory>
 
 namespace {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <span>
-#include <vector>
 
 /// An open registry key, closed with the object. Functions give Win32 error codes.
 class CRegistryKey {

@@ -22,8 +22,8 @@ HRESULT RegisterModuleTypeLibrary(HMODULE module, bool showMessages) {
     std::wstring path;
     std::string name;
     HRESULT hr = GetModulePath(module, &path);
-    if (SUCCEEDED(hr)) hr = GetModulePath(module, &name);
     if (FAILED(hr)) return hr;
+    GetModulePath(module, &name);  // for messages only
 
     Microsoft::WRL::ComPtr<ITypeLib> library;
     hr = LoadTypeLib(path.c_str(), &library);

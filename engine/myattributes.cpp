@@ -21,6 +21,8 @@ void MyAttributes::SetCallback(MyAttributesCallback* callback) {
   m_pCallback = callback;
 }
 
+void MyAttributes::ClearDirty() { m_dirty = false; }
+
 IMFAttributes* MyAttributes::Inner() const {
   DebugAssert(m_pAttributes.Get() != nullptr, "m_pAttributes", "myattributes");
   return m_pAttributes.Get();

@@ -34,7 +34,7 @@ class MyAttributes final : public IMFAttributes {
   void SetCallback(MyAttributesCallback* callback);
 
   /// Drops a notification that is due. To be called with the store locked.
-  void ClearDirty() { m_dirty = false; }
+  void ClearDirty();
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
@@ -93,11 +93,15 @@ class MyAttributes final : public IMFAttributes {
   bool m_dirty = false;
 };
 
-/// Holds a store's lock for a scope.
+/// Holds a store's lock for a scope; nothing when there is no store.
 class CStoreLock {
  public:
-  explicit CStoreLock(IMFAttributes* store) : m_pStore(store) { m_pStore->LockStore(); }
-  ~CStoreLock() { m_pStore->UnlockStore(); }
+  explicit CStoreLock(IMFAttributes* store) : m_pStore(store) {
+    if (m_pStore) m_pStore->LockStore();
+  }
+  ~CStoreLock() {
+    if (m_pStore) m_pStore->UnlockStore();
+  }
   CStoreLock(const CStoreLock&) = delete;
   CStoreLock& operator=(const CStoreLock&) = delete;
 

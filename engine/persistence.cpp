@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <mfapi.h>
+#include <span>
 
 #include "common/comboundary.h"
 #include "common/registrykey.h"
@@ -34,13 +35,13 @@ STDMETHODIMP CVKVStabilizeImpl::ResetToDefaults() {
 }
 
 HRESULT CVKVStabilizeImpl::WriteDefaults() {
-  m_pAttributes->LockStore();
+  Store()->LockStore();
   for (const SettingDefault& setting : kSettingDefaults) {
-    const HRESULT hr = m_pAttributes->SetUINT32(setting.key, setting.value);
+    const HRESULT hr = Store()->SetUINT32(setting.key, setting.value);
     // The store stays locked and the rest as it was: what depends on a whole reset must not go on.
     if (FAILED(hr)) return hr;
   }
-  m_pAttributes->UnlockStore();
+  Store()->UnlockStore();
   return S_OK;
 }
 
@@ -57,9 +58,9 @@ STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
     const BlobBuffer blob(size);
     if (key.QueryData(kValueName, blob.view, &size) != ERROR_SUCCESS) return S_OK;
 
-    // Nobody sees the store half filled, and the change is told once.
-    const CStoreLock lock(m_pAttributes.Get());
-    hr = MFInitAttributesFromBlob(m_pAttributes.Get(), blob.Data(), size);
+    // The kernel is never set up from a half filled store, and the change is told once.
+    const CStoreLock lock(Store());
+    hr = MFInitAttributesFromBlob(Store(), blob.Data(), size);
     if (FAILED(hr)) WriteDefaults();
     return hr;
   });
@@ -74,12 +75,12 @@ STDMETHODIMP CVKVStabilizeImpl::SaveAttributes() {
     LSTATUS status = key.Create(HKEY_CURRENT_USER, kKeyName, KEY_READ | KEY_WRITE);
     if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
     // Size and content of one moment.
-    const CStoreLock lock(m_pAttributes.Get());
+    const CStoreLock lock(Store());
     UINT32 size = 0;
-    hr = MFGetAttributesAsBlobSize(m_pAttributes.Get(), &size);
+    hr = MFGetAttributesAsBlobSize(Store(), &size);
     if (FAILED(hr)) return hr;
     const BlobBuffer blob(size);
-    hr = MFGetAttributesAsBlob(m_pAttributes.Get(), blob.Data(), size);
+    hr = MFGetAttributesAsBlob(Store(), blob.Data(), size);
     if (FAILED(hr)) return hr;
     status = key.SetData(kValueName, REG_BINARY, blob.view);
     return HRESULT_FROM_WIN32(status);

@@ -39,26 +39,29 @@ CVKVStabilizeImpl::CVKVStabilizeImpl(const GUID& transformClass, VKVStabilizeImp
       m_createAttributes(createAttributes),
       m_pCallback(callback),
       m_pStabilizeVideoKernel(new (std::nothrow) CStabilizeVideoKernel) {
-  if (SUCCEEDED(CreateStore())) ResetToDefaults();
+  ResetToDefaults();
 }
 
 CVKVStabilizeImpl::~CVKVStabilizeImpl() {
-  if (m_pAttributes) m_pAttributes->SetCallback(nullptr);
+  if (m_pStore) m_pStore->SetCallback(nullptr);
 }
 
 void CVKVStabilizeImpl::DetachCallback() {
-  if (!m_pAttributes) return;
-  const CStoreLock lock(m_pAttributes.Get());
   m_pCallback = nullptr;
+  const CStoreLock waitForARunningCall(Store());
 }
 
 HRESULT CVKVStabilizeImpl::CreateStore() {
-  const CAutoLock lock(m_settingsLock);
-  if (m_pAttributes) return S_OK;
+  if (Store()) return S_OK;
+  // Nobody can hold the store's lock yet, so this one may be taken under any other.
+  const CAutoLock lock(m_creationLock);
+  if (m_pStore) return S_OK;
   const HRESULT hr =
-      MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pAttributes);
-  if (SUCCEEDED(hr)) m_pAttributes->SetCallback(this);
-  return hr;
+      MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
+  if (FAILED(hr)) return hr;
+  m_pStore->SetCallback(this);
+  m_pAttributes = m_pStore.Get();
+  return S_OK;
 }
 
 // Frames
@@ -103,10 +106,9 @@ bool CVKVStabilizeImpl::IsKernelUpToDate() {
   return !(m_settingsChanged && ReadFlag(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True));
 }
 
-bool CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
-  // A change that comes in while the kernel is set up must not be taken for one that it has seen.
-  const unsigned version = SettingsVersion();
-  const KernelParams params = MakeKernelParams(TakeSnapshot(), frame);
+void CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
+  unsigned version = 0;
+  const KernelParams params = MakeKernelParams(TakeSnapshot(&version), frame);
   {
     const CAutoLock lock(m_kernelLock);
     ++m_streamNumber;
@@ -114,7 +116,6 @@ bool CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
     DebugAssert(fRet, "fRet", kFile);
   }
   ClearSettingsChanged(version);
-  return true;
 }
 
 // The transform asks these two from its callback, where the store may be locked: they take no settings lock,
@@ -122,6 +123,7 @@ bool CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
 
 void CVKVStabilizeImpl::GetOutputSize(SIZE& sz) {
   StabilizerSettings settings;
+  const CStoreLock lock(Store());
   settings.CropEnabled = ReadFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False);
   settings.ClippingOption = ReadNumber(VKVSTAB_ATTR_CLIPPING_OPTION);
   settings.LeftRightCropMargin = ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN);
@@ -132,6 +134,7 @@ void CVKVStabilizeImpl::GetOutputSize(SIZE& sz) {
 }
 
 bool CVKVStabilizeImpl::ChangesFrameSize() {
+  const CStoreLock lock(Store());
   return ReadFlag(VKVSTAB_ATTR_ENABLED, Missing::True) && IsCropping() &&
          (ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN) > 0 ||
           ReadNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN) > 0);
@@ -146,15 +149,15 @@ bool CVKVStabilizeImpl::IsCropping() const {
 
 HRESULT CVKVStabilizeImpl::AttributesChanged() {
   DebugTrace("\nCVKVStabilizeImpl::AttributesChanged");
-  const CStoreLock lock(m_pAttributes.Get());
+  const CStoreLock lock(m_pStore.Get());
   MarkSettingsChanged();
   if (IsCropping()) NotifyOutputChanged();
-  m_pAttributes->ClearDirty();
+  m_pStore->ClearDirty();
   return S_OK;
 }
 
 void CVKVStabilizeImpl::NotifyOutputChanged() {
-  if (m_pCallback) m_pCallback->OutputChanged();
+  if (VKVStabilizeImplCB* const callback = m_pCallback) callback->OutputChanged();
 }
 
 void CVKVStabilizeImpl::MarkSettingsChanged() {
@@ -170,7 +173,8 @@ unsigned CVKVStabilizeImpl::SettingsVersion() {
 
 void CVKVStabilizeImpl::ClearSettingsChanged(unsigned version) {
   const CAutoLock lock(m_changeLock);
-  if (version == m_settingsVersion) m_settingsChanged = false;
+  // What changed since the snapshot, or was taken over by another thread's newer one, is still to be seen.
+  m_settingsChanged = version != m_settingsVersion;
 }
 
 bool CVKVStabilizeImpl::IsReconnectPending() {
@@ -212,12 +216,13 @@ void CVKVStabilizeImpl::TakeColor(std::array<std::uint8_t, 3>& field) {
     field = {GetBValue(translated), GetGValue(translated), GetRValue(translated)};
 }
 
-StabilizerSettings CVKVStabilizeImpl::TakeSnapshot() {
+StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
   StabilizerSettings settings;
-  if (!m_pAttributes) return settings;
-  // All fields of one moment: neither a put nor a batch of writes comes between them.
+  // All of one moment: neither a put nor a batch of writes comes in between.
   const CAutoLock lock(m_settingsLock);
-  const CStoreLock storeLock(m_pAttributes.Get());
+  const CStoreLock storeLock(Store());
+  *version = SettingsVersion();
+  if (!Store()) return settings;
   TakeFlag(&CVKVStabilizeImpl::get_Enabled, settings.Enabled);
   TakeFlag(&CVKVStabilizeImpl::get_ROIEnabled, settings.ROIEnabled);
   TakeNumber(&CVKVStabilizeImpl::get_ROITop, settings.ROI.top);
@@ -314,7 +319,7 @@ STDMETHODIMP CVKVStabilizeImpl::Invoke(DISPID id, REFIID, LCID, WORD flags, DISP
 // Access to the items
 
 bool CVKVStabilizeImpl::ReadItem(const GUID& key, UINT32* value) const {
-  return m_pAttributes && SUCCEEDED(m_pAttributes->GetUINT32(key, value));
+  return Store() && SUCCEEDED(Store()->GetUINT32(key, value));
 }
 
 bool CVKVStabilizeImpl::ReadFlag(const GUID& key, Missing missing) const {
@@ -335,7 +340,7 @@ HRESULT CVKVStabilizeImpl::GetFlag(const GUID& key, Missing missing, VARIANT_BOO
 }
 
 void CVKVStabilizeImpl::WriteFlagIfDifferent(const GUID& key, Missing missing, bool value) {
-  if (m_pAttributes && ReadFlag(key, missing) != value) m_pAttributes->SetUINT32(key, value ? 1 : 0);
+  if (Store() && ReadFlag(key, missing) != value) Store()->SetUINT32(key, value ? 1 : 0);
 }
 
 HRESULT CVKVStabilizeImpl::PutFlag(const GUID& key, Missing missing, VARIANT_BOOL newVal) {
@@ -356,8 +361,8 @@ HRESULT CVKVStabilizeImpl::GetNumber(const GUID& key, Number* pVal) {
 template <class Number>
 HRESULT CVKVStabilizeImpl::PutNumber(const GUID& key, Number newVal) {
   const CAutoLock lock(m_settingsLock);
-  if (m_pAttributes && ReadNumber(key) != std::bit_cast<std::int32_t>(newVal))
-    m_pAttributes->SetUINT32(key, std::bit_cast<UINT32>(newVal));
+  if (Store() && ReadNumber(key) != std::bit_cast<std::int32_t>(newVal))
+    Store()->SetUINT32(key, std::bit_cast<UINT32>(newVal));
   return S_OK;
 }
 
@@ -378,9 +383,8 @@ STDMETHODIMP CVKVStabilizeImpl::get_AutoReconnect(VARIANT_BOOL* pVal) {
 }
 
 STDMETHODIMP CVKVStabilizeImpl::put_AutoReconnect(VARIANT_BOOL newVal) {
-  if (!m_pAttributes) return S_OK;
   // The store's lock is the outer one, so that the notification comes after the change lock is left.
-  const CStoreLock storeLock(m_pAttributes.Get());
+  const CStoreLock storeLock(Store());
   const CAutoLock lock(m_changeLock);
   WriteFlagIfDifferent(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True, newVal != VARIANT_FALSE);
   return S_OK;
@@ -408,7 +412,7 @@ STDMETHODIMP CVKVStabilizeImpl::put_ROIBottom(LONG newVal) {
   return PutNumber(VKVSTAB_ATTR_ROI_BOTTOM, newVal);
 }
 
-// The right edge has always been the bottom edge's item.
+// The right edge is the bottom edge's item, and so follows it.
 STDMETHODIMP CVKVStabilizeImpl::get_ROIRight(LONG* pVal) { return get_ROIBottom(pVal); }
 
 STDMETHODIMP CVKVStabilizeImpl::put_ROIRight(LONG newVal) { return put_ROIBottom(newVal); }

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <memory>
 #include <mfapi.h>
 #include <wrl/client.h>
@@ -44,7 +45,10 @@ class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallb
 
   /// The settings as attributes; null when they could not be created. Clients may keep them longer than the
   /// facade.
-  IMFAttributes* Attributes() const { return m_pAttributes.Get(); }
+  IMFAttributes* Attributes() const { return Store(); }
+
+  /// All settings of one moment, and the number of the last change that they hold.
+  StabilizerSettings TakeSnapshot(unsigned* version);
 
   /// Stabilizes the padded bottom-up frame at `pixels` in place. `noOutput` becomes true while the kernel's
   /// delay line fills, and when there is no kernel to process the frame, for which false is returned.
@@ -132,6 +136,7 @@ class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallb
   // MyAttributesCallback
   HRESULT AttributesChanged() override;
 
+  MyAttributes* Store() const { return m_pAttributes; }
   HRESULT CreateStore();
   HRESULT WriteDefaults();
   bool ReadItem(const GUID& key, UINT32* value) const;
@@ -152,9 +157,8 @@ class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallb
   template <class Value>
   void TakeNumber(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*), std::int32_t& field);
   void TakeColor(std::array<std::uint8_t, 3>& field);
-  StabilizerSettings TakeSnapshot();
 
-  bool InitializeKernel(FrameSize frame);
+  void InitializeKernel(FrameSize frame);
   bool IsKernelUpToDate();
   void MarkSettingsChanged();
   unsigned SettingsVersion();
@@ -166,13 +170,15 @@ class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallb
   const MyAttributes::CreateFunction m_createAttributes;
   CCriticalSection m_settingsLock;
   Microsoft::WRL::ComPtr<ITypeInfo> m_pTypeInfo;  // guarded by the settings lock
-  Microsoft::WRL::ComPtr<MyAttributes> m_pAttributes;
+  CCriticalSection m_creationLock;
+  Microsoft::WRL::ComPtr<MyAttributes> m_pStore;       // guarded by the creation lock
+  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same for readers, once it is complete
   CCriticalSection m_changeLock;
   // Guarded by the change lock:
-  bool m_reconnectPending = false;  // nothing raises it today
+  bool m_reconnectPending = false;  // nothing raises it
   bool m_settingsChanged = false;
   unsigned m_settingsVersion = 0;
-  VKVStabilizeImplCB* m_pCallback;  // guarded by the store's lock
+  std::atomic<VKVStabilizeImplCB*> m_pCallback;  // called with the store locked
   std::unique_ptr<CStabilizeVideoKernel> m_pStabilizeVideoKernel;
   unsigned m_streamNumber = 0;  // guarded by the kernel lock
   CCriticalSection m_kernelLock;

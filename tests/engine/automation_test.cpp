@@ -179,6 +179,44 @@ TEST_F(TypeLibrary, DeclaresTheInterfacesMemberByMember) {
   ExpectMembers(VtableView(__uuidof(IVKFVStabilize)).Get(), kMembers2, 7 + 35);
 }
 
+TEST_F(TypeLibrary, DeclaresNothingElse) {
+  std::map<std::wstring, TYPEKIND> found;
+  for (UINT i = 0; i < m_pLibrary->GetTypeInfoCount(); ++i) {
+    ComPtr<ITypeInfo> info;
+    TYPEKIND kind = TKIND_MAX;
+    ASSERT_EQ(m_pLibrary->GetTypeInfo(i, &info), S_OK);
+    ASSERT_EQ(m_pLibrary->GetTypeInfoType(i, &kind), S_OK);
+    found[NameOf(info.Get())] = kind;
+  }
+  const std::map<std::wstring, TYPEKIND> expected = {{L"VKFVStabilizeAbout", TKIND_COCLASS},
+                                                     {L"VKFVStabilizePropertyPage", TKIND_COCLASS},
+                                                     {L"VKFVStabilize", TKIND_COCLASS},
+                                                     {L"IVKFVStabilize", TKIND_DISPATCH},
+                                                     {L"IVKFVStabilize1", TKIND_DISPATCH},
+                                                     {L"vkvstab_GlobalEstimationCoefficients", TKIND_ENUM},
+                                                     {L"vkvstab_GlobalEstimationQuality", TKIND_ENUM},
+                                                     {L"vkvstab_PathSmoothingLevel", TKIND_ENUM},
+                                                     {L"vkvstab_InterpolationType", TKIND_ENUM},
+                                                     {L"vkvstab_enumClippingOption", TKIND_ENUM}};
+  EXPECT_EQ(found, expected);
+}
+
+TEST_F(TypeLibrary, TakesTheColourTypeFromTheStandardLibrary) {
+  const ComPtr<ITypeInfo> info = VtableView(__uuidof(IVKFVStabilize1));
+  FUNCDESC* getColor = nullptr;
+  ASSERT_EQ(info->GetFuncDesc(20, &getColor), S_OK);
+  EXPECT_EQ(getColor->memid, 13);
+  ComPtr<ITypeInfo> color;
+  ComPtr<ITypeLib> library;
+  UINT index = 0;
+  ASSERT_EQ(info->GetRefTypeInfo(getColor->lprgelemdescParam[0].tdesc.lptdesc->hreftype, &color), S_OK);
+  info->ReleaseFuncDesc(getColor);
+  ASSERT_EQ(color->GetContainingTypeLib(&library, &index), S_OK);
+  BSTR name = nullptr;
+  ASSERT_EQ(library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr), S_OK);
+  EXPECT_EQ(Take(name), L"stdole");
+}
+
 TEST_F(TypeLibrary, DeclaresTheClasses) {
   const std::pair<unsigned long, std::pair<const wchar_t*, const wchar_t*>> classes[] = {
       {0xE2B6EDDC, {L"VKFVStabilizeAbout", L"About Varkon MF Video Stabilizer"}},

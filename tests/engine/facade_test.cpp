@@ -67,6 +67,61 @@ TEST_F(Facade, StartsWithTheDefaults) {
   EXPECT_FALSE(m_pFacade->IsReconnectPending());
 }
 
+TEST_F(Facade, WritesTheDefaultsInTheirOrder) {
+  struct Row {
+    const wchar_t* key;
+    UINT32 value;
+  };
+  const Row rows[] = {
+      {L"{E2BCDE61-4757-4897-8FAE-6275CB238B41}", 1},     {L"{E2BCDE62-4757-4897-8FAE-6275CB238B41}", 0},
+      {L"{E2BCDE63-4757-4897-8FAE-6275CB238B41}", 0},     {L"{E2BCDE64-4757-4897-8FAE-6275CB238B41}", 10000},
+      {L"{E2BCDE65-4757-4897-8FAE-6275CB238B41}", 10000}, {L"{E2BCDE66-4757-4897-8FAE-6275CB238B41}", 0},
+      {L"{E2BCDE67-4757-4897-8FAE-6275CB238B41}", 0},     {L"{E2BCDE68-4757-4897-8FAE-6275CB238B41}", 2},
+      {L"{E2BCDE69-4757-4897-8FAE-6275CB238B41}", 32},    {L"{E2BCDE10-4757-4897-8FAE-6275CB238B41}", 0},
+      {L"{E2BCDE11-4757-4897-8FAE-6275CB238B41}", 0},     {L"{E2BCDE12-4757-4897-8FAE-6275CB238B41}", 0},
+      {L"{E2BCDE13-4757-4897-8FAE-6275CB238B41}", 0},     {L"{E2BCDE14-4757-4897-8FAE-6275CB238B41}", 1},
+      {L"{E2BCDE15-4757-4897-8FAE-6275CB238B41}", 0},     {L"{E2BCDE16-4757-4897-8FAE-6275CB238B41}", 1},
+      {L"{E2B7DEE5-38C5-11D5-91F6-00104BDB8FF9}", 0},     {L"{E2B7DEE6-38C5-11D5-91F6-00104BDB8FF9}", 0}};
+  // A new store keeps its items in the order in which they were written.
+  for (UINT32 i = 0; i < std::size(rows); ++i) {
+    GUID key = {};
+    WCHAR text[40];
+    ASSERT_EQ(m_pFacade->Attributes()->GetItemByIndex(i, &key, nullptr), S_OK);
+    ASSERT_NE(StringFromGUID2(key, text, 40), 0);
+    EXPECT_STREQ(text, rows[i].key);
+    EXPECT_EQ(Item(key), rows[i].value) << "item " << i;
+  }
+}
+
+TEST_F(Facade, TakesEveryFieldOfASnapshotFromItsOwnItem) {
+  IMFAttributes* const store = m_pFacade->Attributes();
+  for (UINT32 i = 0; i < kSettingDefaults.size(); ++i) store->SetUINT32(kSettingDefaults[i].key, 100 + i);
+  m_pFacade->put_ROIRight(300);
+  unsigned version = 0, later = 0;
+  const StabilizerSettings settings = m_pFacade->TakeSnapshot(&version);
+  EXPECT_EQ(settings.ROI.top, 101);
+  EXPECT_EQ(settings.ROI.left, 102);
+  EXPECT_EQ(settings.ROI.bottom, 300);
+  EXPECT_EQ(settings.ROI.right, 300);
+  EXPECT_EQ(settings.GlobalEstimationCoefficients, 106);
+  EXPECT_EQ(settings.GlobalEstimationQuality, 107);
+  EXPECT_EQ(settings.PathSmoothingLevel, 108);
+  EXPECT_EQ(settings.BkFillColor, (std::array<std::uint8_t, 3>{0, 0, 109}));
+  EXPECT_EQ(settings.LeftRightCropMargin, 110);
+  EXPECT_EQ(settings.TopBottomCropMargin, 111);
+  EXPECT_EQ(settings.InterpolationType, 113);
+  EXPECT_EQ(settings.ClippingOption, 114);
+  EXPECT_TRUE(settings.Enabled && settings.ROIEnabled && settings.CropEnabled && settings.UseAdvancedEngine &&
+              settings.AdvancedEngineAvailable);
+  for (const GUID& key : {VKVSTAB_ATTR_ENABLED, VKVSTAB_ATTR_ROI_ENABLED, VKVSTAB_ATTR_CROP_ENABLED,
+                          VKVSTAB_ATTR_USE_ADVANCED_ENGINE, VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE})
+    store->SetUINT32(key, 0);
+  const StabilizerSettings off = m_pFacade->TakeSnapshot(&later);
+  EXPECT_FALSE(off.Enabled || off.ROIEnabled || off.CropEnabled || off.UseAdvancedEngine ||
+               off.AdvancedEngineAvailable);
+  EXPECT_EQ(later, version + 5) << "one change a write";
+}
+
 TEST_F(Facade, AnswersForItsTwoInterfacesOnly) {
   for (const IID& iid : {__uuidof(IDispatch), __uuidof(IVKFVStabilize)}) {
     ComPtr<IDispatch> object;
@@ -318,6 +373,55 @@ TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStore) {
   EXPECT_EQ(store->SetUINT32(VKVSTAB_ATTR_CROP_ENABLED, 1), S_OK) << "nobody is left to notify";
 }
 
+TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
+  static bool fails = true;
+  *m_pFacade.ReleaseAndGetAddressOf() =
+      new CVKVStabilizeImpl(GUID_NULL, &m_callback, [](IMFAttributes** attributes, UINT32 size) {
+        return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
+      });
+  m_pFacade->DetachCallback();
+  fails = false;
+  EXPECT_EQ(m_pFacade->ResetToDefaults(), S_OK);
+  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  m_pFacade->put_CropEnabled(VARIANT_TRUE);
+  EXPECT_EQ(m_callback.calls, 0);
+  EXPECT_EQ(Item(VKVSTAB_ATTR_CROP_ENABLED), 1U);
+}
+
+TEST_F(Facade, LivesWithoutAKernel) {
+  {
+    const FailingAllocations kernel(sizeof(CStabilizeVideoKernel), sizeof(CStabilizeVideoKernel));
+    m_pFacade = MakeFacade();
+  }
+  EXPECT_EQ(Feed(), -1);
+  EXPECT_TRUE(m_pFacade->Reset());
+}
+
+TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
+  struct Slow : VKVStabilizeImplCB {
+    HRESULT STDMETHODCALLTYPE OutputChanged() override {
+      running = true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      running = false;
+      return S_OK;
+    }
+    std::atomic<bool> running = false;
+  } transform;
+  m_pFacade = MakeFacade(&transform);
+  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  std::thread writer([&] { m_pFacade->put_CropEnabled(VARIANT_TRUE); });
+  while (!transform.running) std::this_thread::yield();
+  m_pFacade->DetachCallback();
+  EXPECT_FALSE(transform.running);
+  writer.join();
+}
+
+TEST_F(Facade, TracesChanges) {
+  m_traces = {};
+  m_pFacade->put_ROITop(3);
+  EXPECT_EQ(m_traces, std::vector<std::string>{"\nCVKVStabilizeImpl::AttributesChanged"});
+}
+
 TEST_F(Facade, LivesWithoutAStore) {
   const auto fail = [](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; };
   *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, &m_callback, fail);
@@ -334,6 +438,17 @@ TEST_F(Facade, LivesWithoutAStore) {
 TEST_F(Facade, StaysWholeUnderManyThreads) {
   std::atomic<bool> stop = false;
   std::atomic<int> frames = 0;
+  // The transform asks from its callback.
+  struct Asking : VKVStabilizeImplCB {
+    HRESULT STDMETHODCALLTYPE OutputChanged() override {
+      SIZE size = {64, 48};
+      if (facade->ChangesFrameSize()) facade->GetOutputSize(size);
+      return S_OK;
+    }
+    CVKVStabilizeImpl* facade = nullptr;
+  } transform;
+  m_pFacade = MakeFacade(&transform);
+  transform.facade = m_pFacade.Get();
   m_pFacade->SaveAttributes();
   const auto repeat = [&](auto work) {
     return std::thread([&stop, work] {
@@ -372,11 +487,21 @@ TEST_F(Facade, StaysWholeUnderManyThreads) {
     facade->Attributes()->SetUINT32(VKVSTAB_ATTR_CLIPPING_OPTION, 1);
     SIZE size = {64, 48};
     facade->GetOutputSize(size);
+    facade->ResetToDefaults();
   }));
   threads.push_back(repeat([&](std::mt19937&) { facade->Reset(); }));
   std::this_thread::sleep_for(std::chrono::seconds(2));
   stop = true;
+  // A deadlock ends the program with a word instead of the patience of whoever started it.
+  std::atomic<bool> ended = false;
+  std::thread watchdog([&] {
+    for (int i = 0; i < 300 && !ended; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (!ended)
+      std::fputs("[  FAILED  ] threads stand still (30000 ms)\n", stdout), std::fflush(stdout), std::_Exit(1);
+  });
   for (std::thread& thread : threads) thread.join();
+  ended = true;
+  watchdog.join();
   EXPECT_GT(frames, 10);
   // At whatever moment settings were taken, they were whole: the kernel could always be set up with them.
   EXPECT_EQ(std::count(m_assertions.begin(), m_assertions.end(), "vkvstabilizeimpl: fRet"), 0);

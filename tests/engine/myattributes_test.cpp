@@ -1,5 +1,7 @@
 #include "engine/myattributes.h"
 
+#include <thread>
+
 #include "testenvironment.h"
 
 using Microsoft::WRL::ComPtr;
@@ -166,6 +168,17 @@ TEST_F(MyAttributesTest, ForwardsEveryReadToThePlatformsStore) {
   EXPECT_TRUE(equal);
 }
 
+TEST_F(MyAttributesTest, DeletesAndReadsWithoutTheLock) {
+  m_pStore->SetUINT32(kKey, 1);
+  const CStoreLock lock(m_pStore.Get());
+  std::thread([&] {
+    UINT32 value = 0;
+    EXPECT_EQ(m_pStore->GetUINT32(kKey, &value), S_OK);
+    EXPECT_EQ(m_pStore->DeleteItem(kKey), S_OK);
+    EXPECT_EQ(m_pStore->DeleteAllItems(), S_OK);
+  }).join();
+}
+
 TEST_F(MyAttributesTest, CountsReferencesAndReportsWhatItCannotMake) {
   ComPtr<IUnknown> unknown;
   EXPECT_EQ(m_pStore->QueryInterface(IID_PPV_ARGS(&unknown)), S_OK);
@@ -180,7 +193,7 @@ TEST_F(MyAttributesTest, CountsReferencesAndReportsWhatItCannotMake) {
   EXPECT_EQ(MyAttributes::Create([](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; }, 1, &none),
             E_ACCESSDENIED);
   EXPECT_EQ(none, nullptr);
-  const AllocationLimit limit(0);
+  const FailingAllocations all(0);
   EXPECT_EQ(MyAttributes::Create(MFCreateAttributes, 1, &none), E_OUTOFMEMORY);
   EXPECT_EQ(none, nullptr);
 }

@@ -1,3 +1,4 @@
+#include <bit>
 #include <random>
 
 #include "common/registrykey.h"
@@ -121,7 +122,7 @@ TEST_F(Persistence, HandlesBlobsOfSeveralMegabytesAndMissingMemory) {
   m_pFacade->ResetToDefaults();
   m_pFacade->Attributes()->DeleteItem(kExtra);
   {
-    const AllocationLimit limit(1 << 20);
+    const FailingAllocations limit(1 << 20);
     EXPECT_EQ(m_pFacade->LoadAttributes(), E_OUTOFMEMORY);
     ExpectDefaults();
   }
@@ -132,20 +133,38 @@ TEST_F(Persistence, HandlesBlobsOfSeveralMegabytesAndMissingMemory) {
       m_pFacade->Attributes()->GetBlob(kExtra, loaded.data(), static_cast<UINT32>(loaded.size()), &size),
       S_OK);
   EXPECT_EQ(loaded, extra);
-  const AllocationLimit limit(1 << 20);
+  const FailingAllocations limit(1 << 20);
   EXPECT_EQ(m_pFacade->SaveAttributes(), E_OUTOFMEMORY);
 }
 
 TEST_F(Persistence, ClosesItsKeys) {
-  DWORD before = 0, after = 0;
+  // The lowest free handle is given out first, so keys that stay open move it up.
+  const auto freeHandle = [] {
+    const HANDLE handle = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    CloseHandle(handle);
+    return handle;
+  };
   m_pFacade->SaveAttributes();
-  GetProcessHandleCount(GetCurrentProcess(), &before);
+  const HANDLE before = freeHandle();
   for (int i = 0; i < 50; ++i) {
     m_pFacade->SaveAttributes();
     m_pFacade->LoadAttributes();
   }
-  GetProcessHandleCount(GetCurrentProcess(), &after);
-  EXPECT_EQ(after, before);
+  EXPECT_EQ(freeHandle(), before);
+}
+
+TEST_F(Persistence, TakesItemsOfAnotherTypeForMissing) {
+  m_pFacade->Attributes()->SetString(VKVSTAB_ATTR_ENABLED, L"no");
+  m_pFacade->Attributes()->SetDouble(VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL, 8.0);
+  EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
+  m_pFacade->ResetToDefaults();
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
+  VARIANT_BOOL enabled = VARIANT_FALSE;
+  vkvstab_PathSmoothingLevel level = vkvstab_PATHSMOOTHINGLEVEL_1;
+  m_pFacade->get_Enabled(&enabled);
+  m_pFacade->get_PathSmoothingLevel(&level);
+  EXPECT_EQ(enabled, VARIANT_TRUE);
+  EXPECT_EQ(std::bit_cast<int>(level), 0);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <limits>
 #include <mferror.h>
 #include <mutex>
 #include <new>
@@ -11,13 +10,15 @@
 namespace {
 
 std::atomic<long> g_liveAllocations = 0;
-std::atomic<std::size_t> g_largestAllowed = std::numeric_limits<std::size_t>::max();
+std::atomic<std::size_t> g_smallestFailing = SIZE_MAX, g_largestFailing = 0;
 std::vector<Microsoft::WRL::ComPtr<IMFAttributes>>* g_pStores = nullptr;
 std::vector<std::string>* g_pAssertions = nullptr;
-std::mutex g_assertionsLock;
+std::vector<std::string>* g_pTraces = nullptr;
+std::mutex g_reportsLock;
 
 void* Allocate(std::size_t size) noexcept {
-  void* const memory = size <= g_largestAllowed ? std::malloc(size) : nullptr;
+  const bool fails = size >= g_smallestFailing && size <= g_largestFailing;
+  void* const memory = fails ? nullptr : std::malloc(size);
   if (memory) ++g_liveAllocations;
   return memory;
 }
@@ -33,12 +34,18 @@ void Free(void* memory) noexcept {
   std::free(memory);
 }
 
+void Keep(std::vector<std::string>* reports, const std::string& text) {
+  const std::lock_guard lock(g_reportsLock);
+  if (reports) reports->push_back(text);
+}
+
 constexpr DebugReporter kCollector = {[](const char* condition, const char* file) {
-                                        const std::lock_guard lock(g_assertionsLock);
-                                        if (g_pAssertions)
-                                          g_pAssertions->push_back(std::string(file) + ": " + condition);
+                                        Keep(g_pAssertions, std::string(file) + ": " + condition);
                                       },
-                                      [](const char*) {}};
+                                      [](const char* text) { Keep(g_pTraces, text); }};
+
+// Under this key the tests find their own HKEY_CURRENT_USER.
+constexpr char kTestHive[] = "SOFTWARE\\VStabilizeTests";
 
 class Platform : public ::testing::Environment {
  public:
@@ -46,8 +53,14 @@ class Platform : public ::testing::Environment {
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_LITE), S_OK);
     SetDebugReporter(&kCollector);
+    HKEY hive = nullptr;
+    ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, kTestHive, &hive), ERROR_SUCCESS);
+    ASSERT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, hive), ERROR_SUCCESS);
+    RegCloseKey(hive);
   }
   void TearDown() override {
+    RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
+    RegDeleteTreeA(HKEY_CURRENT_USER, kTestHive);
     MFShutdown();
     CoUninitialize();
   }
@@ -66,8 +79,15 @@ void operator delete[](void* memory) noexcept { Free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
 
-AllocationLimit::AllocationLimit(std::size_t bytes) { g_largestAllowed = bytes; }
-AllocationLimit::~AllocationLimit() { g_largestAllowed = std::numeric_limits<std::size_t>::max(); }
+FailingAllocations::FailingAllocations(std::size_t smallest, std::size_t largest) {
+  g_smallestFailing = smallest;
+  g_largestFailing = largest;
+}
+
+FailingAllocations::~FailingAllocations() {
+  g_smallestFailing = SIZE_MAX;
+  g_largestFailing = 0;
+}
 
 HRESULT STDAPICALLTYPE EngineTest::CreateAttributes(IMFAttributes** attributes, UINT32 initialSize) {
   const HRESULT hr = MFCreateAttributes(attributes, initialSize);
@@ -80,10 +100,11 @@ EngineTest::EngineTest() {
   m_allocations = g_liveAllocations;
   g_pStores = new std::vector<Microsoft::WRL::ComPtr<IMFAttributes>>;
   g_pAssertions = &m_assertions;
+  g_pTraces = &m_traces;
 }
 
 EngineTest::~EngineTest() {
-  g_pAssertions = nullptr;
+  g_pAssertions = g_pTraces = nullptr;
   for (Microsoft::WRL::ComPtr<IMFAttributes>& store : *g_pStores) {
     IMFAttributes* const last = store.Detach();
     EXPECT_EQ(last->Release(), 0U) << "a reference to a platform store is left";
@@ -91,7 +112,9 @@ EngineTest::~EngineTest() {
   delete g_pStores;
   g_pStores = nullptr;
   std::vector<std::string>().swap(m_assertions);
-  EXPECT_EQ(g_liveAllocations, m_allocations) << "memory is left";
+  std::vector<std::string>().swap(m_traces);
+  // The test framework keeps the texts of failures.
+  EXPECT_TRUE(HasFailure() || g_liveAllocations == m_allocations) << "memory is left";
 }
 
 Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {

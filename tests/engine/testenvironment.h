@@ -39,6 +39,7 @@ class EngineTest : public ::testing::Test {
   static constexpr char kKeyName[] = "SOFTWARE\\Varkon Systems, Inc.\\MF\\Transforms\\VStabilize";
 
   std::vector<std::string> m_assertions;
+  std::vector<std::string> m_traces;
 
  private:
   long m_allocations = 0;
@@ -95,9 +96,9 @@ class FailingAttributes final : public IMFAttributes {
   std::vector<SettingDefault> m_items;
 };
 
-/// Allocations of more than this many bytes fail while the object lives.
-class AllocationLimit {
+/// While the object lives, allocations of `smallest` … `largest` bytes fail.
+class FailingAllocations {
  public:
-  explicit AllocationLimit(std::size_t bytes);
-  ~AllocationLimit();
+  explicit FailingAllocations(std::size_t smallest, std::size_t largest = SIZE_MAX);
+  ~FailingAllocations();
 };
