@@ -7,6 +7,7 @@
 #include "kernel/framecompensation.h"
 #include "kernel/gaussianpyramid.h"
 #include "kernel/motionestimation.h"
+#include "kernel/pathsmoothing.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
 #include "support/scene.h"
@@ -79,6 +80,13 @@ void Motion(benchmark::State& state, EstimationCoefficients coefficients, std::u
         EstimateMotion(levels, static_cast<std::uint32_t>(coefficients), quality, scratch, BestOps()));
 }
 
+void Smoothing(benchmark::State& state) {
+  const PathWeights weights = FindPathWeights(static_cast<std::int32_t>(state.range(0)), false);
+  Ring<MotionRecord> ring(weights.entries.size());
+  ring.Fill({3, -2, 0.1});
+  for (auto _ : state) benchmark::DoNotOptimize(ComputeCorrection(ring, weights, 1920, 1080));
+}
+
 void Compensate(benchmark::State& state, ClippingOption clipping, const MotionRecord& correction) {
   const FrameGeometry frame = SizeOf(state);
   const std::vector<Frame>& clip = ClipOf(frame);
@@ -134,6 +142,7 @@ BENCHMARK(CopyFrame)->Apply(AllSizes);
 BENCHMARK(Pyramid)->Apply(AllSizes);
 BENCHMARK_CAPTURE(Motion, translation, kXY, 2)->Apply(AllSizes);
 BENCHMARK_CAPTURE(Motion, rotation, kXYTheta, 2)->Apply(AllSizes);
+BENCHMARK(Smoothing)->ArgName("window")->Arg(4)->Arg(32)->Arg(128);
 BENCHMARK_CAPTURE(Compensate, shift, ClippingOption::Outline, {5, -3, 0})->Apply(AllSizes);
 BENCHMARK_CAPTURE(Compensate, rotate, ClippingOption::Outline, {5, -3, 0.7})->Apply(AllSizes);
 BENCHMARK_CAPTURE(Compensate, stretch, ClippingOption::CropAndStretch, {5, -3, 0})->Apply(AllSizes);

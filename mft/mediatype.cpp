@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <amvideo.h>
 #include <cstdlib>
-#include <iterator>
 #include <dvdmedia.h>
+#include <iterator>
 #include <mfapi.h>
 #include <mferror.h>
 #include <strmif.h>

@@ -32,51 +32,6 @@ Bytes Compensate(const KernelParams& params, const Bytes& source, const MotionRe
   return output.Content();
 }
 
-std::array<std::uint8_t, 3> PixelAt(const Bytes& bytes, std::ptrdiff_t offset) {
-  const auto i = static_cast<std::size_t>(offset);
-  return {bytes[i], bytes[i + 1], bytes[i + 2]};
-}
-
-TEST(FrameCompensation, WithoutMotionChangesOnlyTheLastMemoryRow) {
-  const FrameGeometry frame(7, 5);
-  const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 1);
-  const Bytes output = Compensate(Params(7, 5, ClippingOption::Outline), source, {0, 0, -0.0});
-  const std::ptrdiff_t lastRow = frame.Offset(0, 4);
-  EXPECT_TRUE(std::equal(source.begin(), source.begin() + lastRow, output.begin()));
-  for (std::int32_t column = 0; column < 7; ++column)
-    EXPECT_EQ(PixelAt(output, frame.Offset(column, 4)), kBackground);
-}
-
-TEST(FrameCompensation, ShiftsByWholePixelsAndFillsWhatIsUncovered) {
-  const FrameGeometry frame(11, 9);
-  const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 2);
-  for (const auto& [dx, dy] : {std::pair{3, 0}, {-2, 4}, {6, -5}, {-6, -1}, {0, 5}}) {
-    const Bytes output = Compensate(Params(11, 9, ClippingOption::Outline, 1, 1), source, {dx, dy, 0});
-    for (std::int32_t row = 0; row < 9; ++row) {
-      for (std::int32_t column = 0; column < 11; ++column) {
-        const bool inBorder = column < 1 || column >= 10 || row < 1 || row >= 7;
-        const std::int32_t fromColumn = column - dx, fromRow = row - dy;
-        const bool covered = fromColumn >= 0 && fromColumn < 11 && fromRow >= 0 && fromRow < 9;
-        EXPECT_EQ(PixelAt(output, frame.Offset(column, row)),
-                  covered && !inBorder ? PixelAt(source, frame.Offset(fromColumn, fromRow)) : kBackground)
-            << dx << "," << dy << " at " << column << "," << row;
-      }
-    }
-  }
-}
-
-TEST(FrameCompensation, ReadsTheNextPixelFrom255Of512On) {
-  // Without rotation and zoom the source point is i - dx + 1/2; crop takes the warp even then.
-  const FrameGeometry frame(40, 12);
-  const Bytes source = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), 3);
-  KernelParams params = Params(40, 12, ClippingOption::Crop, 4, 2);
-  params.interpolation = 0;
-  const Bytes output = Compensate(params, source, {1, 0, 0});
-  for (std::int32_t row = 0; row < 8; ++row)
-    for (std::int32_t column = 0; column < 32; ++column)
-      EXPECT_EQ(PixelAt(output, row * 96 + column * 3), PixelAt(source, frame.Offset(column + 4, row + 3)));
-}
-
 TEST(FrameCompensation, SwitchesToTheNextPixelAt255) {
   const Bytes source = {1, 1, 1, 2, 2, 2, 0, 0, 3, 3, 3, 4, 4, 4, 0, 0};
   for (const auto& [fraction, x, y] : {std::array{254, 0, 0}, {255, 1, 1}, {256, 1, 1}}) {

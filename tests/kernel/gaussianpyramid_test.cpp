@@ -22,17 +22,6 @@ TEST(GaussianPyramid, KeepsLevelsOfAtLeast80UpToFive) {
   EXPECT_EQ(MakePyramid(4000, 4000).size(), 5U);
 }
 
-TEST(GaussianPyramid, ReducesAUniformFrameToItsOwnValue) {
-  const FrameGeometry frame(640, 480);
-  const std::vector<std::uint8_t> pixels(static_cast<std::size_t>(frame.SizeBytes()), 100);
-  auto levels = MakePyramid(640, 480);
-  BuildPyramid(levels, pixels.data(), frame, {0, 0, 640, 480}, kScalarOps);
-  for (const auto& level : levels)
-    for (std::int32_t row = 0; row < level.height; ++row)
-      for (std::int32_t column = 0; column < level.width; ++column)
-        ASSERT_EQ(level.currentPlane.Row(row)[column], 400) << level.width << " " << row << " " << column;
-}
-
 TEST(GaussianPyramid, ReadsTheRegionBottomUpWithRedDoubledAndKeepsThePreviousPlane) {
   // 3 × 4 picture; the region is its two middle picture rows, columns 1 and 2.
   const FrameGeometry frame(3, 4);

@@ -264,11 +264,6 @@ bool AreValidMargins(const KernelParams& p) {
 
 }  // namespace
 
-void StandardSineCosine(double radians, double* sine, double* cosine) {
-  *sine = std::sin(radians);
-  *cosine = std::cos(radians);
-}
-
 std::vector<std::int32_t> BuildMask(const std::vector<std::int32_t>& source, int w, int h, std::int64_t x,
                                     std::int64_t y) {
   const std::int64_t wideX = x > 0 ? x + 3 : x - 3;

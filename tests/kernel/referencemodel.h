@@ -18,8 +18,6 @@ namespace reference {
 /// function.
 using SineCosineFunction = std::function<void(double radians, double* sine, double* cosine)>;
 
-void StandardSineCosine(double radians, double* sine, double* cosine);
-
 using Plane = std::vector<std::int32_t>;  ///< row by row, without padding
 using Frame = std::vector<std::uint8_t>;  ///< bottom-up rows of blue, green, red, padded to 4 bytes
 
@@ -40,7 +38,7 @@ struct Level {
 
 class ReferenceModel {
  public:
-  explicit ReferenceModel(SineCosineFunction sineCosine = StandardSineCosine);
+  explicit ReferenceModel(SineCosineFunction sineCosine);
 
   /// False for margins, clipping option, window length or frame size out of range; an invalid region is
   /// accepted and lets every frame pass untouched.
