@@ -19,7 +19,6 @@ class CRegistryKey {
   LSTATUS Open(HKEY parent, const char* name, REGSAM access);
   LSTATUS Create(HKEY parent, const char* name, REGSAM access);
   void Close();
-  HKEY Handle() const { return m_key; }
 
   /// Type and size in bytes of a value.
   LSTATUS QueryType(const char* name, DWORD* type, DWORD* size) const;

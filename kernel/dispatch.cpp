@@ -6,9 +6,3 @@ std::span<const KernelOps* const> AvailableOps() {
 }
 
 const KernelOps& BestOps() { return *AvailableOps().back(); }
-
-const KernelOps* FindOps(std::string_view name) {
-  for (const KernelOps* const ops : AvailableOps())
-    if (ops->name == name) return ops;
-  return nullptr;
-}

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <span>
-#include <string_view>
 
 #include "kernel/loops.h"
 
@@ -10,6 +9,3 @@ std::span<const KernelOps* const> AvailableOps();
 
 /// The fastest of them.
 const KernelOps& BestOps();
-
-/// The available table of that name, or null.
-const KernelOps* FindOps(std::string_view name);

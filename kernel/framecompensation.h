@@ -11,7 +11,6 @@ struct Compensation {
   /// `params` have been checked by the kernel: margins below half a frame, a known clipping option.
   /// Throws std::bad_alloc.
   Compensation(const FrameGeometry& frameGeometry, const KernelParams& params);
-  Compensation() = default;
 
   FrameGeometry frame;
   std::int32_t cropMarginX = 0, cropMarginY = 0;

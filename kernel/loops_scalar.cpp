@@ -32,51 +32,39 @@ void ReduceRow(const std::int16_t* centre, std::ptrdiff_t pitch, std::int16_t* o
 
 void AddTranslationRow(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
                        std::int32_t count, TranslationSums& sums) {
-  TranslationSums row;
+  TranslationSums total = sums;
   for (std::int32_t i = 0; i < count; ++i) {
     const std::int32_t gx = current[i - 1] - current[i + 1];
     const std::int32_t gy = current[i - pitch] - current[i + pitch];
     const std::int32_t gt = previous[i] - current[i];
-    row.xx += gx * gx;
-    row.xy += gx * gy;
-    row.yy += gy * gy;
-    row.xt += gx * gt;
-    row.yt += gy * gt;
+    total.xx += gx * gx;
+    total.xy += gx * gy;
+    total.yy += gy * gy;
+    total.xt += gx * gt;
+    total.yt += gy * gt;
   }
-  sums.xx += row.xx;
-  sums.xy += row.xy;
-  sums.yy += row.yy;
-  sums.xt += row.xt;
-  sums.yt += row.yt;
+  sums = total;
 }
 
 void AddRotationRow(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
                     const std::int16_t* derivative, std::int32_t count, RotationSums& sums) {
-  RotationSums row;
+  RotationSums total = sums;
   for (std::int32_t i = 0; i < count; ++i) {
     const std::int32_t gr = derivative[i];
     const std::int32_t gx = current[i - 1] - current[i + 1];
     const std::int32_t gy = current[i - pitch] - current[i + pitch];
     const std::int32_t gt = previous[i] - current[i];
-    row.rr += gr * gr;
-    row.rx += gr * gx;
-    row.ry += gr * gy;
-    row.xx += gx * gx;
-    row.xy += gx * gy;
-    row.yy += gy * gy;
-    row.rt += gr * gt;
-    row.xt += gx * gt;
-    row.yt += gy * gt;
+    total.rr += gr * gr;
+    total.rx += gr * gx;
+    total.ry += gr * gy;
+    total.xx += gx * gx;
+    total.xy += gx * gy;
+    total.yy += gy * gy;
+    total.rt += gr * gt;
+    total.xt += gx * gt;
+    total.yt += gy * gt;
   }
-  sums.rr += row.rr;
-  sums.rx += row.rx;
-  sums.ry += row.ry;
-  sums.xx += row.xx;
-  sums.xy += row.xy;
-  sums.yy += row.yy;
-  sums.rt += row.rt;
-  sums.xt += row.xt;
-  sums.yt += row.yt;
+  sums = total;
 }
 
 /// Where a destination column reads: the whole sample and the 9-bit weights of its right and upper

@@ -8,7 +8,6 @@
 template <class T>
 class Ring {
  public:
-  Ring() = default;
   explicit Ring(std::size_t capacity) : m_slots(capacity) {}
 
   std::size_t Size() const { return m_size; }

@@ -49,14 +49,26 @@ struct Outcome {
   std::string messages;
 };
 
+/// The words of a command line, as the command takes them.
+class Arguments {
+ public:
+  explicit Arguments(const std::string& line) {
+    std::istringstream stream(line);
+    m_words.assign(std::istream_iterator<std::string>(stream), {});
+    for (const std::string& word : m_words) m_pointers.push_back(word.c_str());
+  }
+  std::span<const char* const> Pointers() const { return m_pointers; }
+
+ private:
+  std::vector<std::string> m_words;
+  std::vector<const char*> m_pointers;
+};
+
 /// Runs the command with these words. `output` stands in for a stream that fails.
 Outcome RunWords(const std::string& words, const Bytes& input = {}, std::FILE* output = nullptr) {
-  std::istringstream stream(words);
-  const std::vector<std::string> arguments{std::istream_iterator<std::string>(stream), {}};
-  std::vector<const char*> pointers;
-  for (const std::string& argument : arguments) pointers.push_back(argument.c_str());
+  const Arguments arguments(words);
   const File in = TemporaryFile(input), out = TemporaryFile(), messages = TemporaryFile();
-  const int code = RunCommand(pointers, in.get(), output ? output : out.get(), messages.get());
+  const int code = RunCommand(arguments.Pointers(), in.get(), output ? output : out.get(), messages.get());
   const Bytes text = ReadAll(messages.get());
   return {code, ReadAll(out.get()), std::string(text.begin(), text.end())};
 }
@@ -223,13 +235,9 @@ TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
 }
 
 TEST(Command, MapsEachQuality) {
-  for (std::uint32_t quality = 0; quality < 4; ++quality) {
-    const std::string words = "--size 64x48 --quality " + std::to_string(quality + 1);
-    std::istringstream stream(words);
-    const std::vector<std::string> arguments{std::istream_iterator<std::string>(stream), {}};
-    std::vector<const char*> pointers;
-    for (const std::string& argument : arguments) pointers.push_back(argument.c_str());
-    EXPECT_EQ(ParseOptions(pointers).settings.GlobalEstimationQuality, static_cast<std::int32_t>(quality));
+  for (std::int32_t quality = 0; quality < 4; ++quality) {
+    const Arguments arguments("--size 64x48 --quality " + std::to_string(quality + 1));
+    EXPECT_EQ(ParseOptions(arguments.Pointers()).settings.GlobalEstimationQuality, quality);
   }
 }
 
@@ -250,27 +258,21 @@ TEST(Command, WritesTheWholeFramesOfAnInputThatCannotBeRead) {
   const File input(
       fopencookie(&source, "rb", {.read = read, .write = nullptr, .seek = nullptr, .close = nullptr}));
   const File output = TemporaryFile(), messages = TemporaryFile();
-  const char* const arguments[] = {"--size", "101x90", "--window", "8"};
-  EXPECT_EQ(RunCommand(arguments, input.get(), output.get(), messages.get()), 1);
+  const Arguments arguments("--size 101x90 --window 8");
+  EXPECT_EQ(RunCommand(arguments.Pointers(), input.get(), output.get(), messages.get()), 1);
   EXPECT_EQ(ReadAll(output.get()).size(), source.clip.size());
   const Bytes text = ReadAll(messages.get());
   EXPECT_NE(std::string(text.begin(), text.end()).find("cannot read frame 8"), std::string::npos);
 }
 #endif
 
-TEST(Command, ReportsAnOutputThatTakesNoMore) {
-  const File full(std::fopen("/dev/full", "wb"));
-  if (!full) GTEST_SKIP() << "this system has no /dev/full";
-  const Outcome outcome = RunWords("--size 101x90 --window 4", ShotClip(), full.get());
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_TRUE(IsOneLine(outcome.messages));
-  EXPECT_NE(outcome.messages.find("cannot write frame 1 of the output"), std::string::npos)
-      << outcome.messages;
-}
-
 TEST(Command, ReportsEveryPlaceThatTakesNoMore) {
   const File full(std::fopen("/dev/full", "wb"));
   if (!full) GTEST_SKIP() << "this system has no /dev/full";
+  const Outcome frames = RunWords("--size 101x90 --window 4", ShotClip(), full.get());
+  EXPECT_EQ(frames.code, 1);
+  EXPECT_TRUE(IsOneLine(frames.messages));
+  EXPECT_NE(frames.messages.find("cannot write frame 1 of the output"), std::string::npos) << frames.messages;
   EXPECT_EQ(RunWords("--help", {}, full.get()).code, 1);
   EXPECT_EQ(RunWords("--size 64x48 --output-size", {}, full.get()).code, 1);
   const Outcome outcome = RunWords("--size 101x90 --window 4 --motion /dev/full", ShotClip());
