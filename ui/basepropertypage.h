@@ -1,0 +1,83 @@
+#pragma once
+
+#include <windows.h>
+
+#include <ocidl.h>
+#include <wrl/client.h>
+
+/// A property page over a dialog of this module's resources. Derived pages say what the dialog's controls
+/// mean.
+///
+/// Like any window, a page belongs to the thread that activates it. Methods called out of order give
+/// E_UNEXPECTED.
+class CBasePropertyPage : public IPropertyPage {
+ public:
+  CBasePropertyPage(const CBasePropertyPage&) = delete;
+  CBasePropertyPage& operator=(const CBasePropertyPage&) = delete;
+
+  // IUnknown
+  STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
+  STDMETHODIMP_(ULONG) AddRef() override;
+  STDMETHODIMP_(ULONG) Release() override;
+
+  // IPropertyPage
+  STDMETHODIMP SetPageSite(IPropertyPageSite* site) override;
+  STDMETHODIMP Activate(HWND parent, LPCRECT rect, BOOL modal) override;
+  STDMETHODIMP Deactivate() override;
+  STDMETHODIMP GetPageInfo(PROPPAGEINFO* info) override;
+  /// Takes one object at a time. The dialog of another object stays without effect until it is closed.
+  STDMETHODIMP SetObjects(ULONG count, IUnknown** objects) override;
+  STDMETHODIMP Show(UINT command) override;
+  STDMETHODIMP Move(LPCRECT rect) override;
+  STDMETHODIMP IsPageDirty() override;
+  /// Also applies what was edited before the dialog closed.
+  STDMETHODIMP Apply() override;
+  STDMETHODIMP Help(LPCOLESTR folder) override;
+  /// Takes the keys that mean something in the dialog. Enter, Escape and foreign mnemonics are the frame's,
+  /// and so is the Tab that leaves the page, if the frame wants it.
+  STDMETHODIMP TranslateAccelerator(MSG* message) override;
+
+ protected:
+  /// Makes a page; throws std::bad_alloc.
+  using MakeFunction = CBasePropertyPage* (*)();
+
+  /// What creation functions of the class table have in common.
+  static HRESULT CreatePage(MakeFunction make, IUnknown* outer, REFIID iid, void** object);
+
+  /// Resource numbers of the dialog and of the string that is the page's title.
+  CBasePropertyPage(int dialogId, UINT titleId) : m_dialogId(dialogId), m_titleId(titleId) {}
+  virtual ~CBasePropertyPage();
+
+  /// Takes the object that the page is to show, or none for null. On failure the page has no object.
+  virtual HRESULT OnConnect(IUnknown* object) = 0;
+  /// The dialog has been created, and is not visible yet.
+  virtual void OnActivate() = 0;
+  /// Writes to the object what the dialog says, or said when it closed.
+  virtual HRESULT OnApply() { return S_OK; }
+  /// A message to the dialog; the result is a dialog procedure's.
+  virtual INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam);
+
+  HWND Dialog() const { return m_hwnd; }
+  HWND Control(int id) const { return GetDlgItem(m_hwnd, id); }
+  /// Whether the dialog shows the object that the page holds.
+  bool IsActive() const { return m_active; }
+  /// Remembers that something was edited, and tells the site.
+  void SetDirty();
+
+ private:
+  static INT_PTR CALLBACK DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam);
+  HWND CreatePageDialog(HWND parent, DLGPROC procedure);
+  void CloseDialog();
+  HRESULT MeasureDialog(SIZE* pixels);
+  bool IsDialogKey(const MSG& message) const;
+  bool LeavesPage(const MSG& message) const;
+
+  LONG m_nRefCount = 1;
+  const int m_dialogId;
+  const UINT m_titleId;
+  Microsoft::WRL::ComPtr<IPropertyPageSite> m_pPageSite;
+  HWND m_hwnd = nullptr;
+  bool m_hasObject = false;
+  bool m_active = false;
+  bool m_dirty = false;
+};
