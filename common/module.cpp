@@ -1,5 +1,6 @@
 #include "common/module.h"
 
+#include <array>
 #include <cstddef>
 #include <memory>
 
@@ -14,6 +15,30 @@ HRESULT QueryModulePath(HMODULE module, Text* path, Function getFileName) {
   path->resize(isWhole ? length : 0);
   return isWhole ? S_OK : E_FAIL;
 }
+
+using FileIdentity = std::array<DWORD, 3>;
+
+/// A file opened to be told apart from others, not to be read.
+class IdentifiedFile {
+ public:
+  explicit IdentifiedFile(const char* path)
+      : m_file(CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)) {}
+  ~IdentifiedFile() {
+    if (m_file != INVALID_HANDLE_VALUE) CloseHandle(m_file);
+  }
+  IdentifiedFile(const IdentifiedFile&) = delete;
+  IdentifiedFile& operator=(const IdentifiedFile&) = delete;
+
+  std::optional<FileIdentity> Identity() const {
+    BY_HANDLE_FILE_INFORMATION info;
+    if (m_file == INVALID_HANDLE_VALUE || !GetFileInformationByHandle(m_file, &info)) return std::nullopt;
+    return FileIdentity{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow};
+  }
+
+ private:
+  HANDLE m_file;
+};
 
 }  // namespace
 
@@ -38,6 +63,18 @@ std::wstring FindHelpFile(HMODULE module) {
   if (FAILED(GetModulePath(module, &path))) return {};
   path = path.substr(0, path.find_last_of(L'.')) + L".chm";
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES ? path : std::wstring();
+}
+
+bool IsFile(const char* path) {
+  const DWORD attributes = GetFileAttributesA(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool IsSameFile(const char* first, const char* second) {
+  // While both are open their identities stay theirs.
+  const IdentifiedFile a(first), b(second);
+  const std::optional<FileIdentity> identity = a.Identity();
+  return identity && identity == b.Identity();
 }
 
 std::optional<std::uint64_t> ReadFileVersion(const char* path) {

@@ -17,6 +17,11 @@ HRESULT GetModulePath(HMODULE module, std::string* path);
 /// std::bad_alloc.
 std::wstring FindHelpFile(HMODULE module);
 
+bool IsFile(const char* path);
+
+/// Whether two paths lead to the same file; not when one of them leads nowhere.
+bool IsSameFile(const char* first, const char* second);
+
 /// The fixed version of a file, its four parts from the highest 16 bits down; none when the file tells no
 /// version.
 std::optional<std::uint64_t> ReadFileVersion(const char* path);

@@ -20,6 +20,9 @@ class CRegistryKey {
   LSTATUS Create(HKEY parent, const char* name, REGSAM access);
   void Close();
 
+  /// To open keys below; null when none is open.
+  HKEY Handle() const { return m_key; }
+
   /// Type and size in bytes of a value.
   LSTATUS QueryType(const char* name, DWORD* type, DWORD* size) const;
   /// The value's bytes; fails when it does not fit the buffer. `size` receives how many there are.

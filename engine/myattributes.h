@@ -5,6 +5,7 @@
 #include <mfobjects.h>
 #include <wrl/client.h>
 
+#include "common/baseobject.h"
 #include "common/criticalsection.h"
 
 /// Hears of changes in a `MyAttributes`.
@@ -20,7 +21,7 @@ class MyAttributesCallback {
 /// An attribute store that tells a callback when its items were written: one notification when the outermost
 /// lock is released after a write, a write by itself being locked too. Deletions and reads neither lock nor
 /// notify.
-class MyAttributes final : public IMFAttributes {
+class MyAttributes final : private MediaFoundationSamples::BaseObject, public IMFAttributes {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
 

@@ -8,6 +8,7 @@
 #include <wrl/client.h>
 
 #include "automation/vkvstabilize.h"
+#include "common/baseobject.h"
 #include "common/criticalsection.h"
 #include "engine/myattributes.h"
 #include "engine/stabilizersettings.h"
@@ -30,7 +31,9 @@ class VKVStabilizeImplCB {
 /// Any thread may call any method. Locks are taken in the order settings, store, change; the kernel lock
 /// stands alone. Clients may keep the object longer than its transform, which takes its leave by
 /// `DetachCallback`.
-class CVKVStabilizeImpl final : public IVKFVStabilize, private MyAttributesCallback {
+class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
+                                public IVKFVStabilize,
+                                private MyAttributesCallback {
  public:
   /// `callback` may be null and is not owned. `createAttributes` makes the platform's store.
   CVKVStabilizeImpl(const GUID& transformClass, VKVStabilizeImplCB* callback,

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/platform.h"
 #include "kernel/frame.h"
 #include "kernel/pathsmoothing.h"
 
@@ -108,10 +109,24 @@ void SetBackground(Options& options, std::string_view name, std::string_view val
                                   static_cast<std::uint8_t>(color >> 16)};
 }
 
-void SetEngine(Options&, std::string_view name, std::string_view value) {
-  if (value == "transform")
-    Refuse(name, value, "the transform is a Windows module; here the engine is kernel");
-  if (value != "kernel") Refuse(name, value, "choose kernel");
+[[noreturn]] void RefuseTransform(std::string_view option) {
+  throw UsageError(std::string(option) + ": the transform is a Windows module; here the engine is kernel");
+}
+
+void SetEngine(Options& options, std::string_view name, std::string_view value) {
+  static constexpr std::string_view kEngines[] = {"kernel", "transform"};
+  options.engine = static_cast<Engine>(IndexOf(name, value, kEngines));
+  if (options.engine == Engine::Transform && !kHasTransform) RefuseTransform("--engine transform");
+}
+
+void SetRegistered(Options& options, std::string_view name, std::string_view) {
+  if (!kHasTransform) RefuseTransform(name);
+  options.registered = true;
+}
+
+void SetShowSettings(Options& options, std::string_view name, std::string_view) {
+  if (!kHasTransform) RefuseTransform(name);
+  options.action = Action::ShowSettings;
 }
 
 void SetMotionFile(Options& options, std::string_view name, std::string_view value) {
@@ -152,7 +167,12 @@ constexpr OptionRow kOptions[] = {
     {"--clip", "HOW", "what the margins do: outline, crop, stretch (default outline)", SetClip},
     {"--interpolation", "HOW", "nearest, bilinear (default bilinear)", SetInterpolation},
     {"--background", "RRGGBB", "fill of uncovered pixels (default 000000)", SetBackground},
-    {"--engine", "NAME", "kernel (default)", SetEngine},
+    {"--engine", "NAME", kHasTransform ? "transform (default), or kernel without COM" : "kernel (default)",
+     SetEngine},
+    {"--registered", "", "the transform that is registered, not the one beside the program (Windows)",
+     SetRegistered},
+    {"--settings", "", "show the transform's property pages, save what is applied, and end (Windows)",
+     SetShowSettings},
     {"--motion", "FILE", "write each frame's motion and correction as CSV", SetMotionFile},
     {"--frames", "N", "number of frames in the input, for the progress bar", SetTotalFrames},
     {"--simd", "LEVEL", "cap on the instruction set (default the best of this machine)", SetSimd},
@@ -163,13 +183,46 @@ constexpr OptionRow kOptions[] = {
     {"--version", "", "print the version", SetAction<Action::PrintVersion>},
 };
 
-void CheckWhole(const Options& options) {
+/// The transform takes one number for the right and the bottom edge. Gives the region such edges where they
+/// mean the same part of the frame; false where none do.
+bool ShareFarEdge(Rect& roi, FrameSize size) {
+  for (const std::int32_t edge : {roi.right, roi.bottom}) {
+    if (std::min(edge, size.width) != std::min(roi.right, size.width) ||
+        std::min(edge, size.height) != std::min(roi.bottom, size.height))
+      continue;
+    roi.right = roi.bottom = edge;
+    return true;
+  }
+  return false;
+}
+
+/// The option that only the kernel serves; empty when the transform does as well.
+std::string_view KernelOnlyOption(Options& options) {
+  if (!options.motionFile.empty()) return "--motion";
+  if (options.ops) return "--simd";
+  if (!ShareFarEdge(options.settings.ROI, options.size)) return "--roi with these right and bottom edges";
+  return {};
+}
+
+void ChooseEngine(Options& options) {
+  const std::string_view kernelOnly = KernelOnlyOption(options);
+  const bool transformWanted = options.registered || options.engine == Engine::Transform;
+  if (options.registered && options.engine == Engine::Kernel)
+    throw UsageError("--registered: the kernel is not registered; choose --engine transform");
+  if (transformWanted && !kernelOnly.empty())
+    throw UsageError(std::string(kernelOnly) + ": the transform cannot do that; choose --engine kernel");
+  if (!options.engine)
+    options.engine = kHasTransform && kernelOnly.empty() ? Engine::Transform : Engine::Kernel;
+}
+
+void CheckWhole(Options& options) {
   if (options.size.width == 0) throw UsageError("the frame size is missing: give --size WxH");
   const Rect& roi = options.settings.ROI;
   if (options.settings.ROIEnabled &&
       (roi.right <= 0 || roi.bottom <= 0 || roi.left >= options.size.width || roi.top >= options.size.height))
     throw UsageError("--roi: the region lies outside the " + std::to_string(options.size.width) + "x" +
                      std::to_string(options.size.height) + " frame");
+  ChooseEngine(options);
 }
 
 }  // namespace
@@ -197,7 +250,7 @@ Options ParseOptions(std::span<const char* const> arguments) {
     row->set(options, name, value);
     if (options.action == Action::PrintHelp || options.action == Action::PrintVersion) return options;
   }
-  CheckWhole(options);
+  if (options.action != Action::ShowSettings) CheckWhole(options);
   return options;
 }
 

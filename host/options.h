@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -15,15 +16,20 @@ class UsageError : public std::runtime_error {
 };
 
 /// What the command does.
-enum class Action { Stabilize, PrintOutputSize, PrintHelp, PrintVersion };
+enum class Action { Stabilize, ShowSettings, PrintOutputSize, PrintHelp, PrintVersion };
+
+/// What stabilizes: the kernel itself, or the transform through COM. Both give the same bytes.
+enum class Engine { Kernel, Transform };
 
 struct Options {
   Action action = Action::Stabilize;
   FrameSize size = {0, 0};
   StabilizerSettings settings;
-  const KernelOps* ops = &BestOps();
-  std::string motionFile;        ///< empty: none
-  std::int64_t totalFrames = 0;  ///< 0: unknown
+  std::optional<Engine> engine;    ///< set once the options are complete
+  bool registered = false;         ///< the transform that is registered, not the one beside the program
+  const KernelOps* ops = nullptr;  ///< null: the best there are
+  std::string motionFile;          ///< empty: none
+  std::int64_t totalFrames = 0;    ///< 0: unknown
   bool quiet = false;
 };
 

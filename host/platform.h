@@ -2,6 +2,13 @@
 
 #include <cstdio>
 
+/// The transform is a Windows module.
+#ifdef _WIN32
+inline constexpr bool kHasTransform = true;
+#else
+inline constexpr bool kHasTransform = false;
+#endif
+
 bool IsTerminal(std::FILE* stream);
 
 /// Makes standard input and output carry plain bytes, a closed output pipe an error instead of the program's

@@ -12,7 +12,7 @@
 #include "common/criticalsection.h"
 #include "engine/settingskeys.h"
 #include "engine/vkvstabilizeimpl.h"
-#include "mft/baseobject.h"
+#include "common/baseobject.h"
 #include "mft/mediatype.h"
 #include "mft/sampleattributes.h"
 

@@ -44,8 +44,8 @@ constexpr DebugReporter kCollector = {[](const char* condition, const char* file
                                       },
                                       [](const char* text) { Keep(g_pTraces, text); }};
 
-// Under this key the tests find their own HKEY_CURRENT_USER.
-constexpr char kTestHive[] = "SOFTWARE\\VStabilizeTests";
+/// The key under which this process finds its own HKEY_CURRENT_USER: programs may run side by side.
+std::string TestHive() { return "SOFTWARE\\VStabilizeTests\\" + std::to_string(GetCurrentProcessId()); }
 
 class Platform : public ::testing::Environment {
  public:
@@ -54,13 +54,13 @@ class Platform : public ::testing::Environment {
     ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_LITE), S_OK);
     SetDebugReporter(&kCollector);
     HKEY hive = nullptr;
-    ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, kTestHive, &hive), ERROR_SUCCESS);
+    ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, TestHive().c_str(), &hive), ERROR_SUCCESS);
     ASSERT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, hive), ERROR_SUCCESS);
     RegCloseKey(hive);
   }
   void TearDown() override {
     RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
-    RegDeleteTreeA(HKEY_CURRENT_USER, kTestHive);
+    RegDeleteTreeA(HKEY_CURRENT_USER, TestHive().c_str());
     MFShutdown();
     CoUninitialize();
   }

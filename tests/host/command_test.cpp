@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/options.h"
+#include "host/platform.h"
 #include "host/progress.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
@@ -194,7 +195,11 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
            {"--size 64x48 --interpolation cubic", "cubic"},
            {"--size 64x48 --background red", "red"},
            {"--size 64x48 --background 12345", "12345"},
-           {"--size 64x48 --engine transform", "Windows"},
+           {"--size 64x48 --engine transform --simd scalar", kHasTransform ? "--simd" : "Windows"},
+           {"--size 64x48 --registered --motion x", kHasTransform ? "--motion" : "Windows"},
+           {"--size 64x48 --registered --roi 0,0,20,30", kHasTransform ? "--roi" : "Windows"},
+           {"--size 64x48 --registered --engine kernel", kHasTransform ? "kernel" : "Windows"},
+           {"--settings --size 4", kHasTransform ? "4" : "Windows"},
            {"--size 64x48 --engine gpu", "gpu"},
            {"--size 64x48 --frames many", "many"},
            {"--size 64x48 --simd mmx", "mmx"},

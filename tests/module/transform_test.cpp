@@ -61,7 +61,7 @@ class Transform : public EngineTest {
     EXPECT_EQ(MediaFoundationSamples::LiveObjects::Count(), 0);
     EXPECT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&m_pTransform)), S_OK);
     EXPECT_EQ(m_pTransform.As(&m_pSettings), S_OK);
-    EXPECT_EQ(MediaFoundationSamples::LiveObjects::Count(), 1);
+    EXPECT_GT(MediaFoundationSamples::LiveObjects::Count(), 0);
   }
   ~Transform() override {
     m_pSettings.Reset();

@@ -15,7 +15,8 @@ class LiveObjects {
   inline static LONG s_count = 0;
 };
 
-/// Counts as a living object of the module.
+/// Counts as a living object of the module. Base of everything that a client may hold longest of all: the
+/// transform, its facade and its settings store.
 class BaseObject {
  public:
   BaseObject(const BaseObject&) = delete;

@@ -1,0 +1,136 @@
+#include "host/transformstabilizer.h"
+
+#include <mferror.h>
+
+#include "automation/vkvstabilize.h"
+#include "host/transform.h"
+#include "host/workerror.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+// Raw video has no clock of its own.
+constexpr LONGLONG kFrameDuration = 10'000'000 / 30;
+
+VARIANT_BOOL Flag(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
+
+/// All settings, whatever the user may have saved for other programs.
+void Configure(IMFTransform* transform, const StabilizerSettings& settings) {
+  ComPtr<IVKFVStabilize> stabilize;
+  Check(transform->QueryInterface(IID_PPV_ARGS(&stabilize)), "the transform cannot be configured");
+  const auto& [blue, green, red] = settings.BkFillColor;
+  const HRESULT results[] = {
+      stabilize->ResetToDefaults(),
+      stabilize->put_Enabled(Flag(settings.Enabled)),
+      stabilize->put_ROIEnabled(Flag(settings.ROIEnabled)),
+      stabilize->put_ROITop(settings.ROI.top),
+      stabilize->put_ROILeft(settings.ROI.left),
+      stabilize->put_ROIBottom(settings.ROI.bottom),  // which is the right edge too
+      stabilize->put_GlobalEstimationCoefficients(
+          static_cast<vkvstab_GlobalEstimationCoefficients>(settings.GlobalEstimationCoefficients)),
+      stabilize->put_GlobalEstimationQuality(
+          static_cast<vkvstab_GlobalEstimationQuality>(settings.GlobalEstimationQuality)),
+      stabilize->put_PathSmoothingLevel(static_cast<vkvstab_PathSmoothingLevel>(settings.PathSmoothingLevel)),
+      stabilize->put_BkFillColor(RGB(red, green, blue)),
+      stabilize->put_CropEnabled(Flag(settings.CropEnabled)),
+      stabilize->put_LeftRightCropMargin(settings.LeftRightCropMargin),
+      stabilize->put_TopBottomCropMargin(settings.TopBottomCropMargin),
+      stabilize->put_InterpolationType(static_cast<vkvstab_InterpolationType>(settings.InterpolationType)),
+      stabilize->put_ClippingOption(static_cast<vkvstab_enumClippingOption>(settings.ClippingOption)),
+      stabilize->put_UseAdvancedEngine(VARIANT_FALSE),
+  };
+  for (const HRESULT hr : results) Check(hr, "the transform refuses a setting");
+}
+
+UINT64 Packed(FrameSize size) {
+  return static_cast<UINT64>(size.width) << 32 | static_cast<UINT32>(size.height);
+}
+
+}  // namespace
+
+TransformStabilizer::FrameSample::FrameSample(std::ptrdiff_t sizeBytes) {
+  const auto size = static_cast<DWORD>(sizeBytes);
+  Check(MFCreateMemoryBuffer(size, &m_pBuffer), "cannot make a frame buffer");
+  Check(m_pBuffer->SetCurrentLength(size), "cannot make a frame buffer");
+  Check(MFCreateSample(&m_pSample), "cannot make a sample");
+  Check(m_pSample->AddBuffer(m_pBuffer.Get()), "cannot make a sample");
+}
+
+std::uint8_t* TransformStabilizer::FrameSample::Lock() {
+  if (!m_pBytes) Check(m_pBuffer->Lock(&m_pBytes, nullptr, nullptr), "cannot reach a frame");
+  return m_pBytes;
+}
+
+void TransformStabilizer::FrameSample::Unlock() {
+  if (m_pBytes) m_pBuffer->Unlock();
+  m_pBytes = nullptr;
+}
+
+TransformStabilizer::TransformStabilizer(const Options& options)
+    : m_module(options.registered),
+      m_pTransform(m_module.CreateTransform()),
+      m_layout(options.settings, options.size),
+      m_input(m_layout.inputBytes),
+      m_output(m_layout.bufferBytes) {
+  m_layout.FillTail(m_output.Lock());
+  Configure(m_pTransform.Get(), options.settings);
+  SetInputType(options.size);
+  NegotiateOutputType();
+  Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_BEGIN_STREAMING, 0), "the transform does not start");
+  Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_START_OF_STREAM, 0), "the transform does not start");
+}
+
+void TransformStabilizer::SetInputType(FrameSize size) {
+  ComPtr<IMFMediaType> type;
+  Check(m_pTransform->GetInputAvailableType(0, 0, &type), "the transform takes no frames");
+  Check(type->SetUINT64(MF_MT_FRAME_SIZE, Packed(size)), "cannot describe the frames");
+  Check(type->SetUINT32(MF_MT_FIXED_SIZE_SAMPLES, TRUE), "cannot describe the frames");
+  Check(type->SetUINT32(MF_MT_SAMPLE_SIZE, static_cast<UINT32>(m_layout.inputBytes)),
+        "cannot describe the frames");
+  Check(m_pTransform->SetInputType(0, type.Get(), 0), "the transform refuses such frames");
+}
+
+void TransformStabilizer::NegotiateOutputType() {
+  ComPtr<IMFMediaType> type;
+  UINT64 size = 0;
+  Check(m_pTransform->GetOutputAvailableType(0, 0, &type), "the transform gives no frames");
+  Check(type->GetUINT64(MF_MT_FRAME_SIZE, &size), "the transform gives frames of no size");
+  // Raw video cannot tell of another size.
+  if (size != Packed(m_layout.size)) throw WorkError("the transform gives frames of another size");
+  Check(m_pTransform->SetOutputType(0, type.Get(), 0), "the transform refuses what it proposed");
+}
+
+std::uint8_t* TransformStabilizer::InputFrame() { return m_input.Lock(); }
+
+std::optional<StabilizedFrame> TransformStabilizer::Process(bool) {
+  // A repeated frame is still where it was put.
+  m_input.Unlock();
+  m_output.Unlock();
+  Check(m_input.Sample()->SetSampleTime(m_time), "cannot stamp a frame");
+  Check(m_input.Sample()->SetSampleDuration(kFrameDuration), "cannot stamp a frame");
+  m_time += kFrameDuration;
+  Check(m_pTransform->ProcessInput(0, m_input.Sample(), 0), "the transform refuses a frame");
+
+  HRESULT hr = MF_E_TRANSFORM_STREAM_CHANGE;
+  for (bool isFirst = true; hr == MF_E_TRANSFORM_STREAM_CHANGE; isFirst = false) {
+    if (!isFirst) NegotiateOutputType();
+    MFT_OUTPUT_DATA_BUFFER buffer = {0, m_output.Sample(), 0, nullptr};
+    DWORD status = 0;
+    hr = m_pTransform->ProcessOutput(0, 1, &buffer, &status);
+    ComPtr<IMFCollection> events;
+    *events.GetAddressOf() = buffer.pEvents;
+  }
+  if (hr == MF_E_TRANSFORM_NEED_MORE_INPUT) return std::nullopt;
+  Check(hr, "the transform fails");
+  return StabilizedFrame{m_output.Lock(), m_layout.pitchBytes};
+}
+
+void TransformStabilizer::Finish() {
+  Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_END_OF_STREAM, 0), "the transform does not end");
+  Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_END_STREAMING, 0), "the transform does not end");
+}
+
+std::unique_ptr<Stabilizer> MakeTransformStabilizer(const Options& options) {
+  return std::make_unique<TransformStabilizer>(options);
+}

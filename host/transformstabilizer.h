@@ -1,0 +1,52 @@
+#pragma once
+
+#include <windows.h>
+
+#include <mfapi.h>
+#include <mfidl.h>
+#include <mftransform.h>
+#include <wrl/client.h>
+
+#include "host/options.h"
+#include "host/stabilizer.h"
+#include "host/transformmodule.h"
+
+/// The transform as a host drives it.
+class TransformStabilizer final : public Stabilizer {
+ public:
+  /// Throws WorkError.
+  explicit TransformStabilizer(const Options& options);
+
+  std::uint8_t* InputFrame() override;
+  std::optional<StabilizedFrame> Process(bool repeatNewest) override;
+  void Finish() override;
+
+ private:
+  /// A sample over one buffer, which is locked while a frame is being put in or looked at.
+  class FrameSample {
+   public:
+    explicit FrameSample(std::ptrdiff_t sizeBytes);
+    ~FrameSample() { Unlock(); }
+    FrameSample(const FrameSample&) = delete;
+    FrameSample& operator=(const FrameSample&) = delete;
+
+    IMFSample* Sample() const { return m_pSample.Get(); }
+    std::uint8_t* Lock();
+    void Unlock();
+
+   private:
+    Microsoft::WRL::ComPtr<IMFMediaBuffer> m_pBuffer;
+    Microsoft::WRL::ComPtr<IMFSample> m_pSample;
+    BYTE* m_pBytes = nullptr;
+  };
+
+  void SetInputType(FrameSize size);
+  void NegotiateOutputType();
+
+  ComSession m_session{COINIT_MULTITHREADED};
+  TransformModule m_module;
+  Microsoft::WRL::ComPtr<IMFTransform> m_pTransform;
+  OutputLayout m_layout;
+  FrameSample m_input, m_output;
+  LONGLONG m_time = 0;  // of the next input frame, in units of 100 ns
+};

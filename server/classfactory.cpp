@@ -1,0 +1,49 @@
+#include "server/classfactory.h"
+
+#include "common/baseobject.h"
+#include "common/comboundary.h"
+#include "common/debugreport.h"
+
+namespace MediaFoundationSamples {
+
+HRESULT ClassFactory::Create(CreationFunction create, REFIID iid, void** factory) {
+  return ComBoundary([&] {
+    auto* const made = new ClassFactory(create);
+    const HRESULT hr = made->QueryInterface(iid, factory);
+    made->Release();
+    return hr;
+  });
+}
+
+STDMETHODIMP ClassFactory::QueryInterface(REFIID iid, void** object) {
+  if (!object) return E_POINTER;
+  *object = nullptr;
+  if (iid != __uuidof(IUnknown) && iid != __uuidof(IClassFactory)) return E_NOINTERFACE;
+  *object = static_cast<IClassFactory*>(this);
+  AddRef();
+  return S_OK;
+}
+
+STDMETHODIMP_(ULONG) ClassFactory::AddRef() { return static_cast<ULONG>(InterlockedIncrement(&m_refCount)); }
+
+STDMETHODIMP_(ULONG) ClassFactory::Release() {
+  DebugAssert(m_refCount >= 0, "m_refCount >= 0", "classfactory");
+  const LONG count = InterlockedDecrement(&m_refCount);
+  if (count == 0) delete this;
+  return static_cast<ULONG>(count);
+}
+
+STDMETHODIMP ClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object) {
+  if (outer && iid != __uuidof(IUnknown)) return E_NOINTERFACE;
+  return m_create(outer, iid, object);
+}
+
+STDMETHODIMP ClassFactory::LockServer(BOOL lock) {
+  if (lock)
+    LiveObjects::Add();
+  else
+    LiveObjects::Remove();
+  return S_OK;
+}
+
+}  // namespace MediaFoundationSamples

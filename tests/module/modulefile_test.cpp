@@ -1,0 +1,69 @@
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "common/module.h"
+
+namespace {
+
+/// The module as the system's loader sees it.
+class ModuleFile : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NE(m_module, nullptr); }
+  ~ModuleFile() override { FreeLibrary(m_module); }
+
+  template <class Record>
+  const Record* At(DWORD offset) const {
+    return reinterpret_cast<const Record*>(reinterpret_cast<const char*>(m_module) + offset);
+  }
+  const IMAGE_OPTIONAL_HEADER64& Header() const {
+    return At<IMAGE_NT_HEADERS64>(static_cast<DWORD>(At<IMAGE_DOS_HEADER>(0)->e_lfanew))->OptionalHeader;
+  }
+  DWORD Directory(int entry) const { return Header().DataDirectory[entry].VirtualAddress; }
+
+  HMODULE m_module = LoadLibraryA(VSTABILIZE_MODULE);
+};
+
+TEST_F(ModuleFile, ExportsItsEntryPointsOnly) {
+  const auto* const exports = At<IMAGE_EXPORT_DIRECTORY>(Directory(IMAGE_DIRECTORY_ENTRY_EXPORT));
+  std::vector<std::string> names;
+  for (DWORD i = 0; i < exports->NumberOfNames; ++i)
+    names.emplace_back(At<char>(At<DWORD>(exports->AddressOfNames)[i]));
+  EXPECT_EQ(names, (std::vector<std::string>{"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer",
+                                             "DllUnregisterServer"}));
+  EXPECT_EQ(exports->NumberOfFunctions, 4U);
+}
+
+TEST_F(ModuleFile, NeedsNothingButTheSystem) {
+  const auto* import = At<IMAGE_IMPORT_DESCRIPTOR>(Directory(IMAGE_DIRECTORY_ENTRY_IMPORT));
+  std::vector<std::string> names;
+  for (; import->Name != 0; ++import) names.emplace_back(At<char>(import->Name));
+  EXPECT_GT(names.size(), 5U);
+  for (const std::string& name : names)
+    EXPECT_TRUE(std::filesystem::exists("C:\\windows\\system32\\" + name)) << name;
+}
+
+TEST_F(ModuleFile, IsHardened) {
+  constexpr WORD kHardened = IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE |
+                             IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA | IMAGE_DLLCHARACTERISTICS_NX_COMPAT;
+  EXPECT_EQ(Header().DllCharacteristics & kHardened, kHardened);
+  EXPECT_NE(Directory(IMAGE_DIRECTORY_ENTRY_BASERELOC), 0U) << "it cannot be moved";
+  EXPECT_GT(Header().ImageBase, UINT64_C(0xFFFFFFFF));
+}
+
+TEST_F(ModuleFile, TellsItsVersionAndCarriesItsResources) {
+  const std::uint64_t version = ReadFileVersion(VSTABILIZE_MODULE).value_or(0);
+  char text[32];
+  std::snprintf(text, sizeof text, "%u.%u.%u", static_cast<unsigned>(version >> 48),
+                static_cast<unsigned>(version >> 32 & 0xFFFF), static_cast<unsigned>(version >> 16 & 0xFFFF));
+  EXPECT_STREQ(text, VSTABILIZE_VERSION);
+  for (const auto& [type, id] :
+       {std::pair{"TYPELIB", 1}, {MAKEINTRESOURCEA(5), 101}, {MAKEINTRESOURCEA(5), 5240}})
+    EXPECT_NE(FindResourceA(m_module, MAKEINTRESOURCEA(id), type), nullptr) << id;
+}
+
+}  // namespace

@@ -1,0 +1,225 @@
+#include <windows.h>
+
+#include <array>
+#include <mfapi.h>
+#include <mftransform.h>
+#include <oleauto.h>
+#include <olectl.h>
+
+#include "common/baseobject.h"
+#include "common/messagebox.h"
+#include "common/module.h"
+#include "common/registrykey.h"
+#include "engine/testenvironment.h"
+#include "mft/mft_vstabilize.h"
+
+using Microsoft::WRL::ComPtr;
+
+extern "C" BOOL APIENTRY DllMain(HINSTANCE module, DWORD reason, void* reserved);
+
+namespace {
+
+constexpr char kTransformKey[] = "CLSID\\{E2B6EDDE-38C5-11D5-91F6-00104BDB8FF9}";
+constexpr char kServerKey[] = "CLSID\\{E2B6EDDE-38C5-11D5-91F6-00104BDB8FF9}\\InprocServer32";
+constexpr GUID kFamilyCategory = {
+    0x1E6FFA21, 0x24D8, 0x4B28, {0xBF, 0xD0, 0x98, 0xD8, 0x3C, 0x69, 0x82, 0xC3}};
+
+/// The classes' root is this test's own, and empty.
+class Server : public EngineTest {
+ protected:
+  Server() {
+    RegDeleteTreeA(HKEY_CURRENT_USER, kClasses);
+    HKEY classes = nullptr;
+    EXPECT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, kClasses, &classes), ERROR_SUCCESS);
+    EXPECT_EQ(RegOverridePredefKey(HKEY_CLASSES_ROOT, classes), ERROR_SUCCESS);
+    RegCloseKey(classes);
+    DllMain(CurrentModule(), DLL_PROCESS_ATTACH, nullptr);
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+  }
+  ~Server() override {
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+    RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr);
+    RegDeleteTreeA(HKEY_CURRENT_USER, kClasses);
+  }
+
+  static std::string Text(const std::string& keyName, const char* valueName = nullptr) {
+    CRegistryKey key;
+    std::array<char, MAX_PATH> text = {};
+    DWORD size = 0;
+    if (key.Open(HKEY_CLASSES_ROOT, keyName.c_str(), KEY_READ) != ERROR_SUCCESS) return "(no key)";
+    key.QueryData(valueName, std::as_writable_bytes(std::span(text)), &size);
+    return text.data();
+  }
+
+  static void RegisterServer(const std::string& path) {
+    CRegistryKey key;
+    ASSERT_EQ(key.Create(HKEY_CLASSES_ROOT, kServerKey, KEY_ALL_ACCESS), ERROR_SUCCESS);
+    ASSERT_EQ(key.SetText(nullptr, path.c_str()), ERROR_SUCCESS);
+  }
+
+  static bool IsListed(const GUID& category) {
+    CLSID* classes = nullptr;
+    UINT32 count = 0;
+    if (FAILED(MFTEnum(category, 0, nullptr, nullptr, nullptr, &classes, &count))) return false;
+    const bool isListed = std::find(classes, classes + count, CLSID_VKFVStabilize) != classes + count;
+    CoTaskMemFree(classes);
+    return isListed;
+  }
+
+  static HRESULT LoadRegisteredLibrary() {
+    ComPtr<ITypeLib> library;
+    return LoadRegTypeLib(settingskeys::EngineKey(0xE2B6EDDB), 1, 0, 0x409, &library);
+  }
+
+  static std::string OwnPath() {
+    std::string path;
+    EXPECT_EQ(GetModulePath(CurrentModule(), &path), S_OK);
+    return path;
+  }
+
+  static constexpr char kClasses[] = "SOFTWARE\\Varkon Systems, Inc.\\Classes";
+};
+
+TEST_F(Server, MakesEachOfItsClassesAndNoOther) {
+  for (const CLSID& clsid :
+       {CLSID_VKFVStabilize, CLSID_VKFVStabilizePropertyPage, CLSID_VKFVStabilizeAbout}) {
+    ComPtr<IClassFactory> factory;
+    ASSERT_EQ(DllGetClassObject(clsid, IID_PPV_ARGS(&factory)), S_OK);
+    ComPtr<IUnknown> object, outer = factory;
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)), S_OK);
+    EXPECT_EQ(object.Reset(), 0U);
+    EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(IUnknown), nullptr), E_POINTER);
+    EXPECT_EQ(factory->CreateInstance(outer.Get(), __uuidof(IMFTransform), &object), E_NOINTERFACE);
+    EXPECT_EQ(factory->CreateInstance(outer.Get(), IID_PPV_ARGS(&object)), CLASS_E_NOAGGREGATION);
+    const FailingAllocations failing(1);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)), E_OUTOFMEMORY);
+  }
+  auto* untouched = reinterpret_cast<void*>(1);
+  EXPECT_EQ(DllGetClassObject(CLSID_NULL, __uuidof(IClassFactory), &untouched), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(untouched, nullptr);
+  untouched = reinterpret_cast<void*>(1);
+  EXPECT_EQ(DllGetClassObject(CLSID_VKFVStabilize, __uuidof(IMFTransform), &untouched), E_NOINTERFACE);
+  EXPECT_EQ(untouched, nullptr);
+  EXPECT_EQ(DllGetClassObject(CLSID_VKFVStabilize, __uuidof(IClassFactory), nullptr), E_POINTER);
+  const FailingAllocations failing(1);
+  EXPECT_EQ(DllGetClassObject(CLSID_VKFVStabilize, __uuidof(IClassFactory), &untouched), E_OUTOFMEMORY);
+}
+
+TEST_F(Server, StaysLoadedWhileSomethingOfItIsInUse) {
+  ComPtr<IClassFactory> factory;
+  ASSERT_EQ(DllGetClassObject(CLSID_VKFVStabilize, IID_PPV_ARGS(&factory)), S_OK);
+  EXPECT_EQ(DllCanUnloadNow(), S_OK) << "a factory alone keeps nothing";
+  EXPECT_EQ(factory->LockServer(TRUE), S_OK);
+  EXPECT_EQ(factory->LockServer(TRUE), S_OK);
+  EXPECT_EQ(factory->LockServer(FALSE), S_OK);
+  EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+  EXPECT_EQ(factory->LockServer(FALSE), S_OK);
+  EXPECT_EQ(DllCanUnloadNow(), S_OK);
+
+  // A script holds the automation object only; its code is the module's all the same.
+  ComPtr<IDispatch> automation;
+  EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&automation)), S_OK);
+  EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+  automation.Reset();
+  EXPECT_EQ(DllCanUnloadNow(), S_OK);
+}
+
+TEST_F(Server, RegistersAndUnregistersAllOfItself) {
+  ASSERT_EQ(DllRegisterServer(), S_OK);
+  for (const auto& [key, name] : std::vector<std::pair<std::string, std::string>>{
+           {kTransformKey, "Varkon MF Video Stabilizer Transform"},
+           {"CLSID\\{E2B6EDDD-38C5-11D5-91F6-00104BDB8FF9}",
+            "Varkon MF Video Stabilizer Transform Properties"},
+           {"CLSID\\{E2B6EDDC-38C5-11D5-91F6-00104BDB8FF9}", "Varkon MF Video Stabilizer Transform About"}}) {
+    EXPECT_EQ(Text(key), name);
+    EXPECT_EQ(Text(key + "\\InprocServer32"), OwnPath());
+    EXPECT_EQ(Text(key + "\\InprocServer32", "ThreadingModel"), "Both");
+  }
+  EXPECT_TRUE(IsListed(kFamilyCategory));
+  EXPECT_TRUE(IsListed(MFT_CATEGORY_VIDEO_EFFECT));
+  WCHAR* name = nullptr;
+  ASSERT_EQ(MFTGetInfo(CLSID_VKFVStabilize, &name, nullptr, nullptr, nullptr, nullptr, nullptr), S_OK);
+  EXPECT_STREQ(name, L"Varkon MF Video Stabilizer Transform");
+  CoTaskMemFree(name);
+  EXPECT_EQ(LoadRegisteredLibrary(), S_OK);
+
+  ASSERT_EQ(DllRegisterServer(), S_OK) << "once more";
+  ASSERT_EQ(DllUnregisterServer(), S_OK);
+  EXPECT_EQ(Text(kTransformKey), "(no key)");
+  EXPECT_EQ(Text("CLSID\\{E2B6EDDD-38C5-11D5-91F6-00104BDB8FF9}"), "(no key)");
+  EXPECT_EQ(Text("CLSID\\{E2B6EDDC-38C5-11D5-91F6-00104BDB8FF9}"), "(no key)");
+  EXPECT_FALSE(IsListed(kFamilyCategory));
+  EXPECT_FALSE(IsListed(MFT_CATEGORY_VIDEO_EFFECT));
+  EXPECT_HRESULT_FAILED(LoadRegisteredLibrary());
+  EXPECT_EQ(DllUnregisterServer(), S_OK) << "nothing is there";
+  EXPECT_TRUE(m_assertions.empty());
+}
+
+TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
+  // The tests' program tells no version; the module built beside it does.
+  const HMODULE module = LoadLibraryA(VSTABILIZE_MODULE);
+  ASSERT_NE(module, nullptr);
+  DllMain(module, DLL_PROCESS_ATTACH, nullptr);
+  std::string path, newer;
+  ASSERT_EQ(GetModulePath(module, &path), S_OK);
+  ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &newer), S_OK);
+  ASSERT_LT(ReadFileVersion(path.c_str()), ReadFileVersion(newer.c_str()));
+
+  RegisterServer(newer);
+  EXPECT_EQ(DllRegisterServer(), S_OK);
+  EXPECT_EQ(Text(kServerKey), newer);
+  EXPECT_EQ(Text(kTransformKey), "");
+  EXPECT_FALSE(IsListed(kFamilyCategory));
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+  EXPECT_EQ(Text(kServerKey), newer);
+
+  // Neither an older copy, nor one that tells no version or is not there any more, stands in the way.
+  for (const std::string& other : {OwnPath(), std::string("Z:\\gone\\vkfvstabilize.dll")}) {
+    RegisterServer(other);
+    EXPECT_EQ(DllRegisterServer(), S_OK);
+    EXPECT_EQ(Text(kServerKey), path);
+  }
+  RegisterServer(OwnPath());
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+  EXPECT_EQ(Text(kServerKey), OwnPath()) << "that one's registration";
+  RegisterServer("Z:\\gone\\vkfvstabilize.dll");
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+  EXPECT_EQ(Text(kTransformKey), "(no key)");
+
+  // Another spelling of the same path is the same file.
+  RegisterServer(std::string(path).insert(path.find_last_of('\\'), "\\."));
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+  EXPECT_EQ(Text(kTransformKey), "(no key)");
+  FreeLibrary(module);
+}
+
+TEST_F(Server, StopsRegisteringAtTheFirstFailure) {
+  // The root is a key that is gone: nothing can be made below it.
+  ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, kClasses), ERROR_SUCCESS);
+  EXPECT_EQ(DllRegisterServer(), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+  EXPECT_EQ(DllUnregisterServer(), S_OK) << "whatever the single steps give";
+}
+
+TEST_F(Server, KeepsTheRegistrationWhenTheTypeLibraryFails) {
+  static std::string message;
+  const MessageBoxFunction before = SetMessageBox([](HWND, const char* text, const char*, UINT) {
+    message = text;
+    return IDOK;
+  });
+  // A module without a library.
+  DllMain(GetModuleHandleA("advapi32.dll"), DLL_PROCESS_ATTACH, nullptr);
+  EXPECT_EQ(DllRegisterServer(), S_OK);
+  SetMessageBox(before);
+  EXPECT_NE(message.find("to register type library"), std::string::npos) << message;
+  EXPECT_TRUE(IsListed(MFT_CATEGORY_VIDEO_EFFECT));
+  std::string().swap(message);
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+}
+
+TEST_F(Server, SaysSoWhenItWasNeverLoaded) {
+  DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+  DllRegisterServer();
+  EXPECT_EQ(m_assertions, std::vector<std::string>{"registry: g_hModule != NULL"});
+}
+
+}  // namespace
