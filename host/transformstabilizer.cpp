@@ -15,8 +15,13 @@ constexpr LONGLONG kFrameDuration = 10'000'000 / 30;
 
 VARIANT_BOOL Flag(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
 
-/// All settings, whatever the user may have saved for other programs.
-void Configure(IMFTransform* transform, const StabilizerSettings& settings) {
+UINT64 Packed(FrameSize size) {
+  return static_cast<UINT64>(size.width) << 32 | static_cast<UINT32>(size.height);
+}
+
+}  // namespace
+
+void ConfigureTransform(IMFTransform* transform, const StabilizerSettings& settings) {
   ComPtr<IVKFVStabilize> stabilize;
   Check(transform->QueryInterface(IID_PPV_ARGS(&stabilize)), "the transform cannot be configured");
   const auto& [blue, green, red] = settings.BkFillColor;
@@ -43,12 +48,6 @@ void Configure(IMFTransform* transform, const StabilizerSettings& settings) {
   for (const HRESULT hr : results) Check(hr, "the transform refuses a setting");
 }
 
-UINT64 Packed(FrameSize size) {
-  return static_cast<UINT64>(size.width) << 32 | static_cast<UINT32>(size.height);
-}
-
-}  // namespace
-
 TransformStabilizer::FrameSample::FrameSample(std::ptrdiff_t sizeBytes) {
   const auto size = static_cast<DWORD>(sizeBytes);
   Check(MFCreateMemoryBuffer(size, &m_pBuffer), "cannot make a frame buffer");
@@ -74,7 +73,7 @@ TransformStabilizer::TransformStabilizer(const Options& options)
       m_input(m_layout.inputBytes),
       m_output(m_layout.bufferBytes) {
   m_layout.FillTail(m_output.Lock());
-  Configure(m_pTransform.Get(), options.settings);
+  ConfigureTransform(m_pTransform.Get(), options.settings);
   SetInputType(options.size);
   NegotiateOutputType();
   Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_BEGIN_STREAMING, 0), "the transform does not start");

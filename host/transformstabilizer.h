@@ -11,6 +11,10 @@
 #include "host/stabilizer.h"
 #include "host/transformmodule.h"
 
+/// Gives a transform all settings, whatever the user has saved for other programs. The region's right edge is
+/// its bottom edge. Throws WorkError.
+void ConfigureTransform(IMFTransform* transform, const StabilizerSettings& settings);
+
 /// The transform as a host drives it.
 class TransformStabilizer final : public Stabilizer {
  public:

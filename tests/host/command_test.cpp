@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "host/commandrun.h"
 #include "host/options.h"
 #include "host/platform.h"
 #include "host/progress.h"
@@ -21,69 +22,8 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
-File TemporaryFile(const Bytes& content = {}) {
-  File file(std::tmpfile());
-  if (!content.empty()) std::fwrite(content.data(), 1, content.size(), file.get());
-  std::rewind(file.get());
-  return file;
-}
-
-Bytes ReadAll(std::FILE* file) {
-  std::rewind(file);
-  Bytes content;
-  std::uint8_t block[4096];
-  while (const std::size_t size = std::fread(block, 1, sizeof block, file))
-    content.insert(content.end(), block, block + size);
-  return content;
-}
-
-struct Outcome {
-  int code;
-  Bytes output;
-  std::string messages;
-};
-
-/// The words of a command line, as the command takes them.
-class Arguments {
- public:
-  explicit Arguments(const std::string& line) {
-    std::istringstream stream(line);
-    m_words.assign(std::istream_iterator<std::string>(stream), {});
-    for (const std::string& word : m_words) m_pointers.push_back(word.c_str());
-  }
-  std::span<const char* const> Pointers() const { return m_pointers; }
-
- private:
-  std::vector<std::string> m_words;
-  std::vector<const char*> m_pointers;
-};
-
-/// Runs the command with these words. `output` stands in for a stream that fails.
-Outcome RunWords(const std::string& words, const Bytes& input = {}, std::FILE* output = nullptr) {
-  const Arguments arguments(words);
-  const File in = TemporaryFile(input), out = TemporaryFile(), messages = TemporaryFile();
-  const int code = RunCommand(arguments.Pointers(), in.get(), output ? output : out.get(), messages.get());
-  const Bytes text = ReadAll(messages.get());
-  return {code, ReadAll(out.get()), std::string(text.begin(), text.end())};
-}
-
 bool IsOneLine(const std::string& text) {
   return !text.empty() && text.back() == '\n' && text.find('\n') == text.size() - 1;
-}
-
-/// Rows without padding, top row first, of a padded bottom-up frame.
-Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch) {
-  Bytes packed;
-  for (std::int32_t row = height; row-- > 0;)
-    packed.insert(packed.end(), frame + row * pitch, frame + row * pitch + std::ptrdiff_t{width} * 3);
-  return packed;
 }
 
 constexpr std::int32_t kWidth = 101, kHeight = 90;

@@ -1,0 +1,43 @@
+#include "host/commandrun.h"
+
+#include <iterator>
+#include <sstream>
+
+#include "host/command.h"
+
+File TemporaryFile(const Bytes& content) {
+  File file(std::tmpfile());
+  if (!content.empty()) std::fwrite(content.data(), 1, content.size(), file.get());
+  std::rewind(file.get());
+  return file;
+}
+
+Bytes ReadAll(std::FILE* file) {
+  std::rewind(file);
+  Bytes content;
+  std::uint8_t block[4096];
+  while (const std::size_t size = std::fread(block, 1, sizeof block, file))
+    content.insert(content.end(), block, block + size);
+  return content;
+}
+
+Arguments::Arguments(const std::string& line) {
+  std::istringstream stream(line);
+  m_words.assign(std::istream_iterator<std::string>(stream), {});
+  for (const std::string& word : m_words) m_pointers.push_back(word.c_str());
+}
+
+Outcome RunWords(const std::string& words, const Bytes& input, std::FILE* output) {
+  const Arguments arguments(words);
+  const File in = TemporaryFile(input), out = TemporaryFile(), messages = TemporaryFile();
+  const int code = RunCommand(arguments.Pointers(), in.get(), output ? output : out.get(), messages.get());
+  const Bytes text = ReadAll(messages.get());
+  return {code, ReadAll(out.get()), std::string(text.begin(), text.end())};
+}
+
+Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch) {
+  Bytes packed;
+  for (std::int32_t row = height; row-- > 0;)
+    packed.insert(packed.end(), frame + row * pitch, frame + row * pitch + std::ptrdiff_t{width} * 3);
+  return packed;
+}
