@@ -9,10 +9,10 @@
 #include <optional>
 #include <wrl/client.h>
 
+#include "common/baseobject.h"
 #include "common/criticalsection.h"
 #include "engine/settingskeys.h"
 #include "engine/vkvstabilizeimpl.h"
-#include "common/baseobject.h"
 #include "mft/mediatype.h"
 #include "mft/sampleattributes.h"
 
