@@ -6,8 +6,35 @@
 
 #include "automation/vkvstabilize.h"
 #include "ui/basepropertypage.h"
+#include "ui/gdiobject.h"
 
-/// The page on which a person edits the settings of a stabilizer.
+/// The settings as the page edits them. Flags are 0 or 1; enumerations may hold numbers that are no constant.
+struct PageSettings {
+  struct Color {
+    BYTE red = 0, green = 0, blue = 0;
+  };
+
+  LONG enabled = 1;
+  LONG roiLeft = 0;
+  LONG roiTop = 0;
+  LONG roiRight = 10000;
+  LONG roiBottom = 10000;
+  LONG roiEnabled = 0;
+  LONG estimationCoefficients = vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y;
+  LONG estimationQuality = vkvstab_GLOBALESTIMATIONQUALITY_3;
+  LONG smoothingLevel = vkvstab_PATHSMOOTHINGLEVEL_6;
+  Color background;
+  LONG leftRightMargin = 0;
+  LONG topBottomMargin = 0;
+  LONG cropEnabled = 0;
+  LONG interpolation = vkvstab_INTERPOLATIONTYPE_BILINEAR;
+  LONG clippingOption = vkvstab_CLIPPINGOPTIONS_OUTLINE;
+  bool useAdvancedEngine = false;
+  bool advancedEngineAvailable = false;
+};
+
+/// The page on which a person edits the settings of a stabilizer. The object gets them, and the registry, on
+/// Apply.
 class CVKVStabilizePrp final : public CBasePropertyPage {
  public:
   /// Creation function of the class table.
@@ -18,6 +45,27 @@ class CVKVStabilizePrp final : public CBasePropertyPage {
 
   HRESULT OnConnect(IUnknown* object) override;
   void OnActivate() override;
+  HRESULT OnApply() override;
+  INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam) override;
+
+  HRESULT ReadObject();
+  HRESULT WriteObject();
+  void FillControls();
+  void ReadControls();
+  void EnableControls();
+  void CorrectNumbers();
+  void ShowBackground();
+
+  void OnCommand(int id, UINT notification);
+  void OnChange();
+  void OnDefaults();
+  void OnBackground();
+  void ShowHelp(int id);
+  HBRUSH BrushOf(HWND control, HDC context) const;
 
   Microsoft::WRL::ComPtr<IVKFVStabilize> m_spIVStabilize;
+  PageSettings m_settings;
+  bool m_updating = false;  // the page itself changes controls
+  int m_helpId = 0;
+  CGdiObject<HBRUSH> m_brush;
 };

@@ -1,34 +1,729 @@
+#include <windows.h>
+
+#include <array>
+#include <commctrl.h>
+#include <functional>
+#include <map>
+#include <olectl.h>
+#include <set>
+#include <utility>
+
 #include "engine/testenvironment.h"
 #include "mft/mft_vstabilize.h"
 #include "ui/aboutproperties.h"
+#include "ui/resource.h"
 #include "ui/vkvstabilizeprp.h"
 
 using Microsoft::WRL::ComPtr;
 
 namespace {
 
-using CreateFunction = HRESULT (*)(IUnknown*, REFIID, void**);
+/// A host's end of a page.
+class Site final : public IPropertyPageSite {
+ public:
+  STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++references; }
+  STDMETHODIMP_(ULONG) Release() override { return --references; }
+  STDMETHODIMP OnStatusChange(DWORD flags) override {
+    EXPECT_EQ(flags, static_cast<DWORD>(PROPPAGESTATUS_DIRTY));
+    ++changes;
+    if (onChange) onChange();
+    return S_OK;
+  }
+  STDMETHODIMP GetLocaleID(LCID*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetPageContainer(IUnknown**) override { return E_NOTIMPL; }
+  STDMETHODIMP TranslateAccelerator(MSG*) override {
+    ++keys;
+    return takesKeys ? S_OK : S_FALSE;
+  }
 
-TEST(Pages, OpenAndClose) {
-  ComPtr<IUnknown> transform;
-  ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&transform)), S_OK);
-  const HWND frame = CreateWindowW(L"STATIC", L"frame", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 500, 600,
-                                   nullptr, nullptr, nullptr, nullptr);
-  for (const CreateFunction create : {&CVKVStabilizePrp::CreateInstance, &CAboutProperties::CreateInstance}) {
+  ULONG references = 1;
+  int changes = 0, keys = 0;
+  bool takesKeys = false;
+  std::function<void()> onChange;
+};
+
+/// Writes down what is put, and can fail.
+class Recorder final : public IVKFVStabilize {
+ public:
+  std::vector<std::string> calls;
+  std::string failing;
+
+  STDMETHODIMP QueryInterface(REFIID, void** object) override {
+    *object = static_cast<IVKFVStabilize*>(this);
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return 1; }
+  STDMETHODIMP_(ULONG) Release() override { return 1; }
+  STDMETHODIMP GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+  STDMETHODIMP Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
+    return E_NOTIMPL;
+  }
+
+#define RECORDED(Name, Type)                       \
+  STDMETHODIMP get_##Name(Type* pVal) override {   \
+    *pVal = {};                                    \
+    return failing == "get" #Name ? E_FAIL : S_OK; \
+  }                                                \
+  STDMETHODIMP put_##Name(Type newVal) override { return Record(#Name, static_cast<long>(newVal)); }
+  RECORDED(Enabled, VARIANT_BOOL)
+  RECORDED(AutoReconnect, VARIANT_BOOL)
+  RECORDED(ROIEnabled, VARIANT_BOOL)
+  RECORDED(ROITop, LONG)
+  RECORDED(ROILeft, LONG)
+  RECORDED(ROIBottom, LONG)
+  RECORDED(ROIRight, LONG)
+  RECORDED(GlobalEstimationCoefficients, vkvstab_GlobalEstimationCoefficients)
+  RECORDED(GlobalEstimationQuality, vkvstab_GlobalEstimationQuality)
+  RECORDED(PathSmoothingLevel, vkvstab_PathSmoothingLevel)
+  RECORDED(BkFillColor, OLE_COLOR)
+  RECORDED(CropEnabled, VARIANT_BOOL)
+  RECORDED(LeftRightCropMargin, LONG)
+  RECORDED(TopBottomCropMargin, LONG)
+  RECORDED(InterpolationType, vkvstab_InterpolationType)
+  RECORDED(ClippingOption, vkvstab_enumClippingOption)
+  RECORDED(UseAdvancedEngine, VARIANT_BOOL)
+#undef RECORDED
+  STDMETHODIMP get_AdvancedEngineAvailable(VARIANT_BOOL* pVal) override {
+    *pVal = VARIANT_TRUE;
+    return S_OK;
+  }
+  STDMETHODIMP ResetToDefaults() override { return Record("ResetToDefaults", 0); }
+  STDMETHODIMP LoadAttributes() override { return Record("LoadAttributes", 0); }
+  STDMETHODIMP SaveAttributes() override { return Record("SaveAttributes", 0); }
+
+ private:
+  HRESULT Record(const char* name, long value) {
+    calls.push_back(name + ("=" + std::to_string(value)));
+    return failing == name ? E_ACCESSDENIED : S_OK;
+  }
+};
+
+const std::set<int> kRegion = {IDC_ROI_TOP,      IDC_ROI_LEFT,      IDC_ROI_RIGHT,      IDC_ROI_BOTTOM,
+                               IDC_ROI_TOP_SPIN, IDC_ROI_LEFT_SPIN, IDC_ROI_RIGHT_SPIN, IDC_ROI_BOTTOM_SPIN};
+const std::set<int> kClipping = {IDC_LEFT_RIGHT_MARGIN, IDC_LEFT_RIGHT_MARGIN_SPIN, IDC_TOP_BOTTOM_MARGIN,
+                                 IDC_TOP_BOTTOM_MARGIN_SPIN, IDC_CLIPPING_OPTION};
+const std::set<int> kEditable = {IDC_ROI_ENABLE,  IDC_ROTATION,      IDC_QUALITY,    IDC_LEVEL,
+                                 IDC_CROP_ENABLE, IDC_INTERPOLATION, IDC_BACKGROUND, IDC_SWATCH,
+                                 IDC_INPUT,       IDC_PROCESSING,    IDC_OUTPUT};
+const std::set<int> kEngine = {IDC_ENABLE, IDC_DEFAULTS, IDC_STANDARD_ENGINE};
+
+std::set<int> Union(std::initializer_list<std::set<int>> sets) {
+  std::set<int> all;
+  for (const std::set<int>& set : sets) all.insert(set.begin(), set.end());
+  return all;
+}
+
+/// A page of a real transform in a host's frame.
+class PropertyPage : public EngineTest {
+ protected:
+  PropertyPage() {
+    EXPECT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&m_pObject)), S_OK);
+    EXPECT_EQ(m_pObject.As(&m_pSettings), S_OK);
+    m_frame = CreateWindowExW(WS_EX_CONTROLPARENT, L"STATIC", L"", WS_POPUP | WS_VISIBLE, 0, 0, 600, 600,
+                              nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(CVKVStabilizePrp::CreateInstance(nullptr, IID_PPV_ARGS(&m_pPage)), S_OK);
+    EXPECT_EQ(m_pPage->SetPageSite(&m_site), S_OK);
+  }
+  ~PropertyPage() override {
+    if (m_pPage) {
+      m_pPage->Deactivate();
+      m_pPage->SetObjects(0, nullptr);
+      m_pPage->SetPageSite(nullptr);
+      EXPECT_EQ(m_pPage.Reset(), 0U);
+    }
+    EXPECT_EQ(m_site.references, 1U);
+    DestroyWindow(m_frame);
+    m_pSettings.Reset();
+    EXPECT_EQ(m_pObject.Reset(), 0U);
+  }
+
+  void Connect(IUnknown* object) { ASSERT_EQ(m_pPage->SetObjects(1, &object), S_OK); }
+
+  void Open() {
+    const RECT rect = {5, 10, 505, 510};
+    ASSERT_EQ(m_pPage->Activate(m_frame, &rect, FALSE), S_OK);
+    m_dialog = GetWindow(m_frame, GW_CHILD);
+  }
+  void ConnectAndOpen() {
+    Connect(m_pSettings.Get());
+    Open();
+  }
+
+  HWND Control(int id) const { return GetDlgItem(m_dialog, id); }
+
+  // What a person does
+
+  void Click(int id) { SendMessageW(Control(id), BM_CLICK, 0, 0); }
+  void Select(int id) {
+    SetFocus(Control(id));
+    SendMessageW(Control(id), EM_SETSEL, 0, -1);
+  }
+  void Type(int id, const char* text) {
+    Select(id);
+    SendMessageW(Control(id), WM_CHAR, VK_BACK, 0);
+    for (; *text; ++text) SendMessageW(Control(id), WM_CHAR, static_cast<WPARAM>(*text), 0);
+  }
+  void Paste(int id, const char* text) {
+    Select(id);
+    SendMessageA(Control(id), EM_REPLACESEL, TRUE, reinterpret_cast<LPARAM>(text));
+  }
+  void Spin(int spinId, bool up) {
+    RECT rect = {};
+    GetClientRect(Control(spinId), &rect);
+    const LPARAM at = MAKELPARAM(rect.right / 2, up ? 2 : rect.bottom - 2);
+    SendMessageW(Control(spinId), WM_LBUTTONDOWN, MK_LBUTTON, at);
+    SendMessageW(Control(spinId), WM_LBUTTONUP, 0, at);
+  }
+  void Choose(int id, const std::string& item) {
+    const auto count = SendMessageW(Control(id), CB_GETCOUNT, 0, 0);
+    for (LRESULT i = 0; i < count; ++i) SendMessageW(Control(id), WM_KEYDOWN, VK_UP, 0);
+    for (LRESULT i = 0; i < count && Text(id) != item; ++i) SendMessageW(Control(id), WM_KEYDOWN, VK_DOWN, 0);
+    EXPECT_EQ(Text(id), item);
+  }
+  void PointAt(int id) {
+    const HWND window = id == 0 ? m_dialog : Control(id);
+    SendMessageW(m_dialog, WM_SETCURSOR, reinterpret_cast<WPARAM>(window),
+                 MAKELPARAM(HTCLIENT, WM_MOUSEMOVE));
+  }
+  /// Presses a key where the focus is; what the page says about it.
+  HRESULT Press(UINT message, WPARAM key) {
+    MSG pressed = {GetFocus(), message, key, 0, 0, {}};
+    return m_pPage->TranslateAccelerator(&pressed);
+  }
+
+  // What a person sees
+
+  std::string Text(int id) const {
+    char text[256] = {};
+    GetDlgItemTextA(m_dialog, id, text, sizeof text);
+    return text;
+  }
+  bool IsChecked(int id) const { return IsDlgButtonChecked(m_dialog, id) == BST_CHECKED; }
+  std::set<int> EnabledControls() const {
+    std::set<int> enabled;
+    for (HWND control = GetWindow(m_dialog, GW_CHILD); control; control = GetWindow(control, GW_HWNDNEXT)) {
+      const int id = GetDlgCtrlID(control);
+      if (id >= 1000 && id < 1100 && id != IDC_HELP_LINE && IsWindowEnabled(control)) enabled.insert(id);
+    }
+    return enabled;
+  }
+
+  template <class Interface, class Value>
+  static long Get(IVKFVStabilize* settings, HRESULT (STDMETHODCALLTYPE Interface::*property)(Value*)) {
+    Value value = {};
+    EXPECT_EQ((settings->*property)(&value), S_OK);
+    return static_cast<long>(value);
+  }
+  /// All settings of an object, in the order of the page's record.
+  static std::vector<long> SettingsOf(IVKFVStabilize* settings) {
+    using I = IVKFVStabilize;
+    return {Get(settings, &I::get_Enabled),
+            Get(settings, &I::get_ROILeft),
+            Get(settings, &I::get_ROITop),
+            Get(settings, &I::get_ROIRight),
+            Get(settings, &I::get_ROIBottom),
+            Get(settings, &I::get_ROIEnabled),
+            Get(settings, &I::get_GlobalEstimationCoefficients),
+            Get(settings, &I::get_GlobalEstimationQuality),
+            Get(settings, &I::get_PathSmoothingLevel),
+            Get(settings, &I::get_BkFillColor),
+            Get(settings, &I::get_LeftRightCropMargin),
+            Get(settings, &I::get_TopBottomCropMargin),
+            Get(settings, &I::get_CropEnabled),
+            Get(settings, &I::get_InterpolationType),
+            Get(settings, &I::get_ClippingOption),
+            Get(settings, &I::get_UseAdvancedEngine),
+            Get(settings, &I::get_AutoReconnect)};
+  }
+  std::vector<long> Settings() const { return SettingsOf(m_pSettings.Get()); }
+
+  Site m_site;
+  ComPtr<IMFTransform> m_pObject;
+  ComPtr<IVKFVStabilize> m_pSettings;
+  ComPtr<IPropertyPage> m_pPage;
+  HWND m_frame = nullptr, m_dialog = nullptr;
+};
+
+const std::vector<long> kDefaults = {-1, 0, 0, 10000, 10000, 0, 0, 2, 32, 0, 0, 0, 0, 1, 0, 0, -1};
+
+TEST_F(PropertyPage, WritesWhatAPersonEnteredOnlyOnApply) {
+  ConnectAndOpen();
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+  EXPECT_EQ(m_site.changes, 0) << "filling the controls is no change";
+  Click(IDC_ROI_ENABLE);
+  EXPECT_EQ(m_site.changes, 1);
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
+  Type(IDC_ROI_TOP, "250");
+  Type(IDC_ROI_LEFT, "41");
+  Spin(IDC_ROI_LEFT_SPIN, true);
+  Type(IDC_ROI_BOTTOM, "8000");
+  Type(IDC_ROI_RIGHT, "9000");
+  Spin(IDC_ROI_RIGHT_SPIN, false);
+  Click(IDC_ROTATION);
+  Choose(IDC_QUALITY, "1 (Highest)");
+  Choose(IDC_LEVEL, "8");
+  Click(IDC_CROP_ENABLE);
+  Type(IDC_LEFT_RIGHT_MARGIN, "64");
+  Type(IDC_TOP_BOTTOM_MARGIN, "36");
+  Choose(IDC_CLIPPING_OPTION, "Crop and Stretch");
+  Choose(IDC_INTERPOLATION, "Nearest");
+  EXPECT_EQ(Settings(), kDefaults);
+
+  ASSERT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+  // The object knows one number for right and bottom, and right is written last.
+  const std::vector<long> applied = {-1, 42, 250, 8999, 8999, -1, 1, 0, 128, 0, 64, 36, -1, 0, 2, 0, -1};
+  EXPECT_EQ(Settings(), applied);
+  ComPtr<IVKFVStabilize> next;
+  ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&next)), S_OK);
+  EXPECT_EQ(SettingsOf(next.Get()), applied) << "the next transform starts with what was saved";
+
+  EXPECT_EQ(m_pPage->Deactivate(), S_OK);
+  Connect(next.Get());
+  Open();
+  EXPECT_EQ(Text(IDC_ROI_BOTTOM), "8999");
+  EXPECT_EQ(Text(IDC_LEVEL), "8");
+  EXPECT_TRUE(IsChecked(IDC_ROTATION));
+  m_assertions.clear();  // of the second connection
+}
+
+TEST_F(PropertyPage, AppliesInOrderAndStopsAtTheFirstFailure) {
+  Recorder object;
+  Connect(&object);
+  Open();
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  const std::vector<std::string> all = {"AutoReconnect=0",
+                                        "Enabled=0",
+                                        "ROIEnabled=0",
+                                        "ROITop=0",
+                                        "ROILeft=0",
+                                        "ROIBottom=0",
+                                        "ROIRight=0",
+                                        "GlobalEstimationCoefficients=0",
+                                        "GlobalEstimationQuality=0",
+                                        "PathSmoothingLevel=0",
+                                        "BkFillColor=0",
+                                        "CropEnabled=0",
+                                        "LeftRightCropMargin=0",
+                                        "TopBottomCropMargin=0",
+                                        "InterpolationType=0",
+                                        "ClippingOption=0",
+                                        "UseAdvancedEngine=0",
+                                        "AutoReconnect=-1",
+                                        "SaveAttributes=0"};
+  EXPECT_EQ(object.calls, all);
+
+  Click(IDC_ENABLE);
+  object.failing = "CropEnabled";
+  object.calls.clear();
+  EXPECT_EQ(m_pPage->Apply(), E_ACCESSDENIED);
+  EXPECT_EQ(object.calls.size(), 12U);
+  EXPECT_EQ(object.calls[1], "Enabled=-1");
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
+
+  object.failing = "SaveAttributes";
+  EXPECT_EQ(m_pPage->Apply(), E_ACCESSDENIED);
+  EXPECT_EQ(m_pPage->Deactivate(), S_OK);
+  object.failing.clear();
+  object.calls.clear();
+  EXPECT_EQ(m_pPage->Apply(), S_OK) << "a host may close the dialog first";
+  EXPECT_EQ(object.calls.size(), all.size());
+  EXPECT_EQ(object.calls[1], "Enabled=-1");
+
+  m_pPage->SetObjects(0, nullptr);
+  object.failing = "getROITop";
+  IUnknown* unreadable = &object;
+  EXPECT_EQ(m_pPage->SetObjects(1, &unreadable), E_FAIL);
+}
+
+TEST_F(PropertyPage, EnablesWhatHasAnEffect) {
+  ConnectAndOpen();
+  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable}));
+  EXPECT_FALSE(IsWindowEnabled(Control(IDC_ROI_TOP_CAPTION)));
+  Click(IDC_ROI_ENABLE);
+  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, kRegion}));
+  EXPECT_TRUE(IsWindowEnabled(Control(IDC_ROI_TOP_CAPTION)));
+  Click(IDC_CROP_ENABLE);
+  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, kRegion, kClipping}));
+  Click(IDC_ENABLE);
+  EXPECT_EQ(EnabledControls(), std::set<int>{IDC_ENABLE});
+  Click(IDC_ENABLE);
+  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, kRegion, kClipping}));
+
+  // With an advanced engine, and without
+  EXPECT_EQ(m_pPage->Deactivate(), S_OK);
+  const ComPtr<CVKVStabilizeImpl> facade = MakeFacade();
+  facade->SetAdvancedEngineAvailable(true);
+  EXPECT_EQ(m_pPage->SetObjects(0, nullptr), S_OK);
+  Connect(static_cast<IVKFVStabilize*>(facade.Get()));
+  Open();
+  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, {IDC_ADVANCED_ENGINE}}));
+  Click(IDC_ADVANCED_ENGINE);
+  EXPECT_EQ(EnabledControls(), Union({kEngine, {IDC_ADVANCED_ENGINE}}));
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_TRUE(facade->IsAdvancedEngineActive());
+  facade->SetAdvancedEngineAvailable(false);
+  Click(IDC_DEFAULTS);
+  EXPECT_TRUE(IsChecked(IDC_STANDARD_ENGINE));
+  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable})) << "the object was asked again";
+  m_pPage->Deactivate();
+  m_pPage->SetObjects(0, nullptr);
+}
+
+TEST_F(PropertyPage, LoadsDefaultsIntoTheControlsOnly) {
+  m_pSettings->put_ROIEnabled(VARIANT_TRUE);
+  m_pSettings->put_ROITop(77);
+  m_pSettings->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_2);
+  m_pSettings->put_BkFillColor(RGB(1, 2, 3));
+  m_pSettings->put_LeftRightCropMargin(55);
+  const std::vector<long> before = Settings();
+  ConnectAndOpen();
+  EXPECT_EQ(Text(IDC_ROI_TOP), "77");
+  EXPECT_EQ(Text(IDC_LEVEL), "2");
+  Click(IDC_DEFAULTS);
+  EXPECT_EQ(Text(IDC_ROI_TOP), "0");
+  EXPECT_EQ(Text(IDC_LEVEL), "6");
+  EXPECT_EQ(Text(IDC_QUALITY), "3");
+  EXPECT_EQ(Text(IDC_LEFT_RIGHT_MARGIN), "0");
+  EXPECT_FALSE(IsChecked(IDC_ROI_ENABLE));
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
+  EXPECT_EQ(m_site.changes, 1);
+  EXPECT_EQ(m_pPage->Deactivate(), S_OK);
+  EXPECT_EQ(Settings(), before) << "cancelled";
+  Open();
+  EXPECT_EQ(Text(IDC_LEVEL), "6") << "the edited copy outlives the dialog";
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(Settings(), kDefaults);
+}
+
+TEST_F(PropertyPage, WritesTheNumberThatThePersonSees) {
+  m_pSettings->put_ROIEnabled(VARIANT_TRUE);
+  m_pSettings->put_CropEnabled(VARIANT_TRUE);
+  m_pSettings->put_ROITop(20000);
+  m_pSettings->put_ROILeft(-3);
+  m_pSettings->put_LeftRightCropMargin(6000);
+  ConnectAndOpen();
+  EXPECT_EQ(Text(IDC_ROI_TOP), "10000");
+  EXPECT_EQ(Text(IDC_ROI_LEFT), "0");
+  EXPECT_EQ(Text(IDC_LEFT_RIGHT_MARGIN), "4999");
+
+  struct {
+    const char* entered;
+    const char* shown;
+  } const cases[] = {{"17", "17"}, {"abc", "17"},    {"12x", "17"},
+                     {"-5", "17"}, {"5000", "17"},   {"0042", "42"},
+                     {"", "0"},    {"4999", "4999"}, {"99999999999999999999999999", "4999"}};
+  for (const auto& [entered, shown] : cases) {
+    Paste(IDC_TOP_BOTTOM_MARGIN, entered);
+    EXPECT_EQ(Text(IDC_TOP_BOTTOM_MARGIN), entered);
+    const int changes = m_site.changes;
+    EXPECT_EQ(m_pPage->Apply(), S_OK);
+    EXPECT_EQ(m_site.changes, changes) << "a correction is no change";
+    EXPECT_EQ(Text(IDC_TOP_BOTTOM_MARGIN), shown) << entered;
+    EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_TopBottomCropMargin), std::atol(shown)) << entered;
+  }
+  Type(IDC_ROI_LEFT, "1a2-");
+  EXPECT_EQ(Text(IDC_ROI_LEFT), "12") << "only digits can be typed";
+  Type(IDC_ROI_TOP, "10000");
+  Spin(IDC_ROI_TOP_SPIN, true);
+  EXPECT_EQ(Text(IDC_ROI_TOP), "10000") << "the spin stops at its range";
+
+  const std::map<int, int> maxima = {{IDC_ROI_TOP_SPIN, 10000},          {IDC_ROI_LEFT_SPIN, 10000},
+                                     {IDC_ROI_RIGHT_SPIN, 10000},        {IDC_ROI_BOTTOM_SPIN, 10000},
+                                     {IDC_LEFT_RIGHT_MARGIN_SPIN, 4999}, {IDC_TOP_BOTTOM_MARGIN_SPIN, 4999}};
+  for (const auto& [spin, maximum] : maxima) {
+    int low = -1, high = -1;
+    SendMessageW(Control(spin), UDM_GETRANGE32, reinterpret_cast<WPARAM>(&low),
+                 reinterpret_cast<LPARAM>(&high));
+    EXPECT_EQ(low, 0);
+    EXPECT_EQ(high, maximum) << spin;
+  }
+}
+
+TEST_F(PropertyPage, KeepsAValueThatIsNoItemUntilOneIsChosen) {
+  const auto seven = static_cast<vkvstab_PathSmoothingLevel>(7);
+  m_pSettings->put_PathSmoothingLevel(seven);
+  ConnectAndOpen();
+  EXPECT_EQ(Text(IDC_LEVEL), "");
+  Click(IDC_ROTATION);
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_PathSmoothingLevel), 7);
+  Choose(IDC_LEVEL, "3");
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_PathSmoothingLevel), 12);
+
+  const std::map<int, std::vector<std::pair<std::string, LRESULT>>> lists = {
+      {IDC_QUALITY, {{"1 (Highest)", 0}, {"2", 1}, {"3", 2}, {"4 (Lowest)", 3}}},
+      {IDC_LEVEL, {{"1", 4}, {"2", 8}, {"3", 12}, {"4", 16}, {"5", 24}, {"6", 32}, {"7", 64}, {"8", 128}}},
+      {IDC_CLIPPING_OPTION, {{"Outline", 0}, {"Crop", 1}, {"Crop and Stretch", 2}}},
+      {IDC_INTERPOLATION, {{"Nearest", 0}, {"Bilinear", 1}}}};
+  for (const auto& [id, items] : lists) {
+    std::vector<std::pair<std::string, LRESULT>> found;
+    for (WPARAM i = 0; i < static_cast<WPARAM>(SendMessageW(Control(id), CB_GETCOUNT, 0, 0)); ++i) {
+      char text[64] = {};
+      SendMessageA(Control(id), CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(text));
+      found.emplace_back(text, SendMessageW(Control(id), CB_GETITEMDATA, i, 0));
+    }
+    EXPECT_EQ(found, items);
+  }
+}
+
+/// Answers the colour dialog, once it is there, by a colour or by Cancel.
+class ColorAnswer {
+ public:
+  explicit ColorAnswer(std::optional<COLORREF> color) : m_color(color) {
+    s_pCurrent = this;
+    m_timer = SetTimer(nullptr, 0, 10, [](HWND, UINT, UINT_PTR, DWORD) {
+      EnumThreadWindows(GetCurrentThreadId(), &TryWindow, 0);
+    });
+  }
+  ~ColorAnswer() {
+    KillTimer(nullptr, m_timer);
+    EXPECT_TRUE(m_answered);
+  }
+  COLORREF preselected = 0;
+
+ private:
+  static BOOL CALLBACK TryWindow(HWND window, LPARAM) {
+    constexpr int kRed = 706, kGreen = 707, kBlue = 708;  // its edits
+    if (s_pCurrent->m_answered || !GetDlgItem(window, kBlue)) return TRUE;
+    s_pCurrent->m_answered = true;
+    const auto shown = [&](int id) { return GetDlgItemInt(window, id, nullptr, FALSE); };
+    s_pCurrent->preselected = RGB(shown(kRed), shown(kGreen), shown(kBlue));
+    if (const std::optional<COLORREF> color = s_pCurrent->m_color) {
+      SetDlgItemInt(window, kRed, GetRValue(*color), FALSE);
+      SetDlgItemInt(window, kGreen, GetGValue(*color), FALSE);
+      SetDlgItemInt(window, kBlue, GetBValue(*color), FALSE);
+    }
+    PostMessageW(window, WM_COMMAND, s_pCurrent->m_color ? IDOK : IDCANCEL, 0);
+    return FALSE;
+  }
+
+  inline static ColorAnswer* s_pCurrent = nullptr;
+  std::optional<COLORREF> m_color;
+  UINT_PTR m_timer = 0;
+  bool m_answered = false;
+};
+
+TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
+  const auto swatchColor = [&] {
+    const HDC context = GetDC(Control(IDC_SWATCH));
+    LOGBRUSH brush = {};
+    const auto handle =
+        reinterpret_cast<HBRUSH>(SendMessageW(m_dialog, WM_CTLCOLORSTATIC, reinterpret_cast<WPARAM>(context),
+                                              reinterpret_cast<LPARAM>(Control(IDC_SWATCH))));
+    GetObjectW(handle, sizeof brush, &brush);
+    ReleaseDC(Control(IDC_SWATCH), context);
+    return brush.lbColor;
+  };
+  m_pSettings->put_BkFillColor(RGB(9, 80, 200));
+  ConnectAndOpen();
+  EXPECT_EQ(swatchColor(), RGB(9, 80, 200));
+  {
+    ColorAnswer cancel(std::nullopt);
+    Click(IDC_BACKGROUND);
+    EXPECT_EQ(cancel.preselected, RGB(9, 80, 200));
+    EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+  }
+  {
+    ColorAnswer ok(RGB(200, 100, 50));
+    Click(IDC_BACKGROUND);
+  }
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
+  EXPECT_EQ(swatchColor(), RGB(200, 100, 50));
+  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_BkFillColor), RGB(9, 80, 200));
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_BkFillColor), RGB(200, 100, 50));
+  Click(IDC_ENABLE);
+  EXPECT_EQ(swatchColor(), GetSysColor(COLOR_3DFACE)) << "disabled";
+}
+
+TEST_F(PropertyPage, ExplainsTheControlUnderTheCursor) {
+  ConnectAndOpen();
+  for (int id : Union({kEngine, kEditable, kRegion, kClipping, {IDC_ADVANCED_ENGINE}})) {
+    PointAt(id);
+    EXPECT_NE(Text(IDC_HELP_LINE), "") << id;
+    PointAt(0);
+    EXPECT_EQ(Text(IDC_HELP_LINE), "");
+  }
+  PointAt(IDC_ROTATION);
+  EXPECT_EQ(Text(IDC_HELP_LINE), "Check to to fix camera undesired rotations");
+}
+
+TEST_F(PropertyPage, ObeysTheKeys) {
+  m_pSettings->put_ROIEnabled(VARIANT_TRUE);
+  m_pSettings->put_CropEnabled(VARIANT_TRUE);
+  ConnectAndOpen();
+  const std::vector<int> order = {
+      IDC_ENABLE,        IDC_DEFAULTS,    IDC_STANDARD_ENGINE,   IDC_ROI_ENABLE,        IDC_ROI_TOP,
+      IDC_ROI_LEFT,      IDC_ROI_RIGHT,   IDC_ROI_BOTTOM,        IDC_ROTATION,          IDC_QUALITY,
+      IDC_LEVEL,         IDC_CROP_ENABLE, IDC_LEFT_RIGHT_MARGIN, IDC_TOP_BOTTOM_MARGIN, IDC_CLIPPING_OPTION,
+      IDC_INTERPOLATION, IDC_BACKGROUND};
+  std::vector<int> visited;
+  SetFocus(Control(IDC_ENABLE));
+  m_site.takesKeys = true;
+  do {
+    visited.push_back(GetDlgCtrlID(GetFocus()));
+    EXPECT_EQ(Press(WM_KEYDOWN, VK_TAB), S_OK);
+  } while (m_site.keys == 0 && visited.size() < 99);
+  EXPECT_EQ(visited, order);
+  EXPECT_EQ(GetFocus(), Control(IDC_BACKGROUND)) << "the frame took the last one";
+  m_site.takesKeys = false;
+  EXPECT_EQ(Press(WM_KEYDOWN, VK_TAB), S_OK);
+  EXPECT_EQ(GetFocus(), Control(IDC_ENABLE));
+
+  EXPECT_EQ(Press(WM_SYSCHAR, 'q'), S_OK);
+  EXPECT_EQ(GetFocus(), Control(IDC_QUALITY));
+  EXPECT_EQ(Press(WM_SYSCHAR, 'x'), S_FALSE) << "may be the frame's";
+  EXPECT_EQ(Press(WM_KEYDOWN, VK_RETURN), S_FALSE);
+  EXPECT_EQ(Press(WM_KEYDOWN, VK_ESCAPE), S_FALSE);
+  EXPECT_EQ(m_pPage->TranslateAccelerator(nullptr), E_POINTER);
+  SetFocus(m_frame);
+  EXPECT_EQ(Press(WM_KEYDOWN, VK_TAB), S_FALSE) << "not the page's";
+}
+
+TEST_F(PropertyPage, RefusesMethodsOutOfOrder) {
+  const RECT rect = {5, 10, 505, 510};
+  IUnknown* object = m_pSettings.Get();
+  IUnknown* stranger = &m_site;
+  IUnknown* objects[] = {object, object};
+  EXPECT_EQ(m_pPage->Activate(m_frame, &rect, FALSE), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Apply(), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Deactivate(), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Show(SW_SHOW), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Move(&rect), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+  EXPECT_EQ(m_pPage->SetPageSite(&m_site), E_UNEXPECTED) << "has one";
+  EXPECT_EQ(m_pPage->SetObjects(2, objects), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->SetObjects(1, nullptr), E_POINTER);
+  EXPECT_TRUE(m_assertions.empty());
+  EXPECT_EQ(m_pPage->SetObjects(1, &stranger), E_NOINTERFACE);
+  EXPECT_EQ(m_assertions, std::vector<std::string>{"vkvstabilizeprp: FALSE"});
+  m_assertions.clear();
+
+  EXPECT_EQ(m_pPage->SetObjects(1, &object), S_OK);
+  EXPECT_EQ(m_pPage->Apply(), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Activate(m_frame, nullptr, FALSE), E_POINTER);
+  EXPECT_HRESULT_FAILED(m_pPage->Activate(nullptr, &rect, FALSE));
+  EXPECT_EQ(m_pPage->Activate(m_frame, &rect, FALSE), S_OK);
+  EXPECT_EQ(m_pPage->Activate(m_frame, &rect, FALSE), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Show(SW_MAXIMIZE), E_INVALIDARG);
+  EXPECT_EQ(m_pPage->Move(nullptr), E_POINTER);
+  EXPECT_EQ(m_pPage->Help(nullptr), E_NOTIMPL) << "no help file stands beside this program";
+
+  // Another object: the dialog that shows the first one has no effect any more.
+  m_dialog = GetWindow(m_frame, GW_CHILD);
+  EXPECT_EQ(m_pPage->SetObjects(1, &object), S_OK);
+  EXPECT_EQ(m_assertions,
+            std::vector<std::string>{"vkvstabilizeprp: (IVKFVStabilize*)m_spIVStabilize == NULL"});
+  m_assertions.clear();
+  for (int id : {IDC_ENABLE, IDC_DEFAULTS, IDC_BACKGROUND}) Click(id);
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+  EXPECT_EQ(m_pPage->SetObjects(0, nullptr), S_OK);
+  EXPECT_EQ(m_pPage->Apply(), E_UNEXPECTED);
+  EXPECT_EQ(m_pPage->Deactivate(), S_OK);
+  EXPECT_EQ(m_pPage->Deactivate(), E_UNEXPECTED);
+  EXPECT_EQ(Settings(), kDefaults);
+}
+
+TEST_F(PropertyPage, SurvivesAHostThatClosesEarly) {
+  ConnectAndOpen();
+  m_site.onChange = [this] { m_pPage->Deactivate(); };
+  Click(IDC_ROTATION);
+  m_site.onChange = nullptr;
+  Open();
+  DestroyWindow(m_frame);
+  EXPECT_EQ(m_pPage->Deactivate(), E_UNEXPECTED);
+  m_frame = CreateWindowW(L"STATIC", L"", WS_POPUP, 0, 0, 600, 600, nullptr, nullptr, nullptr, nullptr);
+  Open();
+  m_site.onChange = [this] {
+    m_pPage->SetPageSite(nullptr);
+    m_pPage.Reset();
+  };
+  Click(IDC_ROTATION);
+  EXPECT_FALSE(IsWindow(m_dialog)) << "the last release closes the dialog";
+}
+
+using CreateFunction = HRESULT (*)(IUnknown*, REFIID, void**);
+constexpr CreateFunction kPages[] = {&CVKVStabilizePrp::CreateInstance, &CAboutProperties::CreateInstance};
+
+TEST_F(PropertyPage, PagesSayWhatTheyAreAndGoWhereTheyAreTold) {
+  for (const CreateFunction create : kPages) {
+    void* object = this;
+    EXPECT_EQ(create(nullptr, __uuidof(IPropertyPage), nullptr), E_POINTER);
+    EXPECT_EQ(create(m_pSettings.Get(), __uuidof(IUnknown), &object), CLASS_E_NOAGGREGATION);
+    EXPECT_EQ(create(nullptr, __uuidof(IPropertyPage2), &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    {
+      const FailingAllocations none(1);
+      EXPECT_EQ(create(nullptr, __uuidof(IPropertyPage), &object), E_OUTOFMEMORY);
+    }
     ComPtr<IPropertyPage> page;
     ASSERT_EQ(create(nullptr, IID_PPV_ARGS(&page)), S_OK);
     PROPPAGEINFO info = {};
-    EXPECT_EQ(page->GetPageInfo(&info), S_OK);
-    EXPECT_GT(info.size.cx, 100);
+    EXPECT_EQ(page->GetPageInfo(nullptr), E_POINTER);
+    ASSERT_EQ(page->GetPageInfo(&info), S_OK);
+    EXPECT_STREQ(info.pszTitle, create == kPages[0] ? L"Varkon Video Stabilizer" : L"About");
     CoTaskMemFree(info.pszTitle);
-    EXPECT_EQ(page->SetObjects(1, transform.GetAddressOf()), S_OK);
-    const RECT rect = {0, 0, info.size.cx, info.size.cy};
-    EXPECT_EQ(page->Activate(frame, &rect, FALSE), S_OK);
-    EXPECT_EQ(page->Deactivate(), S_OK);
-    EXPECT_EQ(page->SetObjects(0, nullptr), S_OK);
-    EXPECT_EQ(page.Reset(), 0U);
+
+    IUnknown* settings = m_pSettings.Get();
+    EXPECT_EQ(page->SetObjects(1, &settings), S_OK);
+    const RECT rect = {30, 20, 30 + info.size.cx, 20 + info.size.cy};
+    EXPECT_EQ(page->Activate(m_frame, &rect, FALSE), S_OK);
+    m_dialog = GetWindow(m_frame, GW_CHILD);
+    // The pixels that the template asks for, in the dialog's own font
+    RECT asked = {0, 0, 252, create == kPages[0] ? 287 : 92}, placed = {};
+    MapDialogRect(m_dialog, &asked);
+    EXPECT_EQ(info.size.cx, asked.right);
+    EXPECT_EQ(info.size.cy, asked.bottom);
+    GetWindowRect(m_dialog, &placed);
+    MapWindowPoints(nullptr, m_frame, reinterpret_cast<POINT*>(&placed), 2);
+    EXPECT_TRUE(EqualRect(&placed, &rect));
+    EXPECT_TRUE(IsWindowVisible(m_dialog));
+    EXPECT_EQ(page->Show(SW_HIDE), S_OK);
+    EXPECT_FALSE(IsWindowVisible(m_dialog));
+    EXPECT_EQ(Text(IDC_ABOUT_VERSION), "") << "this program has none";
+    EXPECT_EQ(page->Apply(), S_OK);
   }
-  DestroyWindow(frame);
+}
+
+/// Drawing objects of this process, by asking for each handle there can be, and windows of this thread: not
+/// every system counts them for GetGuiResources.
+std::pair<int, int> CountHandles(HWND frame) {
+  int objects = 0, windows = 0;
+  for (UINT_PTR handle = 1; handle < 0x10000; ++handle)
+    objects += GetObjectType(reinterpret_cast<HGDIOBJ>(handle)) != 0;
+  const auto count = [](HWND, LPARAM sum) -> BOOL {
+    ++*reinterpret_cast<int*>(sum);
+    return TRUE;
+  };
+  EnumThreadWindows(GetCurrentThreadId(), count, reinterpret_cast<LPARAM>(&windows));
+  EnumChildWindows(frame, count, reinterpret_cast<LPARAM>(&windows));
+  return {objects, windows};
+}
+
+TEST_F(PropertyPage, LeavesNoHandlesBehind) {
+  IUnknown* object = m_pSettings.Get();
+  const auto openAndClose = [&](CreateFunction create) {
+    ComPtr<IPropertyPage> page;
+    ASSERT_EQ(create(nullptr, IID_PPV_ARGS(&page)), S_OK);
+    ASSERT_EQ(page->SetObjects(1, &object), S_OK);
+    PROPPAGEINFO info = {};
+    ASSERT_EQ(page->GetPageInfo(&info), S_OK);
+    CoTaskMemFree(info.pszTitle);
+    const RECT rect = {0, 0, 500, 500};
+    ASSERT_EQ(page->Activate(m_frame, &rect, FALSE), S_OK);
+    ASSERT_EQ(page->Deactivate(), S_OK);
+  };
+  for (const CreateFunction create : kPages) {
+    openAndClose(create);  // what the first time leaves is the system's
+    const auto before = CountHandles(m_frame);
+    for (int i = 0; i < 200; ++i) openAndClose(create);
+    EXPECT_EQ(CountHandles(m_frame), before);
+  }
 }
 
 }  // namespace
