@@ -315,6 +315,10 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   if (SUCCEEDED(hr)) hr = output->GetGUID(MF_MT_SUBTYPE, &subtype);
   if (FAILED(hr)) return hr;
   if (subtype != MFVideoFormat_RGB24) return E_FAIL;
+  // The subtype tells video already; the major type may be missing, but not contradict it.
+  GUID majorType = {};
+  if (SUCCEEDED(output->GetGUID(MF_MT_MAJOR_TYPE, &majorType)) && majorType != MFMediaType_Video)
+    return E_FAIL;
 
   std::optional<SIZE> expected = ReadFrameSize(input), proposed = ReadFrameSize(output);
   if (!expected || !proposed) return E_FAIL;

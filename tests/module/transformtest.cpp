@@ -67,9 +67,9 @@ void Transform::AcceptProposal() {
 }
 
 void Transform::Crop(LONG leftRight, LONG topBottom) {
-  m_pSettings->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
   m_pSettings->put_LeftRightCropMargin(leftRight);
   m_pSettings->put_TopBottomCropMargin(topBottom);
+  m_pSettings->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
   m_pSettings->put_CropEnabled(VARIANT_TRUE);
 }
 
