@@ -117,6 +117,8 @@ EngineTest::~EngineTest() {
   EXPECT_TRUE(HasFailure() || g_liveAllocations == m_allocations) << "memory is left";
 }
 
+long EngineTest::LiveAllocations() { return g_liveAllocations; }
+
 Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;
   *facade.GetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, callback, &CreateAttributes);

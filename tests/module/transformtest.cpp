@@ -20,16 +20,18 @@ ComPtr<IMFSample> SampleOver(IMFMediaBuffer* buffer) {
   return sample;
 }
 
-ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill) {
+ComPtr<IMFSample> Sample(const Bytes& content) {
   ComPtr<IMFMediaBuffer> buffer;
-  EXPECT_EQ(MFCreateMemoryBuffer(static_cast<DWORD>(bytes), &buffer), S_OK);
+  EXPECT_EQ(MFCreateMemoryBuffer(static_cast<DWORD>(content.size()), &buffer), S_OK);
   BYTE* pixels = nullptr;
   EXPECT_EQ(buffer->Lock(&pixels, nullptr, nullptr), S_OK);
-  std::fill(pixels, pixels + bytes, fill);
+  std::copy(content.begin(), content.end(), pixels);
   buffer->Unlock();
-  buffer->SetCurrentLength(static_cast<DWORD>(bytes));
+  buffer->SetCurrentLength(static_cast<DWORD>(content.size()));
   return SampleOver(buffer.Get());
 }
+
+ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill) { return Sample(Bytes(bytes, fill)); }
 
 Bytes Content(IMFSample* sample) {
   ComPtr<IMFMediaBuffer> buffer;

@@ -23,6 +23,9 @@ Microsoft::WRL::ComPtr<IMFMediaType> VideoType(std::int32_t width = kWidth, std:
 /// A sample over a buffer of that many bytes, all of them in use.
 Microsoft::WRL::ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill = 0);
 
+/// The same with this content.
+Microsoft::WRL::ComPtr<IMFSample> Sample(const Bytes& content);
+
 /// A sample over a buffer of somebody else's.
 Microsoft::WRL::ComPtr<IMFSample> SampleOver(IMFMediaBuffer* buffer);
 
