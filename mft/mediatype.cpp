@@ -99,6 +99,10 @@ std::uint64_t ImageParameters::FrameBytes(std::uint32_t frameWidth, std::uint32_
   return stride <= limit ? stride * frameHeight : UINT64_MAX;
 }
 
+std::uint32_t ImageParameters::SampleBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const {
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(FrameBytes(frameWidth, frameHeight), UINT32_MAX));
+}
+
 void ImageParameters::Read(IMFMediaType* type) {
   width = height = BitsImage = 0;
   if (const std::optional<SIZE> size = ReadFrameSize(type)) {
@@ -112,6 +116,5 @@ void ImageParameters::Read(IMFMediaType* type) {
   UINT32 told = 0;
   if (SUCCEEDED(type->GetUINT32(MF_MT_SAMPLE_SIZE, &told))) sampleSize = told;
   if (sampleSize == 0) sampleSize = header->biSizeImage;
-  if (sampleSize == 0)
-    sampleSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(FrameBytes(), UINT32_MAX));
+  if (sampleSize == 0) sampleSize = SampleBytes(width, height);
 }

@@ -1,6 +1,5 @@
 #include "mft/mft_vstabilize.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <mfapi.h>
@@ -173,8 +172,7 @@ STDMETHODIMP CMFTVStabilize::GetOutputStreamInfo(DWORD stream, MFT_OUTPUT_STREAM
   info->dwFlags = MFT_OUTPUT_STREAM_WHOLE_SAMPLES | MFT_OUTPUT_STREAM_SINGLE_SAMPLE_PER_BUFFER |
                   MFT_OUTPUT_STREAM_FIXED_SAMPLE_SIZE;
   // Also when the output is cropped: the buffer first receives the whole input frame.
-  info->cbSize =
-      m_pInputType ? static_cast<DWORD>(std::min<std::uint64_t>(m_image.FrameBytes(), MAXDWORD)) : 0;
+  info->cbSize = m_pInputType ? m_image.SampleBytes(m_image.width, m_image.height) : 0;
   return S_OK;
 }
 
@@ -235,6 +233,7 @@ STDMETHODIMP CMFTVStabilize::GetInputAvailableType(DWORD stream, DWORD index, IM
   DebugTrace("GetInputAvailableType (stream = %d, type index = %d)\n", static_cast<int>(stream),
              static_cast<int>(index));
   if (!type) return E_INVALIDARG;
+  *type = nullptr;
   const CAutoLock lock(m_lock);
   return stream != 0 ? MF_E_INVALIDSTREAMNUMBER : MakeAvailableType(index, type);
 }
@@ -243,6 +242,7 @@ STDMETHODIMP CMFTVStabilize::GetOutputAvailableType(DWORD stream, DWORD index, I
   if (IMFTransform* const inner = ActiveInnerTransform())
     return inner->GetOutputAvailableType(stream, index, type);
   if (!type) return E_INVALIDARG;
+  *type = nullptr;
   const CAutoLock lock(m_lock);
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
   if (!m_pInputType) return MF_E_TRANSFORM_TYPE_NOT_SET;
@@ -252,6 +252,7 @@ STDMETHODIMP CMFTVStabilize::GetOutputAvailableType(DWORD stream, DWORD index, I
 STDMETHODIMP CMFTVStabilize::GetInputCurrentType(DWORD stream, IMFMediaType** type) {
   if (IMFTransform* const inner = ActiveInnerTransform()) return inner->GetInputCurrentType(stream, type);
   if (!type) return E_POINTER;
+  *type = nullptr;
   const CAutoLock lock(m_lock);
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
   return m_pInputType ? CopyMediaType(m_pInputType.Get(), type) : MF_E_TRANSFORM_TYPE_NOT_SET;
@@ -260,6 +261,7 @@ STDMETHODIMP CMFTVStabilize::GetInputCurrentType(DWORD stream, IMFMediaType** ty
 STDMETHODIMP CMFTVStabilize::GetOutputCurrentType(DWORD stream, IMFMediaType** type) {
   if (IMFTransform* const inner = ActiveInnerTransform()) return inner->GetOutputCurrentType(stream, type);
   if (!type) return E_POINTER;
+  *type = nullptr;
   const CAutoLock lock(m_lock);
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
   return m_pOutputType ? CopyMediaType(m_pOutputType.Get(), type) : MF_E_TRANSFORM_TYPE_NOT_SET;
@@ -291,10 +293,11 @@ STDMETHODIMP CMFTVStabilize::SetOutputType(DWORD stream, IMFMediaType* type, DWO
     m_pOutputType.Reset();
     return S_OK;
   }
+  const unsigned formatChanges = m_formatChanges;
   // After a format change the sample that is held waits for just this call.
-  if (m_pSample && !m_formatChange) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
+  if (m_pSample && formatChanges == 0) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
   const HRESULT hr = CheckOutputType(type);
-  if (SUCCEEDED(hr) && flags != MFT_SET_TYPE_TEST_ONLY) CommitOutputType(type);
+  if (SUCCEEDED(hr) && flags != MFT_SET_TYPE_TEST_ONLY) CommitOutputType(type, formatChanges);
   return hr;
 }
 
@@ -312,13 +315,17 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   if (SUCCEEDED(hr)) hr = output->GetGUID(MF_MT_SUBTYPE, &subtype);
   if (FAILED(hr)) return hr;
   if (subtype != MFVideoFormat_RGB24) return E_FAIL;
+  // The subtype tells video already; the major type may be missing, but not contradict it.
+  GUID majorType = {};
+  if (SUCCEEDED(output->GetGUID(MF_MT_MAJOR_TYPE, &majorType)) && majorType != MFMediaType_Video)
+    return E_FAIL;
 
   std::optional<SIZE> expected = ReadFrameSize(input), proposed = ReadFrameSize(output);
   if (!expected || !proposed) return E_FAIL;
   if (m_pFacade->ChangesFrameSize()) {
     // Margins are taken from the picture, whichever end of it comes first in memory.
-    expected->cy = std::abs(expected->cy);
-    proposed->cy = std::abs(proposed->cy);
+    expected->cy = static_cast<LONG>(std::llabs(expected->cy));
+    proposed->cy = static_cast<LONG>(std::llabs(proposed->cy));
     m_pFacade->GetOutputSize(*expected);
   }
   return IsSameSize(*expected, *proposed) ? S_OK : E_FAIL;
@@ -339,9 +346,8 @@ HRESULT CMFTVStabilize::ProposeOutputType(IMFMediaType** type) {
     m_pFacade->GetOutputSize(size);
     WriteFrameSize(proposed.Get(), size);
     proposed->SetUINT32(MF_MT_FIXED_SIZE_SAMPLES, 1);
-    proposed->SetUINT32(MF_MT_SAMPLE_SIZE,
-                        static_cast<UINT32>(m_image.FrameBytes(static_cast<std::uint32_t>(size.cx),
-                                                               static_cast<std::uint32_t>(size.cy))));
+    proposed->SetUINT32(MF_MT_SAMPLE_SIZE, m_image.SampleBytes(static_cast<std::uint32_t>(size.cx),
+                                                               static_cast<std::uint32_t>(size.cy)));
   }
   return proposed.CopyTo(type);
 }
@@ -357,11 +363,12 @@ void CMFTVStabilize::CommitInputType(IMFMediaType* type) {
   ForgetFrames();
 }
 
-void CMFTVStabilize::CommitOutputType(IMFMediaType* type) {
+void CMFTVStabilize::CommitOutputType(IMFMediaType* type, unsigned formatChanges) {
   m_pOutputType = type;
-  if (!m_formatChange) return;
+  if (formatChanges == 0) return;
   m_pFacade->ClearReconnectPending();
-  m_formatChange = false;
+  // A change that another thread made since the type was checked is still to be announced.
+  m_formatChanges.compare_exchange_strong(formatChanges, 0);
 }
 
 HRESULT CMFTVStabilize::OutputChanged() {
@@ -374,7 +381,7 @@ HRESULT CMFTVStabilize::OutputChanged() {
   if (!input) return S_OK;
   SIZE output = input->image;
   m_pFacade->GetOutputSize(output);
-  if (!IsSameSize(output, input->told)) m_formatChange = true;
+  if (!IsSameSize(output, input->told)) ++m_formatChanges;
   return S_OK;
 }
 
@@ -388,7 +395,7 @@ void CMFTVStabilize::ForgetFrames() {
 void CMFTVStabilize::BeginStreaming() {
   if (m_streaming) return;
   m_streaming = true;
-  if (m_pFacade->IsReconnectPending()) m_formatChange = true;
+  if (m_pFacade->IsReconnectPending()) ++m_formatChanges;
   ForgetFrames();
 }
 
@@ -445,7 +452,7 @@ STDMETHODIMP CMFTVStabilize::ProcessOutput(DWORD flags, DWORD count, MFT_OUTPUT_
   if (flags != 0) return E_INVALIDARG;
   if (!buffers || !status) return E_POINTER;
   if (count != 1 || !buffers[0].pSample) return E_INVALIDARG;
-  if (m_formatChange) {
+  if (m_formatChanges != 0) {
     buffers[0].dwStatus |= MFT_OUTPUT_DATA_BUFFER_FORMAT_CHANGE;
     return MF_E_TRANSFORM_STREAM_CHANGE;
   }
@@ -463,7 +470,7 @@ STDMETHODIMP CMFTVStabilize::ProcessOutput(DWORD flags, DWORD count, MFT_OUTPUT_
 HRESULT CMFTVStabilize::ProcessSample(IMFSample* input, IMFSample* output) {
   if (!input || !output) return E_POINTER;
   if (m_pFacade->IsReconnectPending()) {
-    m_formatChange = true;
+    ++m_formatChanges;
     return S_OK;
   }
   const HRESULT hr = CopyImage(input, output);
@@ -485,12 +492,15 @@ HRESULT CMFTVStabilize::CopyImage(IMFSample* input, IMFSample* output) const {
   // Neither buffer is touched unless both hold the frame.
   if (source.Length() < bytes) return E_INVALIDARG;
   if (destination.Capacity() < bytes) return MF_E_BUFFERTOOSMALL;
-  if (bytes > 0) std::memcpy(destination.Bytes(), source.Bytes(), static_cast<std::size_t>(bytes));
+  // A host may have its frames processed in place.
+  if (bytes > 0) std::memmove(destination.Bytes(), source.Bytes(), static_cast<std::size_t>(bytes));
   return destination.SetLength(static_cast<DWORD>(bytes));
 }
 
 HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
   bool frameTaken = false, noOutput = false;
+  // Now, since a frame that the kernel takes without a record would set all stamps out of step.
+  m_sampleAttributes.Reserve();
   const unsigned streamBefore = m_pFacade->StreamNumber();
   const HRESULT hr = StabilizeImage(output, &frameTaken, &noOutput);
   if (FAILED(AssertSucceeded(hr))) return hr;

@@ -88,7 +88,7 @@ class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
 
   IMFTransform* ActiveInnerTransform();
   void CommitInputType(IMFMediaType* type);
-  void CommitOutputType(IMFMediaType* type);
+  void CommitOutputType(IMFMediaType* type, unsigned formatChanges);
   HRESULT ProposeOutputType(IMFMediaType** type);
   HRESULT CheckTransform(IMFMediaType* input, IMFMediaType* output);
   HRESULT CheckOutputType(IMFMediaType* type);
@@ -104,7 +104,7 @@ class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
   void PassTiming(IMFSample* input, IMFSample* output);
 
   LONG m_nRefCount = 1;
-  std::atomic<bool> m_formatChange = false;
+  std::atomic<unsigned> m_formatChanges = 0;  // that await a new output type
   CCriticalSection m_inputSizeLock;
   std::optional<InputSize> m_inputSize;  // guarded by its lock
   CCriticalSection m_lock;

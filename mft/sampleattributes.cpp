@@ -20,13 +20,13 @@ void CVRMFSampleAttributes::ApplyTo(IMFSample* sample) const {
   if (SUCCEEDED(cleanPointResult)) sample->SetUINT32(MFSampleExtension_CleanPoint, cleanPoint);
 }
 
-void CSampleAttributesQueue::AddBlock() {
+void CSampleAttributesQueue::Reserve() {
+  if (m_pFree) return;
   m_blocks.push_back(std::make_unique<Block>());
   for (Node& node : *m_blocks.back()) node.next = std::exchange(m_pFree, &node);
 }
 
 void CSampleAttributesQueue::Append(const CVRMFSampleAttributes& attributes) {
-  if (!m_pFree) AddBlock();
   Node* const node = std::exchange(m_pFree, m_pFree->next);
   *node = {attributes, nullptr};
   (m_pNewest ? m_pNewest->next : m_pOldest) = node;

@@ -28,7 +28,9 @@ class CSampleAttributesQueue {
   CSampleAttributesQueue& operator=(const CSampleAttributesQueue&) = delete;
 
   bool IsEmpty() const { return m_pOldest == nullptr; }
-  /// Throws std::bad_alloc.
+  /// Makes room for one more entry. Throws std::bad_alloc.
+  void Reserve();
+  /// Takes the room that was reserved.
   void Append(const CVRMFSampleAttributes& attributes);
   /// The oldest entry, taken out; the queue is not empty.
   CVRMFSampleAttributes TakeOldest();
@@ -40,8 +42,6 @@ class CSampleAttributesQueue {
     Node* next = nullptr;
   };
   using Block = std::array<Node, 10>;
-
-  void AddBlock();
 
   std::vector<std::unique_ptr<Block>> m_blocks;
   Node* m_pFree = nullptr;

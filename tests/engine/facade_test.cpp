@@ -8,6 +8,7 @@
 #include "kernel/frame.h"
 #include "support/scene.h"
 #include "testenvironment.h"
+#include "threadteam.h"
 
 using Microsoft::WRL::ComPtr;
 
@@ -434,7 +435,6 @@ TEST_F(Facade, LivesWithoutAStore) {
 }
 
 TEST_F(Facade, StaysWholeUnderManyThreads) {
-  std::atomic<bool> stop = false;
   std::atomic<int> frames = 0;
   // The transform asks from its callback.
   struct Asking : VKVStabilizeImplCB {
@@ -448,58 +448,41 @@ TEST_F(Facade, StaysWholeUnderManyThreads) {
   m_pFacade = MakeFacade(&transform);
   transform.facade = m_pFacade.Get();
   m_pFacade->SaveAttributes();
-  const auto repeat = [&](auto work) {
-    return std::thread([&stop, work] {
-      std::mt19937 random(7);
-      while (!stop) work(random);
-    });
-  };
   CVKVStabilizeImpl* const facade = m_pFacade.Get();
-  std::vector<std::thread> threads;
+  ThreadTeam team;
   for (int i = 0; i < 2; ++i) {
-    threads.push_back(repeat([&](std::mt19937&) {
+    team.Repeat([&](std::mt19937&) {
       Bytes frame(static_cast<std::size_t>(FrameGeometry(64, 48).SizeBytes()));
       bool noOutput = false;
       facade->ProcessFrame(frame.data(), 64, 48, false, &noOutput);
       ++frames;
-    }));
+    });
   }
-  threads.push_back(repeat([&](std::mt19937& random) {
+  team.Repeat([&](std::mt19937& random) {
     facade->put_PathSmoothingLevel(std::bit_cast<vkvstab_PathSmoothingLevel>(random() % 2 == 0 ? 4 : 8));
     facade->put_CropEnabled(random() % 2 == 0 ? VARIANT_TRUE : VARIANT_FALSE);
     facade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
     facade->put_LeftRightCropMargin(static_cast<LONG>(random() % 50));
-  }));
-  threads.push_back(repeat([&](std::mt19937&) {
+  });
+  team.Repeat([&](std::mt19937&) {
     facade->put_AutoReconnect(VARIANT_FALSE);
     facade->put_AutoReconnect(VARIANT_TRUE);
     facade->ChangesFrameSize();
     facade->IsReconnectPending();
-  }));
-  threads.push_back(repeat([&](std::mt19937&) { EXPECT_EQ(facade->ResetToDefaults(), S_OK); }));
-  threads.push_back(repeat([&](std::mt19937&) { EXPECT_EQ(facade->LoadAttributes(), S_OK); }));
-  threads.push_back(repeat([&](std::mt19937&) { EXPECT_EQ(facade->SaveAttributes(), S_OK); }));
-  threads.push_back(repeat([&](std::mt19937&) {
+  });
+  team.Repeat([&](std::mt19937&) { EXPECT_EQ(facade->ResetToDefaults(), S_OK); });
+  team.Repeat([&](std::mt19937&) { EXPECT_EQ(facade->LoadAttributes(), S_OK); });
+  team.Repeat([&](std::mt19937&) { EXPECT_EQ(facade->SaveAttributes(), S_OK); });
+  team.Repeat([&](std::mt19937&) {
     const CStoreLock lock(facade->Attributes());
     facade->Attributes()->SetUINT32(VKVSTAB_ATTR_CROP_ENABLED, 1);
     facade->Attributes()->SetUINT32(VKVSTAB_ATTR_CLIPPING_OPTION, 1);
     SIZE size = {64, 48};
     facade->GetOutputSize(size);
     facade->ResetToDefaults();
-  }));
-  threads.push_back(repeat([&](std::mt19937&) { facade->Reset(); }));
-  std::this_thread::sleep_for(std::chrono::seconds(2));
-  stop = true;
-  // A deadlock ends the program with a word instead of the patience of whoever started it.
-  std::atomic<bool> ended = false;
-  std::thread watchdog([&] {
-    for (int i = 0; i < 300 && !ended; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (!ended)
-      std::fputs("[  FAILED  ] threads stand still (30000 ms)\n", stdout), std::fflush(stdout), std::_Exit(1);
   });
-  for (std::thread& thread : threads) thread.join();
-  ended = true;
-  watchdog.join();
+  team.Repeat([&](std::mt19937&) { facade->Reset(); });
+  team.WorkFor(std::chrono::seconds(2));
   EXPECT_GT(frames, 10);
   // At whatever moment settings were taken, they were whole: the kernel could always be set up with them.
   EXPECT_EQ(std::count(m_assertions.begin(), m_assertions.end(), "vkvstabilizeimpl: fRet"), 0);

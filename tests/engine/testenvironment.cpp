@@ -45,7 +45,7 @@ constexpr DebugReporter kCollector = {[](const char* condition, const char* file
                                       [](const char* text) { Keep(g_pTraces, text); }};
 
 /// The key under which this process finds its own HKEY_CURRENT_USER: programs may run side by side.
-std::string TestHive() { return "SOFTWARE\\VStabilizeTests\\" + std::to_string(GetCurrentProcessId()); }
+std::string TestHive() { return "SOFTWARE\\VStabilizeTests." + std::to_string(GetCurrentProcessId()); }
 
 class Platform : public ::testing::Environment {
  public:
@@ -116,6 +116,8 @@ EngineTest::~EngineTest() {
   // The test framework keeps the texts of failures.
   EXPECT_TRUE(HasFailure() || g_liveAllocations == m_allocations) << "memory is left";
 }
+
+long EngineTest::LiveAllocations() { return g_liveAllocations; }
 
 Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;

@@ -33,6 +33,9 @@ class EngineTest : public ::testing::Test {
   EngineTest();
   ~EngineTest() override;
 
+  /// How many pieces of memory are in use, not counting the platform's.
+  static long LiveAllocations();
+
   /// A facade whose store is watched; null callback unless given.
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> MakeFacade(VKVStabilizeImplCB* callback = nullptr);
 

@@ -1,0 +1,195 @@
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <psapi.h>
+#include <random>
+
+#include "engine/threadteam.h"
+#include "support/scene.h"
+#include "transformtest.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+VARIANT_BOOL RandomFlag(std::mt19937& random) { return random() % 2 == 0 ? VARIANT_TRUE : VARIANT_FALSE; }
+
+/// Any settings, good and bad, but none of the engine's choice.
+void ChangeASetting(IVKFVStabilize* settings, std::mt19937& random) {
+  constexpr int kWindows[] = {4, 8, 12, 16, 24, 32, 64, 128, 5};
+  const auto any = [&](unsigned count) { return static_cast<LONG>(random() % count); };
+  switch (any(12)) {
+    case 0:
+      settings->put_Enabled(RandomFlag(random));
+      break;
+    case 1:
+      settings->put_AutoReconnect(RandomFlag(random));
+      break;
+    case 2:
+      settings->put_ROIEnabled(RandomFlag(random));
+      break;
+    case 3:
+      settings->put_ROILeft(any(80) - 8);
+      break;
+    case 4:
+      settings->put_ROIBottom(any(80));
+      break;
+    case 5:
+      settings->put_GlobalEstimationCoefficients(std::bit_cast<vkvstab_GlobalEstimationCoefficients>(any(2)));
+      break;
+    case 6:
+      settings->put_GlobalEstimationQuality(std::bit_cast<vkvstab_GlobalEstimationQuality>(any(5)));
+      break;
+    case 7:
+      settings->put_PathSmoothingLevel(std::bit_cast<vkvstab_PathSmoothingLevel>(kWindows[any(9)]));
+      break;
+    case 8:
+      settings->put_BkFillColor(static_cast<OLE_COLOR>(any(1 << 24)));
+      break;
+    case 9:
+      settings->put_CropEnabled(RandomFlag(random));
+      break;
+    case 10:
+      settings->put_LeftRightCropMargin(any(40) - 4);
+      settings->put_TopBottomCropMargin(any(30) - 4);
+      break;
+    default:
+      settings->put_ClippingOption(std::bit_cast<vkvstab_enumClippingOption>(any(4)));
+  }
+}
+
+class Endurance : public Transform {
+ protected:
+  /// Offers a frame as a host does; what the transform says to it.
+  HRESULT Offer(IMFSample* input, IMFSample* output) {
+    m_pTransform->ProcessInput(0, input, 0);
+    const HRESULT hr = Output(output);
+    if (hr == MF_E_TRANSFORM_STREAM_CHANGE) Renegotiate();
+    return hr;
+  }
+
+  void Renegotiate() {
+    ComPtr<IMFMediaType> type;
+    m_pTransform->GetOutputCurrentType(0, &type);
+    if (SUCCEEDED(m_pTransform->GetOutputAvailableType(0, 0, &type)))
+      m_pTransform->SetOutputType(0, type.Get(), 0);
+  }
+
+  struct Memory {
+    std::ptrdiff_t bytes;  ///< of the whole process
+    long allocations;      ///< of ours
+  };
+
+  /// Between two streams and at default settings, so that two measurements compare.
+  Memory Measure() {
+    m_pSettings->ResetToDefaults();
+    m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_END_OF_STREAM, 0);
+    m_traces = m_assertions = {};
+    PROCESS_MEMORY_COUNTERS counters = {};
+    EXPECT_TRUE(GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters));
+    EXPECT_GT(counters.PagefileUsage, 0U);
+    return {static_cast<std::ptrdiff_t>(counters.PagefileUsage), LiveAllocations()};
+  }
+
+  IMFAttributes* Attributes() { return static_cast<CVKVStabilizeImpl*>(m_pSettings.Get())->Attributes(); }
+};
+
+TEST_F(Endurance, ManyThreadsAtOnce) {
+  SetTypes();
+  m_pSettings->SaveAttributes();
+  std::atomic<int> delivered = 0, unexpected = 0;
+  ThreadTeam team;
+  for (int i = 0; i < 2; ++i) {
+    team.Repeat([&](std::mt19937& random) {
+      const ComPtr<IMFSample> input = Sample(FrameBytes(), static_cast<std::uint8_t>(random()));
+      const ComPtr<IMFSample> output = Sample(FrameBytes());
+      input->SetSampleTime(1);
+      const HRESULT hr = Offer(input.Get(), output.Get());
+      if (hr == S_OK) ++delivered;
+      // The other size does not fit into these buffers.
+      if (hr != S_OK && hr != MF_E_TRANSFORM_NEED_MORE_INPUT && hr != MF_E_TRANSFORM_STREAM_CHANGE &&
+          hr != E_INVALIDARG)
+        ++unexpected;
+    });
+  }
+  team.Repeat([&](std::mt19937&) {
+    DWORD a = 0, b = 0, c = 0, d = 0;
+    MFT_INPUT_STREAM_INFO input = {};
+    MFT_OUTPUT_STREAM_INFO output = {};
+    for (const HRESULT hr :
+         {m_pTransform->GetInputStatus(0, &a), m_pTransform->GetOutputStatus(&b),
+          m_pTransform->GetStreamLimits(&a, &b, &c, &d), m_pTransform->GetInputStreamInfo(0, &input),
+          m_pTransform->GetOutputStreamInfo(0, &output)})
+      if (hr != S_OK) ++unexpected;
+  });
+  team.Repeat([&](std::mt19937& random) { ChangeASetting(m_pSettings.Get(), random); });
+  team.Repeat([&](std::mt19937& random) {
+    if (random() % 2 == 0)
+      m_pSettings->LoadAttributes();
+    else if (random() % 2 == 0)
+      m_pSettings->ResetToDefaults();
+    else
+      ChangeASetting(m_pSettings.Get(), random), m_pSettings->SaveAttributes();
+  });
+  team.Repeat([&](std::mt19937& random) {
+    const CStoreLock lock(Attributes());
+    Attributes()->SetUINT32(VKVSTAB_ATTR_CLIPPING_OPTION, vkvstab_CLIPPINGOPTIONS_CROP);
+    Attributes()->SetUINT32(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN, random() % 20);
+    Attributes()->SetUINT32(VKVSTAB_ATTR_CROP_ENABLED, 1);
+  });
+  team.Repeat([&](std::mt19937& random) {
+    const std::int32_t width = random() % 4 == 0 ? 2 * kWidth : kWidth;
+    if (random() % 4 == 0) m_pTransform->SetInputType(0, nullptr, 0);
+    m_pTransform->SetInputType(0, VideoType(width, random() % 2 == 0 ? kHeight : -kHeight).Get(), 0);
+    Renegotiate();
+  });
+  team.Repeat([&](std::mt19937& random) {
+    constexpr MFT_MESSAGE_TYPE kMessages[] = {MFT_MESSAGE_COMMAND_FLUSH, MFT_MESSAGE_NOTIFY_END_OF_STREAM,
+                                              MFT_MESSAGE_NOTIFY_START_OF_STREAM};
+    m_pTransform->ProcessMessage(kMessages[random() % 3], 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  });
+  team.WorkFor(std::chrono::seconds(3));
+  EXPECT_EQ(unexpected, 0);
+  EXPECT_GT(delivered, 10);
+  m_traces = m_assertions = {};
+
+  m_pSettings->ResetToDefaults();
+  m_pTransform->ProcessMessage(MFT_MESSAGE_COMMAND_FLUSH, 0);
+  m_pSettings->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_1);
+  SetTypes();
+  for (int number = 1; number <= 3; ++number) Feed(number);
+  ExpectDelivered(1);
+}
+
+TEST_F(Endurance, TenThousandFramesLeaveNoMemoryBehind) {
+  std::mt19937 random(11);
+  Bytes frames[8];
+  for (unsigned i = 0; i < std::size(frames); ++i) frames[i] = RandomBytes(FrameBytes(), i);
+  SetTypes();
+  Memory early = {};
+  int delivered = 0;
+  // From the start on, memory for the longest delay line has been in use once.
+  m_pSettings->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_8);
+  for (int number = 1; number <= 128; ++number) Offer(Sample(frames[0]).Get(), Sample(FrameBytes()).Get());
+  for (int number = 1; number <= 10000; ++number) {
+    if (random() % 16 == 0) ChangeASetting(m_pSettings.Get(), random);
+    if (random() % 4 == 0) Renegotiate();
+    if (random() % 128 == 0) m_pTransform->SetInputType(0, VideoType().Get(), 0);
+    const ComPtr<IMFSample> input = Sample(frames[random() % std::size(frames)]);
+    input->SetSampleTime(number);
+    const HRESULT hr = Offer(input.Get(), Sample(FrameBytes()).Get());
+    if (hr == S_OK) ++delivered;
+    EXPECT_TRUE(hr == S_OK || hr == MF_E_TRANSFORM_NEED_MORE_INPUT || hr == MF_E_TRANSFORM_STREAM_CHANGE)
+        << hr;
+    if (number == 1000) early = Measure();
+  }
+  const Memory late = Measure();
+  EXPECT_GT(delivered, 1000);
+  EXPECT_LT(late.bytes - early.bytes, 1 << 20);
+  EXPECT_EQ(late.allocations, early.allocations);
+}
+
+}  // namespace

@@ -1,0 +1,227 @@
+#include "transformtest.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+TEST_F(Transform, AnswersForItsInterfacesAndPassesTheFacades) {
+  for (const IID& iid : {__uuidof(IUnknown), __uuidof(IMFTransform), __uuidof(ISpecifyPropertyPages),
+                         __uuidof(IDispatch), __uuidof(IVKFVStabilize)}) {
+    ComPtr<IUnknown> object;
+    EXPECT_EQ(m_pTransform->QueryInterface(iid, &object), S_OK);
+  }
+  void* object = this;
+  EXPECT_EQ(m_pTransform->QueryInterface(__uuidof(IVKFVStabilize1), &object), E_NOINTERFACE);
+  EXPECT_EQ(object, nullptr);
+  EXPECT_EQ(m_pTransform->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
+  EXPECT_EQ(CMFTVStabilize::CreateInstance(m_pTransform.Get(), __uuidof(IUnknown), &object),
+            CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(CMFTVStabilize::CreateInstance(nullptr, __uuidof(IUnknown), nullptr), E_POINTER);
+
+  ComPtr<ISpecifyPropertyPages> pages;
+  ASSERT_EQ(m_pTransform.As(&pages), S_OK);
+  CAUUID list = {};
+  EXPECT_EQ(pages->GetPages(nullptr), E_POINTER);
+  ASSERT_EQ(pages->GetPages(&list), S_OK);
+  ASSERT_EQ(list.cElems, 2U);
+  EXPECT_TRUE(list.pElems[0] == CLSID_VKFVStabilizePropertyPage);
+  EXPECT_TRUE(list.pElems[1] == CLSID_VKFVStabilizeAbout);
+  CoTaskMemFree(list.pElems);
+}
+
+TEST_F(Transform, DescribesItsStreams) {
+  DWORD a = 9, b = 9, c = 9, d = 9;
+  EXPECT_EQ(m_pTransform->GetStreamLimits(&a, &b, &c, &d), S_OK);
+  EXPECT_EQ(a + b + c + d, 4U);
+  for (DWORD* const missing : {&a, &b, &c, &d}) {
+    const auto unless = [missing](DWORD* pointer) { return pointer == missing ? nullptr : pointer; };
+    EXPECT_EQ(m_pTransform->GetStreamLimits(unless(&a), unless(&b), unless(&c), unless(&d)), E_POINTER);
+  }
+  EXPECT_EQ(m_pTransform->GetStreamCount(&a, &b), S_OK);
+  EXPECT_EQ(a + b, 2U);
+  EXPECT_EQ(m_pTransform->GetStreamCount(nullptr, &b), E_POINTER);
+  EXPECT_EQ(m_pTransform->GetStreamCount(&a, nullptr), E_POINTER);
+
+  MFT_INPUT_STREAM_INFO input = {};
+  MFT_OUTPUT_STREAM_INFO output = {};
+  EXPECT_EQ(m_pTransform->GetInputStreamInfo(0, &input), S_OK);
+  EXPECT_EQ(input.dwFlags, 3U);
+  EXPECT_EQ(input.cbSize, 0U);
+  EXPECT_EQ(m_pTransform->GetInputStreamInfo(1, &input), MF_E_INVALIDSTREAMNUMBER);
+  EXPECT_EQ(m_pTransform->GetInputStreamInfo(0, nullptr), E_POINTER);
+  EXPECT_EQ(m_pTransform->GetOutputStreamInfo(0, nullptr), E_POINTER);
+  EXPECT_EQ(m_pTransform->GetInputStatus(0, nullptr), E_POINTER);
+  EXPECT_EQ(m_pTransform->GetInputStatus(1, &a), MF_E_INVALIDSTREAMNUMBER);
+  EXPECT_EQ(m_pTransform->GetOutputStatus(nullptr), E_POINTER);
+  SetTypes(101, 30);
+  EXPECT_EQ(m_pTransform->GetInputStreamInfo(0, &input), S_OK);
+  EXPECT_EQ(m_pTransform->GetOutputStreamInfo(0, &output), S_OK);
+  EXPECT_EQ(input.cbSize, 304U * 30);
+  EXPECT_EQ(output.cbSize, 304U * 30);
+  EXPECT_EQ(output.dwFlags, 7U);
+  EXPECT_EQ(m_pTransform->GetOutputStreamInfo(2, &output), MF_E_INVALIDSTREAMNUMBER);
+
+  ComPtr<IMFAttributes> attributes;
+  EXPECT_EQ(m_pTransform->GetAttributes(&attributes), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->GetInputStreamAttributes(0, &attributes), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->GetOutputStreamAttributes(0, &attributes), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->GetStreamIDs(0, nullptr, 0, nullptr), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->AddInputStreams(0, nullptr), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->DeleteInputStream(0), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->SetOutputBounds(0, 0), E_NOTIMPL);
+  EXPECT_EQ(m_pTransform->ProcessEvent(0, nullptr), E_NOTIMPL);
+}
+
+TEST_F(Transform, OffersAndChecksTypes) {
+  ComPtr<IMFMediaType> type;
+  EXPECT_EQ(m_pTransform->GetInputAvailableType(0, 0, nullptr), E_INVALIDARG);
+  EXPECT_EQ(m_pTransform->GetInputAvailableType(1, 0, &type), MF_E_INVALIDSTREAMNUMBER);
+  EXPECT_EQ(m_pTransform->GetInputAvailableType(0, 1, &type), MF_E_NO_MORE_TYPES);
+  ASSERT_EQ(m_pTransform->GetInputAvailableType(0, 0, &type), S_OK);
+  UINT32 count = 0;
+  type->GetCount(&count);
+  EXPECT_EQ(count, 2U);
+  EXPECT_EQ(CheckVideoType(type.Get()), S_OK);
+
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 0, type.ReleaseAndGetAddressOf()),
+            MF_E_TRANSFORM_TYPE_NOT_SET);
+  EXPECT_EQ(m_pTransform->GetInputCurrentType(0, &type), MF_E_TRANSFORM_TYPE_NOT_SET);
+  EXPECT_EQ(m_pTransform->GetInputCurrentType(0, nullptr), E_POINTER);
+  EXPECT_EQ(m_pTransform->SetInputType(7, nullptr, 2), E_INVALIDARG) << "flags come before everything";
+  EXPECT_EQ(m_pTransform->SetInputType(7, nullptr, 0), MF_E_INVALIDSTREAMNUMBER);
+  EXPECT_EQ(m_pTransform->SetInputType(0, VideoType(8, 8, MFVideoFormat_RGB32).Get(), 0),
+            MF_E_INVALIDMEDIATYPE);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(8, 8, MFVideoFormat_NV12).Get(), 0),
+            MF_E_INVALIDMEDIATYPE);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(8, 8).Get(), 0), S_OK) << "before an input, any size";
+  EXPECT_EQ(m_pTransform->SetInputType(0, VideoType().Get(), MFT_SET_TYPE_TEST_ONLY), S_OK);
+  EXPECT_EQ(m_pTransform->GetInputCurrentType(0, &type), MF_E_TRANSFORM_TYPE_NOT_SET) << "only tested";
+
+  SetTypes();
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(kWidth, kHeight - 1).Get(), 0), MF_E_INVALIDMEDIATYPE);
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 1, &type), MF_E_NO_MORE_TYPES);
+  ComPtr<IMFMediaType> stored = VideoType();
+  ASSERT_EQ(m_pTransform->SetInputType(0, stored.Get(), 0), S_OK);
+  ASSERT_EQ(m_pTransform->GetInputCurrentType(0, &type), S_OK);
+  BOOL equal = FALSE;
+  EXPECT_EQ(type->Compare(stored.Get(), MF_ATTRIBUTES_MATCH_ALL_ITEMS, &equal), S_OK);
+  EXPECT_TRUE(equal);
+  EXPECT_NE(type.Get(), stored.Get());
+  EXPECT_EQ(m_pTransform->SetInputType(0, nullptr, MFT_SET_TYPE_TEST_ONLY), S_OK);
+  EXPECT_EQ(m_pTransform->GetInputCurrentType(0, type.ReleaseAndGetAddressOf()), MF_E_TRANSFORM_TYPE_NOT_SET);
+}
+
+TEST_F(Transform, ProposesTheCroppedSizeAndTurnsReconnectionOn) {
+  m_pSettings->put_AutoReconnect(VARIANT_FALSE);
+  m_pSettings->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  m_pSettings->put_LeftRightCropMargin(16);
+  m_pSettings->put_TopBottomCropMargin(8);
+  m_pSettings->put_CropEnabled(VARIANT_TRUE);
+  for (const std::int32_t height : {480, -480}) {
+    ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(640, height).Get(), 0), S_OK);
+    ComPtr<IMFMediaType> type;
+    ASSERT_EQ(m_pTransform->GetOutputAvailableType(0, 0, &type), S_OK);
+    UINT32 bytes = 0, isFixed = 0;
+    EXPECT_EQ(type->GetUINT32(MF_MT_SAMPLE_SIZE, &bytes), S_OK);
+    EXPECT_EQ(type->GetUINT32(MF_MT_FIXED_SIZE_SAMPLES, &isFixed), S_OK);
+    EXPECT_EQ(bytes, 846336U);
+    EXPECT_EQ(isFixed, 1U);
+    EXPECT_EQ(ReadFrameSize(type.Get())->cx, 608);
+    EXPECT_EQ(ReadFrameSize(type.Get())->cy, 464);
+    EXPECT_EQ(m_pTransform->SetOutputType(0, type.Get(), 0), S_OK) << "input height " << height;
+    EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(640, 480).Get(), 0), MF_E_INVALIDMEDIATYPE);
+  }
+  VARIANT_BOOL on = VARIANT_FALSE;
+  m_pSettings->get_AutoReconnect(&on);
+  EXPECT_EQ(on, VARIANT_TRUE);
+}
+
+TEST_F(Transform, KeepsAnEarlierSampleSize) {
+  ComPtr<IMFMediaType> type = VideoType();
+  type->SetUINT32(MF_MT_SAMPLE_SIZE, 12345);
+  ASSERT_EQ(m_pTransform->SetInputType(0, type.Get(), 0), S_OK);
+  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(8, 8).Get(), 0), S_OK);
+  MFT_INPUT_STREAM_INFO info = {};
+  EXPECT_EQ(m_pTransform->GetInputStreamInfo(0, &info), S_OK);
+  EXPECT_EQ(info.cbSize, 12345U);
+}
+
+TEST_F(Transform, RefusesInTheStatedOrderAndHandsOutNothing) {
+  ComPtr<IMFMediaType> type;
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 0, nullptr), E_INVALIDARG);
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(1, 0, &type), MF_E_INVALIDSTREAMNUMBER);
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 1, &type), MF_E_TRANSFORM_TYPE_NOT_SET);
+  EXPECT_EQ(m_pTransform->GetOutputCurrentType(0, nullptr), E_POINTER);
+  EXPECT_EQ(m_pTransform->GetOutputCurrentType(1, &type), MF_E_INVALIDSTREAMNUMBER);
+  EXPECT_EQ(m_pTransform->GetInputCurrentType(1, &type), MF_E_INVALIDSTREAMNUMBER);
+  for (const auto get : {&IMFTransform::GetInputCurrentType, &IMFTransform::GetOutputCurrentType}) {
+    auto* handedOut = std::bit_cast<IMFMediaType*>(this);
+    EXPECT_EQ((m_pTransform.Get()->*get)(0, &handedOut), MF_E_TRANSFORM_TYPE_NOT_SET);
+    EXPECT_EQ(handedOut, nullptr);
+  }
+  m_traces.clear();
+  EXPECT_EQ(m_pTransform->GetInputAvailableType(3, 4, nullptr), E_INVALIDARG);
+  EXPECT_EQ(m_traces, std::vector<std::string>{"GetInputAvailableType (stream = 3, type index = 4)\n"});
+  m_traces = {};
+
+  EXPECT_EQ(m_pTransform->SetOutputType(7, nullptr, 2), E_INVALIDARG);
+  EXPECT_EQ(m_pTransform->SetOutputType(7, nullptr, 1), MF_E_INVALIDSTREAMNUMBER);
+  const ComPtr<IMFMediaType> audio = VideoType(), unnamed = VideoType(), sizeless = VideoType();
+  audio->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Audio);
+  unnamed->DeleteItem(MF_MT_SUBTYPE);
+  sizeless->DeleteItem(MF_MT_FRAME_SIZE);
+  for (const auto set : {&IMFTransform::SetInputType, &IMFTransform::SetOutputType}) {
+    EXPECT_EQ((m_pTransform.Get()->*set)(0, audio.Get(), 0), MF_E_INVALIDMEDIATYPE);
+    EXPECT_EQ((m_pTransform.Get()->*set)(0, unnamed.Get(), 0), MF_E_ATTRIBUTENOTFOUND);
+    unnamed->DeleteItem(MF_MT_MAJOR_TYPE);
+    EXPECT_EQ((m_pTransform.Get()->*set)(0, unnamed.Get(), 0), MF_E_ATTRIBUTENOTFOUND);
+  }
+  SetTypes();
+  for (const ComPtr<IMFMediaType>& wrong :
+       {audio, unnamed, sizeless, VideoType(kWidth - 1), VideoType(kWidth, kHeight, MFVideoFormat_RGB32)})
+    EXPECT_EQ(m_pTransform->SetOutputType(0, wrong.Get(), 0), MF_E_INVALIDMEDIATYPE);
+  const ComPtr<IMFMediaType> subtypeOnly = VideoType();
+  subtypeOnly->DeleteItem(MF_MT_MAJOR_TYPE);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, subtypeOnly.Get(), 0), S_OK) << "that is enough beside an input";
+  ASSERT_EQ(m_pTransform->SetInputType(0, sizeless.Get(), 0), S_OK);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType().Get(), 0), MF_E_INVALIDMEDIATYPE);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, sizeless.Get(), 0), MF_E_INVALIDMEDIATYPE);
+
+  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(8, 8).Get(), 0), S_OK) << "whatever comes out";
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(8, 8).Get(), MFT_SET_TYPE_TEST_ONLY), S_OK);
+  ASSERT_EQ(m_pTransform->GetOutputCurrentType(0, &type), S_OK);
+  EXPECT_EQ(ReadFrameSize(type.Get())->cx, kWidth) << "only tested";
+  EXPECT_EQ(m_pTransform->SetOutputType(0, nullptr, MFT_SET_TYPE_TEST_ONLY), S_OK);
+  EXPECT_EQ(m_pTransform->GetOutputCurrentType(0, &type), MF_E_TRANSFORM_TYPE_NOT_SET);
+}
+
+TEST_F(Transform, ProposesAllThatTheInputTypeTells) {
+  const auto isReconnecting = [&] {
+    VARIANT_BOOL on = VARIANT_TRUE;
+    m_pSettings->get_AutoReconnect(&on);
+    return on == VARIANT_TRUE;
+  };
+  m_pSettings->put_AutoReconnect(VARIANT_FALSE);
+  const ComPtr<IMFMediaType> input = VideoType(100, -50);
+  input->SetUINT32(MF_MT_DEFAULT_STRIDE, 300);
+  ComPtr<IMFMediaType> type;
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 0, &type), MF_E_TRANSFORM_TYPE_NOT_SET);
+  ASSERT_EQ(m_pTransform->SetInputType(0, input.Get(), 0), S_OK);
+  EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 1, &type), MF_E_NO_MORE_TYPES);
+  EXPECT_FALSE(isReconnecting()) << "nothing was proposed yet";
+  ASSERT_EQ(m_pTransform->GetOutputAvailableType(0, 0, &type), S_OK);
+  EXPECT_TRUE(isReconnecting());
+  BOOL equal = FALSE;
+  EXPECT_EQ(type->Compare(input.Get(), MF_ATTRIBUTES_MATCH_ALL_ITEMS, &equal), S_OK);
+  EXPECT_TRUE(equal);
+  m_traces.clear();
+  EXPECT_EQ(m_pTransform->SetOutputType(0, type.Get(), 0), S_OK);
+  EXPECT_EQ(m_traces, std::vector<std::string>{"CVStabilize::CheckTransform"});
+  m_traces = {};
+  MFT_OUTPUT_STREAM_INFO info = {};
+  EXPECT_EQ(m_pTransform->GetOutputStreamInfo(0, &info), S_OK);
+  EXPECT_EQ(info.cbSize, 300U * 50) << "the height without its sign";
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(100, 50).Get(), 0), MF_E_INVALIDMEDIATYPE);
+}
+
+}  // namespace

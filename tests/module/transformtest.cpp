@@ -1,0 +1,120 @@
+#include "transformtest.h"
+
+#include <algorithm>
+
+using Microsoft::WRL::ComPtr;
+
+ComPtr<IMFMediaType> VideoType(std::int32_t width, std::int32_t height, const GUID& subtype) {
+  ComPtr<IMFMediaType> type;
+  EXPECT_EQ(MFCreateMediaType(&type), S_OK);
+  type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
+  type->SetGUID(MF_MT_SUBTYPE, subtype);
+  WriteFrameSize(type.Get(), {width, height});
+  return type;
+}
+
+ComPtr<IMFSample> SampleOver(IMFMediaBuffer* buffer) {
+  ComPtr<IMFSample> sample;
+  EXPECT_EQ(MFCreateSample(&sample), S_OK);
+  EXPECT_EQ(sample->AddBuffer(buffer), S_OK);
+  return sample;
+}
+
+ComPtr<IMFSample> Sample(const Bytes& content) {
+  ComPtr<IMFMediaBuffer> buffer;
+  EXPECT_EQ(MFCreateMemoryBuffer(static_cast<DWORD>(content.size()), &buffer), S_OK);
+  BYTE* pixels = nullptr;
+  EXPECT_EQ(buffer->Lock(&pixels, nullptr, nullptr), S_OK);
+  std::copy(content.begin(), content.end(), pixels);
+  buffer->Unlock();
+  buffer->SetCurrentLength(static_cast<DWORD>(content.size()));
+  return SampleOver(buffer.Get());
+}
+
+ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill) { return Sample(Bytes(bytes, fill)); }
+
+Bytes Content(IMFSample* sample) {
+  ComPtr<IMFMediaBuffer> buffer;
+  EXPECT_EQ(sample->ConvertToContiguousBuffer(&buffer), S_OK);
+  BYTE* pixels = nullptr;
+  DWORD length = 0;
+  EXPECT_EQ(buffer->Lock(&pixels, nullptr, &length), S_OK);
+  Bytes content(pixels, pixels + length);
+  buffer->Unlock();
+  return content;
+}
+
+Transform::Transform() {
+  EXPECT_EQ(MediaFoundationSamples::LiveObjects::Count(), 0);
+  EXPECT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&m_pTransform)), S_OK);
+  EXPECT_EQ(m_pTransform.As(&m_pSettings), S_OK);
+  EXPECT_GT(MediaFoundationSamples::LiveObjects::Count(), 0);
+}
+
+Transform::~Transform() {
+  m_pSettings.Reset();
+  EXPECT_EQ(m_pTransform.Reset(), 0U);
+  EXPECT_EQ(MediaFoundationSamples::LiveObjects::Count(), 0);
+}
+
+void Transform::SetTypes(std::int32_t width, std::int32_t height) {
+  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(width, height).Get(), 0), S_OK);
+  AcceptProposal();
+}
+
+void Transform::AcceptProposal() {
+  ComPtr<IMFMediaType> type;
+  ASSERT_EQ(m_pTransform->GetOutputAvailableType(0, 0, &type), S_OK);
+  ASSERT_EQ(m_pTransform->SetOutputType(0, type.Get(), 0), S_OK);
+}
+
+void Transform::Crop(LONG leftRight, LONG topBottom) {
+  m_pSettings->put_LeftRightCropMargin(leftRight);
+  m_pSettings->put_TopBottomCropMargin(topBottom);
+  m_pSettings->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  m_pSettings->put_CropEnabled(VARIANT_TRUE);
+}
+
+HRESULT Transform::Output(IMFSample* sample, DWORD* bufferStatus) {
+  MFT_OUTPUT_DATA_BUFFER buffer = {};
+  buffer.pSample = sample;
+  DWORD status = 77;
+  const HRESULT hr = m_pTransform->ProcessOutput(0, 1, &buffer, &status);
+  if (bufferStatus) *bufferStatus = buffer.dwStatus;
+  return hr;
+}
+
+HRESULT Transform::Feed(int number) {
+  const ComPtr<IMFSample> input = Sample(FrameBytes(), static_cast<std::uint8_t>(number));
+  input->SetSampleTime(number * kFrameTime);
+  input->SetSampleDuration(kFrameTime + number);
+  input->SetUINT32(MFSampleExtension_CleanPoint, 1);
+  if (number % 2 == 0) input->SetUINT32(MFSampleExtension_Discontinuity, 1);
+  EXPECT_EQ(m_pTransform->ProcessInput(0, input.Get(), 0), S_OK);
+  m_pOutput = Sample(FrameBytes(), 0xEE);
+  return Output(m_pOutput.Get());
+}
+
+void Transform::ExpectDelivered(int number) const {
+  LONGLONG time = -1, duration = -1;
+  UINT32 discontinuity = 0;
+  EXPECT_EQ(m_pOutput->GetSampleTime(&time), S_OK);
+  EXPECT_EQ(m_pOutput->GetSampleDuration(&duration), S_OK);
+  EXPECT_EQ(time, number * kFrameTime);
+  EXPECT_EQ(duration, kFrameTime + number);
+  EXPECT_EQ(m_pOutput->GetUINT32(MFSampleExtension_Discontinuity, &discontinuity),
+            number % 2 == 0 ? S_OK : MF_E_ATTRIBUTENOTFOUND);
+  EXPECT_EQ(Content(m_pOutput.Get()).front(), number);
+}
+
+bool Transform::IsHoldingASample() {
+  DWORD input = 9, output = 9;
+  EXPECT_EQ(m_pTransform->GetInputStatus(0, &input), S_OK);
+  EXPECT_EQ(m_pTransform->GetOutputStatus(&output), S_OK);
+  EXPECT_EQ(input != 0, output == 0) << "one or the other";
+  return input == 0;
+}
+
+std::size_t Transform::FrameBytes(std::int32_t width, std::int32_t height) {
+  return static_cast<std::size_t>(FrameGeometry(width, height).SizeBytes());
+}

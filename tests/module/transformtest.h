@@ -1,0 +1,62 @@
+#pragma once
+
+#include <windows.h>
+
+#include <bit>
+#include <cstdint>
+#include <mferror.h>
+#include <utility>
+#include <vector>
+
+#include "engine/testenvironment.h"
+#include "kernel/frame.h"
+#include "mft/mft_vstabilize.h"
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline constexpr std::int32_t kWidth = 64, kHeight = 48;
+inline constexpr LONGLONG kFrameTime = 333333;
+
+Microsoft::WRL::ComPtr<IMFMediaType> VideoType(std::int32_t width = kWidth, std::int32_t height = kHeight,
+                                               const GUID& subtype = MFVideoFormat_RGB24);
+
+/// A sample over a buffer of that many bytes, all of them in use.
+Microsoft::WRL::ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill = 0);
+
+/// The same with this content.
+Microsoft::WRL::ComPtr<IMFSample> Sample(const Bytes& content);
+
+/// A sample over a buffer of somebody else's.
+Microsoft::WRL::ComPtr<IMFSample> SampleOver(IMFMediaBuffer* buffer);
+
+/// What a sample's buffer holds.
+Bytes Content(IMFSample* sample);
+
+/// A transform of its own for each case; nothing of it may be left.
+class Transform : public EngineTest {
+ protected:
+  Transform();
+  ~Transform() override;
+
+  void SetTypes(std::int32_t width = kWidth, std::int32_t height = kHeight);
+  void AcceptProposal();
+
+  /// Switches cropping on with the option crop.
+  void Crop(LONG leftRight, LONG topBottom);
+
+  HRESULT Output(IMFSample* sample, DWORD* bufferStatus = nullptr);
+
+  /// Feeds frame `number`, whose pixels and time tell it, and takes what comes.
+  HRESULT Feed(int number);
+
+  /// The frame that came out last is this one by its time, and by a pixel that no fill touches.
+  void ExpectDelivered(int number) const;
+
+  bool IsHoldingASample();
+
+  static std::size_t FrameBytes(std::int32_t width = kWidth, std::int32_t height = kHeight);
+
+  Microsoft::WRL::ComPtr<IMFTransform> m_pTransform;
+  Microsoft::WRL::ComPtr<IVKFVStabilize> m_pSettings;
+  Microsoft::WRL::ComPtr<IMFSample> m_pOutput;
+};
