@@ -235,31 +235,60 @@ std::int64_t StepsToNextWhole(std::int64_t position, std::int64_t step, int frac
   return step < 0 ? fraction / -step + 1 : std::int64_t{1} << 31;
 }
 
-/// How many columns from `at` on read side by side in one row.
-std::int64_t StraightColumns(const SourceLine& line, const Position& at) {
+/// Cuts a run into pieces that read one source row and side by side, and calls `wide` for those of at least
+/// `step` columns and `narrow` for the others. A camera turns by little, so most are long.
+template <class Wide, class Narrow>
+void ForStraightPieces(const SourceLine& line, ColumnRun run, std::int32_t step, const Wide& wide,
+                       const Narrow& narrow) {
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
-  const std::int64_t alongRow = StepsToNextWhole(at.x, line.stepX - one, line.fractionBits);
-  const std::int64_t inRow = StepsToNextWhole(at.y, line.stepY, line.fractionBits);
-  return alongRow < inRow ? alongRow : inRow;
+  std::int64_t endAlongRow = run.begin, endInRow = run.begin;
+  while (run.begin < run.end) {
+    const Position at(line, run.begin);
+    if (endAlongRow == run.begin) endAlongRow += StepsToNextWhole(at.x, line.stepX - one, line.fractionBits);
+    if (endInRow == run.begin) endInRow += StepsToNextWhole(at.y, line.stepY, line.fractionBits);
+    const std::int64_t straightEnd = endAlongRow < endInRow ? endAlongRow : endInRow;
+    const ColumnRun piece = {run.begin,
+                             straightEnd < run.end ? static_cast<std::int32_t>(straightEnd) : run.end};
+    if (piece.end - piece.begin >= step)
+      wide(piece, at);
+    else
+      narrow(piece);
+    run.begin = piece.end;
+  }
 }
 
-/// Fractions of eight columns that advance by `step`, as 32-bit numbers that wrap around at one.
-class Fractions {
- public:
-  Fractions(std::int64_t step, int fractionBits, __m256i columns)
-      : m_shift(32 - fractionBits), m_ramp(_mm256_mullo_epi32(columns, _mm256_set1_epi32(Wrap(step)))) {}
+/// Fractions of eight columns' source positions, as 32-bit numbers that wrap around at one.
+struct Fractions {
+  __m256i x, y;
 
-  __m256i WeightsFrom(std::int64_t position) const {
-    return _mm256_srli_epi32(_mm256_add_epi32(m_ramp, _mm256_set1_epi32(Wrap(position))), 32 - kWeightBits);
+  Fractions operator+(const Fractions& other) const {
+    return {_mm256_add_epi32(x, other.x), _mm256_add_epi32(y, other.y)};
+  }
+  __m256i WeightsX() const { return _mm256_srli_epi32(x, 32 - kWeightBits); }
+  __m256i WeightsY() const { return _mm256_srli_epi32(y, 32 - kWeightBits); }
+};
+
+/// A line of at most 32 fraction bits.
+class FractionLine {
+ public:
+  explicit FractionLine(const SourceLine& line) : m_line(line) {}
+
+  /// Of a position, in all lanes.
+  Fractions At(const Position& at) const { return {Spread(at.x), Spread(at.y)}; }
+
+  /// From a position to those this many columns further.
+  Fractions Over(__m256i columns) const {
+    return {_mm256_mullo_epi32(columns, Spread(m_line.stepX)),
+            _mm256_mullo_epi32(columns, Spread(m_line.stepY))};
   }
 
  private:
-  int Wrap(std::int64_t value) const {
-    return static_cast<int>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(value) << m_shift));
+  __m256i Spread(std::int64_t value) const {
+    const std::uint64_t wrapped = static_cast<std::uint64_t>(value) << (32 - m_line.fractionBits);
+    return _mm256_set1_epi32(static_cast<int>(static_cast<std::uint32_t>(wrapped)));
   }
 
-  int m_shift;
-  __m256i m_ramp;
+  const SourceLine& m_line;
 };
 
 /// Each lane's weights of a near and a far neighbour, side by side.
@@ -269,75 +298,72 @@ __m256i WeightPairs(__m256i far) {
 }
 
 /// Weighted means of eight pairs of neighbours in one row and in the next.
-__m256i Bilinear(__m256i nearPairs, __m256i farPairs, __m256i weightPairsX, __m256i weightY) {
+__m256i Bilinear(__m256i nearPairs, __m256i farPairs, __m256i weightPairsX, __m256i weightsY) {
   const __m256i near = _mm256_madd_epi16(nearPairs, weightPairsX);
   const __m256i far = _mm256_madd_epi16(farPairs, weightPairsX);
-  const __m256i change = _mm256_mullo_epi32(_mm256_sub_epi32(far, near), weightY);
+  const __m256i change = _mm256_mullo_epi32(_mm256_sub_epi32(far, near), weightsY);
   return _mm256_srli_epi32(_mm256_add_epi32(change, _mm256_slli_epi32(near, kWeightBits)), 2 * kWeightBits);
 }
 
-/// Samples rows in straight pieces: the camera turns by little, so the source row changes rarely and the
-/// source column advances by one.
+/// Makes 16 columns of a plane at a time. Unpacking and packing work on halves of a vector, so that the
+/// columns between them stand in an order of their own.
 class PlaneSampler {
  public:
   static constexpr std::int32_t kStep = 16;
 
-  PlaneSampler(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line)
+  PlaneSampler(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, std::int16_t* out)
       : m_plane(plane),
         m_pitch(pitch),
         m_line(line),
-        m_lowX(line.stepX, line.fractionBits, kLowColumns()),
-        m_highX(line.stepX, line.fractionBits, kHighColumns()),
-        m_lowY(line.stepY, line.fractionBits, kLowColumns()),
-        m_highY(line.stepY, line.fractionBits, kHighColumns()) {}
+        m_out(out),
+        m_fractions(line),
+        m_low(m_fractions.Over(_mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11))),
+        m_high(m_fractions.Over(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15))),
+        m_advance(m_fractions.Over(_mm256_set1_epi32(kStep))) {}
 
-  /// `run` is straight and at least one step long.
-  void Sample(ColumnRun run, std::int16_t* out) const {
-    const Position first(m_line, run.begin);
+  /// `piece` is straight and at least one step long.
+  void Sample(ColumnRun piece, const Position& at) const {
     const std::int16_t* const source =
-        m_plane + (first.y >> m_line.fractionBits) * m_pitch + (first.x >> m_line.fractionBits);
-    for (std::int32_t begin = run.begin; begin < run.end; begin += kStep) {
-      const std::int32_t column = begin + kStep <= run.end ? begin : run.end - kStep;
-      Store32(out + column, SampleStep(source + (column - run.begin), Position(m_line, column)));
-    }
+        m_plane + (at.y >> m_line.fractionBits) * m_pitch + (at.x >> m_line.fractionBits) - piece.begin;
+    Fractions first = m_fractions.At(at);
+    for (; piece.begin + kStep <= piece.end; piece.begin += kStep, first = first + m_advance)
+      SampleStep(source, piece.begin, first);
+    if (piece.begin == piece.end) return;
+    const std::int32_t last = piece.end - kStep;
+    SampleStep(source, last, m_fractions.At(Position(m_line, last)));
   }
 
  private:
-  // Unpacking and packing work on halves of a vector, which leaves the columns in this order between them.
-  static __m256i kLowColumns() { return _mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11); }
-  static __m256i kHighColumns() { return _mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15); }
-
-  __m256i SampleStep(const std::int16_t* source, const Position& at) const {
+  void SampleStep(const std::int16_t* source, std::int32_t column, const Fractions& first) const {
+    source += column;
     const __m256i near0 = Load32(source), near1 = Load32(source + 1);
     const __m256i far0 = Load32(source + m_pitch), far1 = Load32(source + m_pitch + 1);
-    const __m256i low = Bilinear(_mm256_unpacklo_epi16(near0, near1), _mm256_unpacklo_epi16(far0, far1),
-                                 WeightPairs(m_lowX.WeightsFrom(at.x)), m_lowY.WeightsFrom(at.y));
-    const __m256i high = Bilinear(_mm256_unpackhi_epi16(near0, near1), _mm256_unpackhi_epi16(far0, far1),
-                                  WeightPairs(m_highX.WeightsFrom(at.x)), m_highY.WeightsFrom(at.y));
-    return _mm256_packs_epi32(low, high);
+    const Fractions low = first + m_low, high = first + m_high;
+    const __m256i lowSamples =
+        Bilinear(_mm256_unpacklo_epi16(near0, near1), _mm256_unpacklo_epi16(far0, far1),
+                 WeightPairs(low.WeightsX()), low.WeightsY());
+    const __m256i highSamples =
+        Bilinear(_mm256_unpackhi_epi16(near0, near1), _mm256_unpackhi_epi16(far0, far1),
+                 WeightPairs(high.WeightsX()), high.WeightsY());
+    Store32(m_out + column, _mm256_packs_epi32(lowSamples, highSamples));
   }
 
   const std::int16_t* m_plane;
   std::ptrdiff_t m_pitch;
   const SourceLine& m_line;
-  Fractions m_lowX, m_highX, m_lowY, m_highY;
+  std::int16_t* m_out;
+  FractionLine m_fractions;
+  Fractions m_low, m_high, m_advance;
 };
 
 void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
                std::int16_t* out) {
-  if (line.fractionBits > 32) return kScalarOps.sampleRow(plane, pitch, line, run, out);
-  const PlaneSampler sampler(plane, pitch, line);
-  while (run.begin < run.end) {
-    const std::int64_t straight = StraightColumns(line, Position(line, run.begin));
-    const std::int32_t left = run.end - run.begin;
-    const ColumnRun piece = {run.begin,
-                             straight < left ? run.begin + static_cast<std::int32_t>(straight) : run.end};
-    if (piece.end - piece.begin >= PlaneSampler::kStep)
-      sampler.Sample(piece, out);
-    else
-      kScalarOps.sampleRow(plane, pitch, line, piece, out);
-    run.begin = piece.end;
-  }
+  const auto sampleShort = [&](ColumnRun piece) { kScalarOps.sampleRow(plane, pitch, line, piece, out); };
+  if (line.fractionBits > 32) return sampleShort(run);
+  const PlaneSampler sampler(plane, pitch, line, out);
+  ForStraightPieces(
+      line, run, PlaneSampler::kStep, [&](ColumnRun piece, const Position& at) { sampler.Sample(piece, at); },
+      sampleShort);
 }
 
 /// Eight positions along a line, in lanes of 64 bits whose order makes packing them to 32 bits cheap.
@@ -359,7 +385,7 @@ class EightPositions {
     return _mm256_sra_epi32(upper, _mm_cvtsi32_si128(m_fractionBits - 32));
   }
 
-  __m256i Weights() const {
+  __m256i NineBits() const {
     const __m128i shift = _mm_cvtsi32_si128(m_fractionBits - kWeightBits);
     const __m256i lower = Shuffle<0x88>(_mm256_srl_epi64(m_first, shift), _mm256_srl_epi64(m_second, shift));
     return _mm256_and_si256(lower, _mm256_set1_epi32((1 << kWeightBits) - 1));
@@ -377,6 +403,100 @@ class EightPositions {
 
   int m_fractionBits;
   __m256i m_first, m_second, m_stride;
+};
+
+/// One colour of eight pixels and of their right neighbours, side by side.
+struct ColorPairs {
+  __m256i blue, green, red;
+};
+
+/// For each half: where in its 16 bytes the pixels' blue bytes stand and those of their right neighbours.
+/// Every other byte is cleared, which widens the rest.
+ColorPairs PickPairs(__m256i bytes, __m256i blueOrder) {
+  const __m256i next = _mm256_set1_epi32(0x00010001);
+  const __m256i greenOrder = _mm256_add_epi8(blueOrder, next), redOrder = _mm256_add_epi8(greenOrder, next);
+  return {_mm256_shuffle_epi8(bytes, blueOrder), _mm256_shuffle_epi8(bytes, greenOrder),
+          _mm256_shuffle_epi8(bytes, redOrder)};
+}
+
+/// Writes eight pixels, of which each half holds four in its first 12 bytes.
+void StorePixels(std::uint8_t* to, __m256i pixels) {
+  const __m128i upper = _mm256_extracti128_si256(pixels, 1);
+  Store16(to, _mm256_castsi256_si128(pixels));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 12), upper);
+  _mm_storeu_si32(to + 20, _mm_srli_si128(upper, 8));
+}
+
+/// Eight bilinear pixels, as `StorePixels` takes them.
+__m256i BilinearPixels(const ColorPairs& near, const ColorPairs& far, __m256i weightsX, __m256i weightsY) {
+  // With the second weight scaled by 64 the mean stands in the highest byte of its lane.
+  constexpr int kScale = 6;
+  const __m256i pairsX = WeightPairs(weightsX), scaledY = _mm256_slli_epi32(weightsY, kScale);
+  const auto mean = [&](__m256i nearPairs, __m256i farPairs) {
+    const __m256i lower = _mm256_madd_epi16(nearPairs, pairsX), upper = _mm256_madd_epi16(farPairs, pairsX);
+    const __m256i change = _mm256_mullo_epi32(_mm256_sub_epi32(upper, lower), scaledY);
+    return _mm256_add_epi32(change, _mm256_slli_epi32(lower, kWeightBits + kScale));
+  };
+  const auto place = [](__m256i means, __m128i order) {
+    return _mm256_shuffle_epi8(means, _mm256_broadcastsi128_si256(order));
+  };
+  const __m256i blue = place(mean(near.blue, far.blue),
+                             _mm_setr_epi8(3, -1, -1, 7, -1, -1, 11, -1, -1, 15, -1, -1, -1, -1, -1, -1));
+  const __m256i green = place(mean(near.green, far.green),
+                              _mm_setr_epi8(-1, 3, -1, -1, 7, -1, -1, 11, -1, -1, 15, -1, -1, -1, -1, -1));
+  const __m256i red = place(mean(near.red, far.red),
+                            _mm_setr_epi8(-1, -1, 3, -1, -1, 7, -1, -1, 11, -1, -1, 15, -1, -1, -1, -1));
+  return _mm256_or_si256(_mm256_or_si256(blue, green), red);
+}
+
+/// Makes eight columns of a frame at a time where they read side by side.
+class FrameSampler {
+ public:
+  static constexpr std::int32_t kStep = 8;
+
+  FrameSampler(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
+               std::uint8_t* out)
+      : m_frame(frame),
+        m_strideBytes(strideBytes),
+        m_line(line),
+        m_out(out),
+        m_fractions(line),
+        m_columns(m_fractions.Over(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7))),
+        m_advance(m_fractions.Over(_mm256_set1_epi32(kStep))) {}
+
+  /// `piece` is straight and at least one step long.
+  void Sample(ColumnRun piece, const Position& at) const {
+    const std::uint8_t* const source = m_frame + (at.y >> m_line.fractionBits) * m_strideBytes +
+                                       ((at.x >> m_line.fractionBits) - piece.begin) * kBytesPerPixel;
+    Fractions fractions = m_fractions.At(at) + m_columns;
+    for (; piece.begin + kStep <= piece.end; piece.begin += kStep, fractions = fractions + m_advance)
+      SampleStep(source, piece.begin, fractions);
+    if (piece.begin == piece.end) return;
+    const std::int32_t last = piece.end - kStep;
+    SampleStep(source, last, m_fractions.At(Position(m_line, last)) + m_columns);
+  }
+
+ private:
+  void SampleStep(const std::uint8_t* source, std::int32_t column, const Fractions& fractions) const {
+    const std::ptrdiff_t offset = std::ptrdiff_t{column} * kBytesPerPixel;
+    StorePixels(m_out + offset,
+                BilinearPixels(LoadPairs(source + offset), LoadPairs(source + offset + m_strideBytes),
+                               fractions.WeightsX(), fractions.WeightsY()));
+  }
+
+  /// The upper half ends with the last neighbour's bytes and so begins one byte before its first pixel.
+  static ColorPairs LoadPairs(const std::uint8_t* from) {
+    const __m256i order = _mm256_setr_epi8(0, -1, 3, -1, 3, -1, 6, -1, 6, -1, 9, -1, 9, -1, 12, -1,  //
+                                           1, -1, 4, -1, 4, -1, 7, -1, 7, -1, 10, -1, 10, -1, 13, -1);
+    return PickPairs(LoadHalves(from, from + 11), order);
+  }
+
+  const std::uint8_t* m_frame;
+  std::ptrdiff_t m_strideBytes;
+  const SourceLine& m_line;
+  std::uint8_t* m_out;
+  FractionLine m_fractions;
+  Fractions m_columns, m_advance;
 };
 
 /// Where eight neighbouring columns of a warped row read. Source columns rise by at most one a column.
@@ -400,44 +520,74 @@ class EightSources {
     m_y.Advance();
   }
 
-  __m256i WeightsX() const { return m_x.Weights(); }
-  __m256i WeightsY() const { return m_y.Weights(); }
+  /// As `StorePixels` takes them.
+  __m256i Nearest() const {
+    if (!ReadsStraight()) {
+      const __m128i triples = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+      return _mm256_shuffle_epi8(Gather(0), _mm256_broadcastsi128_si256(triples));
+    }
+    // Four distances become those of each pixel's three bytes.
+    const __m128i repeated = _mm_setr_epi8(0, 0, 0, 4, 4, 4, 8, 8, 8, 12, 12, 12, -1, -1, -1, -1);
+    const __m128i colors = _mm_setr_epi8(0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 0, 0, 0);
+    const __m256i order =
+        _mm256_add_epi8(_mm256_shuffle_epi8(DistancesInHalf(), _mm256_broadcastsi128_si256(repeated)),
+                        _mm256_broadcastsi128_si256(colors));
+    return _mm256_shuffle_epi8(LoadHalves(0), order);
+  }
 
+  __m256i Bilinear() const {
+    const __m256i weightsX = m_x.NineBits(), weightsY = m_y.NineBits();
+    if (!ReadsStraight())
+      return BilinearPixels(GatherPairs(0), GatherPairs(m_strideBytes), weightsX, weightsY);
+    const __m256i distances = DistancesInHalf();
+    const __m256i order = _mm256_add_epi8(_mm256_or_si256(distances, _mm256_slli_epi32(distances, 16)),
+                                          _mm256_set1_epi32(static_cast<int>(0x80038000)));
+    return BilinearPixels(PickPairs(LoadHalves(0), order), PickPairs(LoadHalves(m_strideBytes), order),
+                          weightsX, weightsY);
+  }
+
+ private:
   /// Whether each half of the columns reads from one row. Then its bytes are near each other, too.
   bool ReadsStraight() const {
     const __m256i y = m_y.Whole();
     return _mm256_movemask_epi8(_mm256_cmpeq_epi32(y, _mm256_shuffle_epi32(y, 0))) == -1;
   }
 
-  /// 16 bytes a half from its first source sample on, `rows` rows further.
-  __m256i LoadHalves(int rows) const {
-    const std::uint8_t* const from = m_frame + rows * m_strideBytes;
-    return ::LoadHalves(from + HalfOffset(0), from + HalfOffset(kCount / 2));
+  /// 16 bytes a half, `offset` bytes further than its first source sample.
+  __m256i LoadHalves(std::ptrdiff_t offset) const {
+    return ::LoadHalves(m_frame + offset + OffsetOf(0), m_frame + offset + OffsetOf(kCount / 2));
   }
 
-  /// Bytes from the half's first source sample to each column's, in bytes 0 and 2 of its lane.
+  std::ptrdiff_t OffsetOf(std::int32_t column) const {
+    const std::int64_t x = m_first.x + column * m_line.stepX, y = m_first.y + column * m_line.stepY;
+    return (y >> m_line.fractionBits) * m_strideBytes + (x >> m_line.fractionBits) * kBytesPerPixel;
+  }
+
+  /// Bytes from the half's first source sample to each column's.
   __m256i DistancesInHalf() const {
     const __m256i x = m_x.Whole();
     const __m256i samples = _mm256_sub_epi32(x, _mm256_shuffle_epi32(x, 0));
-    const __m256i bytes = _mm256_add_epi32(samples, _mm256_add_epi32(samples, samples));
-    return _mm256_or_si256(bytes, _mm256_slli_epi32(bytes, 16));
+    return _mm256_add_epi32(samples, _mm256_add_epi32(samples, samples));
   }
 
-  /// Four bytes a column, `bytes` further than its source sample.
-  __m256i Gather(std::ptrdiff_t bytes) const {
+  /// Four bytes a column, `offset` bytes further than its source sample.
+  __m256i Gather(std::ptrdiff_t offset) const {
     const __m256i offsets =
         _mm256_add_epi32(_mm256_mullo_epi32(m_y.Whole(), _mm256_set1_epi32(static_cast<int>(m_strideBytes))),
                          _mm256_mullo_epi32(m_x.Whole(), _mm256_set1_epi32(kBytesPerPixel)));
-    return _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), reinterpret_cast<const int*>(m_frame + bytes),
+    return _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), reinterpret_cast<const int*>(m_frame + offset),
                                        offsets, _mm256_set1_epi32(-1), 1);
   }
 
-  std::ptrdiff_t StrideBytes() const { return m_strideBytes; }
-
- private:
-  std::ptrdiff_t HalfOffset(std::int32_t column) const {
-    const std::int64_t x = m_first.x + column * m_line.stepX, y = m_first.y + column * m_line.stepY;
-    return (y >> m_line.fractionBits) * m_strideBytes + (x >> m_line.fractionBits) * kBytesPerPixel;
+  ColorPairs GatherPairs(std::ptrdiff_t offset) const {
+    // The pixels' own bytes and the next pixel's blue; their red and the next pixel.
+    const __m256i lower = Gather(offset), upper = Gather(offset + 2);
+    const __m256i firstAndLast =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8(0, -1, 3, -1, 4, -1, 7, -1, 8, -1, 11, -1, 12, -1, 15, -1));
+    const __m256i ownGreen = _mm256_and_si256(_mm256_srli_epi32(lower, 8), _mm256_set1_epi32(0x000000FF));
+    const __m256i nextGreen = _mm256_and_si256(upper, _mm256_set1_epi32(0x00FF0000));
+    return {_mm256_shuffle_epi8(lower, firstAndLast), _mm256_or_si256(ownGreen, nextGreen),
+            _mm256_shuffle_epi8(upper, firstAndLast)};
   }
 
   const std::uint8_t* m_frame;
@@ -446,79 +596,6 @@ class EightSources {
   Position m_first;
   EightPositions m_x, m_y;
 };
-
-/// Eight pixels, blue lowest, each below a byte of zeros.
-__m256i NearestPixels(const EightSources& sources) {
-  const __m256i color = _mm256_set1_epi32(0x00FFFFFF);
-  if (!sources.ReadsStraight()) return _mm256_and_si256(sources.Gather(0), color);
-  const __m256i distances = sources.DistancesInHalf();
-  const __m256i order = _mm256_add_epi8(_mm256_or_si256(distances, _mm256_slli_epi32(distances, 8)),
-                                        _mm256_set1_epi32(0x00020100));
-  return _mm256_and_si256(_mm256_shuffle_epi8(sources.LoadHalves(0), order), color);
-}
-
-/// One colour of eight pixels and of their right neighbours, side by side.
-struct ColorPairs {
-  __m256i blue, green, red;
-};
-
-ColorPairs LoadPairs(const EightSources& sources, int rows) {
-  const __m256i bytes = sources.LoadHalves(rows);
-  // Every other byte is cleared, which widens the rest.
-  const __m256i blue =
-      _mm256_add_epi8(sources.DistancesInHalf(), _mm256_set1_epi32(static_cast<int>(0x80038000)));
-  const __m256i next = _mm256_set1_epi32(0x00010001);
-  const __m256i green = _mm256_add_epi8(blue, next), red = _mm256_add_epi8(green, next);
-  return {_mm256_shuffle_epi8(bytes, blue), _mm256_shuffle_epi8(bytes, green),
-          _mm256_shuffle_epi8(bytes, red)};
-}
-
-ColorPairs GatherPairs(const EightSources& sources, int rows) {
-  // The pixels' own bytes and the next pixel's blue; their red and the next pixel.
-  const __m256i lower = sources.Gather(rows * sources.StrideBytes());
-  const __m256i upper = sources.Gather(rows * sources.StrideBytes() + 2);
-  const __m256i firstAndLast =
-      _mm256_broadcastsi128_si256(_mm_setr_epi8(0, -1, 3, -1, 4, -1, 7, -1, 8, -1, 11, -1, 12, -1, 15, -1));
-  const __m256i ownGreen = _mm256_and_si256(_mm256_srli_epi32(lower, 8), _mm256_set1_epi32(0x000000FF));
-  const __m256i nextGreen = _mm256_and_si256(upper, _mm256_set1_epi32(0x00FF0000));
-  return {_mm256_shuffle_epi8(lower, firstAndLast), _mm256_or_si256(ownGreen, nextGreen),
-          _mm256_shuffle_epi8(upper, firstAndLast)};
-}
-
-__m256i BilinearPixels(const EightSources& sources) {
-  const bool straight = sources.ReadsStraight();
-  const auto pairs = [&](int rows) {
-    return straight ? LoadPairs(sources, rows) : GatherPairs(sources, rows);
-  };
-  const ColorPairs near = pairs(0), far = pairs(1);
-  const __m256i weightsX = WeightPairs(sources.WeightsX()), weightsY = sources.WeightsY();
-  const __m256i blue = Bilinear(near.blue, far.blue, weightsX, weightsY);
-  const __m256i green = Bilinear(near.green, far.green, weightsX, weightsY);
-  const __m256i red = Bilinear(near.red, far.red, weightsX, weightsY);
-  return _mm256_or_si256(blue, _mm256_or_si256(_mm256_slli_epi32(green, 8), _mm256_slli_epi32(red, 16)));
-}
-
-/// Writes the 24 bytes of eight pixels.
-void StorePixels(std::uint8_t* to, __m256i pixels) {
-  const __m256i packed = _mm256_shuffle_epi8(
-      pixels,
-      _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1)));
-  const __m128i upper = _mm256_extracti128_si256(packed, 1);
-  Store16(to, _mm256_castsi256_si128(packed));
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 12), upper);
-  _mm_storeu_si32(to + 20, _mm_srli_si128(upper, 8));
-}
-
-/// The line in units of at least 32 fraction bits.
-SourceLine Refined(SourceLine line) {
-  for (; line.fractionBits < 32; ++line.fractionBits) {
-    line.startX *= 2;
-    line.startY *= 2;
-    line.stepX *= 2;
-    line.stepY *= 2;
-  }
-  return line;
-}
 
 /// Where the last eight columns end of which each half may read `reach` samples from its first one on and
 /// stay at or before the one beside the sample of the run's last column.
@@ -530,12 +607,21 @@ std::int32_t InteriorEnd(const SourceLine& line, ColumnRun run, std::int64_t rea
   return end;
 }
 
-/// Warps the inside of a run and returns what is left of it.
+/// The line with its positions `factor` times as fine.
+SourceLine Scaled(const SourceLine& line, int bits) {
+  const auto scaled = [bits](std::int64_t value) {
+    return bits < 0 ? value >> -bits : value * (std::int64_t{1} << bits);
+  };
+  return {scaled(line.startX), scaled(line.startY), scaled(line.stepX), scaled(line.stepY),
+          line.fractionBits + bits};
+}
+
+/// Warps the inside of a run by `pixelsOf(sources)` and returns what is left of it.
 template <class PixelSource>
 ColumnRun WarpInterior(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& coarse,
                        ColumnRun run, std::int64_t reach, std::uint8_t* out, const PixelSource& pixelsOf) {
-  const SourceLine line = Refined(coarse);
-  // Other lines turn by more than a quarter.
+  const SourceLine line = Scaled(coarse, coarse.fractionBits < 32 ? 32 - coarse.fractionBits : 0);
+  // Lines that turn by more than a quarter are left.
   if (run.begin >= run.end || line.stepX < 0 || line.stepX > std::int64_t{1} << line.fractionBits) return run;
   const std::int32_t end = InteriorEnd(line, run, reach);
   EightSources sources(frame, strideBytes, line, run.begin);
@@ -551,14 +637,40 @@ void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const
   const std::int64_t shift = std::int64_t{kNearestShift} << (line.fractionBits - kWeightBits);
   shifted.startX += shift;
   shifted.startY += shift;
-  const ColumnRun rest = WarpInterior(frame, strideBytes, shifted, run, 6, out, NearestPixels);
+  const ColumnRun rest = WarpInterior(frame, strideBytes, shifted, run, 6, out,
+                                      [](const EightSources& sources) { return sources.Nearest(); });
   kScalarOps.warpRowNearest(frame, strideBytes, line, rest, out);
+}
+
+/// Whether pieces that read side by side are long enough to be worth finding.
+bool IsNearlyStraight(const SourceLine& line) {
+  constexpr int kColumns = 32;
+  const std::int64_t one = std::int64_t{1} << line.fractionBits;
+  const auto isSlow = [one](std::int64_t step) { return kColumns * step < one && kColumns * step > -one; };
+  return isSlow(line.stepX - one) && isSlow(line.stepY);
+}
+
+/// Unmagnified lines have their lowest bits clear and fit 32 fraction bits without them.
+SourceLine WithoutClearBits(const SourceLine& line) {
+  const int extra = line.fractionBits - 32;
+  if (extra <= 0) return line;
+  const std::int64_t bits = line.startX | line.startY | line.stepX | line.stepY;
+  return (bits & ((std::int64_t{1} << extra) - 1)) == 0 ? Scaled(line, -extra) : line;
 }
 
 void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                      ColumnRun run, std::uint8_t* out) {
-  const ColumnRun rest = WarpInterior(frame, strideBytes, line, run, 5, out, BilinearPixels);
-  kScalarOps.warpRowBilinear(frame, strideBytes, line, rest, out);
+  const auto warpShort = [&](ColumnRun piece) {
+    kScalarOps.warpRowBilinear(frame, strideBytes, line, piece, out);
+  };
+  const SourceLine fine = WithoutClearBits(line);
+  if (fine.fractionBits > 32 || !IsNearlyStraight(fine))
+    return warpShort(WarpInterior(frame, strideBytes, line, run, 5, out,
+                                  [](const EightSources& sources) { return sources.Bilinear(); }));
+  const FrameSampler sampler(frame, strideBytes, fine, out);
+  ForStraightPieces(
+      fine, run, FrameSampler::kStep, [&](ColumnRun piece, const Position& at) { sampler.Sample(piece, at); },
+      warpShort);
 }
 
 }  // namespace
