@@ -235,24 +235,27 @@ std::int64_t StepsToNextWhole(std::int64_t position, std::int64_t step, int frac
   return step < 0 ? fraction / -step + 1 : std::int64_t{1} << 31;
 }
 
-/// Cuts a run into pieces that read one source row and side by side, and calls `wide` for those of at least
-/// `step` columns and `narrow` for the others. A camera turns by little, so most are long.
-template <class Wide, class Narrow>
-void ForStraightPieces(const SourceLine& line, ColumnRun run, std::int32_t step, const Wide& wide,
-                       const Narrow& narrow) {
+/// Cuts a run into pieces that read side by side in one row, and calls `samplePiece(piece, at, lastStep)` for
+/// each: steps may begin at columns up to `lastStep`. They may read on past the piece's end and write there
+/// what the next piece mends. A camera turns by little, so most pieces are long.
+template <class SamplePiece>
+void ForStraightPieces(const SourceLine& line, ColumnRun run, std::int32_t step,
+                       const SamplePiece& samplePiece) {
+  if (run.begin >= run.end) return;
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
+  const auto sampleAt = [&](std::int32_t column) { return Position(line, column).x >> line.fractionBits; };
+  // Source columns advance by one or less: reading on must end with what the run's last column reads.
+  const std::int64_t lag = sampleAt(run.begin) - run.begin - (sampleAt(run.end - 1) - (run.end - 1));
+  const std::int64_t lastOverrun = run.end - step - lag;
   std::int64_t endAlongRow = run.begin, endInRow = run.begin;
   while (run.begin < run.end) {
     const Position at(line, run.begin);
     if (endAlongRow == run.begin) endAlongRow += StepsToNextWhole(at.x, line.stepX - one, line.fractionBits);
     if (endInRow == run.begin) endInRow += StepsToNextWhole(at.y, line.stepY, line.fractionBits);
-    const std::int64_t straightEnd = endAlongRow < endInRow ? endAlongRow : endInRow;
-    const ColumnRun piece = {run.begin,
-                             straightEnd < run.end ? static_cast<std::int32_t>(straightEnd) : run.end};
-    if (piece.end - piece.begin >= step)
-      wide(piece, at);
-    else
-      narrow(piece);
+    const std::int64_t end = endAlongRow < endInRow ? endAlongRow : endInRow;
+    const ColumnRun piece = {run.begin, end < run.end ? static_cast<std::int32_t>(end) : run.end};
+    const std::int64_t lastWhole = piece.end - step;
+    samplePiece(piece, at, lastWhole < lastOverrun ? lastOverrun : lastWhole);
     run.begin = piece.end;
   }
 }
@@ -321,16 +324,19 @@ class PlaneSampler {
         m_high(m_fractions.Over(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15))),
         m_advance(m_fractions.Over(_mm256_set1_epi32(kStep))) {}
 
-  /// `piece` is straight and at least one step long.
-  void Sample(ColumnRun piece, const Position& at) const {
+  void Sample(ColumnRun piece, const Position& at, std::int64_t lastStep) const {
     const std::int16_t* const source =
         m_plane + (at.y >> m_line.fractionBits) * m_pitch + (at.x >> m_line.fractionBits) - piece.begin;
     Fractions first = m_fractions.At(at);
-    for (; piece.begin + kStep <= piece.end; piece.begin += kStep, first = first + m_advance)
-      SampleStep(source, piece.begin, first);
-    if (piece.begin == piece.end) return;
+    std::int32_t column = piece.begin;
+    for (; column < piece.end && column <= lastStep; column += kStep, first = first + m_advance)
+      SampleStep(source, column, first);
+    if (column >= piece.end) return;
     const std::int32_t last = piece.end - kStep;
-    SampleStep(source, last, m_fractions.At(Position(m_line, last)));
+    if (last >= piece.begin)
+      SampleStep(source, last, m_fractions.At(Position(m_line, last)));
+    else
+      kScalarOps.sampleRow(m_plane, m_pitch, m_line, {column, piece.end}, m_out);
   }
 
  private:
@@ -356,14 +362,22 @@ class PlaneSampler {
   Fractions m_low, m_high, m_advance;
 };
 
+/// Whether pieces that read side by side are long enough to be worth finding.
+bool IsNearlyStraight(const SourceLine& line) {
+  constexpr int kColumns = 4;
+  const std::int64_t one = std::int64_t{1} << line.fractionBits;
+  return line.fractionBits <= 32 && line.stepX <= one && kColumns * (one - line.stepX) < one &&
+         kColumns * line.stepY < one && kColumns * line.stepY > -one;
+}
+
 void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
                std::int16_t* out) {
-  const auto sampleShort = [&](ColumnRun piece) { kScalarOps.sampleRow(plane, pitch, line, piece, out); };
-  if (line.fractionBits > 32) return sampleShort(run);
+  if (!IsNearlyStraight(line)) return kScalarOps.sampleRow(plane, pitch, line, run, out);
   const PlaneSampler sampler(plane, pitch, line, out);
-  ForStraightPieces(
-      line, run, PlaneSampler::kStep, [&](ColumnRun piece, const Position& at) { sampler.Sample(piece, at); },
-      sampleShort);
+  ForStraightPieces(line, run, PlaneSampler::kStep,
+                    [&](ColumnRun piece, const Position& at, std::int64_t lastStep) {
+                      sampler.Sample(piece, at, lastStep);
+                    });
 }
 
 /// Eight positions along a line, in lanes of 64 bits whose order makes packing them to 32 bits cheap.
@@ -464,16 +478,19 @@ class FrameSampler {
         m_columns(m_fractions.Over(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7))),
         m_advance(m_fractions.Over(_mm256_set1_epi32(kStep))) {}
 
-  /// `piece` is straight and at least one step long.
-  void Sample(ColumnRun piece, const Position& at) const {
+  void Sample(ColumnRun piece, const Position& at, std::int64_t lastStep) const {
     const std::uint8_t* const source = m_frame + (at.y >> m_line.fractionBits) * m_strideBytes +
                                        ((at.x >> m_line.fractionBits) - piece.begin) * kBytesPerPixel;
     Fractions fractions = m_fractions.At(at) + m_columns;
-    for (; piece.begin + kStep <= piece.end; piece.begin += kStep, fractions = fractions + m_advance)
-      SampleStep(source, piece.begin, fractions);
-    if (piece.begin == piece.end) return;
+    std::int32_t column = piece.begin;
+    for (; column < piece.end && column <= lastStep; column += kStep, fractions = fractions + m_advance)
+      SampleStep(source, column, fractions);
+    if (column >= piece.end) return;
     const std::int32_t last = piece.end - kStep;
-    SampleStep(source, last, m_fractions.At(Position(m_line, last)) + m_columns);
+    if (last >= piece.begin)
+      SampleStep(source, last, m_fractions.At(Position(m_line, last)) + m_columns);
+    else
+      kScalarOps.warpRowBilinear(m_frame, m_strideBytes, m_line, {column, piece.end}, m_out);
   }
 
  private:
@@ -642,14 +659,6 @@ void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const
   kScalarOps.warpRowNearest(frame, strideBytes, line, rest, out);
 }
 
-/// Whether pieces that read side by side are long enough to be worth finding.
-bool IsNearlyStraight(const SourceLine& line) {
-  constexpr int kColumns = 32;
-  const std::int64_t one = std::int64_t{1} << line.fractionBits;
-  const auto isSlow = [one](std::int64_t step) { return kColumns * step < one && kColumns * step > -one; };
-  return isSlow(line.stepX - one) && isSlow(line.stepY);
-}
-
 /// Unmagnified lines have their lowest bits clear and fit 32 fraction bits without them.
 SourceLine WithoutClearBits(const SourceLine& line) {
   const int extra = line.fractionBits - 32;
@@ -660,17 +669,18 @@ SourceLine WithoutClearBits(const SourceLine& line) {
 
 void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                      ColumnRun run, std::uint8_t* out) {
-  const auto warpShort = [&](ColumnRun piece) {
-    kScalarOps.warpRowBilinear(frame, strideBytes, line, piece, out);
-  };
   const SourceLine fine = WithoutClearBits(line);
-  if (fine.fractionBits > 32 || !IsNearlyStraight(fine))
-    return warpShort(WarpInterior(frame, strideBytes, line, run, 5, out,
-                                  [](const EightSources& sources) { return sources.Bilinear(); }));
-  const FrameSampler sampler(frame, strideBytes, fine, out);
-  ForStraightPieces(
-      fine, run, FrameSampler::kStep, [&](ColumnRun piece, const Position& at) { sampler.Sample(piece, at); },
-      warpShort);
+  if (IsNearlyStraight(fine)) {
+    const FrameSampler sampler(frame, strideBytes, fine, out);
+    ForStraightPieces(fine, run, FrameSampler::kStep,
+                      [&](ColumnRun piece, const Position& at, std::int64_t lastStep) {
+                        sampler.Sample(piece, at, lastStep);
+                      });
+  } else {
+    const ColumnRun rest = WarpInterior(frame, strideBytes, line, run, 5, out,
+                                        [](const EightSources& sources) { return sources.Bilinear(); });
+    kScalarOps.warpRowBilinear(frame, strideBytes, line, rest, out);
+  }
 }
 
 }  // namespace
