@@ -1,3 +1,4 @@
+#include <cstring>
 #include <immintrin.h>
 
 #include "kernel/frame.h"
@@ -227,13 +228,33 @@ struct Position {
       : x(line.startX + column * line.stepX), y(line.startY + column * line.stepY) {}
 };
 
-/// How many steps a position takes before its whole part is another one.
-std::int64_t StepsToNextWhole(std::int64_t position, std::int64_t step, int fractionBits) {
-  const std::int64_t last = (std::int64_t{1} << fractionBits) - 1;
-  const std::int64_t fraction = position & last;
-  if (step > 0) return (last - fraction) / step + 1;
-  return step < 0 ? fraction / -step + 1 : std::int64_t{1} << 31;
-}
+/// The columns at which a position's whole part becomes another one. Each is found one ahead: the division's
+/// time passes beside the work on the columns before.
+class WholeChanges {
+ public:
+  WholeChanges(std::int64_t start, std::int64_t step, int fractionBits, std::int32_t firstColumn)
+      : m_start(start), m_step(step), m_last((std::int64_t{1} << fractionBits) - 1), m_next(firstColumn) {
+    m_next = After(m_next);
+    m_following = After(m_next);
+  }
+
+  std::int64_t Next() const { return m_next; }
+  void Advance() {
+    m_next = m_following;
+    m_following = After(m_next);
+  }
+
+ private:
+  std::int64_t After(std::int64_t column) const {
+    const std::int64_t fraction = (m_start + column * m_step) & m_last;
+    if (m_step > 0) return column + (m_last - fraction) / m_step + 1;
+    return m_step < 0 ? column + fraction / -m_step + 1 : kNever;
+  }
+
+  static constexpr std::int64_t kNever = std::int64_t{1} << 31;
+
+  std::int64_t m_start, m_step, m_last, m_next, m_following = 0;
+};
 
 /// Cuts a run into pieces that read side by side in one row, and calls `samplePiece(piece, at, lastStep)` for
 /// each: steps may begin at columns up to `lastStep`. They may read on past the piece's end and write there
@@ -247,15 +268,15 @@ void ForStraightPieces(const SourceLine& line, ColumnRun run, std::int32_t step,
   // Source columns advance by one or less: reading on must end with what the run's last column reads.
   const std::int64_t lag = sampleAt(run.begin) - run.begin - (sampleAt(run.end - 1) - (run.end - 1));
   const std::int64_t lastOverrun = run.end - step - lag;
-  std::int64_t endAlongRow = run.begin, endInRow = run.begin;
+  WholeChanges alongRow(line.startX, line.stepX - one, line.fractionBits, run.begin);
+  WholeChanges ofRow(line.startY, line.stepY, line.fractionBits, run.begin);
   while (run.begin < run.end) {
-    const Position at(line, run.begin);
-    if (endAlongRow == run.begin) endAlongRow += StepsToNextWhole(at.x, line.stepX - one, line.fractionBits);
-    if (endInRow == run.begin) endInRow += StepsToNextWhole(at.y, line.stepY, line.fractionBits);
-    const std::int64_t end = endAlongRow < endInRow ? endAlongRow : endInRow;
+    if (alongRow.Next() == run.begin) alongRow.Advance();
+    if (ofRow.Next() == run.begin) ofRow.Advance();
+    const std::int64_t end = alongRow.Next() < ofRow.Next() ? alongRow.Next() : ofRow.Next();
     const ColumnRun piece = {run.begin, end < run.end ? static_cast<std::int32_t>(end) : run.end};
     const std::int64_t lastWhole = piece.end - step;
-    samplePiece(piece, at, lastWhole < lastOverrun ? lastOverrun : lastWhole);
+    samplePiece(piece, Position(line, piece.begin), lastWhole < lastOverrun ? lastOverrun : lastWhole);
     run.begin = piece.end;
   }
 }
@@ -370,9 +391,24 @@ bool IsNearlyStraight(const SourceLine& line) {
          kColumns * line.stepY < one && kColumns * line.stepY > -one;
 }
 
+/// Whether every column reads one whole sample: so does an angle of zero, with which most levels begin.
+bool IsUntouched(const SourceLine& line) {
+  const std::int64_t one = std::int64_t{1} << line.fractionBits;
+  return line.stepX == one && line.stepY == 0 && ((line.startX | line.startY) & (one - 1)) == 0;
+}
+
+void CopySamples(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
+                 std::int16_t* out) {
+  if (run.begin >= run.end) return;
+  const Position at(line, run.begin);
+  std::memcpy(out + run.begin, plane + (at.y >> line.fractionBits) * pitch + (at.x >> line.fractionBits),
+              static_cast<std::size_t>(run.end - run.begin) * sizeof *plane);
+}
+
 void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
                std::int16_t* out) {
   if (!IsNearlyStraight(line)) return kScalarOps.sampleRow(plane, pitch, line, run, out);
+  if (IsUntouched(line)) return CopySamples(plane, pitch, line, run, out);
   const PlaneSampler sampler(plane, pitch, line, out);
   ForStraightPieces(line, run, PlaneSampler::kStep,
                     [&](ColumnRun piece, const Position& at, std::int64_t lastStep) {
