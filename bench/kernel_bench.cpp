@@ -65,7 +65,8 @@ void Pyramid(benchmark::State& state) {
   auto levels = MakePyramid(frame.width, frame.height);
   std::size_t number = 0;
   for (auto _ : state)
-    BuildPyramid(levels, FrameAt(clip, number++).data(), frame, {0, 0, frame.width, frame.height}, BestOps());
+    BuildPyramid(levels, FrameAt(clip, number++).data(), frame, {0, 0, frame.width, frame.height}, nullptr,
+                 BestOps());
 }
 
 void Motion(benchmark::State& state, EstimationCoefficients coefficients, std::uint32_t quality) {
@@ -74,7 +75,7 @@ void Motion(benchmark::State& state, EstimationCoefficients coefficients, std::u
   auto levels = MakePyramid(frame.width, frame.height);
   RotationScratch scratch(frame.width, frame.height);
   for (const std::size_t number : {0U, 1U})
-    BuildPyramid(levels, clip[number].data(), frame, {0, 0, frame.width, frame.height}, BestOps());
+    BuildPyramid(levels, clip[number].data(), frame, {0, 0, frame.width, frame.height}, nullptr, BestOps());
   for (auto _ : state)
     benchmark::DoNotOptimize(
         EstimateMotion(levels, static_cast<std::uint32_t>(coefficients), quality, scratch, BestOps()));

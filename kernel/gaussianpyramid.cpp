@@ -1,5 +1,7 @@
 #include "kernel/gaussianpyramid.h"
 
+#include <algorithm>
+#include <span>
 #include <utility>
 
 namespace {
@@ -11,42 +13,64 @@ constexpr std::int32_t kFirstCentre = 6;
 
 constexpr std::int32_t ReducedSide(std::int32_t side) { return (side - 3) / 2 - 4; }
 
-void ConvertToGrey(const std::uint8_t* pixels, const FrameGeometry& frame, const Rect& roi, Plane& grey,
-                   const KernelOps& ops) {
-  const std::int32_t firstRow = frame.height - roi.bottom;
-  for (std::int32_t row = 0; row < grey.Height(); ++row)
-    ops.greyRow(pixels + frame.Offset(roi.left, firstRow + row), grey.Row(row), grey.Width());
-}
+// Rows that a level holds in turn when it keeps no planes: more than the five that a reduction reads.
+constexpr std::int32_t kRowsInTurn = 8;
+// A block of frame rows is copied and then converted while it is in the cache.
+constexpr std::ptrdiff_t kBlockBytes = 64 << 10;
 
-void Reduce(const Plane& source, Plane& reduced, const KernelOps& ops) {
-  for (std::int32_t row = 0; row < reduced.Height(); ++row)
-    ops.reduceRow(source.Row(kFirstCentre + 2 * std::int64_t{row}) + kFirstCentre, source.Width(),
-                  reduced.Row(row), reduced.Width());
+/// Reduces what can be reduced now that `row` of a level is there, in all coarser levels.
+void PassOn(std::span<GaussianPyramidCalcParams> levels, std::int32_t row, const KernelOps& ops) {
+  if (levels.size() < 2) return;
+  // The row is the last one that the reduction around the row two before it waits for.
+  const std::int32_t reducedRow = (row - 2 - kFirstCentre) / 2;
+  if (row < kFirstCentre + 2 || row % 2 != 0 || reducedRow >= levels[1].height) return;
+  FiveRows rows = {};
+  for (std::int32_t i = 0; i < 5; ++i)
+    rows[static_cast<std::size_t>(i)] = levels[0].CurrentRow(row - 4 + i) + kFirstCentre;
+  ops.reduceRow(rows, levels[1].CurrentRow(reducedRow), levels[1].width);
+  PassOn(levels.subspan(1), reducedRow, ops);
 }
 
 }  // namespace
 
-GaussianPyramidCalcParams::GaussianPyramidCalcParams(std::int32_t levelWidth, std::int32_t levelHeight)
+GaussianPyramidCalcParams::GaussianPyramidCalcParams(std::int32_t levelWidth, std::int32_t levelHeight,
+                                                     bool keepsPlanes)
     : width(levelWidth),
       height(levelHeight),
-      previousPlane(levelWidth, levelHeight),
-      currentPlane(levelWidth, levelHeight) {}
+      previousPlane(levelWidth, keepsPlanes ? levelHeight : 0),
+      currentPlane(levelWidth, keepsPlanes ? levelHeight : kRowsInTurn) {}
 
-std::vector<GaussianPyramidCalcParams> MakePyramid(std::int32_t width, std::int32_t height) {
+std::vector<GaussianPyramidCalcParams> MakePyramid(std::int32_t width, std::int32_t height,
+                                                   std::size_t finestKept) {
   std::vector<GaussianPyramidCalcParams> levels;
   levels.reserve(kMaxLevels);
-  do {
-    levels.emplace_back(width, height);
-    width = ReducedSide(width);
-    height = ReducedSide(height);
-  } while (levels.size() < kMaxLevels && width >= kMinReducedSide && height >= kMinReducedSide);
+  for (bool isLast = false; !isLast;) {
+    const std::int32_t nextWidth = ReducedSide(width), nextHeight = ReducedSide(height);
+    isLast = levels.size() + 1 == kMaxLevels || nextWidth < kMinReducedSide || nextHeight < kMinReducedSide;
+    levels.emplace_back(width, height, isLast || levels.size() >= finestKept);
+    width = nextWidth;
+    height = nextHeight;
+  }
   return levels;
 }
 
 void BuildPyramid(std::vector<GaussianPyramidCalcParams>& levels, const std::uint8_t* pixels,
-                  const FrameGeometry& frame, const Rect& roi, const KernelOps& ops) {
-  for (GaussianPyramidCalcParams& level : levels) std::swap(level.previousPlane, level.currentPlane);
-  ConvertToGrey(pixels, frame, roi, levels.front().currentPlane, ops);
-  for (std::size_t i = 1; i < levels.size(); ++i)
-    Reduce(levels[i - 1].currentPlane, levels[i].currentPlane, ops);
+                  const FrameGeometry& frame, const Rect& roi, std::uint8_t* copy, const KernelOps& ops) {
+  for (GaussianPyramidCalcParams& level : levels)
+    if (level.previousPlane.Height() > 0) std::swap(level.previousPlane, level.currentPlane);
+
+  GaussianPyramidCalcParams& finest = levels.front();
+  const std::int32_t firstRow = frame.height - roi.bottom, endRow = frame.height - roi.top;
+  const auto blockRows =
+      static_cast<std::int32_t>(std::max<std::ptrdiff_t>(kBlockBytes / frame.strideBytes, 1));
+  for (std::int32_t begin = 0; begin < frame.height; begin += blockRows) {
+    const std::int32_t end = std::min(frame.height, begin + blockRows);
+    if (copy)
+      ops.copyBytes(pixels + frame.Offset(0, begin), copy + frame.Offset(0, begin),
+                    (end - begin) * frame.strideBytes);
+    for (std::int32_t row = std::max(begin, firstRow); row < std::min(end, endRow); ++row) {
+      ops.greyRow(pixels + frame.Offset(roi.left, row), finest.CurrentRow(row - firstRow), finest.width);
+      PassOn(levels, row - firstRow, ops);
+    }
+  }
 }

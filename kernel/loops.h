@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -29,23 +30,39 @@ struct RotationSums {
   std::int64_t rt = 0, xt = 0, yt = 0;
 };
 
+/// Neighbouring rows of a plane in memory order, each at the same column.
+using ThreeRows = std::array<const std::int16_t*, 3>;
+using FiveRows = std::array<const std::int16_t*, 5>;
+
+/// A row of a rotated plane: the samples with their neighbour rows, and the same row turned half a degree
+/// less and half a degree more.
+struct RotatedRow {
+  ThreeRows samples;
+  const std::int16_t* turnedLess;
+  const std::int16_t* turnedMore;
+};
+
 /// The per-pixel loops, one row a call. Callers guarantee that every sample read lies inside its plane or
-/// frame; no loop checks. Planes are rows of `pitch` samples with values 0 … 1020, frames are rows of
-/// `strideBytes` bytes.
+/// frame; no loop checks. Planes hold values 0 … 1020, frames are rows of `strideBytes` bytes.
+///
+/// The scalar loops define the results; other tables give the same bytes.
 struct KernelOps {
   const char* name;
+
+  /// Copies bytes that will not be read again soon. The two ranges do not overlap.
+  void (*copyBytes)(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count);
 
   /// grey[i] = blue + green + 2·red of pixel i.
   void (*greyRow)(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count);
 
-  /// out[i] = 5 × 5 Gaussian mean around sample 2·i of the row at `centre`.
-  void (*reduceRow)(const std::int16_t* centre, std::ptrdiff_t pitch, std::int16_t* out, std::int32_t count);
+  /// out[i] = 5 × 5 Gaussian mean around sample 2·i of the middle row.
+  void (*reduceRow)(const FiveRows& rows, std::int16_t* out, std::int32_t count);
 
   /// Adds `count` samples to the sums. `current` stands at the sample that `previous` is compared with.
-  void (*addTranslationRow)(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
-                            std::int32_t count, TranslationSums& sums);
-  void (*addRotationRow)(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
-                         const std::int16_t* derivative, std::int32_t count, RotationSums& sums);
+  void (*addTranslationRow)(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
+                            TranslationSums& sums);
+  void (*addRotationRow)(const std::int16_t* previous, const RotatedRow& current, std::int32_t count,
+                         RotationSums& sums);
 
   /// out[c] = bilinear sample of the plane for each column of the run.
   void (*sampleRow)(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
@@ -60,3 +77,8 @@ struct KernelOps {
 
 /// The loops as they are defined.
 extern const KernelOps kScalarOps;
+
+#if defined(__x86_64__)
+/// Twins of them. To be called only where the processor and the operating system know the instructions.
+KernelOps MakeAvx2Ops();
+#endif

@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "kernel/frame.h"
 #include "kernel/loops.h"
 
@@ -8,61 +10,69 @@ constexpr std::int32_t kWeightOne = 1 << kWeightBits;
 // The nearest sample is the next one from this fraction on: 255, not the half-way 256.
 constexpr std::int32_t kNearestThreshold = 255;
 
+void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
+  std::memcpy(to, from, static_cast<std::size_t>(count));
+}
+
 void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count) {
   for (std::int32_t i = 0; i < count; ++i, pixels += kBytesPerPixel)
     grey[i] = static_cast<std::int16_t>(pixels[0] + pixels[1] + 2 * pixels[2]);
 }
 
-void ReduceRow(const std::int16_t* centre, std::ptrdiff_t pitch, std::int16_t* out, std::int32_t count) {
-  for (std::int32_t i = 0; i < count; ++i, centre += 2) {
-    const std::int16_t* const up2 = centre - 2 * pitch;
-    const std::int16_t* const up1 = centre - pitch;
-    const std::int16_t* const down1 = centre + pitch;
-    const std::int16_t* const down2 = centre + 2 * pitch;
-    const std::int32_t axial1 = up1[0] + down1[0] + centre[-1] + centre[1];
-    const std::int32_t diagonal1 = up1[-1] + up1[1] + down1[-1] + down1[1];
-    const std::int32_t axial2 = up2[0] + down2[0] + centre[-2] + centre[2];
+void ReduceRow(const FiveRows& rows, std::int16_t* out, std::int32_t count) {
+  for (std::int32_t i = 0; i < count; ++i) {
+    const auto at = [&](int up, int right) {
+      return std::int32_t{rows[static_cast<std::size_t>(2 + up)][2 * i + right]};
+    };
+    const std::int32_t axial1 = at(-1, 0) + at(1, 0) + at(0, -1) + at(0, 1);
+    const std::int32_t diagonal1 = at(-1, -1) + at(-1, 1) + at(1, -1) + at(1, 1);
+    const std::int32_t axial2 = at(-2, 0) + at(2, 0) + at(0, -2) + at(0, 2);
     const std::int32_t knight =
-        up2[-1] + up2[1] + down2[-1] + down2[1] + up1[-2] + up1[2] + down1[-2] + down1[2];
-    const std::int32_t corner = up2[-2] + up2[2] + down2[-2] + down2[2];
+        at(-2, -1) + at(-2, 1) + at(2, -1) + at(2, 1) + at(-1, -2) + at(-1, 2) + at(1, -2) + at(1, 2);
+    const std::int32_t corner = at(-2, -2) + at(-2, 2) + at(2, -2) + at(2, 2);
     out[i] = static_cast<std::int16_t>(
-        (164 * centre[0] + 102 * axial1 + 64 * diagonal1 + 20 * axial2 + 13 * knight + 3 * corner) >> 10);
+        (164 * at(0, 0) + 102 * axial1 + 64 * diagonal1 + 20 * axial2 + 13 * knight + 3 * corner) >> 10);
   }
 }
 
-void AddTranslationRow(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
-                       std::int32_t count, TranslationSums& sums) {
+/// Gradients of a sample and its difference to the previous frame.
+struct Gradients {
+  std::int32_t x, y, t;
+};
+
+Gradients GradientsAt(const std::int16_t* previous, const ThreeRows& current, std::int32_t i) {
+  return {current[1][i - 1] - current[1][i + 1], current[0][i] - current[2][i], previous[i] - current[1][i]};
+}
+
+void AddTranslationRow(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
+                       TranslationSums& sums) {
   TranslationSums total = sums;
   for (std::int32_t i = 0; i < count; ++i) {
-    const std::int32_t gx = current[i - 1] - current[i + 1];
-    const std::int32_t gy = current[i - pitch] - current[i + pitch];
-    const std::int32_t gt = previous[i] - current[i];
-    total.xx += gx * gx;
-    total.xy += gx * gy;
-    total.yy += gy * gy;
-    total.xt += gx * gt;
-    total.yt += gy * gt;
+    const Gradients g = GradientsAt(previous, current, i);
+    total.xx += g.x * g.x;
+    total.xy += g.x * g.y;
+    total.yy += g.y * g.y;
+    total.xt += g.x * g.t;
+    total.yt += g.y * g.t;
   }
   sums = total;
 }
 
-void AddRotationRow(const std::int16_t* previous, const std::int16_t* current, std::ptrdiff_t pitch,
-                    const std::int16_t* derivative, std::int32_t count, RotationSums& sums) {
+void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std::int32_t count,
+                    RotationSums& sums) {
   RotationSums total = sums;
   for (std::int32_t i = 0; i < count; ++i) {
-    const std::int32_t gr = derivative[i];
-    const std::int32_t gx = current[i - 1] - current[i + 1];
-    const std::int32_t gy = current[i - pitch] - current[i + pitch];
-    const std::int32_t gt = previous[i] - current[i];
-    total.rr += gr * gr;
-    total.rx += gr * gx;
-    total.ry += gr * gy;
-    total.xx += gx * gx;
-    total.xy += gx * gy;
-    total.yy += gy * gy;
-    total.rt += gr * gt;
-    total.xt += gx * gt;
-    total.yt += gy * gt;
+    const Gradients g = GradientsAt(previous, current.samples, i);
+    const std::int32_t r = current.turnedLess[i] - current.turnedMore[i];
+    total.rr += r * r;
+    total.rx += r * g.x;
+    total.ry += r * g.y;
+    total.xx += g.x * g.x;
+    total.xy += g.x * g.y;
+    total.yy += g.y * g.y;
+    total.rt += r * g.t;
+    total.xt += g.x * g.t;
+    total.yt += g.y * g.t;
   }
   sums = total;
 }
@@ -125,5 +135,5 @@ void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, cons
 
 }  // namespace
 
-const KernelOps kScalarOps = {"scalar",       GreyRow,   ReduceRow,      AddTranslationRow,
+const KernelOps kScalarOps = {"scalar",       CopyBytes, GreyRow,        ReduceRow,      AddTranslationRow,
                               AddRotationRow, SampleRow, WarpRowNearest, WarpRowBilinear};

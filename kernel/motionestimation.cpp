@@ -1,6 +1,7 @@
 #include "kernel/motionestimation.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -57,6 +58,11 @@ struct Axis {
 int SignOrZero(double value) { return value > 0 ? 1 : value < 0 ? -1 : 0; }
 int SignOf(double value) { return value > 0 ? 1 : -1; }
 
+/// Three rows around one of a plane, at a column.
+ThreeRows RowsAround(const Plane& plane, std::int64_t row, std::int64_t column) {
+  return {plane.Row(row - 1) + column, plane.Row(row) + column, plane.Row(row + 1) + column};
+}
+
 TranslationSums SumTranslation(const GaussianPyramidCalcParams& level, std::int64_t x, std::int64_t y,
                                const KernelOps& ops) {
   const Rect window = ComparableSamples(level.width, level.height, x, y);
@@ -64,19 +70,49 @@ TranslationSums SumTranslation(const GaussianPyramidCalcParams& level, std::int6
   if (window.left >= window.right) return sums;
   for (std::int32_t row = window.top; row < window.bottom; ++row)
     ops.addTranslationRow(level.previousPlane.Row(row) + window.left,
-                          level.currentPlane.Row(row + y) + window.left + x, level.width,
+                          RowsAround(level.currentPlane, row + y, window.left + x),
                           window.right - window.left, sums);
   return sums;
 }
 
+/// The updates of displacements tried so far: the estimator often comes back to one, and the sums would be
+/// the same again.
+class KnownUpdates {
+ public:
+  const MotionUpdate* Find(std::int64_t x, std::int64_t y) const {
+    const auto end = m_entries.begin() + m_count;
+    const auto found = std::find_if(m_entries.begin(), end,
+                                    [&](const Entry& entry) { return entry.x == x && entry.y == y; });
+    return found == end ? nullptr : &found->update;
+  }
+  const MotionUpdate& Add(std::int64_t x, std::int64_t y, const MotionUpdate& update) {
+    Entry& entry = m_entries[static_cast<std::size_t>(m_count++)];
+    entry = {x, y, update};
+    return entry.update;
+  }
+
+ private:
+  struct Entry {
+    std::int64_t x, y;
+    MotionUpdate update;
+  };
+  std::array<Entry, kMaxIterations> m_entries;
+  std::ptrdiff_t m_count = 0;
+};
+
 void EstimateTranslation(GaussianPyramidCalcParams& level, std::size_t index, MotionRecord start,
                          const KernelOps& ops) {
   Axis x = {start.dx}, y = {start.dy};
+  KnownUpdates known;
   int oscillations = 0;
-  for (int i = 0; i < kMaxIterations && oscillations < kMaxOscillations; ++i) {
-    const MotionUpdate update = SolveTranslation(SumTranslation(level, x.position, y.position, ops));
-    const bool xTurned = x.Move(update.x, SignOrZero(update.x));
-    const bool yTurned = y.Move(update.y, SignOrZero(update.y));
+  for (level.iterations = 0; level.iterations < kMaxIterations && oscillations < kMaxOscillations;) {
+    ++level.iterations;
+    const MotionUpdate* update = known.Find(x.position, y.position);
+    if (!update)
+      update = &known.Add(x.position, y.position,
+                          SolveTranslation(SumTranslation(level, x.position, y.position, ops)));
+    const bool xTurned = x.Move(update->x, SignOrZero(update->x));
+    const bool yTurned = y.Move(update->y, SignOrZero(update->y));
     if (xTurned && yTurned) ++oscillations;
     if (x.step == 0 && y.step == 0) break;  // every further iteration would repeat this one
   }
@@ -111,23 +147,76 @@ class PlaneRotation {
   FixedRotation m_angle;
 };
 
-void ZeroOutside(ColumnRun run, std::int16_t* row, std::int32_t width) {
-  run.end = std::max(run.begin, run.end);
-  std::fill(row, row + run.begin, std::int16_t{0});
-  std::fill(row + run.end, row + width, std::int16_t{0});
-}
+/// A plane at the angle under test and half a degree to each side.
+struct ThreeRotations {
+  ThreeRotations(std::int32_t width, std::int32_t height, double theta)
+      : exact(width, height, RadiansFromDegrees(theta)),
+        less(width, height, RadiansFromDegrees(theta) - kHalfDegree),
+        more(width, height, RadiansFromDegrees(theta) + kHalfDegree) {}
 
-RotationSums SumRotation(const GaussianPyramidCalcParams& level, const RotationScratch& scratch,
+  PlaneRotation exact, less, more;
+};
+
+/// Makes the rows of a rotated plane, in rising order, as the sums need them. What has no source is zero.
+class RotatedRows {
+ public:
+  RotatedRows(const Plane& plane, const ThreeRotations& rotations, RotationScratch& scratch,
+              std::int32_t firstRow, const KernelOps& ops)
+      : m_plane(plane), m_rotations(rotations), m_rows(scratch.rows), m_nextRow(firstRow), m_ops(ops) {}
+
+  /// The row and its neighbours; of the turned ones only the columns of `run` are made.
+  RotatedRow Get(std::int32_t row, ColumnRun run) {
+    for (; m_nextRow <= row + 1; ++m_nextRow) {
+      const SourceLine line = m_rotations.exact.Line(m_nextRow);
+      Sample(line, m_rotations.exact.Usable(line), {0, m_plane.Width()}, InTurn(m_nextRow));
+    }
+    const SourceLine less = m_rotations.less.Line(row), more = m_rotations.more.Line(row);
+    const ColumnRun both = Intersect(m_rotations.less.Usable(less), m_rotations.more.Usable(more));
+    Sample(less, both, run, m_rows.Row(kLessRow));
+    Sample(more, both, run, m_rows.Row(kMoreRow));
+    return {{InTurn(row - 1), InTurn(row), InTurn(row + 1)}, m_rows.Row(kLessRow), m_rows.Row(kMoreRow)};
+  }
+
+ private:
+  static constexpr std::int32_t kRowsInTurn = 3, kLessRow = 3, kMoreRow = 4;
+
+  std::int16_t* InTurn(std::int32_t row) { return m_rows.Row(row % kRowsInTurn); }
+
+  void Sample(const SourceLine& line, ColumnRun usable, ColumnRun wanted, std::int16_t* out) const {
+    const ColumnRun run = Intersect(usable, wanted);
+    const std::int32_t begin = std::min(run.begin, wanted.end), end = std::max(run.end, begin);
+    std::fill(out + wanted.begin, out + begin, std::int16_t{0});
+    m_ops.sampleRow(m_plane.Row(0), m_plane.Width(), line, {begin, end}, out);
+    std::fill(out + end, out + wanted.end, std::int16_t{0});
+  }
+
+  const Plane& m_plane;
+  const ThreeRotations& m_rotations;
+  Plane& m_rows;
+  std::int32_t m_nextRow;
+  const KernelOps& m_ops;
+};
+
+RotationSums SumRotation(const GaussianPyramidCalcParams& level, double theta, RotationScratch& scratch,
                          std::int64_t x, std::int64_t y, const KernelOps& ops) {
   const Rect window = ComparableSamples(level.width, level.height, x, y);
   RotationSums sums;
-  if (window.left >= window.right) return sums;
+  if (window.left >= window.right || window.top >= window.bottom) return sums;
+
+  const ThreeRotations rotations(level.width, level.height, theta);
+  const std::span<ColumnRun> usable(scratch.usable.data(), static_cast<std::size_t>(level.height));
+  FindUsableColumns(level.width, level.height, theta, usable);
+  // A window that is not empty bounds the displacement.
+  const auto right = static_cast<std::int32_t>(x), up = static_cast<std::int32_t>(y);
+  RotatedRows rotated(level.currentPlane, rotations, scratch, window.top + up - 1, ops);
   for (std::int32_t row = window.top; row < window.bottom; ++row) {
-    const ColumnRun run = ComparableColumns(window, scratch.usable, row, x, y);
+    const ColumnRun run = ComparableColumns(window, usable, row, x, y);
     if (run.begin >= run.end) continue;
-    ops.addRotationRow(level.previousPlane.Row(row) + run.begin, scratch.rotated.Row(row + y) + run.begin + x,
-                       scratch.rotated.Width(), scratch.derivative.Row(row + y) + run.begin + x,
-                       run.end - run.begin, sums);
+    RotatedRow current = rotated.Get(row + up, {run.begin + right, run.end + right});
+    for (const std::int16_t*& samples : current.samples) samples += run.begin + right;
+    current.turnedLess += run.begin + right;
+    current.turnedMore += run.begin + right;
+    ops.addRotationRow(level.previousPlane.Row(row) + run.begin, current, run.end - run.begin, sums);
   }
   return sums;
 }
@@ -137,9 +226,10 @@ void EstimateRotation(GaussianPyramidCalcParams& level, std::size_t index, Motio
   Axis x = {start.dx}, y = {start.dy};
   double theta = start.theta, previousTheta = start.theta;
   int thetaSign = 0, oscillations = 0;
-  for (int i = 0; i < kMaxIterations && oscillations < kMaxOscillations; ++i) {
-    RotatePlane(level.currentPlane, theta, scratch, ops);
-    const MotionUpdate update = SolveRotation(SumRotation(level, scratch, x.position, y.position, ops));
+  for (level.iterations = 0; level.iterations < kMaxIterations && oscillations < kMaxOscillations;) {
+    ++level.iterations;
+    const MotionUpdate update =
+        SolveRotation(SumRotation(level, theta, scratch, x.position, y.position, ops));
     const bool thetaTurned = thetaSign == -SignOf(update.theta);
     const bool xTurned = x.Move(update.x, SignOf(update.x));
     const bool yTurned = y.Move(update.y, SignOf(update.y));
@@ -155,18 +245,12 @@ void EstimateRotation(GaussianPyramidCalcParams& level, std::size_t index, Motio
   level.theta = index <= kCoarsestRotationLevel ? (previousTheta + theta) / 2 : 0.0;
 }
 
-std::size_t FinestLevel(std::uint32_t quality, std::size_t levelCount) {
-  const std::size_t wanted = quality == 2 ? 1 : quality == 3 ? 2 : 0;
-  return std::min(wanted, levelCount - 1);
-}
-
 }  // namespace
 
 RotationScratch::RotationScratch(std::int32_t width, std::int32_t height)
-    : rotated(width, height),
-      derivative(width, height),
-      usable(static_cast<std::size_t>(height)),
-      turnedFurther(static_cast<std::size_t>(width)) {}
+    : usable(static_cast<std::size_t>(height)), rows(width, 5) {}
+
+std::size_t FinestLevel(std::uint32_t quality) { return quality == 2 ? 1 : quality == 3 ? 2 : 0; }
 
 Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, std::int64_t y) {
   const auto side = [](std::int32_t length, std::int64_t shift) -> std::pair<std::int32_t, std::int32_t> {
@@ -189,34 +273,13 @@ ColumnRun ComparableColumns(const Rect& comparable, std::span<const ColumnRun> u
   return Intersect({comparable.left, comparable.right}, {source.begin - shift, source.end - shift});
 }
 
-void RotatePlane(const Plane& plane, double theta, RotationScratch& scratch, const KernelOps& ops) {
-  const std::int32_t width = plane.Width(), height = plane.Height();
-  const double radians = RadiansFromDegrees(theta);
-  const PlaneRotation rotation(width, height, radians);
-  const PlaneRotation earlier(width, height, radians - kHalfDegree);
-  const PlaneRotation later(width, height, radians + kHalfDegree);
-
+void FindUsableColumns(std::int32_t width, std::int32_t height, double theta, std::span<ColumnRun> usable) {
+  const ThreeRotations rotations(width, height, theta);
   for (std::int32_t row = 0; row < height; ++row) {
-    const auto sample = [&](const SourceLine& line, ColumnRun run, std::int16_t* out) {
-      ops.sampleRow(plane.Row(0), width, line, run, out);
-      return run;
-    };
-    std::int16_t* const rotated = scratch.rotated.Row(row);
-    const SourceLine line = rotation.Line(row);
-    const ColumnRun usable = sample(line, rotation.Usable(line), rotated);
-    ZeroOutside(usable, rotated, width);
-
-    std::int16_t* const derivative = scratch.derivative.Row(row);
-    std::int16_t* const further = scratch.turnedFurther.data();
-    const SourceLine earlierLine = earlier.Line(row), laterLine = later.Line(row);
-    const ColumnRun both = Intersect(earlier.Usable(earlierLine), later.Usable(laterLine));
-    sample(earlierLine, both, derivative);
-    sample(laterLine, both, further);
-    for (std::int32_t column = both.begin; column < both.end; ++column)
-      derivative[column] = static_cast<std::int16_t>(derivative[column] - further[column]);
-    ZeroOutside(both, derivative, width);
-
-    scratch.usable[static_cast<std::size_t>(row)] = Intersect(usable, both);
+    const auto runOf = [&](const PlaneRotation& rotation) { return rotation.Usable(rotation.Line(row)); };
+    const ColumnRun run =
+        Intersect(runOf(rotations.exact), Intersect(runOf(rotations.less), runOf(rotations.more)));
+    usable[static_cast<std::size_t>(row)] = run;
   }
 }
 
@@ -235,7 +298,7 @@ void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t leve
 
 MotionRecord EstimateMotion(std::span<GaussianPyramidCalcParams> levels, std::uint32_t coefficients,
                             std::uint32_t quality, RotationScratch& scratch, const KernelOps& ops) {
-  const std::size_t finest = FinestLevel(quality, levels.size());
+  const std::size_t finest = std::min(FinestLevel(quality), levels.size() - 1);
   for (std::size_t level = levels.size(); level-- > finest;)
     EstimateLevel(levels, level, coefficients, scratch, ops);
 

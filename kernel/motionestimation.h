@@ -12,16 +12,15 @@
 // B. D. Lucas and T. Kanade, "An iterative image registration technique with an application to stereo
 // vision", 1981; J. R. Bergen et al., "Hierarchical model-based motion estimation", 1992.
 
-/// Work planes of the rotation estimator, as large as pyramid level 0. Coarser levels use their first rows
-/// and columns.
+/// Work space of the rotation estimator for planes up to this size. A rotated plane is made and summed row by
+/// row, so that what is at work stays in the cache.
 struct RotationScratch {
   RotationScratch() = default;
   RotationScratch(std::int32_t width, std::int32_t height);
 
-  Plane rotated;                  ///< the current plane turned back by the angle under test, zero outside
-  Plane derivative;               ///< its change over one degree, zero outside
-  std::vector<ColumnRun> usable;  ///< per row, where the rotated sample and both of the derivative's exist
-  std::vector<std::int16_t> turnedFurther;  ///< one row
+  std::vector<ColumnRun>
+      usable;  ///< per row, where the sample exists at the angle and half a degree to each side
+  Plane rows;  ///< three rotated rows in turn, and the last row turned less and more
 };
 
 /// Samples of a `width` × `height` level that can be compared at displacement (x, y): they and their
@@ -32,12 +31,16 @@ Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, 
 ColumnRun ComparableColumns(const Rect& comparable, std::span<const ColumnRun> usable, std::int32_t row,
                             std::int64_t x, std::int64_t y);
 
-/// Fills the scratch planes and runs from `plane` turned by `theta` degrees about its centre.
-void RotatePlane(const Plane& plane, double theta, RotationScratch& scratch, const KernelOps& ops);
+/// The runs that the rotation estimator may use of each row of a `width` × `height` plane turned by `theta`
+/// degrees about its centre.
+void FindUsableColumns(std::int32_t width, std::int32_t height, double theta, std::span<ColumnRun> usable);
 
 /// Estimates the motion on one level, starting from the next coarser one, and stores it there.
 void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t level, std::uint32_t coefficients,
                    RotationScratch& scratch, const KernelOps& ops);
+
+/// The finest level whose estimate counts at this quality, if there are that many levels.
+std::size_t FinestLevel(std::uint32_t quality);
 
 /// Motion from the previous to the newest frame in pixels of level 0. `quality` chooses the finest level
 /// used: 2 stops at level 1, 3 at level 2, any other at level 0. Coefficients other than those named estimate

@@ -21,10 +21,12 @@ ColumnRun ColumnsBelow(std::int64_t start, std::int64_t step, std::int64_t limit
     start = limit - 1 - start;
     step = -step;
   }
-  const std::int64_t first = -FloorDivide(start, step);
-  const std::int64_t last = FloorDivide(limit - 1 - start, step);
+  // Most ends need no division: the whole of `within` is inside there.
+  const std::int64_t first = start + within.begin * step >= 0 ? within.begin : -FloorDivide(start, step);
+  const std::int64_t end =
+      start + within.end * step < limit ? within.end : FloorDivide(limit - 1 - start, step) + 1;
   return {static_cast<std::int32_t>(std::clamp<std::int64_t>(first, within.begin, within.end)),
-          static_cast<std::int32_t>(std::clamp<std::int64_t>(last + 1, within.begin, within.end))};
+          static_cast<std::int32_t>(std::clamp<std::int64_t>(end, within.begin, within.end))};
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "kernel/stabilizevideokernel.h"
 
-#include <cstring>
 #include <new>
 #include <vector>
 
@@ -43,25 +42,25 @@ struct CStabilizeVideoKernel::Stream {
       : params(kernelParams),
         compensation({params.width, params.height}, params),
         weights(FindPathWeights(params.windowLength, params.gaussianWeights != 0)),
-        pyramid(MakePyramid(params.roi.right - params.roi.left, params.roi.bottom - params.roi.top)),
+        pyramid(MakePyramid(params.roi.right - params.roi.left, params.roi.bottom - params.roi.top,
+                            FinestLevel(params.estimationQuality))),
         scratch(MakeScratch(params)),
         frameHistory(static_cast<std::size_t>(params.windowLength / 2 + 1)),
         motionRing(static_cast<std::size_t>(params.windowLength)) {
     motionRing.Fill({});
   }
 
-  /// Appends the frame to the history, in the oldest frame's memory once the history is full.
-  void Store(const std::uint8_t* pixels, bool repeatPrevious) {
-    const auto size = static_cast<std::size_t>(compensation.frame.SizeBytes());
+  /// Appends the frame to the history, in the oldest frame's memory once the history is full, and measures
+  /// its motion.
+  void Take(const std::uint8_t* pixels, bool repeatPrevious, const KernelOps& ops) {
     FrameCopy& copy = frameHistory.NextSlot();
-    if (!copy) copy = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+    if (!copy)
+      copy = std::make_unique_for_overwrite<std::uint8_t[]>(
+          static_cast<std::size_t>(compensation.frame.SizeBytes()));
     const bool repeat = repeatPrevious && frameHistory.Size() > 0;
-    std::memcpy(copy.get(), repeat ? frameHistory.Newest().get() : pixels, size);
+    BuildPyramid(pyramid, repeat ? frameHistory.Newest().get() : pixels, compensation.frame, params.roi,
+                 copy.get(), ops);
     frameHistory.Append();
-  }
-
-  void EstimateNewestMotion(const KernelOps& ops) {
-    BuildPyramid(pyramid, frameHistory.Newest().get(), compensation.frame, params.roi, ops);
     if (frameHistory.Size() < 2) return;
     motionRing.NextSlot() =
         EstimateMotion(pyramid, params.estimationCoefficients, params.estimationQuality, scratch, ops);
@@ -110,11 +109,10 @@ bool CStabilizeVideoKernel::ProcessFrame(std::uint8_t* pixels, bool repeatPrevio
 
   *noOutput = true;
   try {
-    m_pStream->Store(pixels, repeatPrevious);
+    m_pStream->Take(pixels, repeatPrevious, *m_pOps);
   } catch (const std::bad_alloc&) {
     return false;
   }
-  m_pStream->EstimateNewestMotion(*m_pOps);
   if (m_pStream->frameHistory.IsFull()) {
     m_pStream->DeliverOldest(pixels, *m_pOps);
     *noOutput = false;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 
 #include "kernel/sinecosine.h"
@@ -25,30 +26,45 @@ void ExpectSameMotion(const MotionRecord& actual, const MotionRecord& expected) 
   EXPECT_EQ(actual.theta, expected.theta);
 }
 
-/// Runs the kernel and the literal model over the same frames and compares every byte and record.
+/// Hands one frame to a kernel and to the literal model and compares every byte and record.
+void ExpectSameFrame(CStabilizeVideoKernel& kernel, const reference::ReferenceModel& model,
+                     const std::vector<std::uint8_t>& input, bool repeat,
+                     const std::vector<std::uint8_t>& expected, bool expectedNoOutput) {
+  GuardedBuffer actual(input);
+  bool noOutput = false;
+  ASSERT_TRUE(kernel.ProcessFrame(actual.Data(), repeat, &noOutput));
+  ASSERT_EQ(noOutput, expectedNoOutput);
+  ExpectSameMotion(kernel.LatestMotion(), model.LatestMotion());
+  ExpectSameMotion(kernel.LatestCorrection(), model.LatestCorrection());
+  ASSERT_TRUE(actual.GuardsIntact());
+  const std::vector<std::uint8_t> content = actual.Content();
+  const auto difference = std::mismatch(content.begin(), content.end(), expected.begin()).first;
+  ASSERT_EQ(difference, content.end()) << "first different byte " << difference - content.begin();
+}
+
+/// Runs the kernel with each table of loops, and the literal model, over the same frames.
 template <class FrameSource>
 void ExpectSameRun(const KernelParams& params, int frames, const FrameSource& frameAt) {
   SCOPED_TRACE(::testing::Message() << params);
-  CStabilizeVideoKernel kernel;
   reference::ReferenceModel model = MakeReference();
-  ASSERT_EQ(kernel.Initialize(params), model.Initialize(params));
+  const bool accepted = model.Initialize(params);
+  std::vector<std::unique_ptr<CStabilizeVideoKernel>> kernels;
+  for (const KernelOps* const ops : AvailableOps()) {
+    kernels.push_back(std::make_unique<CStabilizeVideoKernel>(*ops));
+    ASSERT_EQ(kernels.back()->Initialize(params), accepted);
+  }
+  if (!accepted) return;
   for (int i = 0; i < frames; ++i) {
-    SCOPED_TRACE(::testing::Message() << "frame " << i);
     const std::vector<std::uint8_t> input = frameAt(i);
-    GuardedBuffer actual(input);
     std::vector<std::uint8_t> expected = input;
-    bool actualNoOutput = false, expectedNoOutput = false;
+    bool expectedNoOutput = false;
     const bool repeat = i % 7 == 5;
-    ASSERT_EQ(kernel.ProcessFrame(actual.Data(), repeat, &actualNoOutput),
-              model.ProcessFrame(expected.data(), repeat, &expectedNoOutput));
-    ASSERT_EQ(actualNoOutput, expectedNoOutput);
-    ExpectSameMotion(kernel.LatestMotion(), model.LatestMotion());
-    ExpectSameMotion(kernel.LatestCorrection(), model.LatestCorrection());
-    ASSERT_TRUE(actual.GuardsIntact());
-    const std::vector<std::uint8_t> content = actual.Content();
-    const auto difference = std::mismatch(content.begin(), content.end(), expected.begin()).first;
-    ASSERT_EQ(difference, content.end()) << "first different byte " << difference - content.begin();
-    if (::testing::Test::HasFailure()) return;
+    ASSERT_TRUE(model.ProcessFrame(expected.data(), repeat, &expectedNoOutput));
+    for (std::size_t level = 0; level < kernels.size(); ++level) {
+      SCOPED_TRACE(::testing::Message() << AvailableOps()[level]->name << " frame " << i);
+      ExpectSameFrame(*kernels[level], model, input, repeat, expected, expectedNoOutput);
+      if (::testing::Test::HasFailure()) return;
+    }
   }
 }
 

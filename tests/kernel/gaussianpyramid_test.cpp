@@ -34,7 +34,7 @@ TEST(GaussianPyramid, ReadsTheRegionBottomUpWithRedDoubledAndKeepsThePreviousPla
   paint(1, 2, 2);
   for (int channel = 0; channel < 3; ++channel) paint(2, 2, channel);
   auto levels = MakePyramid(2, 2);
-  BuildPyramid(levels, pixels.data(), frame, {1, 1, 3, 3}, kScalarOps);
+  BuildPyramid(levels, pixels.data(), frame, {1, 1, 3, 3}, nullptr, kScalarOps);
 
   const Plane& plane = levels[0].currentPlane;
   EXPECT_EQ(plane.Row(1)[0], 255) << "blue";
@@ -43,7 +43,7 @@ TEST(GaussianPyramid, ReadsTheRegionBottomUpWithRedDoubledAndKeepsThePreviousPla
   EXPECT_EQ(plane.Row(0)[1], 1020) << "white";
 
   const std::vector<std::uint8_t> black(pixels.size());
-  BuildPyramid(levels, black.data(), frame, {1, 1, 3, 3}, kScalarOps);
+  BuildPyramid(levels, black.data(), frame, {1, 1, 3, 3}, nullptr, kScalarOps);
   EXPECT_EQ(levels[0].previousPlane.Row(0)[1], 1020);
   EXPECT_EQ(levels[0].currentPlane.Row(0)[1], 0);
 }

@@ -36,21 +36,16 @@ TEST(ComparableSamples, AreTheRectangleOfTheLiteralMask) {
 
 TEST(ComparableColumns, AreTheRunsOfTheLiteralMaskOfARotatedPlane) {
   constexpr int kWidth = 37, kHeight = 29;
-  const Plane plane = [] {
-    Plane filled(kWidth, kHeight);
-    std::fill(filled.Row(0), filled.Row(kHeight), std::int16_t{500});
-    return filled;
-  }();
-  RotationScratch scratch(kWidth, kHeight);
+  std::vector<ColumnRun> usable(kHeight);
   std::mt19937 random(3);
   for (int round = 0; round < 400; ++round) {
     const double theta =
         std::ldexp(static_cast<double>(random() % 2001) - 1000.0, static_cast<int>(random() % 4) - 7);
     const int x = static_cast<int>(random() % 31) - 15, y = static_cast<int>(random() % 31) - 15;
-    RotatePlane(plane, theta, scratch, kScalarOps);
+    FindUsableColumns(kWidth, kHeight, theta, usable);
     std::vector<std::int32_t> validity(static_cast<std::size_t>(kWidth) * kHeight, -1);
     for (std::size_t row = 0; row < kHeight; ++row)
-      for (int column = scratch.usable[row].begin; column < scratch.usable[row].end; ++column)
+      for (int column = usable[row].begin; column < usable[row].end; ++column)
         validity[row * kWidth + static_cast<std::size_t>(column)] = 0;
 
     const std::vector<std::int32_t> mask = reference::BuildMask(validity, kWidth, kHeight, x, y);
@@ -58,7 +53,7 @@ TEST(ComparableColumns, AreTheRunsOfTheLiteralMaskOfARotatedPlane) {
     for (int row = 1; row < kHeight - 1; ++row) {
       ColumnRun run = {0, 0};
       if (row >= window.top && row < window.bottom && window.left < window.right)
-        run = ComparableColumns(window, scratch.usable, row, x, y);
+        run = ComparableColumns(window, usable, row, x, y);
       for (int column = 0; column < kWidth; ++column)
         ASSERT_EQ(column >= run.begin && column < run.end,
                   mask[static_cast<std::size_t>(row * kWidth + column)] != -1)
@@ -74,7 +69,8 @@ MotionRecord Estimate(const Scene& scene, const CameraPose& from, const CameraPo
   auto levels = MakePyramid(frame.width, frame.height);
   RotationScratch scratch(frame.width, frame.height);
   for (const CameraPose& pose : {from, to})
-    BuildPyramid(levels, scene.Shoot(pose).data(), frame, {0, 0, frame.width, frame.height}, kScalarOps);
+    BuildPyramid(levels, scene.Shoot(pose).data(), frame, {0, 0, frame.width, frame.height}, nullptr,
+                 kScalarOps);
   return EstimateMotion(levels, coefficients, quality, scratch, kScalarOps);
 }
 
