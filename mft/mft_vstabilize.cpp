@@ -125,7 +125,7 @@ STDMETHODIMP CMFTVStabilize::GetPages(CAUUID* pages) {
 /// The transform that does the work instead of this one; null when this one works. Saved settings may claim
 /// an engine that does not exist here.
 IMFTransform* CMFTVStabilize::ActiveInnerTransform() {
-  return m_pInnerTransform && m_pFacade->IsAdvancedEngineActive() ? m_pInnerTransform.Get() : nullptr;
+  return m_pFacade->IsAdvancedEngineActive() ? m_pInnerTransform.Get() : nullptr;
 }
 
 // The streams
@@ -323,9 +323,8 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   std::optional<SIZE> expected = ReadFrameSize(input), proposed = ReadFrameSize(output);
   if (!expected || !proposed) return E_FAIL;
   if (m_pFacade->ChangesFrameSize()) {
-    // Margins are taken from the picture, whichever end of it comes first in memory.
+    // Margins are taken from the picture, whichever end of it comes first in memory, as in the proposed type.
     expected->cy = static_cast<LONG>(std::llabs(expected->cy));
-    proposed->cy = static_cast<LONG>(std::llabs(proposed->cy));
     m_pFacade->GetOutputSize(*expected);
   }
   return IsSameSize(*expected, *proposed) ? S_OK : E_FAIL;
@@ -498,7 +497,8 @@ HRESULT CMFTVStabilize::CopyImage(IMFSample* input, IMFSample* output) const {
 }
 
 HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
-  bool frameTaken = false, noOutput = false;
+  bool frameTaken = false;
+  bool noOutput = false;  // stays so when the kernel lets frames pass unchanged
   // Now, since a frame that the kernel takes without a record would set all stamps out of step.
   m_sampleAttributes.Reserve();
   const unsigned streamBefore = m_pFacade->StreamNumber();
@@ -520,7 +520,6 @@ HRESULT CMFTVStabilize::StabilizeImage(IMFSample* sample, bool* frameTaken, bool
   // The kernel works on 24-bit frames whatever the type claims.
   const std::uint64_t needed = ImageParameters{.BitsImage = 24}.FrameBytes(m_image.width, m_image.height);
   if (image.Capacity() < needed) return MF_E_BUFFERTOOSMALL;
-  *noOutput = false;  // the kernel leaves it alone when frames pass unchanged
   *frameTaken = m_pFacade->ProcessFrame(image.Bytes(), m_image.width, m_image.height, false, noOutput);
   return S_OK;
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
+#include <malloc.h>
 #include <mferror.h>
 #include <mutex>
 #include <new>
@@ -30,7 +32,11 @@ void* AllocateOrThrow(std::size_t size) {
 }
 
 void Free(void* memory) noexcept {
-  if (memory) --g_liveAllocations;
+  if (!memory) return;
+  --g_liveAllocations;
+  // Whoever still uses it, notices.
+  std::memset(memory, 0xDD, _msize(memory));
+  std::atomic_signal_fence(std::memory_order_seq_cst);  // or the compiler leaves that out
   std::free(memory);
 }
 

@@ -29,6 +29,19 @@ TEST_F(Transform, AnswersForItsInterfacesAndPassesTheFacades) {
   CoTaskMemFree(list.pElems);
 }
 
+TEST_F(Transform, IsOutlivedByItsSettings) {
+  ComPtr<IMFTransform> transform;
+  ComPtr<IVKFVStabilize> settings;
+  ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&transform)), S_OK);
+  ASSERT_EQ(transform.As(&settings), S_OK);
+  ASSERT_EQ(transform->SetInputType(0, VideoType().Get(), 0), S_OK);
+  EXPECT_EQ(transform.Reset(), 0U);
+  EXPECT_EQ(MediaFoundationSamples::LiveObjects::Count(), 1);
+  settings->put_LeftRightCropMargin(4);
+  settings->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  EXPECT_EQ(settings->put_CropEnabled(VARIANT_TRUE), S_OK);
+}
+
 TEST_F(Transform, DescribesItsStreams) {
   DWORD a = 9, b = 9, c = 9, d = 9;
   EXPECT_EQ(m_pTransform->GetStreamLimits(&a, &b, &c, &d), S_OK);
@@ -130,6 +143,7 @@ TEST_F(Transform, ProposesTheCroppedSizeAndTurnsReconnectionOn) {
     EXPECT_EQ(ReadFrameSize(type.Get())->cy, 464);
     EXPECT_EQ(m_pTransform->SetOutputType(0, type.Get(), 0), S_OK) << "input height " << height;
     EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(640, 480).Get(), 0), MF_E_INVALIDMEDIATYPE);
+    EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(608, -464).Get(), 0), MF_E_INVALIDMEDIATYPE);
   }
   VARIANT_BOOL on = VARIANT_FALSE;
   m_pSettings->get_AutoReconnect(&on);
@@ -184,6 +198,9 @@ TEST_F(Transform, RefusesInTheStatedOrderAndHandsOutNothing) {
   subtypeOnly->DeleteItem(MF_MT_MAJOR_TYPE);
   EXPECT_EQ(m_pTransform->SetOutputType(0, subtypeOnly.Get(), 0), S_OK) << "that is enough beside an input";
   ASSERT_EQ(m_pTransform->SetInputType(0, sizeless.Get(), 0), S_OK);
+  MFT_OUTPUT_STREAM_INFO info = {};
+  EXPECT_EQ(m_pTransform->GetOutputStreamInfo(0, &info), S_OK);
+  EXPECT_EQ(info.cbSize, 0U);
   EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType().Get(), 0), MF_E_INVALIDMEDIATYPE);
   EXPECT_EQ(m_pTransform->SetOutputType(0, sizeless.Get(), 0), MF_E_INVALIDMEDIATYPE);
 

@@ -82,10 +82,12 @@ TEST_F(Transform, DeliversFramesWithTheTimingTheyCameWith) {
     EXPECT_EQ(m_pTransform->ProcessMessage(message, 0), S_OK);
   };
   for (int change = 0; change < 4; ++change) {
+    const long allocations = LiveAllocations();
     if (change == 0) end(MFT_MESSAGE_NOTIFY_END_OF_STREAM);
     if (change == 1) end(MFT_MESSAGE_NOTIFY_END_STREAMING);
     if (change == 2) end(MFT_MESSAGE_COMMAND_FLUSH);
     if (change == 3) SetTypes();
+    EXPECT_TRUE(change == 2 || LiveAllocations() < allocations) << "the kernel's memory is given back";
     EXPECT_EQ(Feed(50), MF_E_TRANSFORM_NEED_MORE_INPUT) << "a new stream begins";
     EXPECT_EQ(Feed(51), MF_E_TRANSFORM_NEED_MORE_INPUT);
     EXPECT_EQ(Feed(52), S_OK);
@@ -119,12 +121,16 @@ TEST_F(Transform, PassesFramesWhenDisabledOrWhenTheRegionIsInvalid) {
   m_pSettings->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_1);
   for (int number = 1; number <= 3; ++number) Feed(number);
   ExpectDelivered(1);
+  // Frames that pass end the stream, also for a kernel that follows no changes.
+  m_pSettings->put_AutoReconnect(VARIANT_FALSE);
   m_pSettings->put_Enabled(VARIANT_FALSE);
   EXPECT_EQ(Feed(4), S_OK);
   ExpectDelivered(4);
   m_pSettings->put_Enabled(VARIANT_TRUE);
-  for (int number = 5; number <= 7; ++number) Feed(number);
+  for (int number = 5; number <= 7; ++number)
+    EXPECT_EQ(Feed(number), number < 7 ? MF_E_TRANSFORM_NEED_MORE_INPUT : S_OK);
   ExpectDelivered(5);
+  m_pSettings->put_AutoReconnect(VARIANT_TRUE);
 
   m_pSettings->put_ROIEnabled(VARIANT_TRUE);
   m_pSettings->put_ROILeft(500);
@@ -140,6 +146,12 @@ TEST_F(Transform, KeepsStampsAndFramesTogetherWhenMemoryRunsOut) {
   {
     const FailingAllocations blocksOfRecords(400, 600);
     EXPECT_EQ(Feed(11), E_OUTOFMEMORY);
+  }
+  const ComPtr<IMFSample> input = Sample(FrameBytes()), output = Sample(FrameBytes());
+  {
+    const FailingAllocations frameCopies(FrameBytes(), FrameBytes());
+    EXPECT_EQ(m_pTransform->ProcessInput(0, input.Get(), 0), S_OK);
+    EXPECT_EQ(Output(output.Get()), MF_E_TRANSFORM_NEED_MORE_INPUT) << "the kernel took no frame";
   }
   for (int number = 12; number <= 40; ++number) {
     ASSERT_EQ(Feed(number), number <= 17 ? MF_E_TRANSFORM_NEED_MORE_INPUT : S_OK);
@@ -209,7 +221,6 @@ TEST_F(Transform, AnnouncesOnlyWhatMakesFramesSmaller) {
   Crop(4, 4);
   m_pSettings->put_CropEnabled(VARIANT_FALSE);
   SetTypes();
-  EXPECT_FALSE(announces()) << "without a type there was nothing to change";
   m_pSettings->put_Enabled(VARIANT_FALSE);
   m_pSettings->put_CropEnabled(VARIANT_TRUE);
   EXPECT_FALSE(announces()) << "disabled";
@@ -230,10 +241,25 @@ TEST_F(Transform, AnnouncesOnlyWhatMakesFramesSmaller) {
   SetTypes(2, 2);
   m_pSettings->put_Enabled(VARIANT_TRUE);
   EXPECT_FALSE(announces()) << "nothing can be cut off";
+  // The height that the type tells counts, with its sign.
+  m_pSettings->put_Enabled(VARIANT_FALSE);
+  SetTypes(2, -2);
+  m_pSettings->put_Enabled(VARIANT_TRUE);
+  EXPECT_TRUE(announces());
   SetTypes(kWidth, -kHeight);
   m_pSettings->put_BkFillColor(0);
   EXPECT_TRUE(announces()) << "a top-down picture";
   EXPECT_EQ(Feed(1), MF_E_TRANSFORM_NEED_MORE_INPUT);
+
+  ASSERT_EQ(m_pTransform->SetInputType(0, nullptr, 0), S_OK);
+  m_pSettings->put_BkFillColor(0x111111);
+  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType().Get(), 0), S_OK);
+  EXPECT_FALSE(announces()) << "without a type there was nothing to change";
+  const ComPtr<IMFMediaType> sizeless = VideoType();
+  sizeless->DeleteItem(MF_MT_FRAME_SIZE);
+  ASSERT_EQ(m_pTransform->SetInputType(0, sizeless.Get(), 0), S_OK);
+  m_pSettings->put_BkFillColor(0x222222);
+  EXPECT_FALSE(announces()) << "nor without a size";
 }
 
 IVKFVStabilize* g_pBusySettings = nullptr;
