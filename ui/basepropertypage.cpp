@@ -1,5 +1,6 @@
 #include "ui/basepropertypage.h"
 
+#include <bit>
 #include <commctrl.h>
 #include <cstring>
 #include <cwchar>
@@ -233,7 +234,7 @@ INT_PTR CALLBACK CBasePropertyPage::DialogProc(HWND dialog, UINT message, WPARAM
     SetWindowLongPtrW(dialog, DWLP_USER, lParam);
     return FALSE;  // the focus stays with the frame
   }
-  auto* const page = reinterpret_cast<CBasePropertyPage*>(GetWindowLongPtrW(dialog, DWLP_USER));
+  auto* const page = std::bit_cast<CBasePropertyPage*>(GetWindowLongPtrW(dialog, DWLP_USER));
   if (!page) return FALSE;
   // What a message leads to may end in the host's last release.
   const ComPtr<CBasePropertyPage> keepAlive(page);
