@@ -45,7 +45,7 @@ bool HasMnemonic(const wchar_t* caption, wchar_t key) {
 bool HasControlWithMnemonic(HWND dialog, wchar_t key) {
   wchar_t caption[128];
   for (HWND control = GetWindow(dialog, GW_CHILD); control; control = GetWindow(control, GW_HWNDNEXT)) {
-    if (!IsWindowEnabled(control) || (GetWindowLongPtrW(control, GWL_STYLE) & WS_VISIBLE) == 0) continue;
+    if (!IsWindowEnabled(control) || !IsWindowVisible(control)) continue;
     if (GetWindowTextW(control, caption, static_cast<int>(std::size(caption))) > 0 &&
         HasMnemonic(caption, key))
       return true;
@@ -118,7 +118,9 @@ STDMETHODIMP CBasePropertyPage::Apply() {
 
 void CBasePropertyPage::SetDirty() {
   m_dirty = true;
-  if (m_pPageSite) m_pPageSite->OnStatusChange(PROPPAGESTATUS_DIRTY);
+  // The host may take the site away meanwhile.
+  const ComPtr<IPropertyPageSite> site = m_pPageSite;
+  if (site) site->OnStatusChange(PROPPAGESTATUS_DIRTY);
 }
 
 // The dialog
