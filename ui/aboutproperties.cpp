@@ -1,5 +1,6 @@
 #include "ui/aboutproperties.h"
 
+#include <bit>
 #include <cstdint>
 #include <cwchar>
 #include <iterator>
@@ -24,7 +25,7 @@ void CAboutProperties::OnActivate() {
 void CAboutProperties::EmphasizeProduct() {
   const HWND product = Control(IDC_ABOUT_PRODUCT);
   LOGFONTW font = {};
-  const auto handle = reinterpret_cast<HFONT>(SendMessageW(product, WM_GETFONT, 0, 0));
+  const auto handle = std::bit_cast<HFONT>(SendMessageW(product, WM_GETFONT, 0, 0));
   if (GetObjectW(handle, sizeof font, &font) == 0) return;
   font.lfHeight = font.lfHeight * 3 / 2;
   font.lfWeight = FW_BOLD;

@@ -1,5 +1,6 @@
 #include "ui/basepropertypage.h"
 
+#include <bit>
 #include <commctrl.h>
 #include <cstring>
 #include <cwchar>
@@ -44,7 +45,7 @@ bool HasMnemonic(const wchar_t* caption, wchar_t key) {
 bool HasControlWithMnemonic(HWND dialog, wchar_t key) {
   wchar_t caption[128];
   for (HWND control = GetWindow(dialog, GW_CHILD); control; control = GetWindow(control, GW_HWNDNEXT)) {
-    if (!IsWindowEnabled(control) || (GetWindowLongPtrW(control, GWL_STYLE) & WS_VISIBLE) == 0) continue;
+    if (!IsWindowEnabled(control) || !IsWindowVisible(control)) continue;
     if (GetWindowTextW(control, caption, static_cast<int>(std::size(caption))) > 0 &&
         HasMnemonic(caption, key))
       return true;
@@ -117,7 +118,9 @@ STDMETHODIMP CBasePropertyPage::Apply() {
 
 void CBasePropertyPage::SetDirty() {
   m_dirty = true;
-  if (m_pPageSite) m_pPageSite->OnStatusChange(PROPPAGESTATUS_DIRTY);
+  // The host may take the site away meanwhile.
+  const ComPtr<IPropertyPageSite> site = m_pPageSite;
+  if (site) site->OnStatusChange(PROPPAGESTATUS_DIRTY);
 }
 
 // The dialog
@@ -233,7 +236,7 @@ INT_PTR CALLBACK CBasePropertyPage::DialogProc(HWND dialog, UINT message, WPARAM
     SetWindowLongPtrW(dialog, DWLP_USER, lParam);
     return FALSE;  // the focus stays with the frame
   }
-  auto* const page = reinterpret_cast<CBasePropertyPage*>(GetWindowLongPtrW(dialog, DWLP_USER));
+  auto* const page = std::bit_cast<CBasePropertyPage*>(GetWindowLongPtrW(dialog, DWLP_USER));
   if (!page) return FALSE;
   // What a message leads to may end in the host's last release.
   const ComPtr<CBasePropertyPage> keepAlive(page);

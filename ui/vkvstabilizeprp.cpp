@@ -385,11 +385,10 @@ INT_PTR CVKVStabilizePrp::OnMessage(UINT message, WPARAM wParam, LPARAM lParam) 
       OnCommand(LOWORD(wParam), HIWORD(wParam));
       return TRUE;
     case WM_SETCURSOR:
-      ShowHelp(GetDlgCtrlID(reinterpret_cast<HWND>(wParam)));
+      ShowHelp(GetDlgCtrlID(std::bit_cast<HWND>(wParam)));
       return FALSE;
     case WM_CTLCOLORSTATIC:
-      return reinterpret_cast<INT_PTR>(
-          BrushOf(reinterpret_cast<HWND>(lParam), reinterpret_cast<HDC>(wParam)));
+      return reinterpret_cast<INT_PTR>(BrushOf(std::bit_cast<HWND>(lParam), std::bit_cast<HDC>(wParam)));
     default:
       return FALSE;
   }
