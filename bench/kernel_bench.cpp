@@ -102,18 +102,8 @@ void Compensate(benchmark::State& state, ClippingOption clipping, const MotionRe
     CompensateFrame(compensation, FrameAt(clip, number++).data(), correction, output.data(), BestOps());
 }
 
-void WholeFrame(benchmark::State& state, EstimationCoefficients coefficients, std::uint32_t quality,
-                ClippingOption clipping) {
-  const FrameGeometry frame = SizeOf(state);
-  const std::vector<Frame>& clip = ClipOf(frame);
-  KernelParams params = DefaultParams(frame.width, frame.height);
-  params.estimationCoefficients = static_cast<std::uint32_t>(coefficients);
-  params.estimationQuality = quality;
-  params.clippingOption = static_cast<std::uint32_t>(clipping);
-  if (clipping != ClippingOption::Outline) {
-    params.cropMarginX = frame.width / 20;
-    params.cropMarginY = frame.height / 20;
-  }
+void RunKernel(benchmark::State& state, const KernelParams& params) {
+  const std::vector<Frame>& clip = ClipOf({params.width, params.height});
   CStabilizeVideoKernel kernel;
   if (!kernel.Initialize(params)) return state.SkipWithError("cannot initialise");
 
@@ -136,6 +126,33 @@ void WholeFrame(benchmark::State& state, EstimationCoefficients coefficients, st
   }
 }
 
+void WholeFrame(benchmark::State& state, EstimationCoefficients coefficients, std::uint32_t quality,
+                ClippingOption clipping) {
+  const FrameGeometry frame = SizeOf(state);
+  KernelParams params = DefaultParams(frame.width, frame.height);
+  params.estimationCoefficients = static_cast<std::uint32_t>(coefficients);
+  params.estimationQuality = quality;
+  params.clippingOption = static_cast<std::uint32_t>(clipping);
+  if (clipping != ClippingOption::Outline) {
+    params.cropMarginX = frame.width / 20;
+    params.cropMarginY = frame.height / 20;
+  }
+  RunKernel(state, params);
+}
+
+void Window(benchmark::State& state) {
+  const FrameGeometry frame = SizeOf(state);
+  KernelParams params = DefaultParams(frame.width, frame.height);
+  params.windowLength = static_cast<std::int32_t>(state.range(2));
+  RunKernel(state, params);
+}
+
+void AllWindows(benchmark::internal::Benchmark* bench) {
+  bench->ArgNames({"w", "h", "window"})->Unit(benchmark::kMillisecond);
+  for (const auto& [width, height] : {std::pair{640, 480}, {1920, 1080}})
+    for (const int window : {4, 8, 12, 16, 24, 32, 64, 128}) bench->Args({width, height, window});
+}
+
 constexpr auto kXY = EstimationCoefficients::XY;
 constexpr auto kXYTheta = EstimationCoefficients::XYTheta;
 
@@ -152,6 +169,7 @@ BENCHMARK_CAPTURE(WholeFrame, translation_finest, kXY, 0, ClippingOption::Outlin
 BENCHMARK_CAPTURE(WholeFrame, translation_stretch, kXY, 2, ClippingOption::CropAndStretch)->Apply(AllSizes);
 BENCHMARK_CAPTURE(WholeFrame, rotation, kXYTheta, 2, ClippingOption::Outline)->Apply(AllSizes);
 BENCHMARK_CAPTURE(WholeFrame, rotation_finest, kXYTheta, 0, ClippingOption::Outline)->Apply(AllSizes);
+BENCHMARK(Window)->Apply(AllWindows);
 
 }  // namespace
 
