@@ -19,11 +19,20 @@ CpuFeatures DetectCpuFeatures() {
 }
 
 const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap) {
+  if (!features.avx2 || cap < SimdLevel::Avx2) return kScalarOps;
 #if defined(__x86_64__)
-  static const KernelOps avx2 = MakeAvx2Ops();
-  if (features.avx2 && cap >= SimdLevel::Avx2) return avx2;
-#endif
+  // Made only here: even the functions that fill it in may use the wide instructions.
+  static const KernelOps avx2 = [] {
+    KernelOps ops = kScalarOps;
+    ops.name = "avx2";
+    SetAvx2RowLoops(ops);
+    SetAvx2SamplingLoops(ops);
+    return ops;
+  }();
+  return avx2;
+#else
   return kScalarOps;
+#endif
 }
 
 std::span<const KernelOps* const> AvailableOps() {

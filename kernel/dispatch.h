@@ -15,7 +15,8 @@ enum class SimdLevel { Scalar, Avx2 };
 /// The features of this machine.
 CpuFeatures DetectCpuFeatures();
 
-/// The widest loops that a machine with these features can run, at most of level `cap`.
+/// The widest loops that a machine with these features can run, at most of level `cap`. This machine must
+/// have the features.
 const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap);
 
 /// The tables of loops that this machine can run, plainest first.

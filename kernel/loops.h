@@ -79,6 +79,7 @@ struct KernelOps {
 extern const KernelOps kScalarOps;
 
 #if defined(__x86_64__)
-/// Twins of them. To be called only where the processor and the operating system know the instructions.
-KernelOps MakeAvx2Ops();
+/// Overwrite loops by their AVX2 twins.
+void SetAvx2RowLoops(KernelOps& ops);
+void SetAvx2SamplingLoops(KernelOps& ops);
 #endif

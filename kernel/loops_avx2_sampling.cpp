@@ -1,224 +1,19 @@
 #include <cstring>
-#include <immintrin.h>
 
 #include "kernel/frame.h"
 #include "kernel/loops.h"
+#include "kernel/loops_avx2.h"
 
-// Only the insides of rows stand here. What is left over at a row's end is done once more together with its
-// neighbours where a loop may write the same result twice, and by the scalar loops where a row is short.
+// Lines advance by nearly one source column a column, or by less where a frame is magnified. Where they stay
+// in one row and side by side, samples come from plain loads and positions need no more than their fractions;
+// where they are magnified, a shuffle picks neighbouring samples; only columns around a change of row are
+// gathered.
 
 namespace {
 
 constexpr int kWeightBits = 9;
+// The nearest sample is the next one from 255 of 512 on.
 constexpr int kNearestShift = (1 << kWeightBits) - 255;
-
-__m128i Load16(const void* from) { return _mm_loadu_si128(static_cast<const __m128i*>(from)); }
-__m256i Load32(const void* from) { return _mm256_loadu_si256(static_cast<const __m256i*>(from)); }
-void Store16(void* to, __m128i bytes) { _mm_storeu_si128(static_cast<__m128i*>(to), bytes); }
-void Store32(void* to, __m256i bytes) { _mm256_storeu_si256(static_cast<__m256i*>(to), bytes); }
-
-/// 16 bytes from each place, in the lower and the upper half.
-__m256i LoadHalves(const void* lower, const void* upper) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(Load16(lower)), Load16(upper), 1);
-}
-
-void StreamBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
-  constexpr std::ptrdiff_t kLine = 64;
-  if (count < 2 * kLine) return kScalarOps.copyBytes(from, to, count);
-  // Stores past the cache need aligned places; the first and the last line may overlap them.
-  const std::ptrdiff_t head =
-      kLine - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kLine);
-  const std::ptrdiff_t tail = (count - head) % kLine;
-  kScalarOps.copyBytes(from, to, head);
-  for (std::ptrdiff_t i = head; i < count - tail; i += kLine) {
-    const __m256i low = Load32(from + i), high = Load32(from + i + 32);
-    _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i), low);
-    _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i + 32), high);
-  }
-  kScalarOps.copyBytes(from + count - tail, to + count - tail, tail);
-  _mm_sfence();
-}
-
-/// Grey values of four pixels a half from bytes that start at the pixels, one half later for the last.
-__m256i GreyPairs(__m256i pixels, __m256i order) {
-  const __m256i weights = _mm256_set1_epi32(0x00020101);
-  return _mm256_maddubs_epi16(_mm256_shuffle_epi8(pixels, order), weights);
-}
-
-void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count) {
-  constexpr std::int32_t kStep = 16;
-  if (count < kStep) return kScalarOps.greyRow(pixels, grey, count);
-  const __m128i order = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
-  // The last load ends with the pixels and so begins 4 bytes before them.
-  const __m128i late = _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
-  const __m256i order0 = _mm256_broadcastsi128_si256(order), order1 = _mm256_setr_m128i(order, late);
-  for (std::int32_t begin = 0; begin < count; begin += kStep) {
-    const std::int32_t i = begin + kStep <= count ? begin : count - kStep;
-    const std::uint8_t* const from = pixels + std::ptrdiff_t{i} * kBytesPerPixel;
-    const __m256i even = GreyPairs(LoadHalves(from, from + 24), order0);
-    const __m256i odd = GreyPairs(LoadHalves(from + 12, from + 32), order1);
-    Store32(grey + i, _mm256_hadd_epi16(even, odd));
-  }
-}
-
-__m256i Madd(__m256i samples, int even, int odd) {
-  return _mm256_madd_epi16(samples, _mm256_set1_epi32(odd * 65536 + even));
-}
-
-/// Eight outputs from sample pairs (-2, -1), (0, 1) and (1, 2): what falls to the second of the middle ones
-/// has no weight there.
-__m256i ReduceEight(const FiveRows& rows, std::ptrdiff_t at) {
-  const auto sumOf = [&](std::size_t a, std::size_t b, std::ptrdiff_t offset) {
-    return _mm256_add_epi16(Load32(rows[a] + at + offset), Load32(rows[b] + at + offset));
-  };
-  __m256i sum = Madd(Load32(rows[2] + at - 2), 20, 102);
-  sum = _mm256_add_epi32(sum, Madd(Load32(rows[2] + at), 164, 0));
-  sum = _mm256_add_epi32(sum, Madd(Load32(rows[2] + at + 1), 102, 20));
-  sum = _mm256_add_epi32(sum, Madd(sumOf(1, 3, -2), 13, 64));
-  sum = _mm256_add_epi32(sum, Madd(sumOf(1, 3, 0), 102, 0));
-  sum = _mm256_add_epi32(sum, Madd(sumOf(1, 3, 1), 64, 13));
-  sum = _mm256_add_epi32(sum, Madd(sumOf(0, 4, -2), 3, 13));
-  sum = _mm256_add_epi32(sum, Madd(sumOf(0, 4, 0), 20, 0));
-  sum = _mm256_add_epi32(sum, Madd(sumOf(0, 4, 1), 13, 3));
-  return _mm256_srai_epi32(sum, 10);
-}
-
-void ReduceRow(const FiveRows& rows, std::int16_t* out, std::int32_t count) {
-  constexpr std::int32_t kStep = 16;
-  if (count < kStep) return kScalarOps.reduceRow(rows, out, count);
-  for (std::int32_t begin = 0; begin < count; begin += kStep) {
-    const std::int32_t i = begin + kStep <= count ? begin : count - kStep;
-    const __m256i both = _mm256_packs_epi32(ReduceEight(rows, 2 * std::ptrdiff_t{i}),
-                                            ReduceEight(rows, 2 * std::ptrdiff_t{i} + 16));
-    Store32(out + i, _mm256_permute4x64_epi64(both, 0xD8));
-  }
-}
-
-std::int64_t Total(__m256i sums) {
-  const __m256i wide = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sums)),
-                                        _mm256_cvtepi32_epi64(_mm256_extracti128_si256(sums, 1)));
-  const __m128i pair = _mm_add_epi64(_mm256_castsi256_si128(wide), _mm256_extracti128_si256(wide, 1));
-  return _mm_cvtsi128_si64(pair) + _mm_extract_epi64(pair, 1);
-}
-
-void AddProducts(__m256i& sums, __m256i a, __m256i b) {
-  sums = _mm256_add_epi32(sums, _mm256_madd_epi16(a, b));
-}
-
-/// All ones in the last `count` of 16 lanes.
-__m256i LastLanes(std::int32_t count) {
-  static constexpr std::int16_t kMasks[32] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
-                                              -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
-  return Load32(kMasks + count);
-}
-
-struct Gradients {
-  __m256i x, y, t;
-
-  void Keep(__m256i lanes) {
-    x = _mm256_and_si256(x, lanes);
-    y = _mm256_and_si256(y, lanes);
-  }
-};
-
-Gradients GradientsAt(const std::int16_t* previous, const ThreeRows& current, std::int32_t i) {
-  return {_mm256_sub_epi16(Load32(current[1] + i - 1), Load32(current[1] + i + 1)),
-          _mm256_sub_epi16(Load32(current[0] + i), Load32(current[2] + i)),
-          _mm256_sub_epi16(Load32(previous + i), Load32(current[1] + i))};
-}
-
-struct RotationGradients {
-  Gradients shift;
-  __m256i r;
-
-  void Keep(__m256i lanes) {
-    shift.Keep(lanes);
-    r = _mm256_and_si256(r, lanes);
-  }
-};
-
-struct TranslationLanes {
-  __m256i xx, xy, yy, xt, yt;
-
-  void Add(const Gradients& g) {
-    AddProducts(xx, g.x, g.x);
-    AddProducts(xy, g.x, g.y);
-    AddProducts(yy, g.y, g.y);
-    AddProducts(xt, g.x, g.t);
-    AddProducts(yt, g.y, g.t);
-  }
-
-  void AddTo(TranslationSums& sums) const {
-    sums.xx += Total(xx);
-    sums.xy += Total(xy);
-    sums.yy += Total(yy);
-    sums.xt += Total(xt);
-    sums.yt += Total(yt);
-  }
-};
-
-struct RotationLanes {
-  TranslationLanes shift;
-  __m256i rr, rx, ry, rt;
-
-  void Add(const RotationGradients& g) {
-    shift.Add(g.shift);
-    AddProducts(rr, g.r, g.r);
-    AddProducts(rx, g.r, g.shift.x);
-    AddProducts(ry, g.r, g.shift.y);
-    AddProducts(rt, g.r, g.shift.t);
-  }
-
-  void AddTo(RotationSums& sums) const {
-    sums.rr += Total(rr);
-    sums.rx += Total(rx);
-    sums.ry += Total(ry);
-    sums.xx += Total(shift.xx);
-    sums.xy += Total(shift.xy);
-    sums.yy += Total(shift.yy);
-    sums.rt += Total(rt);
-    sums.xt += Total(shift.xt);
-    sums.yt += Total(shift.yt);
-  }
-};
-
-constexpr std::int32_t kSumStep = 16;
-// Lanes of 32 bits hold 2064 products of two differences, and each step adds two of them.
-constexpr std::int32_t kMaxSumCount = 2064 / 2 * kSumStep;
-static_assert(std::int64_t{1020} * 1020 * 2064 < std::int64_t{1} << 31);
-
-/// Sums products of what `gradientsAt(i)` gives for samples i … i + 15, over all of `count` samples.
-template <class Lanes, class GradientSource, class Sums>
-void SumRow(std::int32_t count, Sums& sums, const GradientSource& gradientsAt) {
-  for (std::int32_t begin = 0; begin < count; begin += kMaxSumCount) {
-    const std::int32_t end = count - begin < kMaxSumCount ? count : begin + kMaxSumCount;
-    Lanes lanes = {};
-    std::int32_t i = begin;
-    for (; i + kSumStep <= end; i += kSumStep) lanes.Add(gradientsAt(i));
-    if (i < end) {
-      auto rest = gradientsAt(end - kSumStep);
-      rest.Keep(LastLanes(end - i));
-      lanes.Add(rest);
-    }
-    lanes.AddTo(sums);
-  }
-}
-
-void AddTranslationRow(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
-                       TranslationSums& sums) {
-  if (count < kSumStep) return kScalarOps.addTranslationRow(previous, current, count, sums);
-  SumRow<TranslationLanes>(count, sums, [&](std::int32_t i) { return GradientsAt(previous, current, i); });
-}
-
-void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std::int32_t count,
-                    RotationSums& sums) {
-  if (count < kSumStep) return kScalarOps.addRotationRow(previous, current, count, sums);
-  SumRow<RotationLanes>(count, sums, [&](std::int32_t i) {
-    return RotationGradients{
-        GradientsAt(previous, current.samples, i),
-        _mm256_sub_epi16(Load32(current.turnedLess + i), Load32(current.turnedMore + i))};
-  });
-}
 
 /// A source position at one column of a line.
 struct Position {
@@ -255,31 +50,6 @@ class WholeChanges {
 
   std::int64_t m_start, m_step, m_last, m_next, m_following = 0;
 };
-
-/// Cuts a run into pieces that read side by side in one row, and calls `samplePiece(piece, at, lastStep)` for
-/// each: steps may begin at columns up to `lastStep`. They may read on past the piece's end and write there
-/// what the next piece mends. A camera turns by little, so most pieces are long.
-template <class SamplePiece>
-void ForStraightPieces(const SourceLine& line, ColumnRun run, std::int32_t step,
-                       const SamplePiece& samplePiece) {
-  if (run.begin >= run.end) return;
-  const std::int64_t one = std::int64_t{1} << line.fractionBits;
-  const auto sampleAt = [&](std::int32_t column) { return Position(line, column).x >> line.fractionBits; };
-  // Source columns advance by one or less: reading on must end with what the run's last column reads.
-  const std::int64_t lag = sampleAt(run.begin) - run.begin - (sampleAt(run.end - 1) - (run.end - 1));
-  const std::int64_t lastOverrun = run.end - step - lag;
-  WholeChanges alongRow(line.startX, line.stepX - one, line.fractionBits, run.begin);
-  WholeChanges ofRow(line.startY, line.stepY, line.fractionBits, run.begin);
-  while (run.begin < run.end) {
-    if (alongRow.Next() == run.begin) alongRow.Advance();
-    if (ofRow.Next() == run.begin) ofRow.Advance();
-    const std::int64_t end = alongRow.Next() < ofRow.Next() ? alongRow.Next() : ofRow.Next();
-    const ColumnRun piece = {run.begin, end < run.end ? static_cast<std::int32_t>(end) : run.end};
-    const std::int64_t lastWhole = piece.end - step;
-    samplePiece(piece, Position(line, piece.begin), lastWhole < lastOverrun ? lastOverrun : lastWhole);
-    run.begin = piece.end;
-  }
-}
 
 /// Fractions of eight columns' source positions, as 32-bit numbers that wrap around at one.
 struct Fractions {
@@ -329,6 +99,52 @@ __m256i Bilinear(__m256i nearPairs, __m256i farPairs, __m256i weightPairsX, __m2
   return _mm256_srli_epi32(_mm256_add_epi32(change, _mm256_slli_epi32(near, kWeightBits)), 2 * kWeightBits);
 }
 
+/// Samples a piece that reads side by side. Steps that begin after column `lastOverrun` must end with it.
+template <class Sampler>
+void SamplePiece(const SourceLine& line, ColumnRun piece, std::int64_t lastOverrun, const Sampler& sampler) {
+  constexpr std::int32_t kStep = Sampler::kStep;
+  const FractionLine fractions(line);
+  const Position at(line, piece.begin);
+  const auto* const source =
+      sampler.SourceOf(at.x >> line.fractionBits, at.y >> line.fractionBits, piece.begin);
+  const Fractions advance = fractions.Over(_mm256_set1_epi32(kStep));
+  Fractions first = fractions.At(at);
+  std::int32_t column = piece.begin;
+  for (; column + kStep <= piece.end || (column < piece.end && column <= lastOverrun); column += kStep) {
+    sampler.Step(source, column, first);
+    first = first + advance;
+  }
+  if (column >= piece.end) return;
+  const std::int32_t last = piece.end - kStep;
+  if (last >= piece.begin)
+    sampler.Step(source, last, fractions.At(Position(line, last)));
+  else
+    sampler.Rest(line, {column, piece.end});
+}
+
+/// Cuts a run into pieces that read side by side in one row, and samples them in steps of `Sampler::kStep`
+/// columns. A camera turns by little, so most pieces are long. A step may read on past its piece's end and
+/// write there what the next piece mends.
+template <class Sampler>
+void SampleStraight(const SourceLine& line, ColumnRun run, const Sampler& sampler) {
+  if (run.begin >= run.end) return;
+  const std::int64_t one = std::int64_t{1} << line.fractionBits;
+  const auto sampleAt = [&](std::int32_t column) { return Position(line, column).x >> line.fractionBits; };
+  // Source columns advance by one or less: reading on must end with what the run's last column reads.
+  const std::int64_t lag = sampleAt(run.begin) - run.begin - (sampleAt(run.end - 1) - (run.end - 1));
+  const std::int64_t lastOverrun = run.end - Sampler::kStep - lag;
+  WholeChanges alongRow(line.startX, line.stepX - one, line.fractionBits, run.begin);
+  WholeChanges ofRow(line.startY, line.stepY, line.fractionBits, run.begin);
+  while (run.begin < run.end) {
+    if (alongRow.Next() == run.begin) alongRow.Advance();
+    if (ofRow.Next() == run.begin) ofRow.Advance();
+    const std::int64_t end = alongRow.Next() < ofRow.Next() ? alongRow.Next() : ofRow.Next();
+    const ColumnRun piece = {run.begin, end < run.end ? static_cast<std::int32_t>(end) : run.end};
+    SamplePiece(line, piece, lastOverrun, sampler);
+    run.begin = piece.end;
+  }
+}
+
 /// Makes 16 columns of a plane at a time. Unpacking and packing work on halves of a vector, so that the
 /// columns between them stand in an order of their own.
 class PlaneSampler {
@@ -338,30 +154,16 @@ class PlaneSampler {
   PlaneSampler(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, std::int16_t* out)
       : m_plane(plane),
         m_pitch(pitch),
-        m_line(line),
         m_out(out),
-        m_fractions(line),
-        m_low(m_fractions.Over(_mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11))),
-        m_high(m_fractions.Over(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15))),
-        m_advance(m_fractions.Over(_mm256_set1_epi32(kStep))) {}
+        m_low(FractionLine(line).Over(_mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11))),
+        m_high(FractionLine(line).Over(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15))) {}
 
-  void Sample(ColumnRun piece, const Position& at, std::int64_t lastStep) const {
-    const std::int16_t* const source =
-        m_plane + (at.y >> m_line.fractionBits) * m_pitch + (at.x >> m_line.fractionBits) - piece.begin;
-    Fractions first = m_fractions.At(at);
-    std::int32_t column = piece.begin;
-    for (; column < piece.end && column <= lastStep; column += kStep, first = first + m_advance)
-      SampleStep(source, column, first);
-    if (column >= piece.end) return;
-    const std::int32_t last = piece.end - kStep;
-    if (last >= piece.begin)
-      SampleStep(source, last, m_fractions.At(Position(m_line, last)));
-    else
-      kScalarOps.sampleRow(m_plane, m_pitch, m_line, {column, piece.end}, m_out);
+  /// Where column 0 would read if `column` reads sample (x, y).
+  const std::int16_t* SourceOf(std::int64_t x, std::int64_t y, std::int32_t column) const {
+    return m_plane + y * m_pitch + x - column;
   }
 
- private:
-  void SampleStep(const std::int16_t* source, std::int32_t column, const Fractions& first) const {
+  void Step(const std::int16_t* source, std::int32_t column, const Fractions& first) const {
     source += column;
     const __m256i near0 = Load32(source), near1 = Load32(source + 1);
     const __m256i far0 = Load32(source + m_pitch), far1 = Load32(source + m_pitch + 1);
@@ -375,20 +177,24 @@ class PlaneSampler {
     Store32(m_out + column, _mm256_packs_epi32(lowSamples, highSamples));
   }
 
+  void Rest(const SourceLine& line, ColumnRun run) const {
+    kScalarOps.sampleRow(m_plane, m_pitch, line, run, m_out);
+  }
+
+ private:
   const std::int16_t* m_plane;
   std::ptrdiff_t m_pitch;
-  const SourceLine& m_line;
   std::int16_t* m_out;
-  FractionLine m_fractions;
-  Fractions m_low, m_high, m_advance;
+  Fractions m_low, m_high;
 };
 
-/// Whether pieces that read side by side are long enough to be worth finding.
+/// Whether pieces that read side by side are long enough to be worth finding: at a magnification they are
+/// not, at a rotation mostly.
 bool IsNearlyStraight(const SourceLine& line) {
-  constexpr int kColumns = 4;
+  constexpr int kColumnsAlongRow = 16, kColumnsInRow = 4;
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
-  return line.fractionBits <= 32 && line.stepX <= one && kColumns * (one - line.stepX) < one &&
-         kColumns * line.stepY < one && kColumns * line.stepY > -one;
+  return line.fractionBits <= 32 && line.stepX <= one && kColumnsAlongRow * (one - line.stepX) < one &&
+         kColumnsInRow * line.stepY < one && kColumnsInRow * line.stepY > -one;
 }
 
 /// Whether every column reads one whole sample: so does an angle of zero, with which most levels begin.
@@ -407,13 +213,12 @@ void CopySamples(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
 
 void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
                std::int16_t* out) {
-  if (!IsNearlyStraight(line)) return kScalarOps.sampleRow(plane, pitch, line, run, out);
-  if (IsUntouched(line)) return CopySamples(plane, pitch, line, run, out);
-  const PlaneSampler sampler(plane, pitch, line, out);
-  ForStraightPieces(line, run, PlaneSampler::kStep,
-                    [&](ColumnRun piece, const Position& at, std::int64_t lastStep) {
-                      sampler.Sample(piece, at, lastStep);
-                    });
+  if (!IsNearlyStraight(line))
+    kScalarOps.sampleRow(plane, pitch, line, run, out);
+  else if (IsUntouched(line))
+    CopySamples(plane, pitch, line, run, out);
+  else
+    SampleStraight(line, run, PlaneSampler(plane, pitch, line, out));
 }
 
 /// Eight positions along a line, in lanes of 64 bits whose order makes packing them to 32 bits cheap.
@@ -435,7 +240,8 @@ class EightPositions {
     return _mm256_sra_epi32(upper, _mm_cvtsi32_si128(m_fractionBits - 32));
   }
 
-  __m256i NineBits() const {
+  /// The highest 9 bits of the fractions.
+  __m256i Weights() const {
     const __m128i shift = _mm_cvtsi32_si128(m_fractionBits - kWeightBits);
     const __m256i lower = Shuffle<0x88>(_mm256_srl_epi64(m_first, shift), _mm256_srl_epi64(m_second, shift));
     return _mm256_and_si256(lower, _mm256_set1_epi32((1 << kWeightBits) - 1));
@@ -508,35 +314,27 @@ class FrameSampler {
                std::uint8_t* out)
       : m_frame(frame),
         m_strideBytes(strideBytes),
-        m_line(line),
         m_out(out),
-        m_fractions(line),
-        m_columns(m_fractions.Over(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7))),
-        m_advance(m_fractions.Over(_mm256_set1_epi32(kStep))) {}
+        m_columns(FractionLine(line).Over(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7))) {}
 
-  void Sample(ColumnRun piece, const Position& at, std::int64_t lastStep) const {
-    const std::uint8_t* const source = m_frame + (at.y >> m_line.fractionBits) * m_strideBytes +
-                                       ((at.x >> m_line.fractionBits) - piece.begin) * kBytesPerPixel;
-    Fractions fractions = m_fractions.At(at) + m_columns;
-    std::int32_t column = piece.begin;
-    for (; column < piece.end && column <= lastStep; column += kStep, fractions = fractions + m_advance)
-      SampleStep(source, column, fractions);
-    if (column >= piece.end) return;
-    const std::int32_t last = piece.end - kStep;
-    if (last >= piece.begin)
-      SampleStep(source, last, m_fractions.At(Position(m_line, last)) + m_columns);
-    else
-      kScalarOps.warpRowBilinear(m_frame, m_strideBytes, m_line, {column, piece.end}, m_out);
+  /// Where column 0 would read if `column` reads sample (x, y).
+  const std::uint8_t* SourceOf(std::int64_t x, std::int64_t y, std::int32_t column) const {
+    return m_frame + y * m_strideBytes + (x - column) * kBytesPerPixel;
   }
 
- private:
-  void SampleStep(const std::uint8_t* source, std::int32_t column, const Fractions& fractions) const {
+  void Step(const std::uint8_t* source, std::int32_t column, const Fractions& first) const {
     const std::ptrdiff_t offset = std::ptrdiff_t{column} * kBytesPerPixel;
+    const Fractions fractions = first + m_columns;
     StorePixels(m_out + offset,
                 BilinearPixels(LoadPairs(source + offset), LoadPairs(source + offset + m_strideBytes),
                                fractions.WeightsX(), fractions.WeightsY()));
   }
 
+  void Rest(const SourceLine& line, ColumnRun run) const {
+    kScalarOps.warpRowBilinear(m_frame, m_strideBytes, line, run, m_out);
+  }
+
+ private:
   /// The upper half ends with the last neighbour's bytes and so begins one byte before its first pixel.
   static ColorPairs LoadPairs(const std::uint8_t* from) {
     const __m256i order = _mm256_setr_epi8(0, -1, 3, -1, 3, -1, 6, -1, 6, -1, 9, -1, 9, -1, 12, -1,  //
@@ -546,10 +344,8 @@ class FrameSampler {
 
   const std::uint8_t* m_frame;
   std::ptrdiff_t m_strideBytes;
-  const SourceLine& m_line;
   std::uint8_t* m_out;
-  FractionLine m_fractions;
-  Fractions m_columns, m_advance;
+  Fractions m_columns;
 };
 
 /// Where eight neighbouring columns of a warped row read. Source columns rise by at most one a column.
@@ -589,7 +385,7 @@ class EightSources {
   }
 
   __m256i Bilinear() const {
-    const __m256i weightsX = m_x.NineBits(), weightsY = m_y.NineBits();
+    const __m256i weightsX = m_x.Weights(), weightsY = m_y.Weights();
     if (!ReadsStraight())
       return BilinearPixels(GatherPairs(0), GatherPairs(m_strideBytes), weightsX, weightsY);
     const __m256i distances = DistancesInHalf();
@@ -660,7 +456,7 @@ std::int32_t InteriorEnd(const SourceLine& line, ColumnRun run, std::int64_t rea
   return end;
 }
 
-/// The line with its positions `factor` times as fine.
+/// The line with `bits` more fraction bits, or fewer.
 SourceLine Scaled(const SourceLine& line, int bits) {
   const auto scaled = [bits](std::int64_t value) {
     return bits < 0 ? value >> -bits : value * (std::int64_t{1} << bits);
@@ -674,7 +470,7 @@ template <class PixelSource>
 ColumnRun WarpInterior(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& coarse,
                        ColumnRun run, std::int64_t reach, std::uint8_t* out, const PixelSource& pixelsOf) {
   const SourceLine line = Scaled(coarse, coarse.fractionBits < 32 ? 32 - coarse.fractionBits : 0);
-  // Lines that turn by more than a quarter are left.
+  // What turns by more than a quarter is left.
   if (run.begin >= run.end || line.stepX < 0 || line.stepX > std::int64_t{1} << line.fractionBits) return run;
   const std::int32_t end = InteriorEnd(line, run, reach);
   EightSources sources(frame, strideBytes, line, run.begin);
@@ -706,31 +502,16 @@ SourceLine WithoutClearBits(const SourceLine& line) {
 void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                      ColumnRun run, std::uint8_t* out) {
   const SourceLine fine = WithoutClearBits(line);
-  if (IsNearlyStraight(fine)) {
-    const FrameSampler sampler(frame, strideBytes, fine, out);
-    ForStraightPieces(fine, run, FrameSampler::kStep,
-                      [&](ColumnRun piece, const Position& at, std::int64_t lastStep) {
-                        sampler.Sample(piece, at, lastStep);
-                      });
-  } else {
-    const ColumnRun rest = WarpInterior(frame, strideBytes, line, run, 5, out,
-                                        [](const EightSources& sources) { return sources.Bilinear(); });
-    kScalarOps.warpRowBilinear(frame, strideBytes, line, rest, out);
-  }
+  if (IsNearlyStraight(fine)) return SampleStraight(fine, run, FrameSampler(frame, strideBytes, fine, out));
+  const ColumnRun rest = WarpInterior(frame, strideBytes, line, run, 5, out,
+                                      [](const EightSources& sources) { return sources.Bilinear(); });
+  kScalarOps.warpRowBilinear(frame, strideBytes, line, rest, out);
 }
 
 }  // namespace
 
-KernelOps MakeAvx2Ops() {
-  KernelOps ops = kScalarOps;
-  ops.name = "avx2";
-  ops.copyBytes = StreamBytes;
-  ops.greyRow = GreyRow;
-  ops.reduceRow = ReduceRow;
-  ops.addTranslationRow = AddTranslationRow;
-  ops.addRotationRow = AddRotationRow;
+void SetAvx2SamplingLoops(KernelOps& ops) {
   ops.sampleRow = SampleRow;
   ops.warpRowNearest = WarpRowNearest;
   ops.warpRowBilinear = WarpRowBilinear;
-  return ops;
 }
