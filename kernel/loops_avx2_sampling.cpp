@@ -30,7 +30,9 @@ void PrefetchRowsAhead(const void* source, std::ptrdiff_t rowBytes) {
   constexpr int kRows = 4;
   const auto address =
       reinterpret_cast<std::uintptr_t>(source) + static_cast<std::uintptr_t>(kRows * rowBytes);
-  _mm_prefetch(reinterpret_cast<const void*>(address), _MM_HINT_T0);
+  const auto* const ahead =
+      reinterpret_cast<const void*>(address);  // NOLINT(performance-no-int-to-ptr): hint
+  _mm_prefetch(ahead, _MM_HINT_T0);
 }
 
 /// The columns at which a position's whole part becomes another one. Each is found one ahead: the division's
