@@ -146,8 +146,10 @@ void MeasureAll(const FrameGeometry& frame, const KernelOps& ops) {
                     floorBuffers[next % kFloorBuffers].data(), clip[0].size());
       floors.push_back(CpuMilliseconds() - start);
     }
-    for (std::size_t i = 0; i < runs.size(); ++i)
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+      runs[i]->TimeFrame();  // what ran before left its own bytes in the cache
       for (int repeat = 0; repeat < 4; ++repeat) times[i].push_back(runs[i]->TimeFrame());
+    }
   }
 
   const double floor = Median(floors);

@@ -155,6 +155,15 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
   }
 }
 
+TEST(Command, TakesTheNamedLoopsAndTheBestByDefault) {
+  const char* words[] = {"--size", "64x48", "--simd", ""};
+  for (const KernelOps* const ops : AvailableOps()) {
+    words[3] = ops->name;
+    EXPECT_EQ(ParseOptions(words).ops, ops);
+  }
+  EXPECT_EQ(ParseOptions(std::span(words).first(2)).ops, &BestOps());
+}
+
 TEST(Command, HelpsAndTellsItsVersion) {
   const Outcome help = RunWords("--help --nonsense");
   EXPECT_EQ(help.code, 0);

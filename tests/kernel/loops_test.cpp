@@ -11,7 +11,9 @@
 #include "kernel/dispatch.h"
 #include "kernel/frame.h"
 #include "kernel/sampling.h"
+#include "kernel/stabilizevideokernel.h"
 #include "support/guardedbuffer.h"
+#include "support/params.h"
 
 // Every table of loops against the scalar one, which defines the results. Sources end exactly where the loops
 // may read to, so that the sanitizers see a read beyond.
@@ -93,6 +95,21 @@ TEST(Dispatch, ComparesNoLoopWithItself) {
     EXPECT_NE(twin->warpRowNearest, kScalarOps.warpRowNearest);
     EXPECT_NE(twin->warpRowBilinear, kScalarOps.warpRowBilinear);
   }
+}
+
+TEST(Dispatch, MakesKernelsRunTheLoopsTheyAreGiven) {
+  static int rows = 0;
+  KernelOps counting = kScalarOps;
+  counting.greyRow = [](const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count) {
+    ++rows;
+    kScalarOps.greyRow(pixels, grey, count);
+  };
+  CStabilizeVideoKernel kernel(counting);
+  ASSERT_TRUE(kernel.Initialize(DefaultParams(8, 6)));
+  std::vector<std::uint8_t> frame(8 * 6 * kBytesPerPixel);
+  bool noOutput = false;
+  ASSERT_TRUE(kernel.ProcessFrame(frame.data(), false, &noOutput));
+  EXPECT_EQ(rows, 6);
 }
 
 TEST(LoopTwins, CopyAtAnyPlaceAndLength) {
