@@ -2,11 +2,33 @@
 
 #include <iterator>
 #include <sstream>
+#include <stdexcept>
 
 #include "host/command.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace {
+
+#ifdef _WIN32
+// The library's own function lets go of a name before it opens the file: programs that run at the same time
+// may then share one.
+std::FILE* OpenTemporary() {
+  wchar_t folder[MAX_PATH + 1], path[MAX_PATH];
+  GetTempPathW(MAX_PATH + 1, folder);
+  return GetTempFileNameW(folder, L"run", 0, path) != 0 ? _wfopen(path, L"w+bTD") : nullptr;
+}
+#else
+std::FILE* OpenTemporary() { return std::tmpfile(); }
+#endif
+
+}  // namespace
+
 File TemporaryFile(const Bytes& content) {
-  File file(std::tmpfile());
+  File file(OpenTemporary());
+  if (!file) throw std::runtime_error("cannot make a temporary file");
   if (!content.empty()) std::fwrite(content.data(), 1, content.size(), file.get());
   std::rewind(file.get());
   return file;
