@@ -1,6 +1,7 @@
 #include "host/transformstabilizer.h"
 
 #include <mferror.h>
+#include <new>
 
 #include "automation/vkvstabilize.h"
 #include "host/transform.h"
@@ -71,7 +72,8 @@ TransformStabilizer::TransformStabilizer(const Options& options)
       m_pTransform(m_module.CreateTransform()),
       m_layout(options.settings, options.size),
       m_input(m_layout.inputBytes),
-      m_output(m_layout.bufferBytes) {
+      m_output(m_layout.bufferBytes),
+      m_framesToFill(options.settings.PathSmoothingLevel / 2) {
   m_layout.FillTail(m_output.Lock());
   ConfigureTransform(m_pTransform.Get(), options.settings);
   SetInputType(options.size);
@@ -120,7 +122,11 @@ std::optional<StabilizedFrame> TransformStabilizer::Process(bool) {
     ComPtr<IMFCollection> events;
     *events.GetAddressOf() = buffer.pEvents;
   }
-  if (hr == MF_E_TRANSFORM_NEED_MORE_INPUT) return std::nullopt;
+  if (hr == MF_E_TRANSFORM_NEED_MORE_INPUT) {
+    // Once its delay line is full, the transform keeps silent only about a frame that it had no memory for.
+    if (m_framesToFill-- == 0) throw std::bad_alloc();
+    return std::nullopt;
+  }
   Check(hr, "the transform fails");
   return StabilizedFrame{m_output.Lock(), m_layout.pitchBytes};
 }

@@ -52,5 +52,6 @@ class TransformStabilizer final : public Stabilizer {
   Microsoft::WRL::ComPtr<IMFTransform> m_pTransform;
   OutputLayout m_layout;
   FrameSample m_input, m_output;
-  LONGLONG m_time = 0;  // of the next input frame, in units of 100 ns
+  std::int32_t m_framesToFill;  // the delay line, before one comes out
+  LONGLONG m_time = 0;          // of the next input frame, in units of 100 ns
 };

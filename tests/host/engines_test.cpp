@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <mfapi.h>
 #include <mferror.h>
+#include <new>
 #include <optional>
 #include <random>
 
@@ -217,6 +218,16 @@ TEST(Engines, GiveTheSameBytesAndTimesWhenSettingsChangeInMidStream) {
   }
   EXPECT_GT(delivered, 350);
   EXPECT_GT(transform.FormatChanges(), 5);
+}
+
+TEST(Engines, ReportAFrameThatFindsNoMemoryInTheTransform) {
+  // A window that no kernel can be set up for ends in the same silence.
+  Options options;
+  options.size = {64, 48};
+  options.settings.PathSmoothingLevel = 5;
+  TransformStabilizer stabilizer(options);
+  for (int i = 0; i < 2; ++i) EXPECT_FALSE(stabilizer.Process(false));
+  EXPECT_THROW(stabilizer.Process(false), std::bad_alloc);
 }
 
 }  // namespace
