@@ -55,7 +55,9 @@ void Progress::Draw(std::int64_t frames) {
   line += " frames, " + std::to_string(std::llround(framesPerSecond)) + " a second";
   if (m_totalFrames > 0)
     line += ", " + Minutes(static_cast<double>(total - frames) / framesPerSecond) + " left";
-  line += "\x1b[K";
+  // Blanks cover a longer line before: not every Windows console follows control sequences.
+  m_lineLength = std::max(m_lineLength, line.size());
+  line.resize(m_lineLength, ' ');
   std::fputs(line.c_str(), m_pTerminal);
   std::fflush(m_pTerminal);
 }

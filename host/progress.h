@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -24,4 +25,5 @@ class Progress {
   std::int64_t m_totalFrames, m_frames = 0;
   bool m_enabled;
   Clock::time_point m_start, m_lastDrawn;
+  std::size_t m_lineLength = 0;  // of the longest drawn
 };

@@ -250,6 +250,7 @@ TEST(Progress, TellsFramesSpeedAndTimeLeft) {
   EXPECT_NE(known.find("[###############...............] 5/10 frames"), std::string::npos) << known;
   EXPECT_NE(known.find(" a second, 0:00 left"), std::string::npos) << known;
   EXPECT_EQ(known.back(), '\n');
+  EXPECT_EQ(known.find('\x1b'), std::string::npos) << "a console may show control sequences as they are";
   EXPECT_EQ(drawn(0, true).find("left"), std::string::npos);
   EXPECT_NE(drawn(3, true).find("5/5"), std::string::npos) << "more than announced";
   EXPECT_EQ(drawn(10, false), "");
