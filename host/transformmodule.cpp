@@ -11,7 +11,7 @@ using Microsoft::WRL::ComPtr;
 namespace {
 
 constexpr wchar_t kModuleName[] = L"vkfvstabilize.dll";
-constexpr char kWayOut[] = "use --engine kernel, or --registered for a module that is registered";
+constexpr char kWayOut[] = "--registered takes one that is registered, --engine kernel stabilizes without";
 
 std::wstring ModulePath() {
   std::wstring path(32768, L'\0');
@@ -52,7 +52,9 @@ TransformModule::TransformModule(bool registered) {
   if (registered) return;
   const std::wstring path = ModulePath();
   m_library = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-  if (!m_library) Check(HRESULT_FROM_WIN32(GetLastError()), "cannot load " + Narrow(path) + "; " + kWayOut);
+  // Before anything else touches the reason.
+  const HRESULT hr = m_library ? S_OK : HRESULT_FROM_WIN32(GetLastError());
+  Check(hr, "cannot load " + Narrow(path) + "; " + kWayOut);
 }
 
 TransformModule::~TransformModule() {
