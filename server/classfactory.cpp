@@ -34,6 +34,7 @@ STDMETHODIMP_(ULONG) ClassFactory::Release() {
 }
 
 STDMETHODIMP ClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object) {
+  if (object) *object = nullptr;
   if (outer && iid != __uuidof(IUnknown)) return E_NOINTERFACE;
   return m_create(outer, iid, object);
 }

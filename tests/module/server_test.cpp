@@ -89,7 +89,9 @@ TEST_F(Server, MakesEachOfItsClassesAndNoOther) {
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)), S_OK);
     EXPECT_EQ(object.Reset(), 0U);
     EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(IUnknown), nullptr), E_POINTER);
-    EXPECT_EQ(factory->CreateInstance(outer.Get(), __uuidof(IMFTransform), &object), E_NOINTERFACE);
+    auto* handedOut = reinterpret_cast<void*>(1);
+    EXPECT_EQ(factory->CreateInstance(outer.Get(), __uuidof(IMFTransform), &handedOut), E_NOINTERFACE);
+    EXPECT_EQ(handedOut, nullptr);
     EXPECT_EQ(factory->CreateInstance(outer.Get(), IID_PPV_ARGS(&object)), CLASS_E_NOAGGREGATION);
     const FailingAllocations failing(1);
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)), E_OUTOFMEMORY);
