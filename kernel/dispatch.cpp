@@ -2,12 +2,6 @@
 
 #include <array>
 
-namespace {
-
-constexpr std::array kSimdLevels = {SimdLevel::Scalar, SimdLevel::Avx2};
-
-}  // namespace
-
 CpuFeatures DetectCpuFeatures() {
   CpuFeatures features;
 #if defined(__x86_64__)
@@ -18,37 +12,53 @@ CpuFeatures DetectCpuFeatures() {
   return features;
 }
 
-const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap) {
-  if (!features.avx2 || cap < SimdLevel::Avx2) return kScalarOps;
+namespace {
+
+// Tables are made while the program or module is loaded: in a Windows module the guard of a local static
+// takes a thread-local slot that unloading does not give back, and after a thousand loads a process has none
+// left.
+
 #if defined(__x86_64__)
-  // Made only here: even the functions that fill it in may use the wide instructions.
-  static const KernelOps avx2 = [] {
-    KernelOps ops = kScalarOps;
-    ops.name = "avx2";
-    SetAvx2RowLoops(ops);
-    SetAvx2SamplingLoops(ops);
-    return ops;
-  }();
-  return avx2;
-#else
-  return kScalarOps;
-#endif
+/// The plain loops where there is no AVX2: even the functions that fill it in may use the wide instructions.
+KernelOps MakeAvx2Ops() noexcept {
+  KernelOps ops = kScalarOps;
+  if (!DetectCpuFeatures().avx2) return ops;
+  ops.name = "avx2";
+  SetAvx2RowLoops(ops);
+  SetAvx2SamplingLoops(ops);
+  return ops;
 }
 
-std::span<const KernelOps* const> AvailableOps() {
-  struct Tables {
-    std::array<const KernelOps*, kSimdLevels.size()> ops = {};
-    std::size_t count = 0;
-  };
-  static const Tables tables = [] {
-    Tables all;
-    for (const SimdLevel level : kSimdLevels) {
-      const KernelOps& ops = SelectOps(DetectCpuFeatures(), level);
-      if (all.count == 0 || all.ops[all.count - 1] != &ops) all.ops[all.count++] = &ops;
-    }
-    return all;
-  }();
-  return {tables.ops.data(), tables.count};
+const KernelOps kAvx2Ops = MakeAvx2Ops();
+#endif
+
+constexpr std::array kSimdLevels = {SimdLevel::Scalar, SimdLevel::Avx2};
+
+struct Tables {
+  std::array<const KernelOps*, kSimdLevels.size()> ops = {};
+  std::size_t count = 0;
+};
+
+Tables MakeTables() noexcept {
+  Tables all;
+  for (const SimdLevel level : kSimdLevels) {
+    const KernelOps& ops = SelectOps(DetectCpuFeatures(), level);
+    if (all.count == 0 || all.ops[all.count - 1] != &ops) all.ops[all.count++] = &ops;
+  }
+  return all;
 }
+
+const Tables kTables = MakeTables();
+
+}  // namespace
+
+const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap) {
+#if defined(__x86_64__)
+  if (features.avx2 && cap >= SimdLevel::Avx2) return kAvx2Ops;
+#endif
+  return kScalarOps;
+}
+
+std::span<const KernelOps* const> AvailableOps() { return {kTables.ops.data(), kTables.count}; }
 
 const KernelOps& BestOps() { return *AvailableOps().back(); }

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
+#include <wrl/client.h>
 
 #include "common/module.h"
+#include "mft/mft_vstabilize.h"
 
 namespace {
 
@@ -64,6 +66,36 @@ TEST_F(ModuleFile, TellsItsVersionAndCarriesItsResources) {
   for (const auto& [type, id] :
        {std::pair{"TYPELIB", 1}, {MAKEINTRESOURCEA(5), 101}, {MAKEINTRESOURCEA(5), 5240}})
     EXPECT_NE(FindResourceA(m_module, MAKEINTRESOURCEA(id), type), nullptr) << id;
+}
+
+std::size_t CountFreeThreadLocalSlots() {
+  std::vector<DWORD> slots;
+  for (DWORD slot = TlsAlloc(); slot != TLS_OUT_OF_INDEXES; slot = TlsAlloc()) slots.push_back(slot);
+  for (const DWORD slot : slots) TlsFree(slot);
+  return slots.size();
+}
+
+/// Loads the module, makes a transform, and unloads it.
+void UseModuleOnce() {
+  const HMODULE module = LoadLibraryA(VSTABILIZE_MODULE);
+  ASSERT_NE(module, nullptr);
+  const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
+      reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+  {
+    Microsoft::WRL::ComPtr<IClassFactory> factory;
+    Microsoft::WRL::ComPtr<IUnknown> transform;
+    ASSERT_EQ(getClassObject(CLSID_VKFVStabilize, IID_PPV_ARGS(&factory)), S_OK);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&transform)), S_OK);
+  }
+  FreeLibrary(module);
+  EXPECT_EQ(GetModuleHandleA("vkfvstabilize.dll"), nullptr);
+}
+
+TEST(Module, CanBeLoadedAndUnloadedAnyNumberOfTimes) {
+  UseModuleOnce();  // what the system takes for itself, it takes now
+  const std::size_t slots = CountFreeThreadLocalSlots();
+  UseModuleOnce();
+  EXPECT_EQ(CountFreeThreadLocalSlots(), slots);
 }
 
 }  // namespace
