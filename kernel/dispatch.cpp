@@ -61,4 +61,7 @@ const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap) {
 
 std::span<const KernelOps* const> AvailableOps() { return {kTables.ops.data(), kTables.count}; }
 
-const KernelOps& BestOps() { return *AvailableOps().back(); }
+const KernelOps& BestOps() {
+  // There are no tables yet for what is constructed while the program is loaded.
+  return kTables.count > 0 ? *AvailableOps().back() : kScalarOps;
+}
