@@ -69,8 +69,6 @@ HRESULT CBasePropertyPage::CreatePage(MakeFunction make, IUnknown* outer, REFIID
   });
 }
 
-CBasePropertyPage::~CBasePropertyPage() { CloseDialog(); }
-
 STDMETHODIMP CBasePropertyPage::QueryInterface(REFIID iid, void** object) {
   if (!object) return E_POINTER;
   *object = nullptr;
@@ -86,7 +84,10 @@ STDMETHODIMP_(ULONG) CBasePropertyPage::AddRef() {
 
 STDMETHODIMP_(ULONG) CBasePropertyPage::Release() {
   const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) delete this;
+  if (count == 0) {
+    CloseDialog();  // while the derived page that gets its messages is whole
+    delete this;
+  }
   return static_cast<ULONG>(count);
 }
 
@@ -208,7 +209,8 @@ STDMETHODIMP CBasePropertyPage::Help(LPCOLESTR) {
 STDMETHODIMP CBasePropertyPage::TranslateAccelerator(MSG* message) {
   if (!message) return E_POINTER;
   if (!m_hwnd || !IsChild(m_hwnd, message->hwnd) || !IsDialogKey(*message)) return S_FALSE;
-  if (LeavesPage(*message) && m_pPageSite && m_pPageSite->TranslateAccelerator(message) == S_OK) return S_OK;
+  const ComPtr<IPropertyPageSite> site = m_pPageSite;
+  if (LeavesPage(*message) && site && site->TranslateAccelerator(message) == S_OK) return S_OK;
   return IsDialogMessageW(m_hwnd, message) ? S_OK : S_FALSE;
 }
 

@@ -46,7 +46,7 @@ class CBasePropertyPage : public IPropertyPage {
 
   /// Resource numbers of the dialog and of the string that is the page's title.
   CBasePropertyPage(int dialogId, UINT titleId) : m_dialogId(dialogId), m_titleId(titleId) {}
-  virtual ~CBasePropertyPage();
+  virtual ~CBasePropertyPage() = default;
 
   /// Takes the object that the page is to show, or none for null. On failure the page has no object.
   virtual HRESULT OnConnect(IUnknown* object) = 0;

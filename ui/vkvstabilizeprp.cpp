@@ -14,6 +14,8 @@
 #include "common/module.h"
 #include "ui/resource.h"
 
+using Microsoft::WRL::ComPtr;
+
 namespace {
 
 constexpr char kFile[] = "vkvstabilizeprp";
@@ -206,6 +208,64 @@ Value FromField(Field field) {
 
 COLORREF ToColorRef(const PageSettings::Color& color) { return RGB(color.red, color.green, color.blue); }
 
+HRESULT ReadObject(IVKFVStabilize* object, PageSettings* settings) {
+  using Object = IVKFVStabilize;
+  HRESULT hr = S_OK;
+  const auto get = [&]<class Interface, class Value, class Field>(
+                       HRESULT (STDMETHODCALLTYPE Interface::*property)(Value*), Field* field) {
+    Value value = {};
+    if (SUCCEEDED(hr)) hr = (object->*property)(&value);
+    if (SUCCEEDED(hr)) *field = static_cast<Field>(ToField(value));
+  };
+  get(&Object::get_Enabled, &settings->enabled);
+  get(&Object::get_ROILeft, &settings->roiLeft);
+  get(&Object::get_ROITop, &settings->roiTop);
+  get(&Object::get_ROIRight, &settings->roiRight);
+  get(&Object::get_ROIBottom, &settings->roiBottom);
+  get(&Object::get_ROIEnabled, &settings->roiEnabled);
+  get(&Object::get_GlobalEstimationCoefficients, &settings->estimationCoefficients);
+  get(&Object::get_GlobalEstimationQuality, &settings->estimationQuality);
+  get(&Object::get_PathSmoothingLevel, &settings->smoothingLevel);
+  get(&Object::get_BkFillColor, &settings->background);
+  get(&Object::get_LeftRightCropMargin, &settings->leftRightMargin);
+  get(&Object::get_TopBottomCropMargin, &settings->topBottomMargin);
+  get(&Object::get_CropEnabled, &settings->cropEnabled);
+  get(&Object::get_InterpolationType, &settings->interpolation);
+  get(&Object::get_ClippingOption, &settings->clippingOption);
+  get(&Object::get_UseAdvancedEngine, &settings->useAdvancedEngine);
+  get(&Object::get_AdvancedEngineAvailable, &settings->advancedEngineAvailable);
+  return hr;
+}
+
+// The object does not follow the changes before the last one is in, so that its output changes only once.
+HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
+  using Object = IVKFVStabilize;
+  HRESULT hr = S_OK;
+  const auto put = [&]<class Interface, class Value>(HRESULT (STDMETHODCALLTYPE Interface::*property)(Value),
+                                                     auto field) {
+    if (SUCCEEDED(hr)) hr = (object->*property)(FromField<Value>(field));
+  };
+  put(&Object::put_AutoReconnect, false);
+  put(&Object::put_Enabled, settings.enabled);
+  put(&Object::put_ROIEnabled, settings.roiEnabled);
+  put(&Object::put_ROITop, settings.roiTop);
+  put(&Object::put_ROILeft, settings.roiLeft);
+  put(&Object::put_ROIBottom, settings.roiBottom);
+  put(&Object::put_ROIRight, settings.roiRight);
+  put(&Object::put_GlobalEstimationCoefficients, settings.estimationCoefficients);
+  put(&Object::put_GlobalEstimationQuality, settings.estimationQuality);
+  put(&Object::put_PathSmoothingLevel, settings.smoothingLevel);
+  put(&Object::put_BkFillColor, ToColorRef(settings.background));
+  put(&Object::put_CropEnabled, settings.cropEnabled);
+  put(&Object::put_LeftRightCropMargin, settings.leftRightMargin);
+  put(&Object::put_TopBottomCropMargin, settings.topBottomMargin);
+  put(&Object::put_InterpolationType, settings.interpolation);
+  put(&Object::put_ClippingOption, settings.clippingOption);
+  put(&Object::put_UseAdvancedEngine, settings.useAdvancedEngine);
+  put(&Object::put_AutoReconnect, true);
+  return hr;
+}
+
 /// A person's own colours outlive the page on which they were made.
 std::array<COLORREF, 16> g_customColors = [] {
   std::array<COLORREF, 16> colors;
@@ -227,70 +287,13 @@ HRESULT CVKVStabilizePrp::OnConnect(IUnknown* object) {
   if (object) DebugAssert(!m_spIVStabilize, "(IVKFVStabilize*)m_spIVStabilize == NULL", kFile);
   m_spIVStabilize.Reset();
   if (!object) return S_OK;
-  if (FAILED(object->QueryInterface(IID_PPV_ARGS(&m_spIVStabilize)))) {
+  ComPtr<IVKFVStabilize> stabilize;
+  if (FAILED(object->QueryInterface(IID_PPV_ARGS(&stabilize)))) {
     DebugAssert(false, "FALSE", kFile);
     return E_NOINTERFACE;
   }
-  const HRESULT hr = ReadObject();
-  if (FAILED(hr)) m_spIVStabilize.Reset();
-  return hr;
-}
-
-HRESULT CVKVStabilizePrp::ReadObject() {
-  using Object = IVKFVStabilize;
-  HRESULT hr = S_OK;
-  const auto get = [&]<class Interface, class Value, class Field>(
-                       HRESULT (STDMETHODCALLTYPE Interface::*property)(Value*), Field* field) {
-    Value value = {};
-    if (SUCCEEDED(hr)) hr = (m_spIVStabilize.Get()->*property)(&value);
-    if (SUCCEEDED(hr)) *field = static_cast<Field>(ToField(value));
-  };
-  get(&Object::get_Enabled, &m_settings.enabled);
-  get(&Object::get_ROILeft, &m_settings.roiLeft);
-  get(&Object::get_ROITop, &m_settings.roiTop);
-  get(&Object::get_ROIRight, &m_settings.roiRight);
-  get(&Object::get_ROIBottom, &m_settings.roiBottom);
-  get(&Object::get_ROIEnabled, &m_settings.roiEnabled);
-  get(&Object::get_GlobalEstimationCoefficients, &m_settings.estimationCoefficients);
-  get(&Object::get_GlobalEstimationQuality, &m_settings.estimationQuality);
-  get(&Object::get_PathSmoothingLevel, &m_settings.smoothingLevel);
-  get(&Object::get_BkFillColor, &m_settings.background);
-  get(&Object::get_LeftRightCropMargin, &m_settings.leftRightMargin);
-  get(&Object::get_TopBottomCropMargin, &m_settings.topBottomMargin);
-  get(&Object::get_CropEnabled, &m_settings.cropEnabled);
-  get(&Object::get_InterpolationType, &m_settings.interpolation);
-  get(&Object::get_ClippingOption, &m_settings.clippingOption);
-  get(&Object::get_UseAdvancedEngine, &m_settings.useAdvancedEngine);
-  get(&Object::get_AdvancedEngineAvailable, &m_settings.advancedEngineAvailable);
-  return hr;
-}
-
-// The object does not follow the changes before the last one is in, so that its output changes only once.
-HRESULT CVKVStabilizePrp::WriteObject() {
-  using Object = IVKFVStabilize;
-  HRESULT hr = S_OK;
-  const auto put = [&]<class Interface, class Value>(HRESULT (STDMETHODCALLTYPE Interface::*property)(Value),
-                                                     auto field) {
-    if (SUCCEEDED(hr)) hr = (m_spIVStabilize.Get()->*property)(FromField<Value>(field));
-  };
-  put(&Object::put_AutoReconnect, false);
-  put(&Object::put_Enabled, m_settings.enabled);
-  put(&Object::put_ROIEnabled, m_settings.roiEnabled);
-  put(&Object::put_ROITop, m_settings.roiTop);
-  put(&Object::put_ROILeft, m_settings.roiLeft);
-  put(&Object::put_ROIBottom, m_settings.roiBottom);
-  put(&Object::put_ROIRight, m_settings.roiRight);
-  put(&Object::put_GlobalEstimationCoefficients, m_settings.estimationCoefficients);
-  put(&Object::put_GlobalEstimationQuality, m_settings.estimationQuality);
-  put(&Object::put_PathSmoothingLevel, m_settings.smoothingLevel);
-  put(&Object::put_BkFillColor, ToColorRef(m_settings.background));
-  put(&Object::put_CropEnabled, m_settings.cropEnabled);
-  put(&Object::put_LeftRightCropMargin, m_settings.leftRightMargin);
-  put(&Object::put_TopBottomCropMargin, m_settings.topBottomMargin);
-  put(&Object::put_InterpolationType, m_settings.interpolation);
-  put(&Object::put_ClippingOption, m_settings.clippingOption);
-  put(&Object::put_UseAdvancedEngine, m_settings.useAdvancedEngine);
-  put(&Object::put_AutoReconnect, true);
+  const HRESULT hr = ReadObject(stabilize.Get(), &m_settings);
+  if (SUCCEEDED(hr)) m_spIVStabilize = stabilize;
   return hr;
 }
 
@@ -299,8 +302,10 @@ HRESULT CVKVStabilizePrp::OnApply() {
     CorrectNumbers();
     ReadControls();
   }
-  const HRESULT hr = WriteObject();
-  return SUCCEEDED(hr) ? m_spIVStabilize->SaveAttributes() : hr;
+  // The host may take the object away while it is written to.
+  const ComPtr<IVKFVStabilize> object = m_spIVStabilize;
+  const HRESULT hr = WriteObject(object.Get(), m_settings);
+  return SUCCEEDED(hr) ? object->SaveAttributes() : hr;
 }
 
 // The controls
@@ -413,7 +418,9 @@ void CVKVStabilizePrp::OnChange() {
 
 void CVKVStabilizePrp::OnDefaults() {
   VARIANT_BOOL available = VARIANT_FALSE;
-  m_spIVStabilize->get_AdvancedEngineAvailable(&available);
+  const ComPtr<IVKFVStabilize> object = m_spIVStabilize;
+  object->get_AdvancedEngineAvailable(&available);
+  if (!IsActive()) return;  // the host may have closed the page meanwhile
   m_settings = {};
   m_settings.advancedEngineAvailable = available != VARIANT_FALSE;
   FillControls();

@@ -48,8 +48,6 @@ class CVKVStabilizePrp final : public CBasePropertyPage {
   HRESULT OnApply() override;
   INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam) override;
 
-  HRESULT ReadObject();
-  HRESULT WriteObject();
   void FillControls();
   void ReadControls();
   void EnableControls();
