@@ -43,11 +43,42 @@ class Site final : public IPropertyPageSite {
   std::function<void()> onChange;
 };
 
-/// Writes down what is put, and can fail.
+#define FOR_EACH_SETTING(DO)                                             \
+  DO(Enabled, VARIANT_BOOL)                                              \
+  DO(ROIEnabled, VARIANT_BOOL)                                           \
+  DO(ROITop, LONG)                                                       \
+  DO(ROILeft, LONG)                                                      \
+  DO(ROIBottom, LONG)                                                    \
+  DO(ROIRight, LONG)                                                     \
+  DO(GlobalEstimationCoefficients, vkvstab_GlobalEstimationCoefficients) \
+  DO(GlobalEstimationQuality, vkvstab_GlobalEstimationQuality)           \
+  DO(PathSmoothingLevel, vkvstab_PathSmoothingLevel)                     \
+  DO(BkFillColor, OLE_COLOR)                                             \
+  DO(CropEnabled, VARIANT_BOOL)                                          \
+  DO(LeftRightCropMargin, LONG)                                          \
+  DO(TopBottomCropMargin, LONG)                                          \
+  DO(InterpolationType, vkvstab_InterpolationType)                       \
+  DO(ClippingOption, vkvstab_enumClippingOption)                         \
+  DO(UseAdvancedEngine, VARIANT_BOOL)                                    \
+  DO(AutoReconnect, VARIANT_BOOL)
+
+/// All settings of an object, in the order above.
+std::vector<long> SettingsOf(IVKFVStabilize* settings) {
+  std::vector<long> values;
+#define READ(Name, Type)                               \
+  Type value##Name = {};                               \
+  EXPECT_EQ(settings->get_##Name(&value##Name), S_OK); \
+  values.push_back(static_cast<long>(value##Name));
+  FOR_EACH_SETTING(READ)
+#undef READ
+  return values;
+}
+
+/// Writes down what is put, and can fail and call back.
 class Recorder final : public IVKFVStabilize {
  public:
-  std::vector<std::string> calls;
-  std::string failing;
+  std::string calls, failing;
+  std::function<void()> onCall;
 
   STDMETHODIMP QueryInterface(REFIID, void** object) override {
     *object = static_cast<IVKFVStabilize*>(this);
@@ -62,31 +93,16 @@ class Recorder final : public IVKFVStabilize {
     return E_NOTIMPL;
   }
 
-#define RECORDED(Name, Type)                       \
+#define RECORD(Name, Type)                         \
   STDMETHODIMP get_##Name(Type* pVal) override {   \
     *pVal = {};                                    \
     return failing == "get" #Name ? E_FAIL : S_OK; \
   }                                                \
   STDMETHODIMP put_##Name(Type newVal) override { return Record(#Name, static_cast<long>(newVal)); }
-  RECORDED(Enabled, VARIANT_BOOL)
-  RECORDED(AutoReconnect, VARIANT_BOOL)
-  RECORDED(ROIEnabled, VARIANT_BOOL)
-  RECORDED(ROITop, LONG)
-  RECORDED(ROILeft, LONG)
-  RECORDED(ROIBottom, LONG)
-  RECORDED(ROIRight, LONG)
-  RECORDED(GlobalEstimationCoefficients, vkvstab_GlobalEstimationCoefficients)
-  RECORDED(GlobalEstimationQuality, vkvstab_GlobalEstimationQuality)
-  RECORDED(PathSmoothingLevel, vkvstab_PathSmoothingLevel)
-  RECORDED(BkFillColor, OLE_COLOR)
-  RECORDED(CropEnabled, VARIANT_BOOL)
-  RECORDED(LeftRightCropMargin, LONG)
-  RECORDED(TopBottomCropMargin, LONG)
-  RECORDED(InterpolationType, vkvstab_InterpolationType)
-  RECORDED(ClippingOption, vkvstab_enumClippingOption)
-  RECORDED(UseAdvancedEngine, VARIANT_BOOL)
-#undef RECORDED
+  FOR_EACH_SETTING(RECORD)
+#undef RECORD
   STDMETHODIMP get_AdvancedEngineAvailable(VARIANT_BOOL* pVal) override {
+    if (onCall) onCall();
     *pVal = VARIANT_TRUE;
     return S_OK;
   }
@@ -96,7 +112,8 @@ class Recorder final : public IVKFVStabilize {
 
  private:
   HRESULT Record(const char* name, long value) {
-    calls.push_back(name + ("=" + std::to_string(value)));
+    calls += name + ("=" + std::to_string(value)) + " ";
+    if (onCall) onCall();
     return failing == name ? E_ACCESSDENIED : S_OK;
   }
 };
@@ -108,38 +125,19 @@ const std::set<int> kClipping = {IDC_LEFT_RIGHT_MARGIN, IDC_LEFT_RIGHT_MARGIN_SP
 const std::set<int> kEditable = {IDC_ROI_ENABLE,  IDC_ROTATION,      IDC_QUALITY,    IDC_LEVEL,
                                  IDC_CROP_ENABLE, IDC_INTERPOLATION, IDC_BACKGROUND, IDC_SWATCH,
                                  IDC_INPUT,       IDC_PROCESSING,    IDC_OUTPUT};
-const std::set<int> kEngine = {IDC_ENABLE, IDC_DEFAULTS, IDC_STANDARD_ENGINE};
+const std::set<int> kEngine = {IDC_ENABLE, IDC_DEFAULTS, IDC_STANDARD_ENGINE},
+                    kAdvanced = {IDC_ADVANCED_ENGINE};
 
-std::set<int> Union(std::initializer_list<std::set<int>> sets) {
-  std::set<int> all;
-  for (const std::set<int>& set : sets) all.insert(set.begin(), set.end());
-  return all;
+std::set<int> operator+(std::set<int> a, const std::set<int>& b) {
+  a.insert(b.begin(), b.end());
+  return a;
 }
-
-/// Notices crashes, which the system hides when they happen in a dialog's procedure.
-class CrashCounter {
- public:
-  CrashCounter() {
-    s_count = 0;
-    m_handler = AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS* exception) -> LONG {
-      if (exception->ExceptionRecord->ExceptionCode == EXCEPTION_ACCESS_VIOLATION) ++s_count;
-      return EXCEPTION_CONTINUE_SEARCH;
-    });
-  }
-  ~CrashCounter() {
-    RemoveVectoredExceptionHandler(m_handler);
-    EXPECT_EQ(s_count, 0);
-  }
-
- private:
-  inline static int s_count = 0;
-  void* m_handler;
-};
 
 /// A page of a real transform in a host's frame.
 class PropertyPage : public EngineTest {
  protected:
   PropertyPage() {
+    s_crashes = 0;
     EXPECT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&m_pObject)), S_OK);
     EXPECT_EQ(m_pObject.As(&m_pSettings), S_OK);
     m_frame = CreateWindowExW(WS_EX_CONTROLPARENT, L"STATIC", L"", WS_POPUP | WS_VISIBLE, 0, 0, 600, 600,
@@ -158,6 +156,14 @@ class PropertyPage : public EngineTest {
     DestroyWindow(m_frame);
     m_pSettings.Reset();
     EXPECT_EQ(m_pObject.Reset(), 0U);
+    RemoveVectoredExceptionHandler(m_crashHandler);
+    EXPECT_EQ(s_crashes, 0);
+  }
+
+  /// The system hides crashes that happen in a dialog's procedure.
+  static LONG CALLBACK CountCrash(EXCEPTION_POINTERS* exception) {
+    if (exception->ExceptionRecord->ExceptionCode == EXCEPTION_ACCESS_VIOLATION) ++s_crashes;
+    return EXCEPTION_CONTINUE_SEARCH;
   }
 
   void Connect(IUnknown* object) { ASSERT_EQ(m_pPage->SetObjects(1, &object), S_OK); }
@@ -206,6 +212,29 @@ class PropertyPage : public EngineTest {
     for (LRESULT i = 0; i < count && Text(id) != item; ++i) SendMessageW(Control(id), WM_KEYDOWN, VK_DOWN, 0);
     EXPECT_EQ(Text(id), item);
   }
+  /// Answers the colour dialog by a colour, or by Cancel. Returns what it had preselected.
+  std::optional<COLORREF> ChooseBackground(std::optional<COLORREF> color) {
+    static std::optional<COLORREF> answer, preselected;
+    answer = color;
+    preselected.reset();
+    static const WNDENUMPROC tryWindow = [](HWND window, LPARAM) -> BOOL {
+      constexpr int kRed = 706, kBlue = 708;  // its edits, green between them
+      if (preselected || !GetDlgItem(window, kBlue)) return TRUE;
+      preselected = 0;
+      for (int id = kRed, shift = 0; id <= kBlue; ++id, shift += 8) {
+        *preselected |= GetDlgItemInt(window, id, nullptr, FALSE) << shift;
+        SetDlgItemInt(window, id, answer.value_or(0) >> shift & 0xFF, FALSE);
+      }
+      PostMessageW(window, WM_COMMAND, answer ? IDOK : IDCANCEL, 0);
+      return FALSE;
+    };
+    const UINT_PTR timer = SetTimer(nullptr, 0, 10, [](HWND, UINT, UINT_PTR, DWORD) {
+      EnumThreadWindows(GetCurrentThreadId(), tryWindow, 0);
+    });
+    Click(IDC_BACKGROUND);
+    KillTimer(nullptr, timer);
+    return preselected;
+  }
   void PointAt(int id) {
     const HWND window = id == 0 ? m_dialog : Control(id);
     SendMessageW(m_dialog, WM_SETCURSOR, reinterpret_cast<WPARAM>(window),
@@ -234,36 +263,16 @@ class PropertyPage : public EngineTest {
     return enabled;
   }
 
-  template <class Interface, class Value>
-  static long Get(IVKFVStabilize* settings, HRESULT (STDMETHODCALLTYPE Interface::*property)(Value*)) {
+  template <class Value>
+  long Get(HRESULT (STDMETHODCALLTYPE IVKFVStabilize1::*property)(Value*)) const {
     Value value = {};
-    EXPECT_EQ((settings->*property)(&value), S_OK);
+    EXPECT_EQ((m_pSettings.Get()->*property)(&value), S_OK);
     return static_cast<long>(value);
-  }
-  /// All settings of an object, in the order of the page's record.
-  static std::vector<long> SettingsOf(IVKFVStabilize* settings) {
-    using I = IVKFVStabilize;
-    return {Get(settings, &I::get_Enabled),
-            Get(settings, &I::get_ROILeft),
-            Get(settings, &I::get_ROITop),
-            Get(settings, &I::get_ROIRight),
-            Get(settings, &I::get_ROIBottom),
-            Get(settings, &I::get_ROIEnabled),
-            Get(settings, &I::get_GlobalEstimationCoefficients),
-            Get(settings, &I::get_GlobalEstimationQuality),
-            Get(settings, &I::get_PathSmoothingLevel),
-            Get(settings, &I::get_BkFillColor),
-            Get(settings, &I::get_LeftRightCropMargin),
-            Get(settings, &I::get_TopBottomCropMargin),
-            Get(settings, &I::get_CropEnabled),
-            Get(settings, &I::get_InterpolationType),
-            Get(settings, &I::get_ClippingOption),
-            Get(settings, &I::get_UseAdvancedEngine),
-            Get(settings, &I::get_AutoReconnect)};
   }
   std::vector<long> Settings() const { return SettingsOf(m_pSettings.Get()); }
 
-  CrashCounter m_crashes;
+  inline static int s_crashes = 0;
+  void* const m_crashHandler = AddVectoredExceptionHandler(1, &CountCrash);
   Site m_site;
   ComPtr<IMFTransform> m_pObject;
   ComPtr<IVKFVStabilize> m_pSettings;
@@ -271,7 +280,7 @@ class PropertyPage : public EngineTest {
   HWND m_frame = nullptr, m_dialog = nullptr;
 };
 
-const std::vector<long> kDefaults = {-1, 0, 0, 10000, 10000, 0, 0, 2, 32, 0, 0, 0, 0, 1, 0, 0, -1};
+const std::vector<long> kDefaults = {-1, 0, 0, 0, 10000, 10000, 0, 2, 32, 0, 0, 0, 0, 1, 0, 0, -1};
 
 TEST_F(PropertyPage, WritesWhatAPersonEnteredOnlyOnApply) {
   ConnectAndOpen();
@@ -299,7 +308,7 @@ TEST_F(PropertyPage, WritesWhatAPersonEnteredOnlyOnApply) {
   ASSERT_EQ(m_pPage->Apply(), S_OK);
   EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
   // The object knows one number for right and bottom, and right is written last.
-  const std::vector<long> applied = {-1, 42, 250, 8999, 8999, -1, 1, 0, 128, 0, 64, 36, -1, 0, 2, 0, -1};
+  const std::vector<long> applied = {-1, -1, 250, 42, 8999, 8999, 1, 0, 128, 0, -1, 64, 36, 0, 2, 0, -1};
   EXPECT_EQ(Settings(), applied);
   ComPtr<IVKFVStabilize> next;
   ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&next)), S_OK);
@@ -318,46 +327,45 @@ TEST_F(PropertyPage, AppliesInOrderAndStopsAtTheFirstFailure) {
   Recorder object;
   Connect(&object);
   Open();
-  EXPECT_EQ(m_pPage->Apply(), S_OK);
-  const std::vector<std::string> all = {"AutoReconnect=0",
-                                        "Enabled=0",
-                                        "ROIEnabled=0",
-                                        "ROITop=0",
-                                        "ROILeft=0",
-                                        "ROIBottom=0",
-                                        "ROIRight=0",
-                                        "GlobalEstimationCoefficients=0",
-                                        "GlobalEstimationQuality=0",
-                                        "PathSmoothingLevel=0",
-                                        "BkFillColor=0",
-                                        "CropEnabled=0",
-                                        "LeftRightCropMargin=0",
-                                        "TopBottomCropMargin=0",
-                                        "InterpolationType=0",
-                                        "ClippingOption=0",
-                                        "UseAdvancedEngine=0",
-                                        "AutoReconnect=-1",
-                                        "SaveAttributes=0"};
-  EXPECT_EQ(object.calls, all);
-
   Click(IDC_ENABLE);
   object.failing = "CropEnabled";
-  object.calls.clear();
   EXPECT_EQ(m_pPage->Apply(), E_ACCESSDENIED);
-  EXPECT_EQ(object.calls.size(), 12U);
-  EXPECT_EQ(object.calls[1], "Enabled=-1");
+  EXPECT_EQ(object.calls,
+            "AutoReconnect=0 Enabled=-1 ROIEnabled=0 ROITop=0 ROILeft=0 ROIBottom=0 ROIRight=0 "
+            "GlobalEstimationCoefficients=0 GlobalEstimationQuality=0 PathSmoothingLevel=0 BkFillColor=0 "
+            "CropEnabled=0 ");
   EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
-
+  object.calls +=
+      "LeftRightCropMargin=0 TopBottomCropMargin=0 InterpolationType=0 ClippingOption=0 "
+      "UseAdvancedEngine=0 AutoReconnect=-1 SaveAttributes=0 ";
+  const std::string all = std::exchange(object.calls, "");
   object.failing = "SaveAttributes";
   EXPECT_EQ(m_pPage->Apply(), E_ACCESSDENIED);
+  EXPECT_EQ(std::exchange(object.calls, ""), all);
   EXPECT_EQ(m_pPage->Deactivate(), S_OK);
   object.failing.clear();
-  object.calls.clear();
   EXPECT_EQ(m_pPage->Apply(), S_OK) << "a host may close the dialog first";
-  EXPECT_EQ(object.calls.size(), all.size());
-  EXPECT_EQ(object.calls[1], "Enabled=-1");
+  EXPECT_EQ(std::exchange(object.calls, ""), all);
 
-  m_pPage->SetObjects(0, nullptr);
+  // The host takes the object away while the page calls it.
+  const auto takeAway = [this] {
+    m_pPage->SetObjects(0, nullptr);
+    m_pPage->Deactivate();
+  };
+  Open();
+  object.onCall = takeAway;
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(object.calls, all);
+  EXPECT_EQ(m_pPage->Apply(), E_UNEXPECTED);
+  object.onCall = nullptr;
+  Connect(&object);
+  Open();
+  Click(IDC_ENABLE);
+  object.onCall = takeAway;
+  Click(IDC_DEFAULTS);
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+
+  object.onCall = nullptr;
   object.failing = "getROITop";
   IUnknown* unreadable = &object;
   EXPECT_EQ(m_pPage->SetObjects(1, &unreadable), E_FAIL);
@@ -365,17 +373,17 @@ TEST_F(PropertyPage, AppliesInOrderAndStopsAtTheFirstFailure) {
 
 TEST_F(PropertyPage, EnablesWhatHasAnEffect) {
   ConnectAndOpen();
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable}));
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable);
   EXPECT_FALSE(IsWindowEnabled(Control(IDC_ROI_TOP_CAPTION)));
   Click(IDC_ROI_ENABLE);
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, kRegion}));
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable + kRegion);
   EXPECT_TRUE(IsWindowEnabled(Control(IDC_ROI_TOP_CAPTION)));
   Click(IDC_CROP_ENABLE);
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, kRegion, kClipping}));
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable + kRegion + kClipping);
   Click(IDC_ENABLE);
   EXPECT_EQ(EnabledControls(), std::set<int>{IDC_ENABLE});
   Click(IDC_ENABLE);
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, kRegion, kClipping}));
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable + kRegion + kClipping);
 
   // With an advanced engine, and without
   EXPECT_EQ(m_pPage->Deactivate(), S_OK);
@@ -384,11 +392,11 @@ TEST_F(PropertyPage, EnablesWhatHasAnEffect) {
   EXPECT_EQ(m_pPage->SetObjects(0, nullptr), S_OK);
   Connect(static_cast<IVKFVStabilize*>(facade.Get()));
   Open();
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, {IDC_ADVANCED_ENGINE}}));
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable + kAdvanced);
   Click(IDC_ADVANCED_ENGINE);
-  EXPECT_EQ(EnabledControls(), Union({kEngine, {IDC_ADVANCED_ENGINE}}));
+  EXPECT_EQ(EnabledControls(), kEngine + kAdvanced);
   Click(IDC_DEFAULTS);
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable, {IDC_ADVANCED_ENGINE}}));
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable + kAdvanced);
   SetFocus(Control(IDC_STANDARD_ENGINE));
   EXPECT_EQ(Press(WM_KEYDOWN, VK_DOWN), S_OK) << "as good as a click";
   EXPECT_EQ(m_pPage->Apply(), S_OK);
@@ -396,7 +404,7 @@ TEST_F(PropertyPage, EnablesWhatHasAnEffect) {
   facade->SetAdvancedEngineAvailable(false);
   Click(IDC_DEFAULTS);
   EXPECT_TRUE(IsChecked(IDC_STANDARD_ENGINE));
-  EXPECT_EQ(EnabledControls(), Union({kEngine, kEditable})) << "the object was asked again";
+  EXPECT_EQ(EnabledControls(), kEngine + kEditable) << "the object was asked again";
   m_pPage->Deactivate();
   m_pPage->SetObjects(0, nullptr);
 }
@@ -410,13 +418,8 @@ TEST_F(PropertyPage, LoadsDefaultsIntoTheControlsOnly) {
   const std::vector<long> before = Settings();
   ConnectAndOpen();
   EXPECT_EQ(Text(IDC_ROI_TOP), "77");
-  EXPECT_EQ(Text(IDC_LEVEL), "2");
   Click(IDC_DEFAULTS);
   EXPECT_EQ(Text(IDC_ROI_TOP), "0");
-  EXPECT_EQ(Text(IDC_LEVEL), "6");
-  EXPECT_EQ(Text(IDC_QUALITY), "3");
-  EXPECT_EQ(Text(IDC_LEFT_RIGHT_MARGIN), "0");
-  EXPECT_FALSE(IsChecked(IDC_ROI_ENABLE));
   EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
   EXPECT_EQ(m_site.changes, 1);
   EXPECT_EQ(m_pPage->Deactivate(), S_OK);
@@ -432,11 +435,13 @@ TEST_F(PropertyPage, WritesTheNumberThatThePersonSees) {
   m_pSettings->put_CropEnabled(VARIANT_TRUE);
   m_pSettings->put_ROITop(20000);
   m_pSettings->put_ROILeft(-3);
+  m_pSettings->put_ROIBottom(20000);
   m_pSettings->put_LeftRightCropMargin(6000);
+  m_pSettings->put_TopBottomCropMargin(6000);
   ConnectAndOpen();
-  EXPECT_EQ(Text(IDC_ROI_TOP), "10000");
+  for (int id : {IDC_ROI_TOP, IDC_ROI_RIGHT, IDC_ROI_BOTTOM}) EXPECT_EQ(Text(id), "10000");
   EXPECT_EQ(Text(IDC_ROI_LEFT), "0");
-  EXPECT_EQ(Text(IDC_LEFT_RIGHT_MARGIN), "4999");
+  for (int id : {IDC_LEFT_RIGHT_MARGIN, IDC_TOP_BOTTOM_MARGIN}) EXPECT_EQ(Text(id), "4999");
 
   struct {
     const char* entered;
@@ -451,24 +456,15 @@ TEST_F(PropertyPage, WritesTheNumberThatThePersonSees) {
     EXPECT_EQ(m_pPage->Apply(), S_OK);
     EXPECT_EQ(m_site.changes, changes) << "a correction is no change";
     EXPECT_EQ(Text(IDC_TOP_BOTTOM_MARGIN), shown) << entered;
-    EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_TopBottomCropMargin), std::atol(shown)) << entered;
+    EXPECT_EQ(Get(&IVKFVStabilize::get_TopBottomCropMargin), std::atol(shown)) << entered;
   }
   Type(IDC_ROI_LEFT, "1a2-");
   EXPECT_EQ(Text(IDC_ROI_LEFT), "12") << "only digits can be typed";
-  Type(IDC_ROI_TOP, "10000");
+  Paste(IDC_ROI_LEFT, "10001");
   Spin(IDC_ROI_TOP_SPIN, true);
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  EXPECT_EQ(Text(IDC_ROI_LEFT), "12");
   EXPECT_EQ(Text(IDC_ROI_TOP), "10000") << "the spin stops at its range";
-
-  const std::map<int, int> maxima = {{IDC_ROI_TOP_SPIN, 10000},          {IDC_ROI_LEFT_SPIN, 10000},
-                                     {IDC_ROI_RIGHT_SPIN, 10000},        {IDC_ROI_BOTTOM_SPIN, 10000},
-                                     {IDC_LEFT_RIGHT_MARGIN_SPIN, 4999}, {IDC_TOP_BOTTOM_MARGIN_SPIN, 4999}};
-  for (const auto& [spin, maximum] : maxima) {
-    int low = -1, high = -1;
-    SendMessageW(Control(spin), UDM_GETRANGE32, reinterpret_cast<WPARAM>(&low),
-                 reinterpret_cast<LPARAM>(&high));
-    EXPECT_EQ(low, 0);
-    EXPECT_EQ(high, maximum) << spin;
-  }
 }
 
 TEST_F(PropertyPage, KeepsAValueThatIsNoItemUntilOneIsChosen) {
@@ -478,63 +474,25 @@ TEST_F(PropertyPage, KeepsAValueThatIsNoItemUntilOneIsChosen) {
   EXPECT_EQ(Text(IDC_LEVEL), "");
   Click(IDC_ROTATION);
   EXPECT_EQ(m_pPage->Apply(), S_OK);
-  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_PathSmoothingLevel), 7);
+  EXPECT_EQ(Get(&IVKFVStabilize::get_PathSmoothingLevel), 7);
   Choose(IDC_LEVEL, "3");
   EXPECT_EQ(m_pPage->Apply(), S_OK);
-  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_PathSmoothingLevel), 12);
+  EXPECT_EQ(Get(&IVKFVStabilize::get_PathSmoothingLevel), 12);
 
-  const std::map<int, std::vector<std::pair<std::string, LRESULT>>> lists = {
-      {IDC_QUALITY, {{"1 (Highest)", 0}, {"2", 1}, {"3", 2}, {"4 (Lowest)", 3}}},
-      {IDC_LEVEL, {{"1", 4}, {"2", 8}, {"3", 12}, {"4", 16}, {"5", 24}, {"6", 32}, {"7", 64}, {"8", 128}}},
-      {IDC_CLIPPING_OPTION, {{"Outline", 0}, {"Crop", 1}, {"Crop and Stretch", 2}}},
-      {IDC_INTERPOLATION, {{"Nearest", 0}, {"Bilinear", 1}}}};
+  const std::map<int, std::string> lists = {{IDC_QUALITY, "1 (Highest)=0 2=1 3=2 4 (Lowest)=3 "},
+                                            {IDC_LEVEL, "1=4 2=8 3=12 4=16 5=24 6=32 7=64 8=128 "},
+                                            {IDC_CLIPPING_OPTION, "Outline=0 Crop=1 Crop and Stretch=2 "},
+                                            {IDC_INTERPOLATION, "Nearest=0 Bilinear=1 "}};
   for (const auto& [id, items] : lists) {
-    std::vector<std::pair<std::string, LRESULT>> found;
-    for (WPARAM i = 0; i < static_cast<WPARAM>(SendMessageW(Control(id), CB_GETCOUNT, 0, 0)); ++i) {
-      char text[64] = {};
-      SendMessageA(Control(id), CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(text));
-      found.emplace_back(text, SendMessageW(Control(id), CB_GETITEMDATA, i, 0));
-    }
+    std::string found;
+    char text[64];
+    for (WPARAM i = 0; SendMessageA(Control(id), CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(text)) != CB_ERR;
+         ++i)
+      found.append(text).append("=").append(
+          std::to_string(SendMessageW(Control(id), CB_GETITEMDATA, i, 0))) += " ";
     EXPECT_EQ(found, items);
   }
 }
-
-/// Answers the colour dialog, once it is there, by a colour or by Cancel.
-class ColorAnswer {
- public:
-  explicit ColorAnswer(std::optional<COLORREF> color) : m_color(color) {
-    s_pCurrent = this;
-    m_timer = SetTimer(nullptr, 0, 10, [](HWND, UINT, UINT_PTR, DWORD) {
-      EnumThreadWindows(GetCurrentThreadId(), &TryWindow, 0);
-    });
-  }
-  ~ColorAnswer() {
-    KillTimer(nullptr, m_timer);
-    EXPECT_TRUE(m_answered);
-  }
-  COLORREF preselected = 0;
-
- private:
-  static BOOL CALLBACK TryWindow(HWND window, LPARAM) {
-    constexpr int kRed = 706, kGreen = 707, kBlue = 708;  // its edits
-    if (s_pCurrent->m_answered || !GetDlgItem(window, kBlue)) return TRUE;
-    s_pCurrent->m_answered = true;
-    const auto shown = [&](int id) { return GetDlgItemInt(window, id, nullptr, FALSE); };
-    s_pCurrent->preselected = RGB(shown(kRed), shown(kGreen), shown(kBlue));
-    if (const std::optional<COLORREF> color = s_pCurrent->m_color) {
-      SetDlgItemInt(window, kRed, GetRValue(*color), FALSE);
-      SetDlgItemInt(window, kGreen, GetGValue(*color), FALSE);
-      SetDlgItemInt(window, kBlue, GetBValue(*color), FALSE);
-    }
-    PostMessageW(window, WM_COMMAND, s_pCurrent->m_color ? IDOK : IDCANCEL, 0);
-    return FALSE;
-  }
-
-  inline static ColorAnswer* s_pCurrent = nullptr;
-  std::optional<COLORREF> m_color;
-  UINT_PTR m_timer = 0;
-  bool m_answered = false;
-};
 
 TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
   const auto swatchColor = [&] {
@@ -550,28 +508,21 @@ TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
   m_pSettings->put_BkFillColor(RGB(9, 80, 200));
   ConnectAndOpen();
   EXPECT_EQ(swatchColor(), RGB(9, 80, 200));
-  {
-    ColorAnswer cancel(std::nullopt);
-    Click(IDC_BACKGROUND);
-    EXPECT_EQ(cancel.preselected, RGB(9, 80, 200));
-    EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
-  }
-  {
-    ColorAnswer ok(RGB(200, 100, 50));
-    Click(IDC_BACKGROUND);
-  }
+  EXPECT_EQ(ChooseBackground(std::nullopt), RGB(9, 80, 200));
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE);
+  EXPECT_EQ(ChooseBackground(RGB(200, 100, 50)), RGB(9, 80, 200));
   EXPECT_EQ(m_pPage->IsPageDirty(), S_OK);
   EXPECT_EQ(swatchColor(), RGB(200, 100, 50));
-  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_BkFillColor), RGB(9, 80, 200));
+  EXPECT_EQ(Get(&IVKFVStabilize::get_BkFillColor), RGB(9, 80, 200));
   EXPECT_EQ(m_pPage->Apply(), S_OK);
-  EXPECT_EQ(Get(m_pSettings.Get(), &IVKFVStabilize::get_BkFillColor), RGB(200, 100, 50));
+  EXPECT_EQ(Get(&IVKFVStabilize::get_BkFillColor), RGB(200, 100, 50));
   Click(IDC_ENABLE);
   EXPECT_EQ(swatchColor(), GetSysColor(COLOR_3DFACE)) << "disabled";
 }
 
 TEST_F(PropertyPage, ExplainsTheControlUnderTheCursor) {
   ConnectAndOpen();
-  for (int id : Union({kEngine, kEditable, kRegion, kClipping, {IDC_ADVANCED_ENGINE}})) {
+  for (int id : kEngine + kEditable + kRegion + kClipping + kAdvanced) {
     PointAt(id);
     EXPECT_NE(Text(IDC_HELP_LINE), "") << id;
     PointAt(0);
@@ -690,14 +641,8 @@ constexpr CreateFunction kPages[] = {&CVKVStabilizePrp::CreateInstance, &CAboutP
 TEST_F(PropertyPage, PagesSayWhatTheyAreAndGoWhereTheyAreTold) {
   for (const CreateFunction create : kPages) {
     void* object = this;
-    EXPECT_EQ(create(nullptr, __uuidof(IPropertyPage), nullptr), E_POINTER);
-    EXPECT_EQ(create(m_pSettings.Get(), __uuidof(IUnknown), &object), CLASS_E_NOAGGREGATION);
     EXPECT_EQ(create(nullptr, __uuidof(IPropertyPage2), &object), E_NOINTERFACE);
     EXPECT_EQ(object, nullptr);
-    {
-      const FailingAllocations none(1);
-      EXPECT_EQ(create(nullptr, __uuidof(IPropertyPage), &object), E_OUTOFMEMORY);
-    }
     ComPtr<IPropertyPage> page;
     ASSERT_EQ(create(nullptr, IID_PPV_ARGS(&page)), S_OK);
     PROPPAGEINFO info = {};
@@ -712,7 +657,7 @@ TEST_F(PropertyPage, PagesSayWhatTheyAreAndGoWhereTheyAreTold) {
     EXPECT_EQ(page->Activate(m_frame, &rect, FALSE), S_OK);
     m_dialog = GetWindow(m_frame, GW_CHILD);
     // The pixels that the template asks for, in the dialog's own font
-    RECT asked = {0, 0, 252, create == kPages[0] ? 287 : 92}, placed = {};
+    RECT asked = {0, 0, 252, 287}, placed = {};
     MapDialogRect(m_dialog, &asked);
     EXPECT_EQ(info.size.cx, asked.right);
     EXPECT_EQ(info.size.cy, asked.bottom);
@@ -744,23 +689,22 @@ std::pair<int, int> CountHandles(HWND frame) {
 
 TEST_F(PropertyPage, LeavesNoHandlesBehind) {
   IUnknown* object = m_pSettings.Get();
-  const auto openAndClose = [&](CreateFunction create, int times) {
-    ComPtr<IPropertyPage> page;
-    ASSERT_EQ(create(nullptr, IID_PPV_ARGS(&page)), S_OK);
-    ASSERT_EQ(page->SetObjects(1, &object), S_OK);
-    PROPPAGEINFO info = {};
-    ASSERT_EQ(page->GetPageInfo(&info), S_OK);
-    CoTaskMemFree(info.pszTitle);
-    const RECT rect = {0, 0, 500, 500};
-    for (int i = 0; i < times; ++i) {
-      ASSERT_EQ(page->Activate(m_frame, &rect, FALSE), S_OK);
-      ASSERT_EQ(page->Deactivate(), S_OK);
-    }
-  };
+  const RECT rect = {0, 0, 500, 500};
   for (const CreateFunction create : kPages) {
-    openAndClose(create, 1);  // what the first time leaves is the system's
-    const auto before = CountHandles(m_frame);
-    openAndClose(create, 200);
+    std::pair<int, int> before;
+    for (int i = 0; i <= 100; ++i) {
+      if (i == 1) before = CountHandles(m_frame);  // what the first time leaves is the system's
+      ComPtr<IPropertyPage> page;
+      ASSERT_EQ(create(nullptr, IID_PPV_ARGS(&page)), S_OK);
+      ASSERT_EQ(page->SetObjects(1, &object), S_OK);
+      PROPPAGEINFO info = {};
+      ASSERT_EQ(page->GetPageInfo(&info), S_OK);
+      CoTaskMemFree(info.pszTitle);
+      for (int times = 0; times < 2; ++times) {
+        ASSERT_EQ(page->Activate(m_frame, &rect, FALSE), S_OK);
+        ASSERT_EQ(page->Deactivate(), S_OK);
+      }
+    }
     EXPECT_EQ(CountHandles(m_frame), before);
   }
 }
