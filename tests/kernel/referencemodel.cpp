@@ -135,12 +135,6 @@ RotatedPlanes Rotate(const SineCosineFunction& sineCosine, const Level& level, d
   return planes;
 }
 
-/// Normal equations of one iteration, in the order theta, x, y.
-struct Equations {
-  std::array<std::array<std::int64_t, 3>, 3> matrix{};
-  std::array<std::int64_t, 3> vector{};
-};
-
 /// `derivative` is null when rotation is not estimated; the entries of theta then stay 0.
 Equations Accumulate(const Level& level, const Plane& current, const Plane* derivative, const Plane& mask,
                      std::int64_t x, std::int64_t y) {
@@ -211,10 +205,6 @@ Inverse3 Invert3(const std::array<std::array<std::int64_t, 3>, 3>& m) {
            {ac, bc, entry(WrappedCofactor(a, d, b, b))}}};
 }
 
-struct Update {
-  double theta = 0.0, x = 0.0, y = 0.0;
-};
-
 bool StepFits(double update) {
   const double step = std::copysign(std::ceil(std::fabs(update)), update);
   return step >= -2147483648.0 && step <= 2147483647.0;
@@ -251,12 +241,6 @@ struct Axis {
 
 int Sign(double value, int signOfZero) { return value > 0.0 ? 1 : value < 0.0 ? -1 : signOfZero; }
 
-bool IsValidRegion(const KernelParams& p) {
-  const Rect& r = p.roi;
-  return r.left < r.right && r.top < r.bottom && r.left >= 0 && r.right <= p.width && r.top >= 0 &&
-         r.bottom <= p.height;
-}
-
 bool AreValidMargins(const KernelParams& p) {
   return p.cropMarginX >= 0 && p.cropMarginX < p.width / 2 && p.cropMarginY >= 0 &&
          p.cropMarginY < p.height / 2;
@@ -284,23 +268,23 @@ std::vector<std::int32_t> BuildTranslationMask(int w, int h, std::int64_t x, std
   return BuildMask(Plane(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0), w, h, x, y);
 }
 
+Update SolveTranslation(const Equations& e) {
+  return Solve(Spread(Invert2(e.matrix[1][1], e.matrix[1][2], e.matrix[2][2]), 1, 2, 1.0), e.vector);
+}
+
+Update SolveRotation(const Equations& e) { return Solve(Invert3(e.matrix), e.vector); }
+
 ReferenceModel::ReferenceModel(SineCosineFunction sineCosine) : m_sineCosine(std::move(sineCosine)) {}
 
 bool ReferenceModel::Initialize(const KernelParams& params) {
   *this = ReferenceModel(m_sineCosine);
-  if (!IsValidRegion(params)) {
-    m_passThrough = m_initialized = true;
-    return true;
-  }
   if (!AreValidMargins(params) || params.clippingOption > 2 ||
       !kGaussianHalfRows.contains(params.windowLength))
     return false;
-  const std::int64_t stride = (std::int64_t{3} * params.width + 3) / 4 * 4;
-  if (stride > std::numeric_limits<std::int32_t>::max() / params.height) return false;
 
   m_params = params;
-  m_stride = stride;
-  m_frameSize = stride * params.height;
+  m_stride = (std::int64_t{3} * params.width + 3) / 4 * 4;
+  m_frameSize = m_stride * params.height;
   m_latencyCount = static_cast<std::size_t>(params.windowLength / 2 + 1);
   m_weights = WeightRow(params.windowLength, params.gaussianWeights != 0);
   const std::int32_t mx = params.cropMarginX, my = params.cropMarginY;
@@ -314,13 +298,10 @@ bool ReferenceModel::Initialize(const KernelParams& params) {
     h = (h - 3) / 2 - 4;
   }
   m_motion.resize(static_cast<std::size_t>(params.windowLength), MotionRecord{});
-  m_initialized = true;
   return true;
 }
 
 bool ReferenceModel::ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput) {
-  if (m_passThrough) return true;
-  if (!m_initialized) return false;
   if (m_history.size() == m_latencyCount) m_history.pop_front();
   const bool repeats = repeatPrevious && !m_history.empty();
   m_history.push_back(repeats ? Frame(m_history.back()) : Frame(pixels, pixels + m_frameSize));
@@ -332,18 +313,6 @@ bool ReferenceModel::ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, boo
   CompensateFrame(m_correction, pixels);
   return true;
 }
-
-void ReferenceModel::Reset() {
-  m_history.clear();
-  std::fill(m_motion.begin(), m_motion.end(), MotionRecord{});
-  m_correction = {};
-}
-
-MotionRecord ReferenceModel::LatestMotion() const {
-  return m_motion.empty() ? MotionRecord{} : m_motion.back();
-}
-
-MotionRecord ReferenceModel::LatestCorrection() const { return m_correction; }
 
 void ReferenceModel::BuildPyramid() {
   for (Level& level : m_levels) {
@@ -404,9 +373,8 @@ void ReferenceModel::EstimateTranslation(std::size_t index) {
   int oscillations = 0;
   for (int iteration = 0; iteration < kMaxIterations && oscillations < kMaxOscillations; ++iteration) {
     const Plane mask = BuildTranslationMask(level.width, level.height, x.position, y.position);
-    const Equations e = Accumulate(level, level.current, nullptr, mask, x.position, y.position);
-    const Inverse2 inverse = Invert2(e.matrix[1][1], e.matrix[1][2], e.matrix[2][2]);
-    const Update u = Solve(Spread(inverse, 1, 2, 1.0), e.vector);
+    const Update u =
+        SolveTranslation(Accumulate(level, level.current, nullptr, mask, x.position, y.position));
     const int sx = Sign(u.x, 0), sy = Sign(u.y, 0);
     if (x.sign == -sx && y.sign == -sy) ++oscillations;
     x.Advance(u.x, sx);
@@ -425,8 +393,8 @@ void ReferenceModel::EstimateRotation(std::size_t index) {
   for (int iteration = 0; iteration < kMaxIterations && oscillations < kMaxOscillations; ++iteration) {
     const RotatedPlanes planes = Rotate(m_sineCosine, level, theta);
     const Plane mask = BuildMask(planes.validity, level.width, level.height, x.position, y.position);
-    const Equations e = Accumulate(level, planes.rotated, &planes.derivative, mask, x.position, y.position);
-    const Update u = Solve(Invert3(e.matrix), e.vector);
+    const Update u =
+        SolveRotation(Accumulate(level, planes.rotated, &planes.derivative, mask, x.position, y.position));
     const int st = Sign(u.theta, -1), sx = Sign(u.x, -1), sy = Sign(u.y, -1);
     if (thetaSign == -st && x.sign == -sx && y.sign == -sy) ++oscillations;
     x.Advance(u.x, sx);

@@ -29,6 +29,19 @@ std::vector<std::int32_t> BuildMask(const std::vector<std::int32_t>& source, int
 /// The same for a source whose samples are all usable (zero).
 std::vector<std::int32_t> BuildTranslationMask(int w, int h, std::int64_t x, std::int64_t y);
 
+/// Normal equations of one iteration, in the order theta, x, y. Without rotation the entries of theta are 0.
+struct Equations {
+  std::array<std::array<std::int64_t, 3>, 3> matrix{};
+  std::array<std::int64_t, 3> vector{};
+};
+
+struct Update {
+  double theta = 0.0, x = 0.0, y = 0.0;
+};
+
+Update SolveTranslation(const Equations& equations);
+Update SolveRotation(const Equations& equations);
+
 /// One pyramid level. The estimate of a level other than 0 is doubled, ready for the next finer one.
 struct Level {
   int width, height;
@@ -40,18 +53,14 @@ class ReferenceModel {
  public:
   explicit ReferenceModel(SineCosineFunction sineCosine);
 
-  /// False for margins, clipping option, window length or frame size out of range; an invalid region is
-  /// accepted and lets every frame pass untouched.
+  /// False for margins, clipping option or window length out of range. The region must lie in the frame.
   bool Initialize(const KernelParams& params);
 
   /// `pixels` holds one frame; it is overwritten only when `*noOutput` becomes false.
   bool ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput);
 
-  /// Forgets frames and motion, keeps the set-up.
-  void Reset();
-
-  MotionRecord LatestMotion() const;      ///< newest record of the ring, zeros if there is none
-  MotionRecord LatestCorrection() const;  ///< of the frame delivered last, zeros before the first
+  MotionRecord LatestMotion() const { return m_motion.back(); }
+  MotionRecord LatestCorrection() const { return m_correction; }  ///< of the frame delivered last, or zeros
 
  private:
   void BuildPyramid();
@@ -71,8 +80,6 @@ class ReferenceModel {
   void FillColumns(std::uint8_t* pixels, int from, int to) const;
 
   SineCosineFunction m_sineCosine;
-  bool m_passThrough = false;
-  bool m_initialized = false;
   KernelParams m_params{};
   std::int64_t m_stride = 0, m_frameSize = 0;
   std::size_t m_latencyCount = 0;
