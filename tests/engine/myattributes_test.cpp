@@ -1,6 +1,7 @@
 #include "engine/myattributes.h"
 
 #include <thread>
+#include <tuple>
 
 #include "testenvironment.h"
 
@@ -40,39 +41,26 @@ class MyAttributesTest : public EngineTest {
 
 TEST_F(MyAttributesTest, EveryWriteNotifiesOnceAndNothingElseDoes) {
   Listener listener(m_pStore.Get());
-  auto calls = [&, last = 0]() mutable { return listener.calls - std::exchange(last, listener.calls); };
-  PROPVARIANT value = {};
-  value.vt = VT_UI4;
-  value.ulVal = 9;
+  PROPVARIANT number = {}, unknownType = {};
+  number.vt = VT_UI4;
+  unknownType.vt = VT_UI1;
   const UINT8 blob[] = {1, 2, 3};
-  EXPECT_EQ(m_pStore->SetItem(kKey, value), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetItem";
-  EXPECT_EQ(m_pStore->SetUINT32(kKey, 9), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetUINT32 of the value that is there";
-  EXPECT_EQ(m_pStore->SetUINT64(kKey, 1), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetUINT64";
-  EXPECT_EQ(m_pStore->SetDouble(kKey, 1.5), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetDouble";
-  EXPECT_EQ(m_pStore->SetGUID(kKey, kKey), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetGUID";
-  EXPECT_EQ(m_pStore->SetString(kKey, L"text"), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetString";
-  EXPECT_EQ(m_pStore->SetBlob(kKey, blob, 3), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetBlob";
-  EXPECT_EQ(m_pStore->SetUnknown(kKey, nullptr), S_OK);
-  EXPECT_EQ(calls(), 1) << "SetUnknown";
-  value.vt = VT_UI1;
-  EXPECT_HRESULT_FAILED(m_pStore->SetItem(kKey, value));
-  EXPECT_EQ(calls(), 1) << "a write that failed";
+  const HRESULT writes[] = {m_pStore->SetItem(kKey, number),     m_pStore->SetUINT32(kKey, 0),
+                            m_pStore->SetUINT64(kKey, 1),        m_pStore->SetDouble(kKey, 1.5),
+                            m_pStore->SetGUID(kKey, kKey),       m_pStore->SetString(kKey, L"text"),
+                            m_pStore->SetBlob(kKey, blob, 3),    m_pStore->SetUnknown(kKey, nullptr),
+                            m_pStore->SetItem(kKey, unknownType)};
+  for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ(writes[i], S_OK) << i;
+  EXPECT_HRESULT_FAILED(writes[8]);
+  EXPECT_EQ(listener.calls, 9) << "writes of what is there and those that fail count, too";
 
-  UINT32 number = 0;
-  EXPECT_HRESULT_FAILED(m_pStore->GetUINT32(kKey, &number));
+  UINT32 value = 0;
+  EXPECT_HRESULT_FAILED(m_pStore->GetUINT32(kKey, &value));
   EXPECT_EQ(m_pStore->DeleteItem(kKey), S_OK);
-  EXPECT_EQ(m_pStore->SetUINT32(kKey, 9), S_OK);
   EXPECT_EQ(m_pStore->DeleteAllItems(), S_OK);
   m_pStore->LockStore();
   m_pStore->UnlockStore();
-  EXPECT_EQ(calls(), 1) << "reads, deletions and bare locks";
+  EXPECT_EQ(listener.calls, 9) << "reads, deletions and bare locks";
 }
 
 TEST_F(MyAttributesTest, ABatchAndWhatTheListenerWritesAreOneNotification) {
@@ -97,75 +85,55 @@ TEST_F(MyAttributesTest, ABatchAndWhatTheListenerWritesAreOneNotification) {
 }
 
 TEST_F(MyAttributesTest, ForwardsEveryReadToThePlatformsStore) {
-  const UINT8 blob[] = {5, 6, 7};
   using settingskeys::Key;
-  constexpr GUID kText = Key(2), kBlob = Key(3), kWide = Key(4), kReal = Key(5), kGuid = Key(6),
-                 kObject = Key(7);
+  constexpr GUID kText = Key(2), kBlob = Key(3), kObject = Key(4), kWide = Key(5), kReal = Key(6),
+                 kGuid = Key(7);
+  const UINT8 blob[] = {5, 6, 7};
+  ComPtr<IMFAttributes> copy, object;
+  ASSERT_EQ(MFCreateAttributes(&copy, 8), S_OK);
   m_pStore->SetUINT32(kKey, 42);
   m_pStore->SetString(kText, L"text");
   m_pStore->SetBlob(kBlob, blob, 3);
   m_pStore->SetUINT64(kWide, 1ULL << 40);
   m_pStore->SetDouble(kReal, 2.5);
   m_pStore->SetGUID(kGuid, kBlob);
-  ComPtr<IMFAttributes> other;
-  ASSERT_EQ(MFCreateAttributes(&other, 1), S_OK);
-  m_pStore->SetUnknown(kObject, other.Get());
+  m_pStore->SetUnknown(kObject, copy.Get());
+  EXPECT_EQ(m_pStore->GetUnknown(kObject, IID_PPV_ARGS(&object)), S_OK);
+  EXPECT_EQ(object.Get(), copy.Get());
+  object.Reset();
+  m_pStore->DeleteItem(kObject);
 
-  UINT32 number = 0, size = 0;
+  UINT32 count = 0, textLength = 0, blobSize = 0;
   UINT64 wide = 0;
   double real = 0;
-  GUID guid = {};
-  WCHAR text[8];
-  UINT8 bytes[8];
-  EXPECT_EQ(m_pStore->GetUINT64(kWide, &wide), S_OK);
-  EXPECT_EQ(m_pStore->GetDouble(kReal, &real), S_OK);
-  EXPECT_EQ(m_pStore->GetGUID(kGuid, &guid), S_OK);
-  EXPECT_EQ(wide, 1ULL << 40);
-  EXPECT_EQ(real, 2.5);
-  EXPECT_TRUE(guid == kBlob);
-  EXPECT_EQ(m_pStore->GetStringLength(kText, &size), S_OK);
-  EXPECT_EQ(size, 4U);
-  EXPECT_EQ(m_pStore->GetString(kText, text, 8, &size), S_OK);
+  GUID guid = {}, firstKey = {};
+  WCHAR text[8] = {}, *allocatedText = nullptr;
+  UINT8 bytes[8] = {}, *allocatedBlob = nullptr;
+  PROPVARIANT item = {};
+  MF_ATTRIBUTE_TYPE type = MF_ATTRIBUTE_STRING;
+  BOOL equal = FALSE, allEqual = FALSE;
+  for (const HRESULT hr :
+       {m_pStore->GetCount(&count), m_pStore->GetStringLength(kText, &textLength),
+        m_pStore->GetBlobSize(kBlob, &blobSize), m_pStore->GetUINT64(kWide, &wide),
+        m_pStore->GetDouble(kReal, &real), m_pStore->GetGUID(kGuid, &guid),
+        m_pStore->GetItemByIndex(0, &firstKey, nullptr), m_pStore->GetString(kText, text, 8, nullptr),
+        m_pStore->GetAllocatedString(kText, &allocatedText, &textLength),
+        m_pStore->GetBlob(kBlob, bytes, 8, nullptr),
+        m_pStore->GetAllocatedBlob(kBlob, &allocatedBlob, &blobSize), m_pStore->GetItem(kKey, &item),
+        m_pStore->GetItemType(kKey, &type), m_pStore->CompareItem(kKey, item, &equal),
+        m_pStore->CopyAllItems(copy.Get()),
+        m_pStore->Compare(copy.Get(), MF_ATTRIBUTES_MATCH_ALL_ITEMS, &allEqual)})
+    EXPECT_EQ(hr, S_OK);
+  EXPECT_EQ(std::tuple(count, textLength, blobSize, wide, real), std::tuple(6U, 4U, 3U, 1ULL << 40, 2.5));
+  EXPECT_TRUE(guid == kBlob && firstKey == kKey && equal && allEqual);
   EXPECT_STREQ(text, L"text");
-  EXPECT_EQ(m_pStore->GetBlobSize(kBlob, &size), S_OK);
-  EXPECT_EQ(size, 3U);
-  EXPECT_EQ(m_pStore->GetBlob(kBlob, bytes, 8, &size), S_OK);
-  EXPECT_EQ(bytes[2], 7);
-
-  WCHAR* allocatedText = nullptr;
-  UINT8* allocatedBlob = nullptr;
-  EXPECT_EQ(m_pStore->GetAllocatedString(kText, &allocatedText, &size), S_OK);
   EXPECT_STREQ(allocatedText, L"text");
-  EXPECT_EQ(m_pStore->GetAllocatedBlob(kBlob, &allocatedBlob, &size), S_OK);
+  EXPECT_EQ(bytes[2], 7);
   EXPECT_EQ(allocatedBlob[0], 5);
+  EXPECT_EQ(item.ulVal, 42U);
+  EXPECT_EQ(type, MF_ATTRIBUTE_UINT32);
   CoTaskMemFree(allocatedText);
   CoTaskMemFree(allocatedBlob);
-
-  ComPtr<IMFAttributes> object;
-  EXPECT_EQ(m_pStore->GetUnknown(kObject, IID_PPV_ARGS(&object)), S_OK);
-  EXPECT_EQ(object.Get(), other.Get());
-  object.Reset();
-
-  PROPVARIANT item = {};
-  BOOL equal = FALSE;
-  MF_ATTRIBUTE_TYPE type = MF_ATTRIBUTE_STRING;
-  EXPECT_EQ(m_pStore->GetItem(kKey, &item), S_OK);
-  EXPECT_EQ(item.ulVal, 42U);
-  EXPECT_EQ(m_pStore->GetItemType(kKey, &type), S_OK);
-  EXPECT_EQ(type, MF_ATTRIBUTE_UINT32);
-  EXPECT_EQ(m_pStore->CompareItem(kKey, item, &equal), S_OK);
-  EXPECT_TRUE(equal);
-  EXPECT_EQ(m_pStore->GetCount(&number), S_OK);
-  EXPECT_EQ(number, 7U);
-  EXPECT_EQ(m_pStore->GetItemByIndex(0, &guid, nullptr), S_OK);
-  EXPECT_TRUE(guid == kKey);
-
-  m_pStore->DeleteItem(kObject);
-  ComPtr<IMFAttributes> copy;
-  ASSERT_EQ(MFCreateAttributes(&copy, 1), S_OK);
-  EXPECT_EQ(m_pStore->CopyAllItems(copy.Get()), S_OK);
-  EXPECT_EQ(m_pStore->Compare(copy.Get(), MF_ATTRIBUTES_MATCH_ALL_ITEMS, &equal), S_OK);
-  EXPECT_TRUE(equal);
 }
 
 TEST_F(MyAttributesTest, DeletesAndReadsWithoutTheLock) {

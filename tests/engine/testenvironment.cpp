@@ -1,11 +1,9 @@
 #include "testenvironment.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <malloc.h>
-#include <mferror.h>
 #include <mutex>
 #include <new>
 
@@ -129,33 +127,4 @@ Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImp
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;
   *facade.GetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, callback, &CreateAttributes);
   return facade;
-}
-
-int FailingAttributes::writesLeft = kNoFailure;
-
-HRESULT STDAPICALLTYPE FailingAttributes::Create(IMFAttributes** attributes, UINT32) {
-  *attributes = new FailingAttributes;
-  return S_OK;
-}
-
-STDMETHODIMP_(ULONG) FailingAttributes::Release() {
-  const ULONG count = --m_references;
-  if (count == 0) delete this;
-  return count;
-}
-
-STDMETHODIMP FailingAttributes::GetUINT32(REFGUID key, UINT32* value) {
-  const auto item =
-      std::find_if(m_items.begin(), m_items.end(), [&](const auto& row) { return row.key == key; });
-  if (item == m_items.end()) return MF_E_ATTRIBUTENOTFOUND;
-  *value = item->value;
-  return S_OK;
-}
-
-STDMETHODIMP FailingAttributes::SetUINT32(REFGUID key, UINT32 value) {
-  if (writesLeft == 0) return E_ACCESSDENIED;
-  if (writesLeft != kNoFailure) --writesLeft;
-  std::erase_if(m_items, [&](const auto& row) { return row.key == key; });
-  m_items.push_back({key, value});
-  return S_OK;
 }
