@@ -29,15 +29,7 @@ bool IsOneLine(const std::string& text) {
 constexpr std::int32_t kWidth = 101, kHeight = 90;
 constexpr int kFrames = 11;
 
-Bytes ShotClip(int frames = kFrames) {
-  const Scene scene({kWidth, kHeight}, 24);
-  Bytes clip;
-  for (int i = 0; i < frames; ++i) {
-    const Bytes packed = Packed(scene.Shoot(ShakyPose(i)).data(), kWidth, kHeight, scene.Frame().strideBytes);
-    clip.insert(clip.end(), packed.begin(), packed.end());
-  }
-  return clip;
-}
+Bytes ShotClip(int frames = kFrames) { return ShakyClip(kWidth, kHeight, frames); }
 
 /// The same clip through the kernel alone.
 Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int32_t outputHeight,
@@ -96,52 +88,39 @@ TEST(Command, FillsWhatTheCroppedFrameLacksWithBackground) {
   EXPECT_NE(outcome.output[kRowBytes * kRowsWithoutRoom + 3], background[0]);
 }
 
-TEST(Command, MakesNothingOfNothing) {
-  const Outcome outcome = RunWords("--size 64x48");
-  EXPECT_EQ(outcome.code, 0) << outcome.messages;
-  EXPECT_TRUE(outcome.output.empty());
-}
-
 TEST(Command, ClampsMarginsAndRegionAsTheSettingsDo) {
   EXPECT_EQ(RunWords("--size 640x480 --crop 5000,10 --clip crop --output-size").output,
             (Bytes{'2', 'x', '4', '6', '0', '\n'}));
   EXPECT_EQ(RunWords("--size 640x480 --crop 5000,10 --output-size").output,
             (Bytes{'6', '4', '0', 'x', '4', '8', '0', '\n'}));
-  EXPECT_EQ(RunWords("--size 64x48 --roi -5,-5,9000,9000").code, 0);
+  const Outcome nothing = RunWords("--size 64x48 --roi -5,-5,9000,9000");
+  EXPECT_EQ(nothing.code, 0) << nothing.messages;
+  EXPECT_TRUE(nothing.output.empty());
 }
 
 TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
   for (const auto& [words, named] : std::vector<std::pair<std::string, std::string>>{
            {"", "--size"},
-           {"--rotation", "--size"},
-           {"--size", "--size"},
            {"--size 67", "67"},
-           {"--size 64x48x2", "64x48x2"},
            {"--size 64x", "64x"},
-           {"--size -64x48", "-64x48"},
            {"--size 1x100", "at least 2"},
            {"--size 99999999999x4", "99999999999x4"},
            {"--size 40000x40000", "2147483647"},
            {"--size 64x48 --window 33", "33"},
-           {"--size 64x48 --quality 7", "7"},
            {"--size 64x48 --roi 1,2,3", "1,2,3"},
            {"--size 64x48 --roi 30,10,20,40", "30,10,20,40"},
            {"--size 64x48 --roi 64,0,80,48", "outside the 64x48"},
-           {"--size 64x48 --roi=-9,-9,-1,-1", "outside the 64x48"},
            {"--size 64x48 --frames -3", "-3"},
            {"--size 64x48 --crop -1,4", "-1,4"},
            {"--size 64x48 --crop 517", "517"},
            {"--size 64x48 --clip zoom", "outline, crop or stretch"},
            {"--size 64x48 --interpolation cubic", "cubic"},
            {"--size 64x48 --background red", "red"},
-           {"--size 64x48 --background 12345", "12345"},
            {"--size 64x48 --engine transform --simd scalar", kHasTransform ? "--simd" : "Windows"},
            {"--size 64x48 --registered --motion x", kHasTransform ? "--motion" : "Windows"},
            {"--size 64x48 --registered --roi 0,0,20,30", kHasTransform ? "--roi" : "Windows"},
            {"--size 64x48 --registered --engine kernel", kHasTransform ? "kernel" : "Windows"},
            {"--settings --size 4", kHasTransform ? "4" : "Windows"},
-           {"--size 64x48 --engine gpu", "gpu"},
-           {"--size 64x48 --frames many", "many"},
            {"--size 64x48 --simd mmx", "mmx"},
            {"--size 64x48 --rotation=yes", "--rotation"},
            {"--size 64x48 --motion", "--motion"},
@@ -155,25 +134,24 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
   }
 }
 
-TEST(Command, TakesTheNamedLoopsAndTheBestByDefault) {
-  const char* words[] = {"--size", "64x48", "--simd", ""};
+TEST(Command, TakesTheNamedLoopsAndEachQuality) {
   for (const KernelOps* const ops : AvailableOps()) {
-    words[3] = ops->name;
+    const char* const words[] = {"--size", "64x48", "--simd", ops->name};
     EXPECT_EQ(ParseOptions(words).ops, ops);
   }
-  EXPECT_EQ(ParseOptions(std::span(words).first(2)).ops, nullptr) << "the best there are";
+  for (std::int32_t quality = 0; quality < 4; ++quality) {
+    const Arguments arguments("--size 64x48 --quality " + std::to_string(quality + 1));
+    const Options options = ParseOptions(arguments.Pointers());
+    EXPECT_EQ(options.settings.GlobalEstimationQuality, quality);
+    EXPECT_EQ(options.ops, nullptr) << "the best there are";
+  }
 }
 
 TEST(Command, HelpsAndTellsItsVersion) {
-  const Outcome help = RunWords("--help --nonsense");
+  const Outcome help = RunWords("--help --nonsense"), version = RunWords("--version");
   EXPECT_EQ(help.code, 0);
-  const std::string text(help.output.begin(), help.output.end());
-  for (const char* const option : {"--output-size", "--size", "--window", "--rotation", "--quality", "--roi",
-                                   "--crop", "--clip", "--interpolation", "--background", "--engine",
-                                   "--motion", "--frames", "--simd", "--quiet", "--help", "--version"})
-    EXPECT_NE(text.find(option), std::string::npos) << option;
-  const Bytes version = RunWords("--version").output;
-  EXPECT_EQ(std::string(version.begin(), version.end()).rfind("vstabilize ", 0), 0U);
+  EXPECT_NE(std::string(help.output.begin(), help.output.end()).find("--output-size"), std::string::npos);
+  EXPECT_EQ(std::string(version.output.begin(), version.output.end()).rfind("vstabilize ", 0), 0U);
 }
 
 TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
@@ -186,13 +164,6 @@ TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
   EXPECT_TRUE(IsOneLine(cut.messages));
   EXPECT_NE(cut.messages.find("frame 8"), std::string::npos) << cut.messages;
   EXPECT_EQ(cut.output, whole.output);
-}
-
-TEST(Command, MapsEachQuality) {
-  for (std::int32_t quality = 0; quality < 4; ++quality) {
-    const Arguments arguments("--size 64x48 --quality " + std::to_string(quality + 1));
-    EXPECT_EQ(ParseOptions(arguments.Pointers()).settings.GlobalEstimationQuality, quality);
-  }
 }
 
 #ifdef __linux__

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "host/command.h"
+#include "support/scene.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -62,4 +63,14 @@ Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height,
   for (std::int32_t row = height; row-- > 0;)
     packed.insert(packed.end(), frame + row * pitch, frame + row * pitch + std::ptrdiff_t{width} * 3);
   return packed;
+}
+
+Bytes ShakyClip(std::int32_t width, std::int32_t height, int frames) {
+  const Scene scene({width, height}, 24);
+  Bytes clip;
+  for (int i = 0; i < frames; ++i) {
+    const Bytes packed = Packed(scene.Shoot(ShakyPose(i)).data(), width, height, scene.Frame().strideBytes);
+    clip.insert(clip.end(), packed.begin(), packed.end());
+  }
+  return clip;
 }

@@ -40,3 +40,6 @@ Outcome RunWords(const std::string& words, const Bytes& input = {}, std::FILE* o
 
 /// Rows without padding, top row first, of a padded bottom-up frame.
 Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch);
+
+/// A moving camera's frames as the command reads them.
+Bytes ShakyClip(std::int32_t width, std::int32_t height, int frames);

@@ -19,16 +19,6 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-Bytes ShakyClip(std::int32_t width, std::int32_t height, int frames) {
-  const Scene scene({width, height}, 24);
-  Bytes clip;
-  for (int i = 0; i < frames; ++i) {
-    const Bytes packed = Packed(scene.Shoot(ShakyPose(i)).data(), width, height, scene.Frame().strideBytes);
-    clip.insert(clip.end(), packed.begin(), packed.end());
-  }
-  return clip;
-}
-
 void ExpectSameBytes(const std::string& words, const Bytes& clip) {
   const Outcome kernel = RunWords(words + " --engine kernel", clip);
   const Outcome transform = RunWords(words + " --engine transform", clip);
