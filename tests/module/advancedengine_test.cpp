@@ -1,4 +1,5 @@
 #include <array>
+#include <type_traits>
 
 #include "transformtest.h"
 
@@ -72,13 +73,12 @@ class VideoDsp final : public IMFTransform, public IClassFactory {
     lastCall = {operation, AsNumber(arguments)...};
     return static_cast<HRESULT>(0x12340000 + operation);
   }
-  template <class Number>
-  static std::uint64_t AsNumber(Number number) {
-    return static_cast<std::uint64_t>(number);
-  }
-  template <class Object>
-  static std::uint64_t AsNumber(Object* pointer) {
-    return reinterpret_cast<std::uint64_t>(pointer);
+  template <class Argument>
+  static std::uint64_t AsNumber(Argument argument) {
+    if constexpr (std::is_pointer_v<Argument>)
+      return reinterpret_cast<std::uint64_t>(argument);
+    else
+      return static_cast<std::uint64_t>(argument);
   }
 };
 
@@ -99,7 +99,7 @@ class InstalledVideoDsp {
   DWORD m_registration = 0;
 };
 
-class AdvancedEngine : private InstalledVideoDsp, public Transform {
+class AdvancedEngine : public InstalledVideoDsp, public Transform {
  protected:
   /// Makes one call of the transform and the same of the video DSP.
   template <class Result, class... Parameters, class... Arguments>
@@ -121,9 +121,6 @@ class AdvancedEngine : private InstalledVideoDsp, public Transform {
   }
 
   std::uint32_t m_forwarded = 0;  ///< a bit for each operation
-
-  CVKVStabilizeImpl* Facade() { return static_cast<CVKVStabilizeImpl*>(m_pSettings.Get()); }
-  VideoDsp& Dsp() { return m_dsp; }
 };
 
 TEST_F(AdvancedEngine, GetsEveryOperationAsItIs) {
@@ -132,13 +129,12 @@ TEST_F(AdvancedEngine, GetsEveryOperationAsItIs) {
   DWORD a = 0, b = 0, c = 0, d = 0;
   MFT_INPUT_STREAM_INFO input = {};
   MFT_OUTPUT_STREAM_INFO output = {};
-  IMFAttributes* attributes = nullptr;
-  IMFMediaType* none = nullptr;
   MFT_OUTPUT_DATA_BUFFER buffer = {};
-  const ComPtr<IMFMediaType> type = VideoType();
-  const ComPtr<IMFSample> sample = Sample(1);
-  ExpectForwarded(&IMFTransform::GetStreamLimits, &a, &b, &c, &d);
-  ExpectForwarded(&IMFTransform::GetStreamCount, &a, &b);
+  IMFAttributes* attributes = nullptr;
+  IMFMediaType* type = nullptr;
+  // Also what this transform would refuse is the other's to judge.
+  ExpectForwarded(&IMFTransform::GetStreamLimits, nullptr, &b, &c, &d);
+  ExpectForwarded(&IMFTransform::GetStreamCount, nullptr, &b);
   ExpectForwarded(&IMFTransform::GetStreamIDs, 5UL, &a, 6UL, &b);
   ExpectForwarded(&IMFTransform::GetInputStreamInfo, 7UL, &input);
   ExpectForwarded(&IMFTransform::GetOutputStreamInfo, 7UL, &output);
@@ -146,39 +142,26 @@ TEST_F(AdvancedEngine, GetsEveryOperationAsItIs) {
   ExpectForwarded(&IMFTransform::GetOutputStreamAttributes, 7UL, &attributes);
   ExpectForwarded(&IMFTransform::DeleteInputStream, 7UL);
   ExpectForwarded(&IMFTransform::AddInputStreams, 7UL, &a);
-  ExpectForwarded(&IMFTransform::GetInputAvailableType, 7UL, 8UL, &none);
-  ExpectForwarded(&IMFTransform::GetOutputAvailableType, 7UL, 8UL, &none);
-  ExpectForwarded(&IMFTransform::SetInputType, 0UL, type.Get(), 0UL);
-  ExpectForwarded(&IMFTransform::SetOutputType, 0UL, type.Get(), 0UL);
-  ExpectForwarded(&IMFTransform::GetInputCurrentType, 7UL, &none);
-  ExpectForwarded(&IMFTransform::GetOutputCurrentType, 7UL, &none);
+  ExpectForwarded(&IMFTransform::GetInputAvailableType, 7UL, 8UL, &type);
+  ExpectForwarded(&IMFTransform::GetOutputAvailableType, 7UL, 8UL, &type);
+  ExpectForwarded(&IMFTransform::SetInputType, 3UL, VideoType().Get(), 4UL);
+  ExpectForwarded(&IMFTransform::SetOutputType, 3UL, VideoType().Get(), 4UL);
+  ExpectForwarded(&IMFTransform::GetInputCurrentType, 7UL, &type);
+  ExpectForwarded(&IMFTransform::GetOutputCurrentType, 7UL, &type);
   ExpectForwarded(&IMFTransform::GetInputStatus, 7UL, &a);
   ExpectForwarded(&IMFTransform::GetOutputStatus, &a);
   ExpectForwarded(&IMFTransform::SetOutputBounds, -9LL, 9LL);
-  ExpectForwarded(&IMFTransform::ProcessEvent, 7UL, static_cast<IMFMediaEvent*>(nullptr));
+  ExpectForwarded(&IMFTransform::ProcessEvent, 7UL, nullptr);
   ExpectForwarded(&IMFTransform::ProcessMessage, MFT_MESSAGE_SET_D3D_MANAGER, ULONG_PTR{9});
-  ExpectForwarded(&IMFTransform::ProcessInput, 0UL, sample.Get(), 0UL);
-  ExpectForwarded(&IMFTransform::ProcessOutput, 0UL, 1UL, &buffer, &a);
-  // Arguments that this transform would refuse are the other's to judge.
-  ExpectForwarded(&IMFTransform::GetStreamCount, static_cast<DWORD*>(nullptr), static_cast<DWORD*>(nullptr));
-  ExpectForwarded(&IMFTransform::ProcessInput, 3UL, static_cast<IMFSample*>(nullptr), 4UL);
-  ExpectForwarded(&IMFTransform::SetOutputType, 3UL, none, 4UL);
-  ExpectForwarded(&IMFTransform::ProcessOutput, 1UL, 2UL, static_cast<MFT_OUTPUT_DATA_BUFFER*>(nullptr), &a);
+  ExpectForwarded(&IMFTransform::ProcessInput, 3UL, Sample(1).Get(), 4UL);
+  ExpectForwarded(&IMFTransform::ProcessOutput, 1UL, 2UL, &buffer, nullptr);
 
-  const std::uint32_t all = (1U << 24) - 2, getAttributes = 1U << 6;
-  EXPECT_EQ(m_forwarded, all & ~getAttributes);
-  Dsp().lastCall = {};
+  constexpr std::uint32_t kAll = (1U << 24) - 2, kGetAttributes = 1U << 6;
+  EXPECT_EQ(m_forwarded, kAll & ~kGetAttributes);
+  m_dsp.lastCall = {};
   EXPECT_EQ(m_pTransform->GetAttributes(&attributes), E_NOTIMPL);
-  ComPtr<ISpecifyPropertyPages> pages;
-  EXPECT_EQ(m_pTransform.As(&pages), S_OK);
-  EXPECT_EQ(Dsp().lastCall, VideoDsp::Call{}) << "those are never forwarded";
+  EXPECT_EQ(m_dsp.lastCall, VideoDsp::Call{}) << "that is never forwarded";
   EXPECT_TRUE(m_traces.empty());
-
-  m_pSettings->put_UseAdvancedEngine(VARIANT_FALSE);
-  EXPECT_EQ(m_pTransform->GetInputCurrentType(0, &none), MF_E_TRANSFORM_TYPE_NOT_SET)
-      << "nothing was kept here";
-  EXPECT_EQ(m_pTransform->GetOutputCurrentType(0, &none), MF_E_TRANSFORM_TYPE_NOT_SET);
-  EXPECT_FALSE(IsForwarding());
 }
 
 TEST_F(AdvancedEngine, IsUsedOnlyWhenThereIsOneAndItIsChosen) {
@@ -195,11 +178,12 @@ TEST_F(AdvancedEngine, IsUsedOnlyWhenThereIsOneAndItIsChosen) {
     EXPECT_EQ(flag, VARIANT_TRUE);
     EXPECT_TRUE(IsForwarding());
   }
-  Facade()->SetAdvancedEngineAvailable(false);
+  auto* const facade = static_cast<CVKVStabilizeImpl*>(m_pSettings.Get());
+  facade->SetAdvancedEngineAvailable(false);
   EXPECT_FALSE(IsForwarding());
-  Facade()->Attributes()->SetUINT32(VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, 2);
+  facade->Attributes()->SetUINT32(VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, 2);
   EXPECT_TRUE(IsForwarding()) << "any stored number but 0 reads true";
-  Facade()->Attributes()->DeleteItem(VKVSTAB_ATTR_USE_ADVANCED_ENGINE);
+  facade->Attributes()->DeleteItem(VKVSTAB_ATTR_USE_ADVANCED_ENGINE);
   EXPECT_FALSE(IsForwarding());
 }
 
@@ -212,30 +196,27 @@ void SaveAdvancedEngine(bool available) {
   EXPECT_EQ(facade->SaveAttributes(), S_OK);
 }
 
-TEST_F(AdvancedEngine, IsTakenFromSavedSettingsWhenThereIsOne) {
+TEST_F(AdvancedEngine, IsTakenFromSavedSettings) {
   SaveAdvancedEngine(false);
-  ComPtr<IMFTransform> transform;
-  ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&transform)), S_OK);
-  DWORD flags = 0;
-  EXPECT_GT(transform->GetOutputStatus(&flags), 0x12340000);
+  ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(m_pTransform.ReleaseAndGetAddressOf())),
+            S_OK);
+  EXPECT_TRUE(IsForwarding());
 }
 
 TEST_F(Transform, ForwardsNothingToAnEngineThatDoesNotExist) {
   SaveAdvancedEngine(true);
-  ComPtr<IVKFVStabilize> fresh;
-  VARIANT_BOOL flag = VARIANT_TRUE;
   ASSERT_EQ(m_pSettings->LoadAttributes(), S_OK);
-  m_pSettings->get_AdvancedEngineAvailable(&flag);
-  EXPECT_EQ(flag, VARIANT_TRUE) << "so the settings say";
   SetTypes();
   EXPECT_EQ(Feed(1), MF_E_TRANSFORM_NEED_MORE_INPUT);
 
-  // A new transform corrects them.
+  // A new transform corrects what the settings say.
+  ComPtr<IVKFVStabilize> fresh;
+  VARIANT_BOOL isAvailable = VARIANT_TRUE, isUsed = VARIANT_TRUE;
   ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&fresh)), S_OK);
-  fresh->get_AdvancedEngineAvailable(&flag);
-  EXPECT_EQ(flag, VARIANT_FALSE);
-  fresh->get_UseAdvancedEngine(&flag);
-  EXPECT_EQ(flag, VARIANT_FALSE);
+  fresh->get_AdvancedEngineAvailable(&isAvailable);
+  fresh->get_UseAdvancedEngine(&isUsed);
+  EXPECT_EQ(isAvailable, VARIANT_FALSE);
+  EXPECT_EQ(isUsed, VARIANT_FALSE);
 }
 
 }  // namespace
