@@ -75,13 +75,10 @@ void Transform::Crop(LONG leftRight, LONG topBottom) {
   m_pSettings->put_CropEnabled(VARIANT_TRUE);
 }
 
-HRESULT Transform::Output(IMFSample* sample, DWORD* bufferStatus) {
-  MFT_OUTPUT_DATA_BUFFER buffer = {};
-  buffer.pSample = sample;
-  DWORD status = 77;
-  const HRESULT hr = m_pTransform->ProcessOutput(0, 1, &buffer, &status);
-  if (bufferStatus) *bufferStatus = buffer.dwStatus;
-  return hr;
+HRESULT Transform::Output(IMFSample* sample) {
+  MFT_OUTPUT_DATA_BUFFER buffer = {0, sample, 0, nullptr};
+  DWORD status = 0;
+  return m_pTransform->ProcessOutput(0, 1, &buffer, &status);
 }
 
 HRESULT Transform::Feed(int number) {

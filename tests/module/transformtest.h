@@ -44,7 +44,7 @@ class Transform : public EngineTest {
   /// Switches cropping on with the option crop.
   void Crop(LONG leftRight, LONG topBottom);
 
-  HRESULT Output(IMFSample* sample, DWORD* bufferStatus = nullptr);
+  HRESULT Output(IMFSample* sample);
 
   /// Feeds frame `number`, whose pixels and time tell it, and takes what comes.
   HRESULT Feed(int number);
