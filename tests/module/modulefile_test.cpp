@@ -59,10 +59,9 @@ TEST_F(ModuleFile, IsHardened) {
 
 TEST_F(ModuleFile, TellsItsVersionAndCarriesItsResources) {
   const std::uint64_t version = ReadFileVersion(VSTABILIZE_MODULE).value_or(0);
-  char text[32];
-  std::snprintf(text, sizeof text, "%u.%u.%u", static_cast<unsigned>(version >> 48),
-                static_cast<unsigned>(version >> 32 & 0xFFFF), static_cast<unsigned>(version >> 16 & 0xFFFF));
-  EXPECT_STREQ(text, VSTABILIZE_VERSION);
+  EXPECT_EQ(std::to_string(version >> 48) + '.' + std::to_string(version >> 32 & 0xFFFF) + '.' +
+                std::to_string(version >> 16 & 0xFFFF),
+            VSTABILIZE_VERSION);
   for (const auto& [type, id] :
        {std::pair{"TYPELIB", 1}, {MAKEINTRESOURCEA(5), 101}, {MAKEINTRESOURCEA(5), 5240}})
     EXPECT_NE(FindResourceA(m_module, MAKEINTRESOURCEA(id), type), nullptr) << id;
