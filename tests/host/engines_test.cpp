@@ -1,7 +1,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
 #include <mfapi.h>
@@ -13,6 +12,7 @@
 #include "host/commandrun.h"
 #include "host/transformstabilizer.h"
 #include "kernel/stabilizevideokernel.h"
+#include "module/samples.h"
 #include "support/scene.h"
 
 using Microsoft::WRL::ComPtr;
@@ -120,12 +120,7 @@ class ExpectedStream {
 class HostedTransform {
  public:
   explicit HostedTransform(FrameSize size) {
-    ComPtr<IMFMediaType> type;
-    EXPECT_EQ(m_pTransform->GetInputAvailableType(0, 0, &type), S_OK);
-    EXPECT_EQ(MFSetAttributeSize(type.Get(), MF_MT_FRAME_SIZE, static_cast<UINT32>(size.width),
-                                 static_cast<UINT32>(size.height)),
-              S_OK);
-    EXPECT_EQ(m_pTransform->SetInputType(0, type.Get(), 0), S_OK);
+    EXPECT_EQ(m_pTransform->SetInputType(0, VideoType(size.width, size.height).Get(), 0), S_OK);
     AcceptOutputType();
   }
 
@@ -148,32 +143,11 @@ class HostedTransform {
     EXPECT_EQ(hr, S_OK);
     LONGLONG delivered = -1;
     EXPECT_EQ(output->GetSampleTime(&delivered), S_OK);
-    Access(output.Get(), [&](BYTE* bytes) { std::memcpy(frame.data(), bytes, frame.size()); });
+    frame = Content(output.Get());
     return delivered;
   }
 
  private:
-  template <class Function>
-  static void Access(IMFSample* sample, Function function) {
-    ComPtr<IMFMediaBuffer> buffer;
-    BYTE* bytes = nullptr;
-    EXPECT_EQ(sample->GetBufferByIndex(0, &buffer), S_OK);
-    EXPECT_EQ(buffer->Lock(&bytes, nullptr, nullptr), S_OK);
-    function(bytes);
-    buffer->Unlock();
-  }
-
-  static ComPtr<IMFSample> Sample(const Bytes& content) {
-    ComPtr<IMFSample> sample;
-    ComPtr<IMFMediaBuffer> buffer;
-    EXPECT_EQ(MFCreateSample(&sample), S_OK);
-    EXPECT_EQ(MFCreateMemoryBuffer(static_cast<DWORD>(content.size()), &buffer), S_OK);
-    EXPECT_EQ(buffer->SetCurrentLength(static_cast<DWORD>(content.size())), S_OK);
-    EXPECT_EQ(sample->AddBuffer(buffer.Get()), S_OK);
-    Access(sample.Get(), [&](BYTE* bytes) { std::memcpy(bytes, content.data(), content.size()); });
-    return sample;
-  }
-
   void AcceptOutputType() {
     ComPtr<IMFMediaType> type;
     EXPECT_EQ(m_pTransform->GetOutputAvailableType(0, 0, &type), S_OK);

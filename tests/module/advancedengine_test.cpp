@@ -144,8 +144,8 @@ TEST_F(AdvancedEngine, GetsEveryOperationAsItIs) {
   ExpectForwarded(&IMFTransform::AddInputStreams, 7UL, &a);
   ExpectForwarded(&IMFTransform::GetInputAvailableType, 7UL, 8UL, &type);
   ExpectForwarded(&IMFTransform::GetOutputAvailableType, 7UL, 8UL, &type);
-  ExpectForwarded(&IMFTransform::SetInputType, 3UL, VideoType().Get(), 4UL);
-  ExpectForwarded(&IMFTransform::SetOutputType, 3UL, VideoType().Get(), 4UL);
+  ExpectForwarded(&IMFTransform::SetInputType, 3UL, VideoType(kWidth, kHeight).Get(), 4UL);
+  ExpectForwarded(&IMFTransform::SetOutputType, 3UL, VideoType(kWidth, kHeight).Get(), 4UL);
   ExpectForwarded(&IMFTransform::GetInputCurrentType, 7UL, &type);
   ExpectForwarded(&IMFTransform::GetOutputCurrentType, 7UL, &type);
   ExpectForwarded(&IMFTransform::GetInputStatus, 7UL, &a);

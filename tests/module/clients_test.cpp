@@ -13,14 +13,13 @@
 #include "common/module.h"
 #include "embedding.cpp"
 #include "kernel/stabilizevideokernel.h"
+#include "module/samples.h"
 #include "support/params.h"
 #include "support/scene.h"
 
 // The module as others use it: nothing here is linked to it.
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 class Platform : public ::testing::Environment {
  public:
@@ -43,42 +42,10 @@ struct TimedFrame {
 };
 using Clip = std::vector<TimedFrame>;
 
-TimedFrame Content(IMFSample* sample) {
-  TimedFrame frame;
-  ComPtr<IMFMediaBuffer> buffer;
-  BYTE* pixels = nullptr;
-  DWORD length = 0;
+TimedFrame Timed(IMFSample* sample) {
+  TimedFrame frame = {Content(sample)};
   EXPECT_EQ(sample->GetSampleTime(&frame.time), S_OK);
-  EXPECT_EQ(sample->ConvertToContiguousBuffer(&buffer), S_OK);
-  EXPECT_EQ(buffer->Lock(&pixels, nullptr, &length), S_OK);
-  frame.pixels.assign(pixels, pixels + length);
-  buffer->Unlock();
   return frame;
-}
-
-ComPtr<IMFSample> MakeSample(const TimedFrame& frame) {
-  const auto size = static_cast<DWORD>(frame.pixels.size());
-  ComPtr<IMFMediaBuffer> buffer;
-  ComPtr<IMFSample> sample;
-  BYTE* pixels = nullptr;
-  EXPECT_EQ(MFCreateMemoryBuffer(size, &buffer), S_OK);
-  EXPECT_EQ(buffer->Lock(&pixels, nullptr, nullptr), S_OK);
-  std::copy(frame.pixels.begin(), frame.pixels.end(), pixels);
-  buffer->Unlock();
-  buffer->SetCurrentLength(size);
-  EXPECT_EQ(MFCreateSample(&sample), S_OK);
-  sample->AddBuffer(buffer.Get());
-  sample->SetSampleTime(frame.time);
-  return sample;
-}
-
-ComPtr<IMFMediaType> FrameType(UINT32 width, UINT32 height) {
-  ComPtr<IMFMediaType> type;
-  EXPECT_EQ(MFCreateMediaType(&type), S_OK);
-  type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
-  type->SetGUID(MF_MT_SUBTYPE, MFVideoFormat_RGB24);
-  MFSetAttributeSize(type.Get(), MF_MT_FRAME_SIZE, width, height);
-  return type;
 }
 
 constexpr std::int32_t kWidth = 101, kHeight = 90;
@@ -105,13 +72,15 @@ Clip ThroughKernel(const KernelParams& params, const Clip& clip) {
 }
 
 auto AppendTo(Clip& clip) {
-  return [&clip](IMFSample* frame) { clip.push_back(Content(frame)); };
+  return [&clip](IMFSample* frame) { clip.push_back(Timed(frame)); };
 }
 
 /// Feeds `frame` and appends what comes out.
 void Feed(StabilizedStream& stream, const TimedFrame& frame, Clip& stabilized) {
+  const ComPtr<IMFSample> input = Sample(frame.pixels);
+  input->SetSampleTime(frame.time);
   ComPtr<IMFSample> output;
-  const HRESULT hr = stream.Process(MakeSample(frame).Get(), &output);
+  const HRESULT hr = stream.Process(input.Get(), &output);
   ASSERT_EQ(hr, output ? S_OK : S_FALSE);
   if (output) AppendTo(stabilized)(output.Get());
 }
@@ -142,7 +111,7 @@ TEST(EmbeddingGuide, GivesEveryFrameOfAStreamWithItsTime) {
     const Clip clip = ShakyClip(frames);
     Clip stabilized;
     StabilizedStream stream;
-    ASSERT_EQ(stream.Start(transform.Get(), FrameType(kWidth, kHeight).Get()), S_OK);
+    ASSERT_EQ(stream.Start(transform.Get(), VideoType(kWidth, kHeight).Get()), S_OK);
     for (const TimedFrame& frame : clip) Feed(stream, frame, stabilized);
     EXPECT_EQ(stabilized.size(), frames > 8 ? clip.size() - 8 : 0);
     ASSERT_EQ(stream.Finish(AppendTo(stabilized)), S_OK);
@@ -155,7 +124,7 @@ TEST(EmbeddingGuide, FollowsChangesInMidStream) {
   ComPtr<IVKFVStabilize> settings;
   ASSERT_EQ(transform.As(&settings), S_OK);
   StabilizedStream stream;
-  ASSERT_EQ(stream.Start(transform.Get(), FrameType(kWidth, kHeight).Get()), S_OK);
+  ASSERT_EQ(stream.Start(transform.Get(), VideoType(kWidth, kHeight).Get()), S_OK);
 
   const Clip clip = ShakyClip(20);
   Clip before, after, passed;
@@ -299,10 +268,8 @@ Clip DecodedClip(ComPtr<IMFMediaType>* type) {
   EXPECT_EQ(MFCreateSourceReaderFromURL(L"" VSTABILIZE_CLIP, attributes.Get(), &reader), S_OK);
   Clip clip;
   if (!reader) return clip;
-  ComPtr<IMFMediaType> wanted;
-  MFCreateMediaType(&wanted);
-  wanted->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
-  wanted->SetGUID(MF_MT_SUBTYPE, MFVideoFormat_RGB24);
+  ComPtr<IMFMediaType> wanted = VideoType(160, 120);
+  wanted->DeleteItem(MF_MT_FRAME_SIZE);
   EXPECT_EQ(reader->SetCurrentMediaType(kVideo, nullptr, wanted.Get()), S_OK);
   EXPECT_EQ(reader->GetCurrentMediaType(kVideo, &*type), S_OK);
   for (DWORD flags = 0; !(flags & MF_SOURCE_READERF_ENDOFSTREAM);) {
@@ -312,7 +279,7 @@ Clip DecodedClip(ComPtr<IMFMediaType>* type) {
     const HRESULT hr = reader->ReadSample(kVideo, 0, &index, &flags, &time, &sample);
     EXPECT_EQ(hr, S_OK);
     if (FAILED(hr)) break;
-    if (sample) clip.push_back(Content(sample.Get()));
+    if (sample) clip.push_back(Timed(sample.Get()));
   }
   return clip;
 }
@@ -370,7 +337,7 @@ ComPtr<IMFTopology> MakeTopology(IMFMediaSource* source, IMFTransform* transform
   EXPECT_EQ(presentation->GetStreamDescriptorByIndex(0, &isSelected, &stream), S_OK);
   EXPECT_TRUE(isSelected);
   ComPtr<IMFActivate> sink;
-  EXPECT_EQ(MFCreateSampleGrabberSinkActivate(FrameType(160, 120).Get(), collector, &sink), S_OK);
+  EXPECT_EQ(MFCreateSampleGrabberSinkActivate(VideoType(160, 120).Get(), collector, &sink), S_OK);
   sink->SetUINT32(MF_SAMPLEGRABBERSINK_IGNORE_CLOCK, TRUE);
 
   ComPtr<IMFTopology> topology;
@@ -442,8 +409,8 @@ TEST(Pipeline, StabilizesWhatAReaderDecodesAndWhatASessionPlays) {
   EXPECT_TRUE(stabilized == expected);
 
   // The topology loader asks for output types first.
-  ASSERT_EQ(transform->SetInputType(0, FrameType(160, 120).Get(), 0), S_OK);
-  ASSERT_EQ(transform->SetOutputType(0, FrameType(160, 120).Get(), 0), S_OK);
+  ASSERT_EQ(transform->SetInputType(0, VideoType(160, 120).Get(), 0), S_OK);
+  ASSERT_EQ(transform->SetOutputType(0, VideoType(160, 120).Get(), 0), S_OK);
   expected.resize(36);
   EXPECT_TRUE(Played(transform.Get()) == expected) << "a session takes nothing from the delay line";
 }

@@ -153,7 +153,7 @@ TEST_F(Endurance, TenThousandFramesLeaveNoMemoryBehind) {
   for (int number = 1; number <= 10000; ++number) {
     if (random() % 16 == 0) ChangeASetting(m_pSettings.Get(), random);
     if (random() % 4 == 0) Renegotiate();
-    if (random() % 128 == 0) m_pTransform->SetInputType(0, VideoType().Get(), 0);
+    if (random() % 128 == 0) m_pTransform->SetInputType(0, VideoType(kWidth, kHeight).Get(), 0);
     const ComPtr<IMFSample> input = Sample(frames[random() % std::size(frames)]);
     input->SetSampleTime(number);
     const HRESULT hr = Offer(input.Get(), Sample(FrameBytes()).Get());

@@ -35,7 +35,7 @@ TEST_F(Transform, IsOutlivedByItsSettings) {
   ComPtr<IVKFVStabilize> settings;
   ASSERT_EQ(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&transform)), S_OK);
   ASSERT_EQ(transform.As(&settings), S_OK);
-  ASSERT_EQ(transform->SetInputType(0, VideoType().Get(), 0), S_OK);
+  ASSERT_EQ(transform->SetInputType(0, VideoType(kWidth, kHeight).Get(), 0), S_OK);
   EXPECT_EQ(transform.Reset(), 0U);
   EXPECT_EQ(MediaFoundationSamples::LiveObjects::Count(), others + 2) << "the settings and their store";
   settings->put_LeftRightCropMargin(4);
@@ -130,7 +130,7 @@ TEST_F(Transform, OffersTypesAndKeepsWhatIsSet) {
       return (m_pTransform.Get()->*set)(0, wanted, flags);
     };
     EXPECT_EQ(setType(nullptr, 0), S_OK);
-    const ComPtr<IMFMediaType> stored = VideoType();
+    const ComPtr<IMFMediaType> stored = VideoType(kWidth, kHeight);
     EXPECT_EQ(setType(stored.Get(), MFT_SET_TYPE_TEST_ONLY), S_OK);
     EXPECT_EQ(current(), MF_E_TRANSFORM_TYPE_NOT_SET) << "only tested";
     ASSERT_EQ(setType(stored.Get(), 0), S_OK);
@@ -166,7 +166,7 @@ TEST_F(Transform, ProposesTheCroppedSize) {
 }
 
 TEST_F(Transform, KeepsAnEarlierSampleSize) {
-  ComPtr<IMFMediaType> type = VideoType();
+  ComPtr<IMFMediaType> type = VideoType(kWidth, kHeight);
   type->SetUINT32(MF_MT_SAMPLE_SIZE, 12345);
   ASSERT_EQ(m_pTransform->SetInputType(0, type.Get(), 0), S_OK);
   ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(8, 8).Get(), 0), S_OK);
@@ -176,8 +176,9 @@ TEST_F(Transform, KeepsAnEarlierSampleSize) {
 }
 
 TEST_F(Transform, RefusesTypesItCannotProcess) {
-  const ComPtr<IMFMediaType> audio = VideoType(), unnamed = VideoType(), sizeless = VideoType(),
-                             subtypeOnly = VideoType(), rgb32 = VideoType(8, 8, MFVideoFormat_RGB32);
+  const ComPtr<IMFMediaType> audio = VideoType(kWidth, kHeight), unnamed = VideoType(kWidth, kHeight),
+                             sizeless = VideoType(kWidth, kHeight), subtypeOnly = VideoType(kWidth, kHeight),
+                             rgb32 = VideoType(8, 8, MFVideoFormat_RGB32);
   audio->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Audio);
   unnamed->DeleteItem(MF_MT_SUBTYPE);
   sizeless->DeleteItem(MF_MT_FRAME_SIZE);
@@ -190,7 +191,7 @@ TEST_F(Transform, RefusesTypesItCannotProcess) {
   }
   SetTypes();
   for (const ComPtr<IMFMediaType>& wrong :
-       {audio, unnamed, sizeless, VideoType(kWidth - 1), VideoType(kWidth, kHeight - 1),
+       {audio, unnamed, sizeless, VideoType(kWidth - 1, kHeight), VideoType(kWidth, kHeight - 1),
         VideoType(kWidth, kHeight, MFVideoFormat_RGB32)})
     EXPECT_EQ(m_pTransform->SetOutputType(0, wrong.Get(), 0), MF_E_INVALIDMEDIATYPE);
   EXPECT_EQ(m_pTransform->SetOutputType(0, subtypeOnly.Get(), 0), S_OK) << "that is enough beside an input";
@@ -199,7 +200,7 @@ TEST_F(Transform, RefusesTypesItCannotProcess) {
   MFT_OUTPUT_STREAM_INFO info = {};
   EXPECT_EQ(m_pTransform->GetOutputStreamInfo(0, &info), S_OK);
   EXPECT_EQ(info.cbSize, 0U);
-  for (const ComPtr<IMFMediaType>& output : {VideoType(), sizeless})
+  for (const ComPtr<IMFMediaType>& output : {VideoType(kWidth, kHeight), sizeless})
     EXPECT_EQ(m_pTransform->SetOutputType(0, output.Get(), 0), MF_E_INVALIDMEDIATYPE);
   EXPECT_EQ(m_pTransform->SetInputType(0, VideoType(8, 8).Get(), 0), S_OK) << "whatever comes out";
 }

@@ -26,9 +26,9 @@ TEST_F(Transform, TakesOneSampleAtATime) {
   EXPECT_EQ(m_pTransform->ProcessInput(0, sample.Get(), 0), S_OK);
   EXPECT_EQ(m_pTransform->ProcessInput(0, sample.Get(), 0), MF_E_NOTACCEPTING);
   EXPECT_TRUE(IsHoldingASample());
-  EXPECT_EQ(m_pTransform->SetInputType(0, VideoType().Get(), 0),
+  EXPECT_EQ(m_pTransform->SetInputType(0, VideoType(kWidth, kHeight).Get(), 0),
             MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING);
-  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType().Get(), 0),
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(kWidth, kHeight).Get(), 0),
             MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING);
   for (const MFT_MESSAGE_TYPE message :
        {MFT_MESSAGE_NOTIFY_END_OF_STREAM, MFT_MESSAGE_NOTIFY_START_OF_STREAM, MFT_MESSAGE_COMMAND_DRAIN}) {
@@ -43,7 +43,7 @@ TEST_F(Transform, TakesOneSampleAtATime) {
   EXPECT_EQ(m_pTransform->SetOutputType(0, nullptr, 0), S_OK);
   EXPECT_EQ(m_pTransform->SetInputType(0, nullptr, 0), S_OK);
   EXPECT_EQ(Output(Sample(FrameBytes()).Get()), MF_E_TRANSFORM_NEED_MORE_INPUT) << "taken all the same";
-  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType().Get(), 0), S_OK);
+  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(kWidth, kHeight).Get(), 0), S_OK);
   EXPECT_EQ(m_pTransform->ProcessInput(0, sample.Get(), 0), MF_E_NOTACCEPTING) << "no output type";
   AcceptProposal();
   EXPECT_EQ(m_pTransform->ProcessMessage(MFT_MESSAGE_SET_D3D_MANAGER, 0), E_NOTIMPL);
@@ -161,8 +161,9 @@ TEST_F(Transform, AnnouncesACroppedSizeKeepsTheSampleAndGoesOn) {
   const ComPtr<IMFSample> output = Sample(FrameBytes());
   for (int time = 0; time < 2; ++time)
     EXPECT_EQ(Output(output.Get()), MF_E_TRANSFORM_STREAM_CHANGE) << "until a new type is set";
-  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType().Get(), 0), MF_E_INVALIDMEDIATYPE);
-  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(kWidth - 8).Get(), MFT_SET_TYPE_TEST_ONLY), S_OK);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(kWidth, kHeight).Get(), 0), MF_E_INVALIDMEDIATYPE);
+  EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(kWidth - 8, kHeight).Get(), MFT_SET_TYPE_TEST_ONLY),
+            S_OK);
   EXPECT_EQ(Output(output.Get()), MF_E_TRANSFORM_STREAM_CHANGE) << "none was set";
   EXPECT_TRUE(IsHoldingASample());
   AcceptProposal();
@@ -213,9 +214,9 @@ TEST_F(Transform, AnnouncesOnlyWhatMakesFramesSmaller) {
 
   ASSERT_EQ(m_pTransform->SetInputType(0, nullptr, 0), S_OK);
   m_pSettings->put_BkFillColor(0x111111);
-  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType().Get(), 0), S_OK);
+  ASSERT_EQ(m_pTransform->SetInputType(0, VideoType(kWidth, kHeight).Get(), 0), S_OK);
   EXPECT_FALSE(announces()) << "without a type there was nothing to change";
-  const ComPtr<IMFMediaType> sizeless = VideoType();
+  const ComPtr<IMFMediaType> sizeless = VideoType(kWidth, kHeight);
   sizeless->DeleteItem(MF_MT_FRAME_SIZE);
   ASSERT_EQ(m_pTransform->SetInputType(0, sizeless.Get(), 0), S_OK);
   m_pSettings->put_BkFillColor(0x222222);

@@ -11,26 +11,13 @@
 #include "engine/testenvironment.h"
 #include "kernel/frame.h"
 #include "mft/mft_vstabilize.h"
-
-using Bytes = std::vector<std::uint8_t>;
+#include "module/samples.h"
 
 inline constexpr std::int32_t kWidth = 64, kHeight = 48;
 inline constexpr LONGLONG kFrameTime = 333333;
 
-Microsoft::WRL::ComPtr<IMFMediaType> VideoType(std::int32_t width = kWidth, std::int32_t height = kHeight,
-                                               const GUID& subtype = MFVideoFormat_RGB24);
-
 /// A sample over a buffer of that many bytes, all of them in use.
 Microsoft::WRL::ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill = 0);
-
-/// The same with this content.
-Microsoft::WRL::ComPtr<IMFSample> Sample(const Bytes& content);
-
-/// A sample over a buffer of somebody else's.
-Microsoft::WRL::ComPtr<IMFSample> SampleOver(IMFMediaBuffer* buffer);
-
-/// What a sample's buffer holds.
-Bytes Content(IMFSample* sample);
 
 /// A transform of its own for each case; nothing of it may be left.
 class Transform : public EngineTest {
