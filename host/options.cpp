@@ -140,9 +140,8 @@ void SetTotalFrames(Options& options, std::string_view name, std::string_view va
 }
 
 void SetSimd(Options& options, std::string_view name, std::string_view value) {
-  std::vector<std::string_view> names;
-  for (const KernelOps* const ops : AvailableOps()) names.emplace_back(ops->name);
-  options.ops = AvailableOps()[static_cast<std::size_t>(IndexOf(name, value, names))];
+  static constexpr std::string_view kLevels[] = {"scalar", "avx2"};
+  options.ops = &SelectOps(DetectCpuFeatures(), static_cast<SimdLevel>(IndexOf(name, value, kLevels)));
 }
 
 template <Action action>
