@@ -43,7 +43,8 @@ struct RotatedRow {
 };
 
 /// The per-pixel loops, one row a call. Callers guarantee that every sample read lies inside its plane or
-/// frame; no loop checks. Planes hold values 0 … 1020, frames are rows of `strideBytes` bytes.
+/// frame; no loop checks. Planes hold values 0 … 1020, frames are rows of `strideBytes` bytes, which can be
+/// counted in 31 bits altogether.
 ///
 /// The scalar loops define the results; other tables give the same bytes.
 struct KernelOps {
