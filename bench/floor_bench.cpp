@@ -157,7 +157,7 @@ void MeasureAll(const FrameGeometry& frame, const KernelOps& ops) {
   std::printf("%-42s %8s %8s   iterations by level, finest first\n", "settings", "ms", "floors");
   for (std::size_t i = 0; i < runs.size(); ++i) {
     const double time = Median(times[i]);
-    std::printf("%-42s %8.2f %8.2f  %s\n", kSettings[i].name, time, time / floor,
+    std::printf("%-42s %8.3f %8.2f  %s\n", kSettings[i].name, time, time / floor,
                 Iterations(kSettings[i], clip, frame, ops).c_str());
   }
 }

@@ -140,19 +140,6 @@ void WholeFrame(benchmark::State& state, EstimationCoefficients coefficients, st
   RunKernel(state, params);
 }
 
-void Window(benchmark::State& state) {
-  const FrameGeometry frame = SizeOf(state);
-  KernelParams params = DefaultParams(frame.width, frame.height);
-  params.windowLength = static_cast<std::int32_t>(state.range(2));
-  RunKernel(state, params);
-}
-
-void AllWindows(benchmark::internal::Benchmark* bench) {
-  bench->ArgNames({"w", "h", "window"})->Unit(benchmark::kMillisecond);
-  for (const auto& [width, height] : {std::pair{640, 480}, {1920, 1080}})
-    for (const int window : {4, 8, 12, 16, 24, 32, 64, 128}) bench->Args({width, height, window});
-}
-
 constexpr auto kXY = EstimationCoefficients::XY;
 constexpr auto kXYTheta = EstimationCoefficients::XYTheta;
 
@@ -169,7 +156,6 @@ BENCHMARK_CAPTURE(WholeFrame, translation_finest, kXY, 0, ClippingOption::Outlin
 BENCHMARK_CAPTURE(WholeFrame, translation_stretch, kXY, 2, ClippingOption::CropAndStretch)->Apply(AllSizes);
 BENCHMARK_CAPTURE(WholeFrame, rotation, kXYTheta, 2, ClippingOption::Outline)->Apply(AllSizes);
 BENCHMARK_CAPTURE(WholeFrame, rotation_finest, kXYTheta, 0, ClippingOption::Outline)->Apply(AllSizes);
-BENCHMARK(Window)->Apply(AllWindows);
 
 }  // namespace
 
