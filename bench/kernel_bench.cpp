@@ -4,11 +4,11 @@
 #include <utility>
 #include <vector>
 
+#include "kernel/dispatch.h"
 #include "kernel/framecompensation.h"
 #include "kernel/gaussianpyramid.h"
 #include "kernel/motionestimation.h"
 #include "kernel/pathsmoothing.h"
-#include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
 #include "support/scene.h"
 
@@ -102,44 +102,6 @@ void Compensate(benchmark::State& state, ClippingOption clipping, const MotionRe
     CompensateFrame(compensation, FrameAt(clip, number++).data(), correction, output.data(), BestOps());
 }
 
-void RunKernel(benchmark::State& state, const KernelParams& params) {
-  const std::vector<Frame>& clip = ClipOf({params.width, params.height});
-  CStabilizeVideoKernel kernel;
-  if (!kernel.Initialize(params)) return state.SkipWithError("cannot initialise");
-
-  Frame buffer = clip[0];
-  std::size_t number = 0;
-  bool noOutput = true;
-  const auto feed = [&] {
-    if (!kernel.ProcessFrame(buffer.data(), false, &noOutput)) state.SkipWithError("out of memory");
-  };
-  const auto load = [&] { std::memcpy(buffer.data(), FrameAt(clip, number++).data(), buffer.size()); };
-  while (noOutput) {
-    load();
-    feed();
-  }
-  for (auto _ : state) {
-    state.PauseTiming();
-    load();
-    state.ResumeTiming();
-    feed();
-  }
-}
-
-void WholeFrame(benchmark::State& state, EstimationCoefficients coefficients, std::uint32_t quality,
-                ClippingOption clipping) {
-  const FrameGeometry frame = SizeOf(state);
-  KernelParams params = DefaultParams(frame.width, frame.height);
-  params.estimationCoefficients = static_cast<std::uint32_t>(coefficients);
-  params.estimationQuality = quality;
-  params.clippingOption = static_cast<std::uint32_t>(clipping);
-  if (clipping != ClippingOption::Outline) {
-    params.cropMarginX = frame.width / 20;
-    params.cropMarginY = frame.height / 20;
-  }
-  RunKernel(state, params);
-}
-
 constexpr auto kXY = EstimationCoefficients::XY;
 constexpr auto kXYTheta = EstimationCoefficients::XYTheta;
 
@@ -151,11 +113,6 @@ BENCHMARK(Smoothing)->ArgName("window")->Arg(4)->Arg(32)->Arg(128);
 BENCHMARK_CAPTURE(Compensate, shift, ClippingOption::Outline, {5, -3, 0})->Apply(AllSizes);
 BENCHMARK_CAPTURE(Compensate, rotate, ClippingOption::Outline, {5, -3, 0.7})->Apply(AllSizes);
 BENCHMARK_CAPTURE(Compensate, stretch, ClippingOption::CropAndStretch, {5, -3, 0})->Apply(AllSizes);
-BENCHMARK_CAPTURE(WholeFrame, translation, kXY, 2, ClippingOption::Outline)->Apply(AllSizes);
-BENCHMARK_CAPTURE(WholeFrame, translation_finest, kXY, 0, ClippingOption::Outline)->Apply(AllSizes);
-BENCHMARK_CAPTURE(WholeFrame, translation_stretch, kXY, 2, ClippingOption::CropAndStretch)->Apply(AllSizes);
-BENCHMARK_CAPTURE(WholeFrame, rotation, kXYTheta, 2, ClippingOption::Outline)->Apply(AllSizes);
-BENCHMARK_CAPTURE(WholeFrame, rotation_finest, kXYTheta, 0, ClippingOption::Outline)->Apply(AllSizes);
 
 }  // namespace
 

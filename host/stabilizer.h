@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -34,9 +35,8 @@ struct OutputLayout {
 
   FrameSize size;
   std::ptrdiff_t pitchBytes;
-  std::ptrdiff_t inputBytes;  ///< of an input frame
-  std::ptrdiff_t
-      bufferBytes;  ///< what the buffer must have: cropped rows may run past an input frame's bytes
+  std::ptrdiff_t inputBytes;
+  std::ptrdiff_t bufferBytes;  ///< more than `inputBytes` where cropped rows run past an input frame
 
   /// Puts the background where rows run past the input frame's bytes and nothing is ever written.
   void FillTail(std::uint8_t* buffer) const;
