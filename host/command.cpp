@@ -1,6 +1,5 @@
 #include "host/command.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -9,8 +8,10 @@
 #include <string>
 
 #include "host/kernelstabilizer.h"
+#include "host/motionlog.h"
 #include "host/options.h"
 #include "host/platform.h"
+#include "host/printable.h"
 #include "host/progress.h"
 #include "host/rawvideo.h"
 #include "host/transform.h"
@@ -67,11 +68,9 @@ class Run {
   Progress m_progress;
 };
 
-/// One line, whatever the words of the command line hold.
-int Report(std::FILE* messages, ExitCode code, std::string reason) {
-  std::ranges::replace_if(
-      reason, [](char c) { return c >= 0 && c < ' '; }, '?');
-  std::fprintf(messages, "vstabilize: %s\n", reason.c_str());
+/// One line that no terminal takes for commands, whatever the words of the command line hold.
+int Report(std::FILE* messages, ExitCode code, const std::string& reason) {
+  std::fprintf(messages, "vstabilize: %s\n", WithoutControls(reason).c_str());
   return code;
 }
 
@@ -93,6 +92,7 @@ int StabilizeStream(const Options& options, std::FILE* input, std::FILE* output,
   std::optional<Run> run;
   std::string failure;
   try {
+    if (!options.motionFile.empty()) CheckMotionFile(options.motionFile, options.overwrite, input, output);
     run.emplace(options, input, output, messages);
     run->Stabilize();
     return kDone;

@@ -4,7 +4,10 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
+#include "host/platform.h"
 #include "host/workerror.h"
 
 namespace {
@@ -18,6 +21,14 @@ std::string Columns(const MotionRecord& motion) {
 }
 
 }  // namespace
+
+void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* input, std::FILE* output) {
+  std::error_code ignored;
+  if (IsFileOf(fileName, input) || IsFileOf(fileName, output))
+    throw WorkError("the motion file is the input or the output: " + fileName);
+  if (!overwrite && std::filesystem::is_regular_file(fileName, ignored))
+    throw WorkError("the motion file exists already, --force overwrites it: " + fileName);
+}
 
 MotionLog::MotionLog(const std::string& fileName)
     : m_fileName(fileName), m_pFile(std::fopen(fileName.c_str(), "w")) {

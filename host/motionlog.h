@@ -8,6 +8,10 @@
 
 #include "kernel/kernelparams.h"
 
+/// Throws WorkError when the name is that of the stream's input or output, whatever way it is spelt, or of
+/// another file that is not to be overwritten.
+void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* input, std::FILE* output);
+
 /// Writes a CSV line for each delivered frame: its number from 0, its motion against the frame before, and
 /// its correction. x in pixels to the right, y in pixels upward, theta in degrees.
 class MotionLog {

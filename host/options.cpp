@@ -173,6 +173,8 @@ constexpr OptionRow kOptions[] = {
     {"--settings", "", "show the transform's property pages, save what is applied, and end (Windows)",
      SetShowSettings},
     {"--motion", "FILE", "write each frame's motion and correction as CSV", SetMotionFile},
+    {"--force", "", "overwrite a motion file that exists",
+     [](Options& options, auto, auto) { options.overwrite = true; }},
     {"--frames", "N", "number of frames in the input, for the progress bar", SetTotalFrames},
     {"--simd", "LEVEL", "cap on the instruction set: scalar, avx2 (default the best of this machine)",
      SetSimd},

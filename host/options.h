@@ -29,6 +29,7 @@ struct Options {
   bool registered = false;         ///< the transform that is registered, not the one beside the program
   const KernelOps* ops = nullptr;  ///< null: the best there are
   std::string motionFile;          ///< empty: none
+  bool overwrite = false;          ///< a motion file that exists
   std::int64_t totalFrames = 0;    ///< 0: unknown
   bool quiet = false;
 };

@@ -3,16 +3,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/stream.h"
 #include "host/workerror.h"
 
 namespace {
 
 std::size_t PackedRowBytes(std::int32_t width) { return static_cast<std::size_t>(width) * kBytesPerPixel; }
-
-/// Whole frames pass through buffers of our own, so the stream's would only copy them once more.
-void DisableBuffering(std::FILE* stream) { std::setvbuf(stream, nullptr, _IONBF, 0); }
-
-std::string SystemReason(int error) { return error != 0 ? std::strerror(error) : "unknown error"; }
 
 }  // namespace
 
@@ -24,8 +20,7 @@ RawVideoReader::RawVideoReader(std::FILE* stream, FrameSize size)
 }
 
 RawVideoReader::Result RawVideoReader::Read(std::uint8_t* frame) {
-  errno = 0;
-  const std::size_t bytes = std::fread(m_packed.data(), 1, m_packed.size(), m_pStream);
+  const std::size_t bytes = ReadBytes(m_pStream, m_packed);
   const std::string name = "frame " + std::to_string(m_frames + 1);
   if (std::ferror(m_pStream)) {
     m_failure = "cannot read " + name + " of the input: " + SystemReason(errno);
@@ -59,8 +54,7 @@ void RawVideoWriter::Write(const std::uint8_t* frame, std::ptrdiff_t pitchBytes)
   for (std::int32_t row = m_size.height; row-- > 0; packedRow += rowBytes)
     std::memcpy(packedRow, frame + row * pitchBytes, rowBytes);
 
-  errno = 0;
-  if (std::fwrite(m_packed.data(), 1, m_packed.size(), m_pStream) != m_packed.size())
+  if (!WriteBytes(m_pStream, m_packed))
     throw WorkError("cannot write frame " + std::to_string(m_frames + 1) +
                     " of the output: " + SystemReason(errno));
   ++m_frames;
