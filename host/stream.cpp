@@ -16,7 +16,7 @@ std::size_t ReadBytes(std::FILE* stream, std::span<std::uint8_t> bytes) {
   return count;
 }
 
-bool WriteBytes(std::FILE* stream, std::span<const std::uint8_t> bytes) {
+bool WriteBytes(std::FILE* stream, std::span<const std::byte> bytes) {
   std::size_t count = 0;
   do {
     errno = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <span>
@@ -14,6 +15,6 @@ void DisableBuffering(std::FILE* stream);
 std::size_t ReadBytes(std::FILE* stream, std::span<std::uint8_t> bytes);
 
 /// Returns false when the stream takes no more; `errno` says why.
-bool WriteBytes(std::FILE* stream, std::span<const std::uint8_t> bytes);
+bool WriteBytes(std::FILE* stream, std::span<const std::byte> bytes);
 
 std::string SystemReason(int error);

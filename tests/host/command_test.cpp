@@ -23,6 +23,7 @@
 #include "host/options.h"
 #include "host/platform.h"
 #include "host/progress.h"
+#include "host/settings.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
 #include "support/scene.h"
@@ -100,6 +101,8 @@ TEST(Command, ClampsMarginsAndRegionAsTheSettingsDo) {
             (Bytes{'2', 'x', '4', '6', '0', '\n'}));
   EXPECT_EQ(RunWords("--size 640x480 --crop 5000,10 --output-size").output,
             (Bytes{'6', '4', '0', 'x', '4', '8', '0', '\n'}));
+  EXPECT_EQ(RunWords("--size 640x480 --crop 2.5% --clip crop --output-size").output,
+            (Bytes{'6', '0', '8', 'x', '4', '5', '6', '\n'}));
   const Outcome nothing = RunWords("--size 64x48 --roi -5,-5,9000,9000");
   EXPECT_EQ(nothing.code, 0) << nothing.messages;
   EXPECT_TRUE(nothing.output.empty());
@@ -107,7 +110,7 @@ TEST(Command, ClampsMarginsAndRegionAsTheSettingsDo) {
 
 TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
   for (const auto& [words, named] : std::vector<std::pair<std::string, std::string>>{
-           {"", "--size"},
+           {"--engine kernel", "--size"},
            {"--size 67", "67"},
            {"--size 64x", "64x"},
            {"--size 1x100", "at least 2"},
@@ -120,7 +123,7 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
            {"--size 64x48 --frames -3", "-3"},
            {"--size 64x48 --crop -1,4", "-1,4"},
            {"--size 64x48 --crop 517", "517"},
-           {"--size 64x48 --clip zoom", "outline, crop or stretch"},
+           {"--size 64x48 --clip zoom", "stretch, crop or outline"},
            {"--size 64x48 --interpolation cubic", "cubic"},
            {"--size 64x48 --background red", "red"},
            {"--size 64x48 --engine transform --simd scalar", kHasTransform ? "--simd" : "Windows"},
@@ -129,6 +132,14 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
            {"--size 64x48 --registered --engine kernel", kHasTransform ? "kernel" : "Windows"},
            {"--settings --size 4", kHasTransform ? "4" : "Windows"},
            {"--size 64x48 --simd mmx", "mmx"},
+           {"--size 64x48 --tripod", "--tripod is no option of the engine"},
+           {"--size 64x48 --engine precise", "--size is no option of the engine precise"},
+           {"--quality 2", "--quality is no option of the engine precise"},
+           {"--size 64x48 --interpolation bicubic", "nearest and bilinear"},
+           {"--size 64x48 --background keep", "--background keep"},
+           {"--crop 50%", "less than 50%"},
+           {"--crop -1%", "-1%"},
+           {"--widnow 8", "is it --window?"},
            {"--size 64x48 --rotation=yes", "--rotation"},
            {"--size 64x48 --motion", "--motion"},
            {"--size 64x48 --sharpen", "--sharpen"},
@@ -150,7 +161,7 @@ TEST(Command, TakesTheBestLoopsUpToTheNamedOnesAndEachQuality) {
   for (std::int32_t quality = 0; quality < 4; ++quality) {
     const Arguments arguments("--size 64x48 --quality " + std::to_string(quality + 1));
     const Options options = ParseOptions(arguments.Pointers());
-    EXPECT_EQ(options.settings.GlobalEstimationQuality, quality);
+    EXPECT_EQ(MakeClassicSettings(options).GlobalEstimationQuality, quality);
     EXPECT_EQ(options.ops, nullptr) << "the best there are";
   }
 }
