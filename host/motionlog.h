@@ -21,13 +21,10 @@ class MotionLog {
   /// Numbers get the shortest digits that read back as the same. Throws WorkError.
   template <class... Number>
   void WriteLine(Number... numbers) {
-    constexpr std::size_t kLongestNumber = 32;
-    char line[kLongestNumber * sizeof...(numbers)];
-    char* end = line;
-    // Adding zero turns -0 into 0.
-    ((end = std::to_chars(end, line + sizeof line, numbers + Number{}).ptr, *end++ = ','), ...);
-    end[-1] = '\n';
-    Write({line, end});
+    m_line.clear();
+    (Append(numbers), ...);
+    m_line.back() = '\n';
+    Write(m_line);
   }
 
   /// Writes what is still buffered. Throws WorkError.
@@ -38,9 +35,19 @@ class MotionLog {
     void operator()(std::FILE* file) const { std::fclose(file); }
   };
 
+  /// The number and a comma.
+  template <class Number>
+  void Append(Number number) {
+    char digits[32];
+    // Adding zero turns -0 into 0.
+    m_line.append(digits, std::to_chars(digits, digits + sizeof digits, number + Number{}).ptr);
+    m_line += ',';
+  }
+
   void Write(std::string_view text);
   [[noreturn]] void Fail() const;
 
   std::string m_fileName;
   std::unique_ptr<std::FILE, FileCloser> m_pFile;
+  std::string m_line;
 };
