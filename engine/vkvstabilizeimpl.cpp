@@ -56,12 +56,14 @@ HRESULT CVKVStabilizeImpl::CreateStore() {
   // Nobody can hold the store's lock yet, so this one may be taken under any other.
   const CAutoLock lock(m_creationLock);
   if (m_pStore) return S_OK;
-  const HRESULT hr =
+  HRESULT hr =
       MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
   if (FAILED(hr)) return hr;
   m_pStore->SetCallback(this);
+  // Before anybody can see it, so that it is never seen without items.
+  hr = WriteDefaults(m_pStore.Get());
   m_pAttributes = m_pStore.Get();
-  return S_OK;
+  return hr;
 }
 
 // Frames

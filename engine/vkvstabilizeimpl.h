@@ -140,8 +140,9 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   HRESULT AttributesChanged() override;
 
   MyAttributes* Store() const { return m_pAttributes; }
+  /// Makes the store with its defaults, if there is none yet.
   HRESULT CreateStore();
-  HRESULT WriteDefaults();
+  static HRESULT WriteDefaults(IMFAttributes* store);
   bool ReadItem(const GUID& key, UINT32* value) const;
   bool ReadFlag(const GUID& key, Missing missing) const;
   std::int32_t ReadNumber(const GUID& key) const;

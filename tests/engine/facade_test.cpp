@@ -2,6 +2,7 @@
 #include <atomic>
 #include <bit>
 #include <chrono>
+#include <mferror.h>
 #include <random>
 #include <thread>
 #include <tuple>
@@ -353,7 +354,8 @@ TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
       });
   m_pFacade->DetachCallback();
   fails = false;
-  EXPECT_EQ(m_pFacade->ResetToDefaults(), S_OK);
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
+  EXPECT_EQ(FramesBeforeOutput(), 16) << "the defaults";
   m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
   m_pFacade->put_CropEnabled(VARIANT_TRUE);
   EXPECT_EQ(m_callback.calls, 0);
@@ -384,7 +386,7 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
   *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, &m_callback, fail);
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->LoadAttributes(), E_ACCESSDENIED);
-  EXPECT_EQ(m_pFacade->SaveAttributes(), E_ACCESSDENIED);
+  EXPECT_EQ(m_pFacade->SaveAttributes(), MF_E_NOT_INITIALIZED) << "saving makes none";
   EXPECT_EQ(Read(m_pFacade.Get(), &CVKVStabilizeImpl::get_Enabled), VARIANT_TRUE);
   EXPECT_EQ(m_pFacade->put_AutoReconnect(VARIANT_FALSE), S_OK);
   EXPECT_EQ(m_pFacade->put_ROITop(5), S_OK);
