@@ -5,11 +5,15 @@
 #include <mfapi.h>
 #include <mferror.h>
 #include <span>
+#include <utility>
+#include <wrl/client.h>
 
 #include "common/comboundary.h"
 #include "common/registrykey.h"
 #include "engine/settingskeys.h"
 #include "engine/vkvstabilizeimpl.h"
+
+using Microsoft::WRL::ComPtr;
 
 // Where the settings stand between runs, and how they go back to their defaults.
 
@@ -56,10 +60,15 @@ STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
     const BlobBuffer blob(size);
     if (key.QueryData(kValueName, blob.view, &size) != ERROR_SUCCESS) return S_OK;
 
-    // The kernel is never set up from a half filled store, and the change is told once.
-    const CStoreLock lock(Store());
-    hr = MFInitAttributesFromBlob(Store(), blob.Data(), size);
-    if (FAILED(hr)) WriteDefaults(Store());
+    // Filled aside: others read this store meanwhile, and would find it empty and half full.
+    ComPtr<IMFAttributes> loaded;
+    hr = m_createAttributes(&loaded, static_cast<UINT32>(kSettingDefaults.size()));
+    if (FAILED(hr)) return hr;
+    hr = MFInitAttributesFromBlob(loaded.Get(), blob.Data(), size);
+    if (SUCCEEDED(hr))
+      Store()->Replace(std::move(loaded));
+    else
+      WriteDefaults(Store());
     return hr;
   });
 }

@@ -143,8 +143,8 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   /// Makes the store with its defaults, if there is none yet.
   HRESULT CreateStore();
   static HRESULT WriteDefaults(IMFAttributes* store);
-  bool ReadItem(const GUID& key, UINT32* value) const;
-  bool ReadFlag(const GUID& key, Missing missing) const;
+  static bool ReadFlag(IMFAttributes* store, const GUID& key, Missing missing);
+  bool ReadFlag(const GUID& key, Missing missing) const { return ReadFlag(Store(), key, missing); }
   std::int32_t ReadNumber(const GUID& key) const;
   bool IsCropping() const;
   HRESULT GetFlag(const GUID& key, Missing missing, VARIANT_BOOL* pVal);
