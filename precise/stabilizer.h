@@ -26,14 +26,14 @@ struct Settings {
   Clipping clipping = Clipping::Stretch;
   Interpolation interpolation = Interpolation::Bicubic;
   bool correctRoll = true;
-  bool tripod = false;                 ///< lay every frame of a shot on its first
-  bool findCuts = true;                ///< or take the stream as one shot
-  std::optional<Region> estimateFrom;  ///< nothing: the whole picture
+  bool tripod = false;                      ///< lay every frame of a shot on its first
+  bool findCuts = true;                     ///< or take the stream as one shot
+  std::optional<Region> estimateFrom = {};  ///< nothing: the whole picture
   /// What shows where no source sample lies: a sample value for each plane, or what was last seen there.
   std::array<std::uint16_t, kMaxPlanes> background = {};
   bool keepBackground = false;
   /// Weights of the frames 0, 1, … window / 2 away from the one delivered. Empty: the engine's own.
-  std::vector<double> pathWeights;
+  std::vector<double> pathWeights = {};
 };
 
 /// Where the camera went, or where a frame is moved to: luma samples to the right, luma rows downward, and
