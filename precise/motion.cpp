@@ -307,11 +307,13 @@ CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, s
 
 Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
                                  std::span<const Similarity> guesses) {
+  const auto isTooSmall = [](const Region& region) {
+    return std::min(region.right - region.left, region.bottom - region.top) < kSmallestRegionSide;
+  };
   std::size_t level = earlier.levels.size() - 1;
+  while (level > 0 && isTooSmall(ViewOf(earlier, later, level).region)) --level;
   const View coarsest = ViewOf(earlier, later, level);
-  if (std::min(coarsest.region.right - coarsest.region.left, coarsest.region.bottom - coarsest.region.top) <
-      kSmallestRegionSide)
-    return {};
+  if (isTooSmall(coarsest.region)) return {};
   Alignment alignment = BestStart(coarsest, guesses);
   std::size_t compared = level;
   while (level-- > 0) {
