@@ -86,7 +86,7 @@ class FrameRing {
 bool AreUsable(const PictureFormat& format, const Settings& settings) {
   if (!IsUsable(format)) return false;
   const auto leavesSample = [](double margin, std::int32_t side, int shift) {
-    return margin >= 0 && 2 * margin <= side - (1 << shift);
+    return margin >= 0 && 2 * margin <= std::max(side - (1 << shift), 0);
   };
   const auto& region = settings.estimateFrom;
   return settings.window >= 2 && settings.window <= 256 && settings.window % 2 == 0 &&
