@@ -27,7 +27,7 @@ constexpr ShotCase kShotCases[] = {
     {"a flash of another picture", "aaaabaaaa", "000000000"},
     {"a flash at the start", "aabaa", "00000"},
     {"a flash before a cut", "aaaabacccc", "0000001111"},
-    {"a flash after a cut", "aaaababbbb", "0000111111"},
+    {"a flash after a cut", "aaaabcbbbb", "0000111111"},
     {"black", "KKKKKK", "000000"},
     {"a fade to black and back", "aaaaaaaaaaaaaaaaaa", "000000000000000000", "998765432101234567"},
     {"a fast pan", "aaaaaaaa", "00000000", "", 20},
