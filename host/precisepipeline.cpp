@@ -59,7 +59,7 @@ class PrecisePipeline final : public Pipeline {
                   std::FILE* output)
       : m_reader(std::move(reader)),
         m_outputFormat(precise::OutputFormat(m_reader.Facts().format, settings)),
-        m_stabilizer(m_reader.Facts().format, settings),
+        m_stabilizer(m_reader.Facts().format, settings, options.simd),
         m_held(static_cast<std::size_t>(m_stabilizer.DelayFrames()) + 1, FrameBytes(m_reader.Facts().format)),
         m_output(FrameBytes(m_outputFormat)),
         m_writer(output, m_reader.Head(), m_outputFormat) {

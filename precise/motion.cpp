@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 #include "precise/loops.h"
 #include "precise/normalequations.h"
@@ -86,10 +87,11 @@ double Spread(const Plane& plane, const Region& region) {
 
 bool Match::IsSameScene() const { return likeness >= kSameScene; }
 
-CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region)
-    : m_format(format),
-      m_region(region.value_or(Region{0, 0, format.width, format.height})),
-      m_histogram(kLargestResidual + 1) {
+CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region,
+                                   const Loops& loops)
+    : m_pLoops(&loops),
+      m_format(format),
+      m_region(region.value_or(Region{0, 0, format.width, format.height})) {
   const Plane finest = std::move(Pyramid(format).levels.front().samples);
   m_residuals.resize(static_cast<std::size_t>(finest.Width()) * static_cast<std::size_t>(finest.Height()));
 }
@@ -127,8 +129,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
       if (left >= right || top >= bottom) continue;
       std::int64_t sum = 0;
       for (std::int32_t y = top; y < bottom; ++y)
-        sum += SumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx, right - left,
-                                    brighter, cap);
+        sum += m_pLoops->sumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx,
+                                              right - left, brighter, cap);
       const double cost = static_cast<double>(sum) / (double{1} * (right - left) * (bottom - top));
       if (cost >= least) continue;
       least = cost;
@@ -176,32 +178,41 @@ void CMotionEstimator::FillResiduals(const View& view, const Similarity& map, co
     std::int16_t* const out = ResidualRowOf(view, row);
     std::fill(out + view.region.left, out + run.begin, kNoResidual);
     if (run.begin < run.end)
-      ResidualRow(later.Row(0), later.Width(), line, run, view.earlier->Row(row), exposure, out);
+      m_pLoops->residualRow(later.Row(0), later.Width(), line, run, view.earlier->Row(row), exposure, out);
     std::fill(out + std::max(run.begin, run.end), out + view.region.right, kNoResidual);
   }
 }
 
-double CMotionEstimator::MedianResidual(const View& view) {
-  std::ranges::fill(m_histogram, 0);
+std::int64_t CMotionEstimator::CountBelow(const View& view, std::int32_t limit) {
   std::int64_t count = 0;
-  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row) {
-    const std::int16_t* const residuals = ResidualRowOf(view, row);
-    for (std::int32_t x = view.region.left; x < view.region.right; ++x) {
-      if (residuals[x] == kNoResidual) continue;
-      ++m_histogram[static_cast<std::size_t>(std::min(std::abs(int{residuals[x]}), kLargestResidual))];
-      ++count;
-    }
+  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row)
+    count += m_pLoops->countBelow(ResidualRowOf(view, row) + view.region.left,
+                                  view.region.right - view.region.left, limit);
+  return count;
+}
+
+/// By bisection, since counting takes a fraction of what a histogram does.
+double CMotionEstimator::MedianResidual(const View& view) {
+  const std::int64_t count = CountBelow(view, kNoResidual);
+  // Limits that less than half of the residuals are below, and at least half.
+  std::int32_t low = 0, high = 1;
+  std::int64_t belowLow = 0, belowHigh = CountBelow(view, high);
+  while (2 * belowHigh < count && high <= kLargestResidual) {
+    low = std::exchange(high, 2 * high);
+    belowLow = std::exchange(belowHigh, high > kLargestResidual ? count : CountBelow(view, high));
   }
-  std::int64_t below = 0;
-  std::size_t value = 0;
-  while (value + 1 < m_histogram.size() && 2 * (below + m_histogram[value]) < count)
-    below += m_histogram[value++];
-  // Within a bin the values are taken as spread evenly.
-  const double inside =
-      m_histogram[value] > 0
-          ? (0.5 * static_cast<double>(count) - static_cast<double>(below)) / m_histogram[value]
-          : 0.5;
-  return static_cast<double>(value) + inside - 0.5;
+  while (low + 1 < high) {
+    const std::int32_t middle = (low + high) / 2;
+    const std::int64_t below = CountBelow(view, middle);
+    (2 * below < count ? low : high) = middle;
+    (2 * below < count ? belowLow : belowHigh) = below;
+  }
+  // Equal values are taken as spread evenly around it.
+  const std::int64_t equal = belowHigh - belowLow;
+  const double inside = equal > 0 ? (0.5 * static_cast<double>(count) - static_cast<double>(belowLow)) /
+                                        static_cast<double>(equal)
+                                  : 0.5;
+  return low + inside - 0.5;
 }
 
 /// Mean residual, where more than `cap` counts as `cap`, and a sample without a counterpart as half of it.
@@ -229,8 +240,8 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
     const std::int32_t height = std::min(kCellSide, region.bottom - top);
     for (std::int32_t left = region.left; left < region.right; left += kCellSide) {
       const std::int32_t width = std::min(kCellSide, region.right - left);
-      const CellSums sums = SumCell(view.earlier->Row(top) + left, ResidualRowOf(view, top) + left,
-                                    view.earlier->Width(), width, height, weight);
+      const CellSums sums = m_pLoops->sumCell(view.earlier->Row(top) + left, ResidualRowOf(view, top) + left,
+                                              view.earlier->Width(), width, height, weight);
       const Complex middle = Complex{left + (width - 1) / 2.0, top + (height - 1) / 2.0} - view.centre;
       equations.AddCell(sums, {middle.re * view.aspect, middle.im}, view.radius, view.aspect);
     }
@@ -299,7 +310,7 @@ CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, s
     ColumnRun run = {left, std::min(left + kCellSide, view.region.right - 1)};
     while (run.begin < run.end && isMissing(run.begin)) ++run.begin;
     while (run.begin < run.end && isMissing(run.end - 1)) --run.end;
-    AddGradientProducts(earlier, later, run, cell.products);
+    m_pLoops->addGradientProducts(earlier, later, run, cell.products);
     cell.samples += run.end - run.begin;
   }
   return cell;

@@ -109,14 +109,15 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 
 /// All that one stream needs. Frames are numbered from 0.
 struct CStabilizer::Stream {
-  Stream(const PictureFormat& format, const Settings& wanted)
-      : settings(wanted),
+  Stream(const PictureFormat& format, const Settings& wanted, SimdLevel cap)
+      : loops(SelectLoops(cap)),
+        settings(wanted),
         shown(MakeShown(format, settings)),
         frames(MakeFrames(shown)),
         half(settings.window / 2),
         bend(HasMargins(settings) ? half / 2 : 0),
         delay(HasMargins(settings) ? settings.window : half),
-        estimator(format, settings.estimateFrom),
+        estimator(format, settings.estimateFrom, loops),
         reference(format),
         lent(delay + 1),
         track(2 * settings.window + 4, settings.findCuts),
@@ -142,6 +143,7 @@ struct CStabilizer::Stream {
   Correction CorrectionOf(std::int64_t frame);
   void Draw(const Correction& correction, const ConstPicture& in, const Picture& out, bool beginsShot);
 
+  const Loops& loops;
   Settings settings;
   Shown shown;
   Frames frames;
@@ -187,7 +189,7 @@ void CStabilizer::Stream::Relate(std::int64_t frame) {
   };
   const auto refer = [&](std::int64_t first) {
     referenceFrame = first;
-    BuildPyramid(lent[first][0], shown.input.bitsPerSample, reference);
+    BuildPyramid(lent[first][0], shown.input.bitsPerSample, loops, reference);
     sinceReference[first] = {};
   };
   if (frame == 0) return refer(0);
@@ -237,19 +239,19 @@ void CStabilizer::Stream::Draw(const Correction& correction, const ConstPicture&
     const auto i = static_cast<std::size_t>(plane);
     const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
     if (!settings.keepBackground) {
-      WarpPlane(shown, correction, plane, in, out, 0, height, false);
+      WarpPlane(shown, correction, plane, in, out, 0, height, false, loops);
       continue;
     }
     if (beginsShot) std::ranges::fill(canvas[i], static_cast<std::uint8_t>(shown.background[i]));
-    WarpPlane(shown, correction, plane, in, canvasPlanes, 0, height, true);
+    WarpPlane(shown, correction, plane, in, canvasPlanes, 0, height, true, loops);
     for (std::int32_t row = 0; row < height; ++row)
       std::memcpy(out[i].data + row * out[i].strideBytes, canvas[i].data() + std::ptrdiff_t{row} * width,
                   static_cast<std::size_t>(width));
   }
 }
 
-CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings)
-    : m_pStream(std::make_unique<Stream>(format, settings)) {}
+CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap)
+    : m_pStream(std::make_unique<Stream>(format, settings, cap)) {}
 
 CStabilizer::~CStabilizer() = default;
 
@@ -259,7 +261,7 @@ void CStabilizer::Push(const ConstPicture& frame) {
   Stream& stream = *m_pStream;
   const std::int64_t number = stream.track.Frames();
   stream.lent[number] = frame;
-  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.PyramidOf(number));
+  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.loops, stream.PyramidOf(number));
   stream.TieFrame(number);
   if (stream.settings.tripod) stream.Relate(number);
   stream.PlanUpTo(number - stream.half);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/simd.h"
 #include "precise/picture.h"
 
 namespace precise {
@@ -70,8 +71,8 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 ///   End(); while (CanDeliver()) Deliver(out);
 class CStabilizer {
  public:
-  /// The format and settings are usable. Throws std::bad_alloc.
-  CStabilizer(const PictureFormat& format, const Settings& settings);
+  /// The format and settings are usable. Throws std::bad_alloc. All levels give the same bytes.
+  CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap = SimdLevel::Avx2);
   ~CStabilizer();
   CStabilizer(const CStabilizer&) = delete;
   CStabilizer& operator=(const CStabilizer&) = delete;
