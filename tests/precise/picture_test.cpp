@@ -127,25 +127,23 @@ TEST(Picture, ShowsBackgroundWhereNoSampleLies) {
 
 TEST(Picture, IsCoveredInsideTheMargins) {
   for (const PictureFormat& format : {k420Left, k411, kGreyAlpha}) {
-    for (const Clipping clipping : {Clipping::Stretch, Clipping::Crop}) {
-      for (const bool tripod : {false, true}) {
-        std::vector<Take> takes = ShakyTakes("aaaaaaaaaaaaaaaabbbbbb", 20);
-        for (std::size_t i = 6; i < 16; ++i) takes[i].pose.shift.re += 12.0 * static_cast<double>(i - 6);
-        const Settings settings = {.window = 8,
-                                   .marginX = 9,
-                                   .marginY = 5,
-                                   .clipping = clipping,
-                                   .tripod = tripod,
-                                   .background = kUncovering.background};
-        const Outcome run = Stabilize(format, settings, ShootAll(format, takes));
-        for (std::size_t i = 0; i < takes.size(); ++i)
-          for (int plane = 0; plane < format.planes; ++plane)
-            EXPECT_EQ(std::ranges::count(run.frames[i][static_cast<std::size_t>(plane)],
-                                         format.IsAlpha(plane) ? 0 : kBackground),
-                      0)
-                << "frame " << i << ", plane " << plane << " of " << format.planes << ", clipping "
-                << static_cast<int>(clipping) << ", tripod " << tripod;
-      }
+    std::vector<Take> takes = ShakyTakes("aaaaaaaaaaaaaaaabbbbbb", 20);
+    for (std::size_t i = 6; i < 16; ++i) takes[i].pose.shift.re += 12.0 * static_cast<double>(i - 6);
+    const std::vector<PlanarFrame> frames = ShootAll(format, takes);
+    for (Settings settings : {Settings{.clipping = Clipping::Stretch}, Settings{.clipping = Clipping::Crop},
+                              Settings{.tripod = true}}) {
+      settings.window = 8;
+      settings.marginX = 9;
+      settings.marginY = 5;
+      settings.background = kUncovering.background;
+      const Outcome run = Stabilize(format, settings, frames);
+      for (std::size_t i = 0; i < takes.size(); ++i)
+        for (int plane = 0; plane < format.planes; ++plane)
+          EXPECT_EQ(std::ranges::count(run.frames[i][static_cast<std::size_t>(plane)],
+                                       format.IsAlpha(plane) ? 0 : kBackground),
+                    0)
+              << "frame " << i << ", plane " << plane << " of " << format.planes << ", clipping "
+              << static_cast<int>(settings.clipping) << ", tripod " << settings.tripod;
     }
   }
 }
