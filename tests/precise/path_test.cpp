@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <numbers>
 
+#include "precise/margins.h"
 #include "precise/run.h"
 
 namespace precise {
@@ -79,6 +80,20 @@ TEST(Path, BendsGraduallyInsideTheMargins) {
   }
   // The margins are made use of.
   EXPECT_GT(largest, 4);
+}
+
+TEST(Path, NeverReachesFurtherThanAFrameAllows) {
+  const std::vector<double> weights = {3, 2, 1};
+  for (std::size_t low = 0; low < 9; ++low) {
+    std::vector<double> reaches(9, CLadder::kHighest);
+    reaches[low] = 1;
+    for (std::size_t i = 0; i < reaches.size(); ++i) {
+      const double reach = SmoothReach(reaches, static_cast<std::int64_t>(i), weights);
+      const std::size_t distance = i < low ? low - i : i - low;
+      EXPECT_LE(reach, reaches[i]);
+      EXPECT_EQ(reach < CLadder::kHighest, distance <= 4) << "frame " << i << ", lowest at " << low;
+    }
+  }
 }
 
 TEST(Path, LaysEveryFrameOnTheFirstOfItsShotOnATripod) {
