@@ -122,7 +122,7 @@ TEST(Stream, RefusesWhatItCannotStabilize) {
       {"window 5", [](auto&, auto& settings) { settings.window = 5; }},
       {"window 258", [](auto&, auto& settings) { settings.window = 258; }},
       {"margin below 0", [](auto&, auto& settings) { settings.marginX = -1; }},
-      {"margin that leaves no column", [](auto&, auto& settings) { settings.marginX = 31.5; }},
+      {"margin that leaves no column", [](auto&, auto& settings) { settings.marginX = 31.75; }},
       {"margin that leaves no row", [](auto&, auto& settings) { settings.marginY = 24; }},
       {"margin unknown", [](auto&, auto& settings) { settings.marginY = NAN; }},
       {"region beside the picture",
