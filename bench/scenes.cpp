@@ -1,0 +1,196 @@
+#include "scenes.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <numbers>
+
+#include "random.h"
+
+namespace {
+
+constexpr double Pi = std::numbers::pi;
+
+enum class Pan { none, drift, startAndStop, whip };
+enum class Light { steady, flicker, flash, fade };
+
+struct Recipe {
+  std::string_view name;
+  int width = 640, height = 480;
+  int frames = 180;
+  Pan pan = Pan::drift;
+  double shake = 1, roll = 1;  // times the usual
+  double contrast = 1, noise = 0;
+  double objectShare = 0;
+  Light light = Light::steady;
+  int shots = 1;
+};
+
+constexpr std::array Recipes = {
+    Recipe{.name = "plain"},
+    Recipe{.name = "plain-240", .width = 320, .height = 240},
+    Recipe{.name = "plain-720", .width = 1280, .height = 720},
+    Recipe{.name = "plain-1080", .width = 1920, .height = 1080, .frames = 150},
+    Recipe{.name = "shift", .roll = 0},
+    Recipe{.name = "foreground", .objectShare = 1.0 / 3},
+    Recipe{.name = "noise", .noise = 10},
+    Recipe{.name = "exposure", .light = Light::flicker},
+    Recipe{.name = "faint", .contrast = 0.18},
+    Recipe{.name = "faint-noise", .contrast = 0.18, .noise = 5},
+    Recipe{.name = "still", .pan = Pan::none, .shake = 0, .roll = 0, .noise = 2, .objectShare = 0.12},
+    Recipe{.name = "cuts", .frames = 21 * 32, .shots = 21},
+    Recipe{.name = "pan", .frames = 200, .pan = Pan::startAndStop},
+    Recipe{.name = "whip", .frames = 200, .pan = Pan::whip},
+    Recipe{.name = "flash", .light = Light::flash},
+    Recipe{.name = "fade", .light = Light::fade},
+};
+
+/// A sum of waves from a fifth of a hertz to ten, at 30 frames a second, whose height falls with their frequency as a
+/// hand's tremble does.
+class Tremble {
+ public:
+  explicit Tremble(std::uint32_t seed) {
+    Random random(seed);
+    for (std::size_t i = 0; i < m_waves.size(); ++i) {
+      const double octaves = (static_cast<double>(i) + random.Between(0, 1)) / static_cast<double>(m_waves.size()) * 5.6;
+      const double cyclesAFrame = 0.2 / 30 * std::exp2(octaves);
+      m_waves[i] = {2 * Pi * cyclesAFrame, random.Between(0, 2 * Pi), std::exp2(-1.2 * octaves)};
+    }
+  }
+
+  double At(double frame) const {
+    double sum = 0;
+    for (const Wave& wave : m_waves) sum += wave.height * std::sin(wave.speed * frame + wave.phase);
+    return sum;
+  }
+
+ private:
+  struct Wave {
+    double speed, phase, height;
+  };
+  std::array<Wave, 28> m_waves{};
+};
+
+
+/// How far a movement has come that takes up its speed of one pixel a frame within `ramp` frames from `start` on, and
+/// lays it down again within `ramp` frames from `stop` on; the speed follows half a cosine wave.
+double Moved(double frame, double start, double stop, double ramp) {
+  const auto since = [=](double begin) {
+    const double t = std::clamp(frame - begin, 0.0, ramp);
+    const double rising = t / 2 - ramp / (2 * Pi) * std::sin(Pi * t / ramp);
+    return rising + std::max(frame - begin - ramp, 0.0);
+  };
+  return since(start) - since(stop);
+}
+
+/// Where the camera's owner means to point it.
+Pose Aim(Pan pan, double frame) {
+  switch (pan) {
+    case Pan::drift:
+      return {0.8 * frame + 12 * std::sin(frame / 40), 0.3 * frame + 8 * std::cos(frame / 33), 0};
+    case Pan::startAndStop:
+      return {6 * Moved(frame, 50, 115, 20), 0, 0};
+    case Pan::whip:
+      return {60 * Moved(frame, 30, 108, 62), 0, 0};
+    case Pan::none:
+      break;
+  }
+  return {};
+}
+
+void Expose(Light light, std::size_t number, std::size_t count, Random& random, SceneFrame& frame) {
+  const double position = static_cast<double>(number), middle = static_cast<double>(count / 2);
+  switch (light) {
+    case Light::flicker:
+      frame.gain = random.Between(0.8, 1.2);
+      frame.bias = random.Between(-12, 12);
+      break;
+    case Light::flash:
+      if (number == count / 2) {
+        frame.gain = 1.4;
+        frame.bias = 85;
+      }
+      break;
+    case Light::fade:
+      frame.gain = std::clamp((std::abs(position - middle) - 4) / 20, 0.0, 1.0);
+      frame.bias = -112 * (1 - frame.gain);
+      break;
+    case Light::steady:
+      break;
+  }
+}
+
+/// Shots of 24 to 40 frames, where there are several.
+int ShotFrames(const Recipe& recipe, int shot) {
+  const int mean = recipe.frames / recipe.shots;
+  return recipe.shots == 1 ? mean : mean + (shot * 7 % 5 - 2) * 4;
+}
+
+Scene Prepare(const Recipe& recipe) {
+  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {}};
+  Random light(7);
+  for (int shot = 0; shot < recipe.shots; ++shot) {
+    const std::uint32_t seed = 10 * static_cast<std::uint32_t>(shot);
+    const Tremble right(seed + 1), down(seed + 2), roll(seed + 3);
+    for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
+      SceneFrame frame;
+      const Pose aim = Aim(recipe.pan, number);
+      frame.camera = {aim.x + recipe.shake * 3 * right.At(number), aim.y + recipe.shake * 3 * down.At(number),
+                      recipe.roll * 0.2 * roll.At(number)};
+      frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0), aim.y + 10 * std::sin(number / 9.0), 0};
+      frame.shot = shot;
+      // Every other cut leads to a scene of the same brightness.
+      frame.bias = recipe.shots > 1 ? 12 * (shot / 2 % 3 - 1) : 0;
+      scene.frames.push_back(frame);
+    }
+  }
+  for (std::size_t i = 0; i < scene.frames.size(); ++i) {
+    Expose(recipe.light, i, scene.frames.size(), light, scene.frames[i]);
+  }
+  return scene;
+}
+
+}  // namespace
+
+Pose::Point Pose::Under(double right, double down) const {
+  const double cosine = std::cos(degrees * Pi / 180), sine = std::sin(degrees * Pi / 180);
+  return {x + cosine * right + sine * down, y - sine * right + cosine * down};
+}
+
+std::vector<std::string_view> SceneNames() {
+  std::vector<std::string_view> names;
+  for (const Recipe& recipe : Recipes) names.push_back(recipe.name);
+  return names;
+}
+
+std::optional<Scene> FindScene(std::string_view name) {
+  const auto colon = std::min(name.find(':'), name.size());
+  const std::string_view length = name.substr(std::min(colon + 1, name.size()));
+  const auto* recipe = std::ranges::find(Recipes, name.substr(0, colon), &Recipe::name);
+  if (recipe == Recipes.end()) return std::nullopt;
+  Scene scene = Prepare(*recipe);
+  if (colon < name.size()) {
+    std::size_t frames = 0;
+    const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), frames);
+    if (error != std::errc() || end != length.data() + length.size() || frames == 0) return std::nullopt;
+    scene.frames.resize(std::min(frames, scene.frames.size()));
+  }
+  return scene;
+}
+
+Area ShotArea(const Scene& scene, int shot) {
+  constexpr double more = 96;
+  Area area{1e9, 1e9, -1e9, -1e9};
+  for (const SceneFrame& frame : scene.frames) {
+    if (frame.shot != shot) continue;
+    area.left = std::min(area.left, frame.camera.x);
+    area.top = std::min(area.top, frame.camera.y);
+    area.right = std::max(area.right, frame.camera.x);
+    area.bottom = std::max(area.bottom, frame.camera.y);
+  }
+  const double across = scene.width / 2.0 + more, down = scene.height / 2.0 + more;
+  return {area.left - across, area.top - down, area.right + across, area.bottom + down};
+}
+
+std::uint32_t ShotSeed(int shot) { return 1000 + static_cast<std::uint32_t>(shot); }

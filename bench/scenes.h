@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "canvas.h"
+
+/// Where a picture lies on its canvas: its centre in picture pixels, y downward, and its roll, counterclockwise.
+struct Pose {
+  double x = 0, y = 0, degrees = 0;
+
+  /// The canvas point under a point of the picture, both in pixels; the latter from the picture's centre.
+  struct Point {
+    double x, y;
+  };
+  Point Under(double right, double down) const;
+};
+
+struct SceneFrame {
+  Pose camera;
+  Pose object;  // what moves in front of the canvas: its centre, on the canvas's scale
+  int shot = 0;
+  double gain = 1, bias = 0;  // of the exposure
+};
+
+/// The chroma of every pixel of every scene; no stabilizer's background has it.
+constexpr unsigned char SceneU = 118, SceneV = 138;
+
+/// A made-up clip whose camera path is known.
+struct Scene {
+  std::string_view name;
+  int width = 0, height = 0;
+  double contrast = 1;
+  double noise = 0;        // standard deviation, in grey levels
+  double objectShare = 0;  // of the picture's area that something in front covers
+  std::vector<SceneFrame> frames;
+};
+
+std::vector<std::string_view> SceneNames();
+
+/// The scene of that name, if there is one. Names are the scenes' own, and NAME:FRAMES is the beginning of one.
+std::optional<Scene> FindScene(std::string_view name);
+
+/// What a shot of the scene looks at: all that its camera sees, and some more on each side.
+Area ShotArea(const Scene& scene, int shot);
+std::uint32_t ShotSeed(int shot);
