@@ -55,7 +55,7 @@ class Tremble {
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
       const double octaves = (static_cast<double>(i) + random.Between(0, 1)) / static_cast<double>(m_waves.size()) * 5.6;
       const double cyclesAFrame = 0.2 / 30 * std::exp2(octaves);
-      m_waves[i] = {2 * Pi * cyclesAFrame, random.Between(0, 2 * Pi), std::exp2(-1.2 * octaves)};
+      m_waves[i] = {2 * Pi * cyclesAFrame, random.Between(0, 2 * Pi), std::exp2(-0.6 * octaves)};
     }
   }
 
@@ -136,8 +136,8 @@ Scene Prepare(const Recipe& recipe) {
     for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
       SceneFrame frame;
       const Pose aim = Aim(recipe.pan, number);
-      frame.camera = {aim.x + recipe.shake * 3 * right.At(number), aim.y + recipe.shake * 3 * down.At(number),
-                      recipe.roll * 0.2 * roll.At(number)};
+      frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number), aim.y + recipe.shake * 1.5 * down.At(number),
+                      recipe.roll * 0.1 * roll.At(number)};
       frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0), aim.y + 10 * std::sin(number / 9.0), 0};
       frame.shot = shot;
       // Every other cut leads to a scene of the same brightness.
