@@ -82,3 +82,38 @@ def jitter(shots):
     trembles = [tremble(path) for path in shots]
     return (jitter_of(sum(trembles, [])),
             jitter_of(sum((left[:END] + left[max(END, len(left) - END):] for left in trembles), [])))
+
+
+def smoothed(path, taps):
+    """One shot's path under a symmetric kernel, of which the taps from the centre outward are given; beyond its ends it
+    goes on by point reflection."""
+    def at(frame, axis):
+        last = len(path) - 1
+        inside = min(max(frame, 0), last)
+        mirrored = min(max(2 * inside - frame, 0), last)
+        here, there = getattr(path[inside], axis), getattr(path[mirrored], axis)
+        return here if frame == inside else 2 * here - there
+
+    def average(frame, axis):
+        whole = taps[0] + 2 * sum(taps[1:])
+        return (taps[0] * at(frame, axis) + sum(tap * (at(frame - reach, axis) + at(frame + reach, axis))
+                                                for reach, tap in enumerate(taps[1:], 1))) / whole
+
+    return [Pose(*(average(frame, axis) for axis in ("x", "y", "theta"))) for frame in range(len(path))]
+
+
+def bend(path):
+    """The largest second difference of one shot's path, in pixels."""
+    return max((math.hypot(a.x - 2 * b.x + c.x, a.y - 2 * b.y + c.y)
+                for a, b, c in zip(path, path[1:], path[2:]) if a and b and c), default=math.nan)
+
+
+def steps(path):
+    """One shot's motion from frame to frame, along the picture's own axes halfway."""
+    found = []
+    for before, after in zip(path, path[1:]):
+        shift = after - before
+        roll = math.radians((before.theta + after.theta) / 2)
+        found.append(Pose(math.cos(roll) * shift.x + math.sin(roll) * shift.y,
+                          math.cos(roll) * shift.y - math.sin(roll) * shift.x, shift.theta))
+    return found

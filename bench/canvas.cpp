@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr double SmallestLeaf = 3, LargestLeaf = 160;  // half widths in picture pixels
+constexpr double SmallestLeaf = 4, LargestLeaf = 160;  // half widths in picture pixels
 
 /// An ellipse or a rectangle, turned, with shading and texture of its own.
 struct Leaf {
@@ -97,5 +97,5 @@ Plane PaintCanvas(Area area, std::uint32_t seed) {
   std::size_t bare = canvas.samples.size();
   while (bare > canvas.samples.size() / 200) bare -= Paint(GrowLeaf(random, area), area, canvas, covered);
   // The lens: so soft that hardly anything is left beyond what pixels can hold.
-  return Blurred(canvas);
+  return Blurred(Blurred(canvas));
 }

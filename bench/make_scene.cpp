@@ -44,11 +44,12 @@ class Camera {
     if (frame.shot != m_shot) LookAt(frame.shot);
     std::mt19937 engine(static_cast<std::uint32_t>(number));
     std::normal_distribution<double> noise(0, std::max(m_scene.noise, 1e-9));
+    const Movement toCanvas = frame.camera.ToCanvas();
     std::vector<unsigned char> luma;
     luma.reserve(static_cast<std::size_t>(m_scene.width) * static_cast<std::size_t>(m_scene.height));
     for (int y = 0; y < m_scene.height; ++y) {
       for (int x = 0; x < m_scene.width; ++x) {
-        const double light = Light(frame, x - (m_scene.width - 1) / 2.0, y - (m_scene.height - 1) / 2.0);
+        const double light = Light(frame, toCanvas.Of(x - (m_scene.width - 1) / 2.0, y - (m_scene.height - 1) / 2.0));
         const double seen = 128 + m_scene.contrast * frame.gain * light + frame.bias;
         const double grey = m_scene.noise > 0 ? seen + noise(engine) : seen;
         luma.push_back(static_cast<unsigned char>(std::lround(std::clamp(grey, 16.0, 235.0))));
@@ -64,8 +65,7 @@ class Camera {
     m_shot = shot;
   }
 
-  double Light(const SceneFrame& frame, double right, double down) const {
-    const Pose::Point point = frame.camera.Under(right, down);
+  double Light(const SceneFrame& frame, Point point) const {
     if (!m_object) return m_view->At(point.x, point.y);
     const double x = point.x - frame.object.x, y = point.y - frame.object.y;
     const double cover = ObjectCover(m_scene, x, y);

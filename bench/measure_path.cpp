@@ -3,9 +3,9 @@
 //   measure_path SCENE [ZOOM] < video.y4m > path.csv
 //
 // SCENE as make_scene knows it; ZOOM is how much the stabilizer magnifies, 1 by default. Any 8-bit 4:2:0 YUV4MPEG2 is
-// taken. The result has a line a frame: x, y, theta as make_scene writes them; the zoom; the gain of the exposure; the
-// share of the picture that agrees with the canvas; the share that shows background; and the variance of the Laplacian in
-// the picture's middle, which tells how sharp it is.
+// taken. The result has a line a frame: x, y, theta as make_scene writes them; the zoom; whether these are known, 1 or 0;
+// the share of the picture that shows background or what the source frame did not hold; and the variance of the Laplacian
+// in the picture's middle, which tells how sharp it is.
 //
 // Each frame is laid on the noise-free canvas for itself, so that nothing drifts: a correlation of coarse pictures finds
 // it around the pose that it was filmed at, then Gauss-Newton steps on similarity, gain and offset, with Tukey's weights
@@ -50,6 +50,8 @@ struct Fit {
   Pose pose;
   double zoom = 1, gain = 1, offset = 0;
   double agreeing = 0;  // share of the samples
+
+  bool Succeeded() const { return agreeing > 0.4 && gain > 0.05; }
 };
 
 std::optional<std::string> ReadLine(std::FILE* file) {
@@ -94,12 +96,21 @@ bool ShowsBackground(const Video& video, int x, int y) {
   return std::abs(video.u[at] - SceneU) + std::abs(video.v[at] - SceneV) > 10;
 }
 
-double UncoveredShare(const Video& video) {
+/// The share of pixels that show background, or what lies outside of the frame at the source's pose.
+double UncoveredShare(const Video& video, const Fit& fit, const Scene& scene, const Pose& source) {
+  const Movement toCanvas = fit.pose.ToCanvas(), toSource = source.ToPicture();
+  const auto outside = [&](int x, int y) {
+    const Point point = toCanvas.Of((x - (video.width - 1) / 2.0) / fit.zoom, (y - (video.height - 1) / 2.0) / fit.zoom);
+    const Point seen = toSource.Of(point.x, point.y);
+    return std::abs(seen.x) > scene.width / 2.0 || std::abs(seen.y) > scene.height / 2.0;
+  };
   int uncovered = 0;
-  for (int y = 0; y < video.height; y += 2) {
-    for (int x = 0; x < video.width; x += 2) uncovered += ShowsBackground(video, x, y) ? 1 : 0;
+  for (int y = 0; y < video.height; ++y) {
+    for (int x = 0; x < video.width; ++x) {
+      uncovered += ShowsBackground(video, x, y) || (fit.Succeeded() && outside(x, y)) ? 1 : 0;
+    }
   }
-  return static_cast<double>(uncovered) / static_cast<double>(video.u.size());
+  return static_cast<double>(uncovered) / static_cast<double>(video.luma.size());
 }
 
 double LaplacianVariance(const Video& video) {
@@ -176,12 +187,6 @@ std::vector<View> CanvasLayers(const Scene& scene, int shot, int count) {
   return views;
 }
 
-/// The canvas point under a layer's sample, and that sample's offset from the picture's centre in canvas pixels.
-struct Ray {
-  double right, down;
-  Pose::Point point;
-};
-
 class Registration {
  public:
   Registration(const Video& video, const std::vector<Layer>& layers, const std::vector<View>& canvas)
@@ -202,17 +207,17 @@ class Registration {
     double residual;  // of the picture against the canvas
   };
 
-  Ray RayOf(const Fit& fit, std::size_t level, int x, int y) const {
-    const double right = ((x << level) - m_centreX) / fit.zoom, down = ((y << level) - m_centreY) / fit.zoom;
-    return {right, down, fit.pose.Under(right, down)};
+  /// A layer's sample from the picture's centre, in canvas pixels.
+  Point FromCentre(const Fit& fit, std::size_t level, int x, int y) const {
+    return {((x << level) - m_centreX) / fit.zoom, ((y << level) - m_centreY) / fit.zoom};
   }
 
-  /// The whole shift of the coarsest layer that correlates best with the canvas.
+  /// Of shifts of the coarsest layer by even numbers of its pixels, that which correlates best with the canvas.
   Pose BestShift(const Fit& start, std::size_t level) const {
     Pose best = start.pose;
     double highest = -1;
-    for (int down = -SearchReach; down <= SearchReach; ++down) {
-      for (int right = -SearchReach; right <= SearchReach; ++right) {
+    for (int down = -SearchReach; down <= SearchReach; down += 2) {
+      for (int right = -SearchReach; right <= SearchReach; right += 2) {
         Fit shifted = start;
         shifted.pose.x += right << level;
         shifted.pose.y += down << level;
@@ -228,11 +233,12 @@ class Registration {
 
   double Correlation(const Fit& fit, std::size_t level) const {
     const auto& [grey, trust] = m_layers[level];
+    const Movement toCanvas = fit.pose.ToCanvas();
     double count = 0, sumA = 0, sumB = 0, sumAA = 0, sumBB = 0, sumAB = 0;
     for (int y = 0; y < grey.height; y += 2) {
       for (int x = 0; x < grey.width; x += 2) {
         if (trust.Row(y)[x] == 0) continue;
-        const Pose::Point point = RayOf(fit, level, x, y).point;
+        const Point from = FromCentre(fit, level, x, y), point = toCanvas.Of(from.x, from.y);
         if (!m_canvas[level].Holds(point.x, point.y)) continue;
         const double a = grey.Row(y)[x], b = m_canvas[level].At(point.x, point.y);
         count += 1;
@@ -266,18 +272,19 @@ class Registration {
     const auto& [grey, trust] = m_layers[level];
     const int stride = std::max(1, static_cast<int>(std::ceil(std::sqrt(
                                        static_cast<double>(grey.width) * grey.height / SamplesAtMost))));
+    const Movement toCanvas = fit.pose.ToCanvas();
+    const View& canvas = m_canvas[level];
     std::vector<Sample> samples;
     samples.reserve(SamplesAtMost);
     for (int y = 0; y < grey.height; y += stride) {
       // Rows in turn start elsewhere, so that no column is left out.
       for (int x = y / stride % stride; x < grey.width; x += stride) {
         if (trust.Row(y)[x] == 0) continue;
-        const Ray ray = RayOf(fit, level, x, y);
-        const View& canvas = m_canvas[level];
-        if (!canvas.Holds(ray.point.x, ray.point.y)) continue;
-        const auto [value, slopeX, slopeY] = canvas.WithSlopes(ray.point.x, ray.point.y);
+        const Point from = FromCentre(fit, level, x, y), point = toCanvas.Of(from.x, from.y);
+        if (!canvas.Holds(point.x, point.y)) continue;
+        const auto [value, slopeX, slopeY] = canvas.WithSlopes(point.x, point.y);
         // Turning the picture moves the point under it at a right angle to its way from the centre.
-        const double fromX = ray.point.x - fit.pose.x, fromY = ray.point.y - fit.pose.y;
+        const double fromX = point.x - fit.pose.x, fromY = point.y - fit.pose.y;
         const double turning = slopeX * fromY - slopeY * fromX, growing = -(slopeX * fromX + slopeY * fromY);
         const double residual = grey.Row(y)[x] - (fit.gain * value + fit.offset);
         samples.push_back({{fit.gain * slopeX, fit.gain * slopeY, fit.gain * turning, fit.gain * growing, value, 1,
@@ -354,7 +361,7 @@ int Measure(const Scene& scene, double zoom) {
     std::fputs("measure_path: the input is no 8-bit 4:2:0 YUV4MPEG2\n", stderr);
     return 1;
   }
-  std::puts("frame,x,y,theta,zoom,gain,agreeing,uncovered,detail");
+  std::puts("frame,x,y,theta,zoom,found,uncovered,detail");
   std::vector<View> canvas;
   int shot = -1;
   for (std::size_t i = 0; i < scene.frames.size(); ++i) {
@@ -370,8 +377,9 @@ int Measure(const Scene& scene, double zoom) {
     const std::vector<Layer> layers = Layers(video);
     const Fit start{frame.camera, zoom, scene.contrast * frame.gain, 128 + frame.bias};
     const Fit fit = Registration(video, layers, canvas).Find(start);
-    std::printf("%zu,%.5f,%.5f,%.6f,%.6f,%.4f,%.3f,%.6f,%.3f\n", i, fit.pose.x, -fit.pose.y, fit.pose.degrees,
-                fit.zoom, fit.gain, fit.agreeing, UncoveredShare(video), LaplacianVariance(video));
+    std::printf("%zu,%.5f,%.5f,%.6f,%.6f,%d,%.6f,%.3f\n", i, fit.pose.x, -fit.pose.y, fit.pose.degrees,
+                fit.zoom, fit.Succeeded() ? 1 : 0, UncoveredShare(video, fit, scene, frame.camera),
+                LaplacianVariance(video));
   }
   return 0;
 }

@@ -38,7 +38,7 @@ constexpr std::array Recipes = {
     Recipe{.name = "exposure", .light = Light::flicker},
     Recipe{.name = "faint", .contrast = 0.18},
     Recipe{.name = "faint-noise", .contrast = 0.18, .noise = 5},
-    Recipe{.name = "still", .pan = Pan::none, .shake = 0, .roll = 0, .noise = 2, .objectShare = 0.12},
+    Recipe{.name = "still", .pan = Pan::none, .shake = 0, .roll = 0, .noise = 2, .objectShare = 0.25},
     Recipe{.name = "cuts", .frames = 21 * 32, .shots = 21},
     Recipe{.name = "pan", .frames = 200, .pan = Pan::startAndStop},
     Recipe{.name = "whip", .frames = 200, .pan = Pan::whip},
@@ -153,9 +153,13 @@ Scene Prepare(const Recipe& recipe) {
 
 }  // namespace
 
-Pose::Point Pose::Under(double right, double down) const {
-  const double cosine = std::cos(degrees * Pi / 180), sine = std::sin(degrees * Pi / 180);
-  return {x + cosine * right + sine * down, y - sine * right + cosine * down};
+Movement Pose::ToCanvas() const {
+  return {std::cos(degrees * Pi / 180), std::sin(degrees * Pi / 180), x, y};
+}
+
+Movement Pose::ToPicture() const {
+  const auto [cosine, sine, right, down] = ToCanvas();
+  return {cosine, -sine, sine * down - cosine * right, -sine * right - cosine * down};
 }
 
 std::vector<std::string_view> SceneNames() {

@@ -7,15 +7,26 @@
 
 #include "canvas.h"
 
+struct Point {
+  double x, y;
+};
+
+/// A turn, followed by a shift.
+struct Movement {
+  double cosine, sine, x, y;
+
+  Point Of(double right, double down) const {
+    return {x + cosine * right + sine * down, y - sine * right + cosine * down};
+  }
+};
+
 /// Where a picture lies on its canvas: its centre in picture pixels, y downward, and its roll, counterclockwise.
 struct Pose {
   double x = 0, y = 0, degrees = 0;
 
-  /// The canvas point under a point of the picture, both in pixels; the latter from the picture's centre.
-  struct Point {
-    double x, y;
-  };
-  Point Under(double right, double down) const;
+  /// From points of the picture, counted from its centre, to those of the canvas; and back.
+  Movement ToCanvas() const;
+  Movement ToPicture() const;
 };
 
 struct SceneFrame {
