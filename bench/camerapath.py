@@ -24,7 +24,7 @@ class Pose:
 
 @dataclasses.dataclass(frozen=True)
 class Jitter:
-    """Root mean squares, of the length of the shift and of the roll."""
+    """Root mean squares of the length of a shift and of a roll."""
 
     pixels: float
     degrees: float

@@ -1,6 +1,6 @@
 // Films a made-up scene whose camera path is known:
 //
-//   make_scene                            lists the scenes' names; NAME:FRAMES is the beginning of one
+//   make_scene                            lists the scenes' names; NAME@FRAMES is the beginning of one
 //   make_scene NAME [PATH.csv] > NAME.y4m
 //
 // The path has a line a frame: where the camera points, as the sums of vstabilize's motion log (pixels, x to the right, y
@@ -112,7 +112,7 @@ int main(int argc, char* argv[]) {
   }
   const auto scene = FindScene(argv[1]);
   if (!scene || argc > 3) {
-    std::fputs("usage: make_scene [NAME[:FRAMES] [PATH.csv]], names: make_scene\n", stderr);
+    std::fputs("usage: make_scene [NAME[@FRAMES] [PATH.csv]], names: make_scene\n", stderr);
     return 2;
   }
   if ((argc == 3 && !WritePath(*scene, argv[2])) || !Film(*scene)) {

@@ -169,12 +169,12 @@ std::vector<std::string_view> SceneNames() {
 }
 
 std::optional<Scene> FindScene(std::string_view name) {
-  const auto colon = std::min(name.find(':'), name.size());
-  const std::string_view length = name.substr(std::min(colon + 1, name.size()));
-  const auto* recipe = std::ranges::find(Recipes, name.substr(0, colon), &Recipe::name);
+  const auto at = std::min(name.find('@'), name.size());
+  const std::string_view length = name.substr(std::min(at + 1, name.size()));
+  const auto* recipe = std::ranges::find(Recipes, name.substr(0, at), &Recipe::name);
   if (recipe == Recipes.end()) return std::nullopt;
   Scene scene = Prepare(*recipe);
-  if (colon < name.size()) {
+  if (at < name.size()) {
     std::size_t frames = 0;
     const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), frames);
     if (error != std::errc() || end != length.data() + length.size() || frames == 0) return std::nullopt;

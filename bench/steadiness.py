@@ -3,7 +3,7 @@
 Made-up scenes whose camera path is known (make_scene) go through everyone with the same look-ahead. Where the output's
 camera points is measured on the output's pixels, frame by frame against the noise-free canvas (measure_path). Jitter is
 what is left of that path without its slow part, a low-pass of fourth order with a standard deviation of 6 frames: the
-root mean square of the length of the shift at the picture's centre, in output pixels, and of the roll.
+root mean square of the length of the shift at the picture's centre, in pixels of the source, and of the roll.
 """
 
 import argparse
@@ -18,7 +18,7 @@ import subprocess
 from pathlib import Path
 
 import camerapath
-from camerapath import Pose
+from outcome import Film, Outcome
 from report import BUILD, say, table, verdict
 
 PROGRAMS = ["vstabilize", "make_scene", "measure_path"]
@@ -62,42 +62,6 @@ class Contender:
     motion: Path = None
 
 
-@dataclasses.dataclass(frozen=True)
-class Film:
-    name: str
-    clip: Path
-    width: int
-    height: int
-    truth: list  # a row a frame
-
-    def split(self, values):
-        """One list a shot."""
-        shots = {}
-        for row, value in zip(self.truth, values):
-            shots.setdefault(row["shot"], []).append(value)
-        return list(shots.values())
-
-
-@dataclasses.dataclass(frozen=True)
-class Outcome:
-    """What a contender made of a scene."""
-
-    film: Film
-    rows: list    # the meter's, a row a frame
-    motion: list  # the motion log's, or none
-
-    @property
-    def path(self):
-        """In output pixels; None where a frame shows too little."""
-        return [Pose(row["x"] * row["zoom"], row["y"] * row["zoom"], row["theta"])
-                if row["found"] else None
-                for row in self.rows]
-
-    @property
-    def jitter(self):
-        return camerapath.jitter(self.film.split(self.path))
-
-
 def ffmpeg(inputs, outputs):
     return ["ffmpeg", *"-nostdin -v error -threads 1 -filter_threads 1".split(), *inputs, *outputs.split()]
 
@@ -110,13 +74,13 @@ def has_precise():
     return "YUV4MPEG2" in subprocess.run([PROGRAM, "--help"], check=True, capture_output=True, text=True).stdout
 
 
-def contenders(folder, film, settings):
-    motion = {name: folder / f"{film.name}.{name}" for name in ("free", "defaults", "pair")}
+def contenders(folder, film):
+    motion = {name: folder / f"{film.scene}.{name}" for name in ("free", "defaults", "pair")}
     size = f"{film.width}x{film.height}"
 
     def precise(name, *options):
         return [PROGRAM, "--quiet", "--window", str(WINDOW), "--background", BACKGROUND, "--motion", motion[name],
-                "--force", *options, *settings]
+                "--force", *options]
 
     classic = [filtered("null", "-pix_fmt bgr24 -f rawvideo -"),
                [PROGRAM, "--quiet", "--size", size, "--window", str(WINDOW), "--rotation", "--quality", "1",
@@ -167,133 +131,151 @@ def make_film(folder, name):
 
 
 def measure(film, contender):
-    say(f"{film.name}: {contender.name}")
+    say(f"{film.scene}: {contender.name}")
     for command in contender.preparation:
         run([command], film.clip)
-    meter = [BUILD / "bench/measure_path", film.name, str(contender.zoom)]
+    meter = [BUILD / "bench/measure_path", film.scene, str(contender.zoom)]
     rows = camerapath.read_csv(io.StringIO(run([*contender.pipeline, meter], film.clip)))
     return Outcome(film, rows, camerapath.read_csv(contender.motion.open()) if contender.motion else [])
 
 
-def compare_scene(folder, name, settings):
+def compare_scene(folder, name):
     """Contender's name to its outcome."""
     film = make_film(folder, name)
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        entrants = contenders(folder, film, settings)
+        entrants = contenders(folder, film)
         outcomes = dict(zip((entrant.name for entrant in entrants),
                             pool.map(lambda entrant: measure(film, entrant), entrants)))
     film.clip.unlink()
     return outcomes
 
 
-def truth(film):
-    return camerapath.poses_of(film.truth)
-
-
-def meter_error(outcome):
-    """Of the measured path of the unstabilized clip, against the known one: root mean squares, frames not measured."""
-    errors = [found - known for found, known in zip(outcome.path, truth(outcome.film)) if found]
-    return camerapath.jitter_of(errors), len(outcome.rows) - len(errors)
-
-
-def motion_error(outcome):
-    """Of the motion log: root mean squares of the errors a frame, within shots."""
-    film, errors = outcome.film, []
-    logged = [Pose(row["motion_x"], row["motion_y"], row["motion_theta"]) for row in outcome.motion]
-    for known, found in zip(film.split(truth(film)), film.split(logged)):
-        errors += [a - b for a, b in zip(found[1:], camerapath.steps(known))]
-    return camerapath.jitter_of(errors)
-
-
-def correction_share(outcome):
-    """How far the correction moves any corner, at most, as a share of the side."""
-    film = outcome.film
-    share = 0
-    for found, known in zip(outcome.path, truth(film)):
-        if found:
-            off = found - known
-            roll = math.radians(abs(off.theta))
-            share = max(share, (abs(off.x) + roll * film.height / 2) / film.width,
-                        (abs(off.y) + roll * film.width / 2) / film.height)
-    return share
-
-
-def cuts_of(rows):
-    return {frame for frame, (before, after) in enumerate(zip(rows, rows[1:]), 1) if before["shot"] != after["shot"]}
-
-
-def uncovered(outcome):
-    """Shares of the frames and of all pixels that show background."""
-    shares = [row["uncovered"] for row in outcome.rows]
-    return sum(share > 0 for share in shares) / len(shares), sum(shares) / len(shares)
-
-
-def sharpness(outcome, original):
-    return statistics.fmean(row["detail"] for row in outcome.rows) / statistics.fmean(
-        row["detail"] for row in original.rows)
-
-
-def floor(film, taps):
-    return camerapath.jitter([camerapath.smoothed(path, taps) for path in film.split(truth(film))])
+def base(scene):
+    """Its name without the number of frames."""
+    return scene.split("@")[0]
 
 
 def gauss(sigma):
     return [math.exp(-(reach / sigma) ** 2 / 2) for reach in range(REACH + 1)]
 
 
-def jitter_tables(results, taps):
-    """Floors first: what these kernels leave when motion is known without error."""
-    names = list(next(iter(results.values())))
-    head = ["scene", "floor, narrow", "floor, wide", *names]
+def grid(title, results, cell):
+    """A row a scene, a column a contender; the cell is made of its outcome and of the unstabilized one."""
+    names = list(next(iter(results.values()), {}))
+    return ["", f"{title}:", "", *table(["scene", *names], [
+        [scene, *(cell(outcome, outcomes[INPUT]) for outcome in outcomes.values())]
+        for scene, outcomes in results.items()])]
+
+
+def within(results, scenes):
+    return {scene: outcomes for scene, outcomes in results.items() if base(scene) in scenes}
+
+
+def scene_table(results, taps):
+    """What is known of each scene: how well the meter sees it, and what the kernels leave of its path at best."""
+    rows = []
+    for scene, outcomes in results.items():
+        original = outcomes[INPUT]
+        error = camerapath.jitter_of(original.corrections)
+        unknown = sum(pose is None for pose in original.path)
+        floors = [original.film.floor(kernel)[0] for kernel in (gauss(NARROW), taps)]
+        rows.append([scene, f"{error.pixels:.4f}", f"{error.degrees:.5f}", str(unknown),
+                     *(f"{found.pixels:.3f}" for found in floors), *(f"{found.degrees:.4f}" for found in floors)])
+    head = ["scene", "meter's error, pixels", "degrees", "frames it cannot tell",
+            "floor as the pair's, pixels", "floor, pixels", "floor as the pair's, degrees", "floor, degrees"]
+    return ["", *table(head, rows)]
+
+
+def motion_table(results):
+    rows = []
+    for scene, outcomes in results.items():
+        ours = outcomes[FREE]
+        rows.append([scene, f"{ours.motion_error.pixels:.4f}", f"{ours.motion_error.degrees:.5f}",
+                     str(ours.cuts_missed), str(ours.cuts_invented)])
+    return ["", "The motion log's error a frame, and its shots:", "",
+            *table(["scene", "pixels", "degrees", "cuts missed", "cuts invented"], rows)]
+
+
+def jitter_verdicts(results):
     lines = []
-    for unit, digits in (("pixels", 3), ("degrees", 4)):
-        rows = []
-        for scene, outcomes in results.items():
-            film = outcomes[INPUT].film
-            found = [floor(film, gauss(NARROW)), floor(film, taps), *(outcome.jitter for outcome in outcomes.values())]
-            rows.append([scene, *(f"{getattr(whole, unit):.{digits}f}" for whole, _ in found)])
-        lines += ["", f"Jitter, {unit}:", "", *table(head, rows)]
-    rows = [[scene, *(f"{outcome.jitter[1].pixels:.3f}" for outcome in outcomes.values())]
-            for scene, outcomes in results.items()]
-    return [*lines, "", f"Jitter of the first and last {camerapath.END} frames of a shot, pixels:", "",
-            *table(["scene", *names], rows)]
-
-
-def other_tables(results):
-    names = list(next(iter(results.values())))
-    lines = ["", "Share of frames, and of all pixels, that show background:", ""]
-    lines += table(["scene", *names], [
-        [scene, *("{:.0%}, {:.2%}".format(*uncovered(outcome)) for outcome in outcomes.values())]
-        for scene, outcomes in results.items()])
-    sharp = [[scene, *(f"{sharpness(outcome, outcomes[INPUT]):.2f}" for outcome in outcomes.values())]
-             for scene, outcomes in results.items() if scene in NOISE_FREE]
-    lines += ["", "Sharpness, variance of the Laplacian in the middle against the original's:", "",
-              *table(["scene", *names], sharp)]
+    for unit in ("pixels", "degrees"):
+        ratios = {scene: getattr(outcomes[FREE].jitter[0], unit) / getattr(outcomes[PAIR].jitter[0], unit)
+                  for scene, outcomes in results.items()}
+        worst = max(ratios, key=ratios.get)
+        middle = statistics.median(ratios.values())
+        lines.append(verdict(f"jitter in {unit} at most {JITTER_TO_PAIR} times the pair's, median over scenes",
+                             middle <= JITTER_TO_PAIR, f"{middle:.2f}"))
+        lines.append(verdict(f"jitter in {unit} nowhere above the pair's", ratios[worst] <= 1,
+                             f"{ratios[worst]:.2f} times, {worst}"))
     return lines
 
 
-def meter_table(results):
-    rows = []
-    for scene, outcomes in results.items():
-        error, lost = meter_error(outcomes[INPUT])
-        rows.append([scene, f"{error.pixels:.4f}", f"{error.degrees:.5f}", f"{lost}"])
-    return ["", "The meter's own error, on the unstabilized scenes:", "",
-            *table(["scene", "pixels", "degrees", "frames not measured"], rows)]
+def worst_verdict(what, limit, figures, form="{:.3f}"):
+    """Whether the largest of a scene's figures keeps the limit; nothing without scenes."""
+    if not figures:
+        return []
+    worst = max(figures, key=figures.get)
+    return [verdict(what, figures[worst] <= limit, f"{form.format(figures[worst])}, {worst}")]
+
+
+def verdicts(results):
+    def each(contender, figure, scenes=tuple(map(base, results))):
+        return {scene: figure(outcomes[contender]) for scene, outcomes in within(results, scenes).items()}
+
+    by_crop = {scene: outcomes[DEFAULTS].jitter[0].pixels - outcomes[FREE].jitter[0].pixels
+               for scene, outcomes in results.items() if outcomes[FREE].correction_share <= CORRECTION_WITHIN}
+    blur = {scene: 1 - outcomes[FREE].detail / outcomes[INPUT].detail
+            for scene, outcomes in within(results, NOISE_FREE).items()}
+    return [
+        "", *jitter_verdicts(results),
+        *worst_verdict(f"jitter at a shot's ends at most {JITTER_AT_ENDS} times the whole shot's", JITTER_AT_ENDS,
+                       each(FREE, lambda ours: ours.jitter[1].pixels / ours.jitter[0].pixels), "{:.2f}"),
+        *worst_verdict(f"jitter at most {JITTER_FAINT_NOISE} px with low contrast and noise", JITTER_FAINT_NOISE,
+                       each(FREE, lambda ours: ours.jitter[0].pixels, ["faint-noise"])),
+        *worst_verdict(f"motion within {MOTION_PIXELS} px a frame on textured scenes", MOTION_PIXELS,
+                       each(FREE, lambda ours: ours.motion_error.pixels, TEXTURED)),
+        *worst_verdict(f"motion within {MOTION_DEGREES} degrees a frame on textured scenes", MOTION_DEGREES,
+                       each(FREE, lambda ours: ours.motion_error.degrees, TEXTURED), "{:.4f}"),
+        *worst_verdict(f"motion within {MOTION_FOREGROUND} px a frame behind something that moves", MOTION_FOREGROUND,
+                       each(FREE, lambda ours: ours.motion_error.pixels, ["foreground"])),
+        *worst_verdict("no pixel uncovered with the default margins", 0,
+                       each(DEFAULTS, lambda ours: ours.uncovered[1]), "{:.4%} of the pixels"),
+        *worst_verdict(f"second difference below {WHIP_BEND} px in the whip pan", WHIP_BEND,
+                       each(DEFAULTS, lambda ours: ours.bend, ["whip"]), "{:.2f}"),
+        *worst_verdict(f"margins cost at most {JITTER_BY_CROP} px of jitter where corrections stay within "
+                       f"{CORRECTION_WITHIN:.0%}", JITTER_BY_CROP, by_crop),
+        *worst_verdict(f"at most {1 - SHARPNESS:.0%} of the sharpness lost", 1 - SHARPNESS, blur, "{:.1%}"),
+        *worst_verdict("no cut missed", 0, each(FREE, lambda ours: ours.cuts_missed), "{}"),
+        *worst_verdict("no cut invented", 0, each(FREE, lambda ours: ours.cuts_invented), "{}"),
+    ]
 
 
 def add_options(parser):
-    parser.add_argument("--scenes", type=lambda text: text.split(","), help="default all; make_scene lists them")
-    parser.add_argument("--taps", type=lambda text: [float(tap) for tap in text.split(",")],
-                        default=gauss(WIDE),
-                        help="the kernel of the second floor, from its centre outward")
-    parser.add_argument("--settings", type=str.split, default=[], help="more settings of the precise engine")
+    parser.add_argument("--scenes", type=lambda text: text.split(","),
+                        help="default all that make_scene lists; NAME@FRAMES is the beginning of one")
+    parser.add_argument("--taps", type=lambda text: [float(tap) for tap in text.split(",")], default=gauss(WIDE),
+                        help=f"kernel of the second floor, from its centre outward (default a Gaussian, sigma {WIDE})")
+
+
+def all_scenes():
+    return subprocess.run([BUILD / "bench/make_scene"], check=True, capture_output=True, text=True).stdout.split()
 
 
 def compare(folder, arguments):
-    names = arguments.scenes or run_listing()
-    results = {name: compare_scene(folder, name, arguments.settings) for name in names}
-    return [*meter_table(results), *jitter_tables(results, arguments.taps), *other_tables(results)]
-
-
-def run_listing():
-    return subprocess.run([BUILD / "bench/make_scene"], check=True, capture_output=True, text=True).stdout.split()
+    results = {scene: compare_scene(folder, scene) for scene in arguments.scenes or all_scenes()}
+    lines = [
+        *scene_table(results, arguments.taps),
+        *grid("Jitter, pixels", results, lambda outcome, _: f"{outcome.jitter[0].pixels:.3f}"),
+        *grid("Jitter, degrees", results, lambda outcome, _: f"{outcome.jitter[0].degrees:.4f}"),
+        *grid(f"Jitter of a shot's first and last {camerapath.END} frames, pixels", results,
+              lambda outcome, _: f"{outcome.jitter[1].pixels:.3f}"),
+        *grid("Frames, and share of all pixels, that show what the source frame did not hold", results,
+              lambda outcome, _: "{:.0%}, {:.2%}".format(*outcome.uncovered)),
+    ]
+    sharp = within(results, NOISE_FREE)
+    if sharp:
+        lines += grid("Sharpness, variance of the Laplacian in the middle against the original's", sharp,
+                      lambda outcome, original: f"{outcome.detail / original.detail:.2f}")
+    if has_precise():
+        lines += [*motion_table(results), *verdicts(results)]
+    return lines
