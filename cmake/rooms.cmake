@@ -14,12 +14,17 @@ if(VSTABILIZE_SANITIZE)
   target_link_options(project_options INTERFACE -fsanitize=address,undefined)
 endif()
 
+# publish_room(TARGET FOLDER [INTERFACE]): the last for a room of headers alone.
 function(publish_room target folder)
   set(published "${CMAKE_BINARY_DIR}/rooms/${target}")
   get_filename_component(parent "${published}/${folder}" DIRECTORY)
   file(MAKE_DIRECTORY "${parent}")
   file(CREATE_LINK "${CMAKE_SOURCE_DIR}/${folder}" "${published}/${folder}" SYMBOLIC)
-  target_include_directories(${target} PUBLIC "${published}")
+  set(scope PUBLIC)
+  if(ARGN)
+    set(scope ${ARGN})
+  endif()
+  target_include_directories(${target} ${scope} "${published}")
 endfunction()
 
 # add_room(NAME SOURCES... [LINKS targets...])

@@ -5,7 +5,7 @@
 #include "kernel/frame.h"
 #include "kernel/kernelparams.h"
 #include "kernel/loops.h"
-#include "kernel/matrix.h"
+#include "base/matrix.h"
 
 /// One pyramid level: its planes of the previous and the newest frame, and the motion that was estimated
 /// there. Planes are bottom-up like the frame.

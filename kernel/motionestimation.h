@@ -6,7 +6,7 @@
 #include "kernel/gaussianpyramid.h"
 #include "kernel/kernelparams.h"
 #include "kernel/loops.h"
-#include "kernel/matrix.h"
+#include "base/matrix.h"
 
 // Global motion by gradient-based least-squares registration, coarse to fine over a pyramid:
 // B. D. Lucas and T. Kanade, "An iterative image registration technique with an application to stereo

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "precise/path.h"
+
+namespace precise {
+
+/// Half of the picture, and half of the part of it that is shown before it is magnified: from the centre, as shown.
+struct Frames {
+  Complex picture, shown;
+};
+
+/// True when all that is shown comes from the picture.
+bool Fits(const Correction& correction, const Frames& frames);
+
+/// Corrections of one frame, from none at all to the one wished for: low-passes of rising width, at the end perhaps
+/// a held camera. Between two rungs stands their mixture.
+class CLadder {
+ public:
+  static constexpr std::size_t kRungs = 10;
+  static constexpr double kHighest = kRungs - 1;
+
+  /// Weights of each rung's low-pass but the first's, which corrects nothing.
+  using Weights = std::array<std::vector<double>, kRungs - 1>;
+
+  /// The last rung weighs with `widest`.
+  static Weights MakeWeights(std::int32_t window, std::span<const double> widest);
+
+  CLadder() = default;
+  CLadder(std::span<const Similarity> poses, const Weights& weights);
+
+  void SetLast(const Correction& correction) { m_rungs.back() = correction; }
+
+  /// The correction at a position of 0 to kHighest.
+  Correction At(double position) const;
+
+  /// How far up one can climb from the bottom while everything on the way fits.
+  double Reach(const Frames& frames) const;
+
+  /// The correction at the position, or a little below where that is needed to fit.
+  Correction FittingAt(double position, const Frames& frames) const;
+
+ private:
+  std::array<Correction, kRungs> m_rungs;
+};
+
+/// Positions on the ladders of neighbouring frames, brought to a smooth course that never exceeds a frame's own: a
+/// minimum over the neighbours and then a mean over as many (a morphological opening's lower bound). `reaches` are
+/// those of the frames `first` … in time; `weights` those of the mean, by distance.
+double SmoothReach(std::span<const double> reaches, std::int64_t middle, std::span<const double> weights);
+
+}  // namespace precise

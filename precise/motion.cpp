@@ -1,0 +1,301 @@
+#include "precise/motion.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "precise/loops.h"
+#include "precise/normalequations.h"
+#include "precise/sourceline.h"
+
+namespace precise {
+namespace {
+
+constexpr double kMiddleBrightness = 512;
+constexpr double kExposureOne = 1 << 14;
+constexpr double kLargestGain = 4;
+// Residuals from here on count alike.
+constexpr std::int32_t kLargestResidual = 2047;
+
+// Sigma of a normal distribution over its median magnitude, and Tukey's constant for 95 % efficiency.
+constexpr double kSigmaOverMedian = 1.4826;
+constexpr double kTukeyConstant = 4.685;
+// A residual is never surer than a rounded sample.
+constexpr double kSmallestSigma = 1;
+// How large the unknowns may well be. Without texture this prior keeps them at 0.
+constexpr UnknownVector kLikelySize = {50, 50, 20, 20, 0.3, 100};
+
+constexpr double kSearchedShare = 0.18;  // of the picture's longer side
+// More than this between two frames is no motion: share of the longer side, and of `turn`.
+constexpr double kLargestShift = 0.25, kLargestTurn = 0.35;
+constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 8;
+constexpr double kSmallestStep = 0.004;  // samples
+
+constexpr std::int32_t kSmallestRegionSide = 12;
+constexpr std::int32_t kLargestComparedSide = 100;
+// A start must fit this much better than one before it: the search always finds something in noise.
+constexpr double kClearlyLess = 0.9;
+constexpr double kSameScene = 0.3;
+constexpr double kSmallestTexture = 6;
+
+/// The region at a level, without samples that lack a neighbour.
+Region ScaledRegion(const Region& region, double scale, const Plane& plane) {
+  const auto lower = [&](std::int32_t edge) { return std::max(1, static_cast<std::int32_t>(edge / scale)); };
+  const auto upper = [&](std::int32_t edge, std::int32_t side) {
+    return std::min(side - 1, static_cast<std::int32_t>(std::ceil(edge / scale)));
+  };
+  return {lower(region.left), lower(region.top), upper(region.right, plane.Width()),
+          upper(region.bottom, plane.Height())};
+}
+
+ColumnRun Columns(const Region& region) { return {region.left, region.right}; }
+
+bool IsPlausible(const Similarity& map, double longerSide) {
+  return Length(map.shift) <= kLargestShift * longerSide && Length(map.turn - Complex{1, 0}) <= kLargestTurn;
+}
+
+RobustWeight WeightFor(double sigma) {
+  const auto scale = std::max(1, static_cast<std::int32_t>(32768 / (kTukeyConstant * sigma)));
+  return {scale, (32768 + scale - 1) / scale};
+}
+
+Exposure FixedExposure(double gain, double offset) {
+  return {static_cast<std::int32_t>(std::lround(gain * kExposureOne)),
+          static_cast<std::int32_t>(std::lround((kMiddleBrightness * (1 - gain) + offset) * kExposureOne))};
+}
+
+double Mean(const Plane& plane, const Region& region) {
+  std::int64_t sum = 0;
+  for (std::int32_t y = region.top; y < region.bottom; ++y)
+    for (std::int32_t x = region.left; x < region.right; ++x) sum += plane.Row(y)[x];
+  return static_cast<double>(sum) / (double{1} * (region.right - region.left) * (region.bottom - region.top));
+}
+
+/// Mean distance from the mean.
+double Spread(const Plane& plane, const Region& region) {
+  const auto mean = static_cast<std::int32_t>(Mean(plane, region));
+  std::int64_t sum = 0;
+  for (std::int32_t y = region.top; y < region.bottom; ++y)
+    for (std::int32_t x = region.left; x < region.right; ++x) sum += std::abs(plane.Row(y)[x] - mean);
+  return static_cast<double>(sum) / (double{1} * (region.right - region.left) * (region.bottom - region.top));
+}
+
+}  // namespace
+
+bool Match::IsSameScene() const { return likeness >= kSameScene; }
+
+CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region)
+    : m_format(format),
+      m_region(region.value_or(Region{0, 0, format.width, format.height})),
+      m_histogram(kLargestResidual + 1) {
+  const Plane finest = std::move(Pyramid(format).levels.front().samples);
+  m_residuals.resize(static_cast<std::size_t>(finest.Width()) * static_cast<std::size_t>(finest.Height()));
+}
+
+CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Pyramid& later,
+                                                std::size_t level) const {
+  const Level& from = earlier.levels[level];
+  const Complex half = {m_format.width / (2 * from.scale), m_format.height / (2 * from.scale)};
+  return {.earlier = &from.smooth,
+          .later = &later.levels[level].samples,
+          .scale = from.scale,
+          .centre = half - Complex{0.5, 0.5},
+          .aspect = m_format.pixelAspect,
+          .radius = std::max(half.re * m_format.pixelAspect, half.im),
+          .region = ScaledRegion(m_region, from.scale, from.smooth)};
+}
+
+/// The whole-sample shift under which the frames differ least, each less its mean.
+Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) const {
+  const Plane &earlier = *view.earlier, &later = *view.later;
+  const auto brighter = static_cast<std::int32_t>(std::lround(Mean(later, view.region) - Mean(earlier, view.region)));
+  const auto reach = static_cast<std::int32_t>(
+      std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())));
+  const std::int32_t reachX = std::min(reach, earlier.Width() / 2), reachY = std::min(reach, earlier.Height() / 2);
+  double least = std::numeric_limits<double>::infinity();
+  Complex best;
+  for (std::int32_t dy = -reachY; dy <= reachY; ++dy) {
+    const std::int32_t top = std::max(view.region.top, -dy);
+    const std::int32_t bottom = std::min(view.region.bottom, earlier.Height() - dy);
+    for (std::int32_t dx = -reachX; dx <= reachX; ++dx) {
+      const std::int32_t left = std::max(view.region.left, -dx);
+      const std::int32_t right = std::min(view.region.right, earlier.Width() - dx);
+      if (left >= right || top >= bottom) continue;
+      std::int64_t sum = 0;
+      for (std::int32_t y = top; y < bottom; ++y)
+        sum += SumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx, right - left, brighter, cap);
+      const double cost = static_cast<double>(sum) / (double{1} * (right - left) * (bottom - top));
+      if (cost >= least) continue;
+      least = cost;
+      best = {dx * view.aspect * view.scale, dy * view.scale};
+    }
+  }
+  return {.shift = best};
+}
+
+/// Refines none at all, each guess and the best shift of the search, and takes the one that fits best.
+CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view, std::span<const Similarity> guesses) {
+  const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
+  const double brighter = Mean(*view.later, view.region) - Mean(*view.earlier, view.region);
+  Alignment best;
+  double least = std::numeric_limits<double>::infinity();
+  const auto attempt = [&](const Similarity& start) {
+    Alignment alignment = {.map = start, .offset = brighter};
+    Refine(view, alignment, kStartSteps, kShiftSteps);
+    if (!IsPlausible(alignment.map, 2 * view.radius * view.scale)) return;
+    const double cost = Cost(view, alignment, cap);
+    // What came first is preferred where the difference may be noise.
+    if (cost > kClearlyLess * least) return;
+    least = cost;
+    best = alignment;
+  };
+  attempt({});
+  for (const Similarity& guess : guesses) attempt(guess);
+  attempt(SearchShift(view, static_cast<std::int32_t>(cap)));
+  return best;
+}
+
+/// Writes the residuals of the region, `kNoResidual` where the map leads out of the later frame.
+void CMotionEstimator::FillResiduals(const View& view, const Similarity& map, const Exposure& exposure) {
+  const Plane& later = *view.later;
+  // A spline reaches one sample back and two ahead.
+  const PositionRange insideX = {kOneSample, (later.Width() - 2) * kOneSample};
+  const PositionRange insideY = {kOneSample, (later.Height() - 2) * kOneSample};
+  const Complex shift = 1 / view.scale * map.shift;
+  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row) {
+    const Complex first = map.turn * Complex{-view.centre.re * view.aspect, row - view.centre.im} + shift;
+    const SourceLine line = MakeSourceLine(first.re / view.aspect + view.centre.re, first.im + view.centre.im,
+                                           map.turn.re, map.turn.im * view.aspect);
+    const ColumnRun run = ColumnsInside(line, insideX, insideY, Columns(view.region));
+    std::int16_t* const out = ResidualRowOf(view, row);
+    std::fill(out + view.region.left, out + run.begin, kNoResidual);
+    if (run.begin < run.end)
+      ResidualRow(later.Row(0), later.Width(), line, run, view.earlier->Row(row), exposure, out);
+    std::fill(out + std::max(run.begin, run.end), out + view.region.right, kNoResidual);
+  }
+}
+
+double CMotionEstimator::MedianResidual(const View& view) {
+  std::ranges::fill(m_histogram, 0);
+  std::int64_t count = 0;
+  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row) {
+    const std::int16_t* const residuals = ResidualRowOf(view, row);
+    for (std::int32_t x = view.region.left; x < view.region.right; ++x) {
+      if (residuals[x] == kNoResidual) continue;
+      ++m_histogram[static_cast<std::size_t>(std::min(std::abs(int{residuals[x]}), kLargestResidual))];
+      ++count;
+    }
+  }
+  std::int64_t below = 0;
+  std::size_t value = 0;
+  while (value + 1 < m_histogram.size() && 2 * (below + m_histogram[value]) < count) below += m_histogram[value++];
+  // Within a bin the values are taken as spread evenly.
+  const double inside = m_histogram[value] > 0 ? (0.5 * static_cast<double>(count) - static_cast<double>(below)) /
+                                                     m_histogram[value]
+                                               : 0.5;
+  return static_cast<double>(value) + inside - 0.5;
+}
+
+/// Mean residual, where more than `cap` counts as `cap`, and a sample without a counterpart as half of it.
+double CMotionEstimator::Cost(const View& view, const Alignment& alignment, double cap) {
+  FillResiduals(view, alignment.map, FixedExposure(alignment.gain, alignment.offset));
+  const auto most = static_cast<std::int32_t>(cap);
+  std::int64_t sum = 0;
+  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row) {
+    const std::int16_t* const residuals = ResidualRowOf(view, row);
+    for (std::int32_t x = view.region.left; x < view.region.right; ++x)
+      sum += residuals[x] == kNoResidual ? most / 2 : std::min(std::abs(int{residuals[x]}), most);
+  }
+  return static_cast<double>(sum);
+}
+
+/// One Gauss-Newton step. Returns how far it moved the picture's corner, in samples.
+double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shiftOnly) {
+  FillResiduals(view, alignment.map, FixedExposure(alignment.gain, alignment.offset));
+  const double sigma = std::max(kSigmaOverMedian * MedianResidual(view), kSmallestSigma);
+  const RobustWeight weight = WeightFor(sigma);
+
+  NormalEquations equations;
+  const Region& region = view.region;
+  for (std::int32_t top = region.top; top < region.bottom; top += kCellSide) {
+    const std::int32_t height = std::min(kCellSide, region.bottom - top);
+    for (std::int32_t left = region.left; left < region.right; left += kCellSide) {
+      const std::int32_t width = std::min(kCellSide, region.right - left);
+      const CellSums sums = SumCell(view.earlier->Row(top) + left, ResidualRowOf(view, top) + left,
+                                    view.earlier->Width(), width, height, weight);
+      const Complex middle = Complex{left + (width - 1) / 2.0, top + (height - 1) / 2.0} - view.centre;
+      equations.AddCell(sums, {middle.re * view.aspect, middle.im}, view.radius, view.aspect);
+    }
+  }
+  for (std::size_t i = 0; i < kUnknowns; ++i) {
+    const double prior = sigma / kLikelySize[i];
+    equations.matrix[i][i] += prior * prior;
+  }
+  if (shiftOnly) {
+    equations.Hold(kRoll);
+    equations.Hold(kZoom);
+  }
+  UnknownVector step;
+  if (!equations.Solve(step)) return 0;
+
+  const Similarity delta = {.turn = {1 + step[kZoom] / view.radius, step[kRoll] / view.radius},
+                            .shift = view.scale * Complex{step[kShiftX], step[kShiftY]}};
+  alignment.map = Compose(alignment.map, Inverse(delta));
+  alignment.gain = std::clamp(alignment.gain + step[kGain], 1 / kLargestGain, kLargestGain);
+  alignment.offset = std::clamp(alignment.offset + step[kOffset], -2 * kMiddleBrightness, 2 * kMiddleBrightness);
+  return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
+}
+
+void CMotionEstimator::Refine(const View& view, Alignment& alignment, int steps, int shiftSteps) {
+  for (int i = 0; i < steps && IsPlausible(alignment.map, 2 * view.radius * view.scale); ++i)
+    if (Step(view, alignment, i < shiftSteps) < kSmallestStep && i >= shiftSteps) return;
+}
+
+/// Correlates the gradients of the earlier frame with those of the later one, laid on it.
+Match CMotionEstimator::Compare(const View& view, const Alignment& alignment) {
+  FillResiduals(view, alignment.map, {.gain = 0, .offset = 0});
+  GradientProducts products;
+  std::int64_t count = 0;
+  for (std::int32_t row = view.region.top + 1; row + 1 < view.region.bottom; ++row) {
+    const std::array<const std::int16_t*, 3> later = {ResidualRowOf(view, row - 1), ResidualRowOf(view, row),
+                                                      ResidualRowOf(view, row + 1)};
+    std::int32_t begin = view.region.left + 1, end = view.region.right - 1;
+    const auto isMissing = [&](std::int32_t x) {
+      return std::ranges::any_of(later, [x](const std::int16_t* samples) {
+        return samples[x - 1] == kNoResidual || samples[x] == kNoResidual || samples[x + 1] == kNoResidual;
+      });
+    };
+    while (begin < end && isMissing(begin)) ++begin;
+    while (begin < end && isMissing(end - 1)) --end;
+    AddGradientProducts({view.earlier->Row(row - 1), view.earlier->Row(row), view.earlier->Row(row + 1)}, later,
+                        {begin, end}, products);
+    count += end - begin;
+  }
+  Match match = {.map = alignment.map};
+  const double aa = static_cast<double>(products.aa), bb = static_cast<double>(products.bb);
+  if (count > 0 && aa > 0 && bb > 0) {
+    match.likeness = static_cast<double>(products.ab) / std::sqrt(aa * bb);
+    match.hasTexture = std::min(aa, bb) > kSmallestTexture * kSmallestTexture * static_cast<double>(count);
+  }
+  return match;
+}
+
+Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later, std::span<const Similarity> guesses) {
+  std::size_t level = earlier.levels.size() - 1;
+  const View coarsest = ViewOf(earlier, later, level);
+  if (std::min(coarsest.region.right - coarsest.region.left, coarsest.region.bottom - coarsest.region.top) <
+      kSmallestRegionSide)
+    return {};
+  Alignment alignment = BestStart(coarsest, guesses);
+  std::size_t compared = level;
+  while (level-- > 0) {
+    const View view = ViewOf(earlier, later, level);
+    Refine(view, alignment, kLevelSteps);
+    if (std::min(view.earlier->Width(), view.earlier->Height()) <= kLargestComparedSide) compared = level;
+  }
+  if (!IsPlausible(alignment.map, 2 * coarsest.radius * coarsest.scale)) return {};
+  return Compare(ViewOf(earlier, later, compared), alignment);
+}
+
+}  // namespace precise

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "base/matrix.h"
+#include "precise/loops.h"
+#include "precise/picture.h"
+#include "precise/pyramid.h"
+#include "precise/similarity.h"
+#include "precise/stabilizer.h"
+
+namespace precise {
+
+/// How two frames are related.
+struct Match {
+  Similarity map;           ///< from the content's place in the earlier frame to that in the later one
+  double likeness = 0;      ///< correlation of the frames' gradients after alignment, -1 to 1
+  bool hasTexture = false;  ///< both frames show more structure than noise explains
+
+  /// The frames show the same scene, and the map tells how it moved.
+  bool IsSameScene() const;
+  /// Both frames show something, and not the same.
+  bool IsOtherScene() const { return hasTexture && !IsSameScene(); }
+};
+
+/// Measures the motion between two frames of one format. Scratch memory is made once.
+class CMotionEstimator {
+ public:
+  /// Estimates from the whole picture, or from a region of it, which is usable. Throws std::bad_alloc.
+  CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region);
+
+  /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton steps
+  /// (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain and offset
+  /// of the brightness are estimated along. `guesses` are motions that are tried beside none at all and the
+  /// best shift of a full search.
+  Match Estimate(const Pyramid& earlier, const Pyramid& later, std::span<const Similarity> guesses);
+
+ private:
+  /// Two frames at one level, and the samples that count.
+  struct View {
+    const Plane* earlier;
+    const Plane* later;
+    double scale;    ///< pixels of the frame in a sample
+    Complex centre;  ///< of the picture, in samples
+    double aspect;   ///< width of a sample as it is shown, over its height
+    double radius;   ///< half the longer side of the picture, in samples as they are shown
+    Region region;   ///< samples of the earlier frame, all with neighbours
+  };
+
+  /// The later frame's brightness is 512 + gain·(earlier - 512) + offset, where the map leads.
+  struct Alignment {
+    Similarity map;
+    double gain = 1, offset = 0;
+  };
+
+  View ViewOf(const Pyramid& earlier, const Pyramid& later, std::size_t level) const;
+  Alignment BestStart(const View& view, std::span<const Similarity> guesses);
+  void Refine(const View& view, Alignment& alignment, int steps, int shiftSteps = 0);
+  double Step(const View& view, Alignment& alignment, bool shiftOnly);
+  Similarity SearchShift(const View& view, std::int32_t cap) const;
+  void FillResiduals(const View& view, const Similarity& map, const Exposure& exposure);
+  double MedianResidual(const View& view);
+  double Cost(const View& view, const Alignment& alignment, double cap);
+  Match Compare(const View& view, const Alignment& alignment);
+
+  std::int16_t* ResidualRowOf(const View& view, std::int32_t row) {
+    return m_residuals.data() + std::ptrdiff_t{row} * view.earlier->Width();
+  }
+
+  PictureFormat m_format;
+  Region m_region;
+  std::vector<std::int16_t> m_residuals;  // rows as wide as those of the level at hand
+  std::vector<std::int32_t> m_histogram;
+};
+
+}  // namespace precise

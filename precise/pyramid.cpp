@@ -1,0 +1,60 @@
+#include "precise/pyramid.h"
+
+#include <algorithm>
+
+#include "precise/loops.h"
+
+namespace precise {
+namespace {
+
+// A finest level of 250 samples and more serves as well as the whole frame.
+constexpr std::int32_t kLargestFinestSide = 400;
+constexpr std::int32_t kSmallestCoarsestSide = 16;
+
+int BlockShift(std::int32_t shorterSide) {
+  int shift = 0;
+  while (shorterSide >> shift > kLargestFinestSide) ++shift;
+  return shift;
+}
+
+const std::int16_t* NearestRow(const Plane& plane, std::int32_t row) {
+  return plane.Row(std::clamp(row, 0, plane.Height() - 1));
+}
+
+void Halve(const Plane& finer, Plane& coarser) {
+  for (std::int32_t row = 0; row < coarser.Height(); ++row)
+    HalveRow({NearestRow(finer, 2 * row - 1), finer.Row(2 * row), finer.Row(2 * row + 1),
+              NearestRow(finer, 2 * row + 2)},
+             coarser.Row(row), coarser.Width());
+}
+
+void Smooth(const Plane& samples, Plane& smooth) {
+  for (std::int32_t row = 0; row < samples.Height(); ++row)
+    SmoothRow({NearestRow(samples, row - 1), samples.Row(row), NearestRow(samples, row + 1)}, smooth.Row(row),
+              samples.Width());
+}
+
+}  // namespace
+
+Pyramid::Pyramid(const PictureFormat& format) : blockShift(BlockShift(std::min(format.width, format.height))) {
+  std::int32_t width = format.width >> blockShift, height = format.height >> blockShift;
+  double scale = 1 << blockShift;
+  do {
+    levels.push_back({Plane(width, height), Plane(width, height), scale});
+    width /= 2;
+    height /= 2;
+    scale *= 2;
+  } while (std::min(width, height) >= kSmallestCoarsestSide);
+}
+
+void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, Pyramid& pyramid) {
+  Plane& finest = pyramid.levels.front().samples;
+  for (std::int32_t row = 0; row < finest.Height(); ++row)
+    AverageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes, luma.strideBytes,
+                  bitsPerSample, pyramid.blockShift, finest.Row(row), finest.Width());
+  for (std::size_t i = 1; i < pyramid.levels.size(); ++i)
+    Halve(pyramid.levels[i - 1].samples, pyramid.levels[i].samples);
+  for (Level& level : pyramid.levels) Smooth(level.samples, level.smooth);
+}
+
+}  // namespace precise

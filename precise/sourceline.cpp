@@ -1,0 +1,44 @@
+#include "precise/sourceline.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace precise {
+namespace {
+
+/// The first column of `within` whose position on a rising line is at least `value`.
+std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t value, ColumnRun within) {
+  while (within.begin < within.end) {
+    const std::int32_t middle = within.begin + (within.end - within.begin) / 2;
+    if (start + middle * step >= value)
+      within.end = middle;
+    else
+      within.begin = middle + 1;
+  }
+  return within.begin;
+}
+
+ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within) {
+  // Seen in a mirror, a falling line rises: low <= x < high becomes 1 - high <= -x < 1 - low.
+  if (step < 0) {
+    start = -start;
+    step = -step;
+    range = {1 - range.high, 1 - range.low};
+  }
+  const std::int32_t begin = FirstColumnFrom(start, step, range.low, within);
+  return {begin, std::max(begin, FirstColumnFrom(start, step, range.high, within))};
+}
+
+}  // namespace
+
+std::int64_t FixedPosition(double samples) { return std::llround(samples * static_cast<double>(kOneSample)); }
+
+SourceLine MakeSourceLine(double startX, double startY, double stepX, double stepY) {
+  return {FixedPosition(startX), FixedPosition(startY), FixedPosition(stepX), FixedPosition(stepY)};
+}
+
+ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y, ColumnRun within) {
+  return ColumnsBetween(line.startY, line.stepY, y, ColumnsBetween(line.startX, line.stepX, x, within));
+}
+
+}  // namespace precise

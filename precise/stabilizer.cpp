@@ -1,0 +1,300 @@
+#include "precise/stabilizer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "precise/margins.h"
+#include "precise/motion.h"
+#include "precise/path.h"
+#include "precise/pyramid.h"
+#include "precise/shots.h"
+#include "precise/warp.h"
+
+namespace precise {
+namespace {
+
+constexpr std::int32_t kLargestSide = 32767;
+constexpr double kLargestAspect = 16;
+
+bool IsUsable(const PictureFormat& format) {
+  const auto isSide = [](std::int32_t side) { return side >= 1 && side <= kLargestSide; };
+  const auto isShift = [](int shift) { return shift >= 0 && shift <= 2; };
+  return isSide(format.width) && isSide(format.height) && format.planes >= 1 && format.planes <= kMaxPlanes &&
+         format.bitsPerSample == 8 && isShift(format.chromaShiftX) && isShift(format.chromaShiftY) &&
+         std::abs(format.chromaSiteX) <= 4 && std::abs(format.chromaSiteY) <= 4 &&
+         format.pixelAspect >= 1 / kLargestAspect && format.pixelAspect <= kLargestAspect;
+}
+
+bool HasMargins(const Settings& settings) {
+  return settings.clipping != Clipping::Outline && settings.marginX > 0 && settings.marginY > 0;
+}
+
+/// Whole chroma samples of a margin.
+std::int32_t CutOff(double margin, int chromaShift) {
+  return static_cast<std::int32_t>(margin) >> chromaShift << chromaShift;
+}
+
+Shown MakeShown(const PictureFormat& format, const Settings& settings) {
+  Shown shown = {.input = format,
+                 .output = OutputFormat(format, settings),
+                 .interpolation = settings.interpolation,
+                 .background = settings.background};
+  switch (settings.clipping) {
+    case Clipping::Stretch:
+      shown.zoom = std::min(format.width / (format.width - 2 * settings.marginX),
+                            format.height / (format.height - 2 * settings.marginY));
+      break;
+    case Clipping::Crop:
+      shown.left = (format.width - shown.output.width) / 2;
+      shown.top = (format.height - shown.output.height) / 2;
+      break;
+    case Clipping::Outline:
+      shown.borderX = static_cast<std::int32_t>(settings.marginX);
+      shown.borderY = static_cast<std::int32_t>(settings.marginY);
+      break;
+  }
+  if (format.HasAlpha()) shown.background[static_cast<std::size_t>(format.planes - 1)] = 0;
+  return shown;
+}
+
+Frames MakeFrames(const Shown& shown) {
+  const double aspect = shown.input.pixelAspect;
+  return {{shown.input.width * aspect / 2, shown.input.height / 2.0},
+          1 / shown.zoom * Complex{shown.output.width * aspect / 2, shown.output.height / 2.0}};
+}
+
+/// What is known of a frame's place on the path.
+struct PathPoint {
+  CLadder ladder;
+  double reach = 0;
+};
+
+/// Entries of consecutive frames, of which the newest are kept.
+template <class T>
+class FrameRing {
+ public:
+  explicit FrameRing(std::int64_t capacity) : m_entries(static_cast<std::size_t>(capacity)) {}
+  T& operator[](std::int64_t frame) { return m_entries[static_cast<std::size_t>(frame) % m_entries.size()]; }
+
+ private:
+  std::vector<T> m_entries;
+};
+
+}  // namespace
+
+bool AreUsable(const PictureFormat& format, const Settings& settings) {
+  if (!IsUsable(format)) return false;
+  const auto leavesSample = [](double margin, std::int32_t side, int shift) {
+    return margin >= 0 && 2 * margin <= side - (1 << shift);
+  };
+  const auto& region = settings.estimateFrom;
+  return settings.window >= 2 && settings.window <= 256 && settings.window % 2 == 0 &&
+         leavesSample(settings.marginX, format.width, format.chromaShiftX) &&
+         leavesSample(settings.marginY, format.height, format.chromaShiftY) &&
+         (!region || (std::max(region->left, 0) < std::min(region->right, format.width) &&
+                      std::max(region->top, 0) < std::min(region->bottom, format.height))) &&
+         (settings.pathWeights.empty() ||
+          settings.pathWeights.size() == static_cast<std::size_t>(settings.window / 2 + 1));
+}
+
+PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings) {
+  PictureFormat output = format;
+  if (settings.clipping == Clipping::Crop) {
+    output.width -= 2 * CutOff(settings.marginX, format.chromaShiftX);
+    output.height -= 2 * CutOff(settings.marginY, format.chromaShiftY);
+  }
+  return output;
+}
+
+/// All that one stream needs. Frames are numbered from 0.
+struct CStabilizer::Stream {
+  Stream(const PictureFormat& format, const Settings& wanted)
+      : settings(wanted),
+        shown(MakeShown(format, settings)),
+        frames(MakeFrames(shown)),
+        half(settings.window / 2),
+        bend(HasMargins(settings) ? half / 2 : 0),
+        delay(HasMargins(settings) ? settings.window : half),
+        estimator(format, settings.estimateFrom),
+        reference(format),
+        lent(delay + 1),
+        track(2 * settings.window + 4, settings.findCuts),
+        sinceReference(track.Capacity()),
+        path(track.Capacity()),
+        poses(static_cast<std::size_t>(settings.window) + 1),
+        reaches(static_cast<std::size_t>(4 * bend + 1)),
+        bendWeights(PathWeights(2 * bend, bend + 1)) {
+    const std::vector<double> widest =
+        settings.pathWeights.empty() ? PathWeights(settings.window, half + 1) : settings.pathWeights;
+    weights = CLadder::MakeWeights(settings.window, widest);
+    for (int i = 0; i < 3; ++i) pyramids.emplace_back(format);
+    if (settings.keepBackground) MakeCanvas();
+  }
+
+  std::int64_t Newest() const { return track.Frames() - 1; }
+  Pyramid& PyramidOf(std::int64_t frame) { return pyramids[static_cast<std::size_t>(frame % 3)]; }
+
+  void MakeCanvas();
+  void TieFrame(std::int64_t frame);
+  void Relate(std::int64_t frame);
+  void PlanUpTo(std::int64_t last);
+  Correction CorrectionOf(std::int64_t frame);
+  void Draw(const Correction& correction, const ConstPicture& in, const Picture& out, bool beginsShot);
+
+  Settings settings;
+  Shown shown;
+  Frames frames;
+  std::int32_t half, bend, delay;  ///< frames: reach of the low-pass, of a bend's minimum and mean, of all
+  CMotionEstimator estimator;
+  std::vector<Pyramid> pyramids;  ///< of the three newest frames
+  Pyramid reference;              ///< on a tripod: of the shot's first frame
+  FrameRing<ConstPicture> lent;
+  CTrack track;
+  FrameRing<Similarity> sinceReference;  ///< on a tripod: motion of the content from the shot's first frame
+  std::int64_t referenceFrame = 0;
+  FrameRing<PathPoint> path;
+  CLadder::Weights weights;
+  std::vector<Similarity> poses;
+  std::vector<double> reaches, bendWeights;
+  std::int64_t planned = 0, delivered = 0;  ///< frames so far
+  bool ended = false;
+  std::array<std::vector<std::uint8_t>, kMaxPlanes> canvas;  ///< what was last seen, for a kept background
+  Picture canvasPlanes;
+};
+
+void CStabilizer::Stream::MakeCanvas() {
+  for (int plane = 0; plane < shown.output.planes; ++plane) {
+    const auto i = static_cast<std::size_t>(plane);
+    const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
+    canvas[i].resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    canvasPlanes[i] = {canvas[i].data(), width};
+  }
+}
+
+/// Ties the frame to the one before.
+void CStabilizer::Stream::TieFrame(std::int64_t frame) {
+  if (frame == 0) return track.Start();
+  const Similarity guess = track[frame - 1].motion;
+  if (!track.Append(estimator.Estimate(PyramidOf(frame - 1), PyramidOf(frame), {&guess, 1}))) return;
+  track.Bridge(estimator.Estimate(PyramidOf(frame - 2), PyramidOf(frame), {}));
+}
+
+/// Measures the frame's motion since the first of its shot.
+void CStabilizer::Stream::Relate(std::int64_t frame) {
+  const auto add = [&](std::int64_t to) {
+    sinceReference[to] = Compose(track[to].motion, sinceReference[to - 1]);
+  };
+  const auto refer = [&](std::int64_t first) {
+    referenceFrame = first;
+    BuildPyramid(lent[first][0], shown.input.bitsPerSample, reference);
+    sinceReference[first] = {};
+  };
+  if (frame == 0) return refer(0);
+  // The newest frame has settled what the one before it is.
+  if (track[frame - 1].tie == Tie::Cut) {
+    if (referenceFrame != frame - 1) refer(frame - 1);
+  } else if (track[frame - 1].tie == Tie::Assumed) {
+    add(frame - 1);
+  }
+  add(frame);
+  const Match match = estimator.Estimate(reference, PyramidOf(frame), {&sinceReference[frame], 1});
+  if (match.IsSameScene()) sinceReference[frame] = match.map;
+}
+
+void CStabilizer::Stream::PlanUpTo(std::int64_t last) {
+  for (; planned <= last; ++planned) {
+    FindPoses(track, planned, poses);
+    Similarity held = Inverse(sinceReference[planned]);
+    if (!settings.correctRoll) {
+      for (Similarity& pose : poses) pose.turn = {1, 0};
+      held.turn = {1, 0};
+    }
+    PathPoint& point = path[planned];
+    point.ladder = CLadder(poses, weights);
+    if (settings.tripod) point.ladder.SetLast({Unit(held.turn), held.shift});
+    point.reach = point.ladder.Reach(frames);
+  }
+}
+
+Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
+  if (delay == half) return path[frame].ladder.At(CLadder::kHighest);
+  const auto inShot = [&](std::int64_t other) {
+    return other >= 0 && other < planned && track[other].shot == track[frame].shot;
+  };
+  std::int64_t first = frame, last = frame;
+  while (first > frame - 2 * bend && inShot(first - 1)) --first;
+  while (last < frame + 2 * bend && inShot(last + 1)) ++last;
+  for (std::int64_t i = first; i <= last; ++i) reaches[static_cast<std::size_t>(i - first)] = path[i].reach;
+  const double position =
+      SmoothReach({reaches.data(), static_cast<std::size_t>(last - first + 1)}, frame - first, bendWeights);
+  return path[frame].ladder.FittingAt(position, frames);
+}
+
+void CStabilizer::Stream::Draw(const Correction& correction, const ConstPicture& in, const Picture& out,
+                               bool beginsShot) {
+  for (int plane = 0; plane < shown.output.planes; ++plane) {
+    const auto i = static_cast<std::size_t>(plane);
+    const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
+    if (!settings.keepBackground) {
+      WarpPlane(shown, correction, plane, in, out, 0, height, false);
+      continue;
+    }
+    if (beginsShot) std::ranges::fill(canvas[i], static_cast<std::uint8_t>(shown.background[i]));
+    WarpPlane(shown, correction, plane, in, canvasPlanes, 0, height, true);
+    for (std::int32_t row = 0; row < height; ++row)
+      std::memcpy(out[i].data + row * out[i].strideBytes, canvas[i].data() + std::ptrdiff_t{row} * width,
+                  static_cast<std::size_t>(width));
+  }
+}
+
+CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings)
+    : m_pStream(std::make_unique<Stream>(format, settings)) {}
+
+CStabilizer::~CStabilizer() = default;
+
+std::int32_t CStabilizer::DelayFrames() const { return static_cast<std::int32_t>(m_pStream->delay); }
+
+void CStabilizer::Push(const ConstPicture& frame) {
+  Stream& stream = *m_pStream;
+  const std::int64_t number = stream.track.Frames();
+  stream.lent[number] = frame;
+  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.PyramidOf(number));
+  stream.TieFrame(number);
+  if (stream.settings.tripod) stream.Relate(number);
+  stream.PlanUpTo(number - stream.half);
+}
+
+void CStabilizer::End() {
+  Stream& stream = *m_pStream;
+  stream.ended = true;
+  stream.track.End();
+  if (stream.settings.tripod && stream.Newest() >= 0 && stream.track[stream.Newest()].tie == Tie::Cut)
+    stream.sinceReference[stream.Newest()] = {};
+  stream.PlanUpTo(stream.Newest());
+}
+
+bool CStabilizer::CanDeliver() const {
+  const Stream& stream = *m_pStream;
+  return stream.delivered <= (stream.ended ? stream.Newest() : stream.Newest() - stream.delay);
+}
+
+FrameReport CStabilizer::Deliver(const Picture& out) {
+  Stream& stream = *m_pStream;
+  const std::int64_t number = stream.delivered++;
+  const Link& link = stream.track[number];
+  const Correction correction = stream.CorrectionOf(number);
+  stream.Draw(correction, stream.lent[number], out, link.tie == Tie::Cut);
+
+  const double aspect = stream.shown.input.pixelAspect;
+  const auto movement = [aspect](const Similarity& map) {
+    return Movement{map.shift.re / aspect, map.shift.im, Angle(map.turn)};
+  };
+  return {.frame = number,
+          .shot = link.shot,
+          .motion = movement(link.motion),
+          .zoom = Length(link.motion.turn),
+          .correction = movement(correction)};
+}
+
+}  // namespace precise

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "precise/picture.h"
+
+namespace precise {
+
+/// What the margins do: magnify what lies inside them, cut them off, or draw a border over them.
+enum class Clipping { Stretch, Crop, Outline };
+
+enum class Interpolation { Nearest, Bilinear, Bicubic };
+
+/// Samples left … right - 1 of the rows top … bottom - 1.
+struct Region {
+  std::int32_t left = 0, top = 0, right = 0, bottom = 0;
+};
+
+struct Settings {
+  std::int32_t window = 32;          ///< frames that the path is smoothed over: even, 2 to 256
+  double marginX = 0, marginY = 0;   ///< of each side that may be given up, in luma samples
+  Clipping clipping = Clipping::Stretch;
+  Interpolation interpolation = Interpolation::Bicubic;
+  bool correctRoll = true;
+  bool tripod = false;               ///< lay every frame of a shot on its first
+  bool findCuts = true;              ///< or take the stream as one shot
+  std::optional<Region> estimateFrom;  ///< nothing: the whole picture
+  /// What shows where no source sample lies: a sample value for each plane, or what was last seen there.
+  std::array<std::uint16_t, kMaxPlanes> background = {};
+  bool keepBackground = false;
+  /// Weights of the frames 0, 1, … window / 2 away from the one delivered. Empty: the engine's own.
+  std::vector<double> pathWeights;
+};
+
+/// Where the camera went, or where a frame is moved to: luma samples to the right, luma rows downward, and
+/// radians clockwise, as the content of the picture moves.
+struct Movement {
+  double x = 0, y = 0, roll = 0;
+};
+
+/// What became of a delivered frame.
+struct FrameReport {
+  std::int64_t frame = 0;   ///< number, from 0
+  std::int64_t shot = 0;    ///< number of its shot, from 0
+  Movement motion;          ///< of the content, against the frame before; nothing in the first of a shot
+  double zoom = 1;          ///< how much larger the content is than in the frame before
+  Movement correction;      ///< of the content, by the stabilizer
+};
+
+/// True when a stream of this format can be stabilized with these settings: sides of 1 to 32767 samples, 8 to
+/// 16 bits, chroma shifts of 0 to 2, a pixel aspect of 1/16 to 16, an even window of 2 to 256, margins that
+/// are not negative and leave a sample of each plane, a region that holds a sample of the picture.
+bool AreUsable(const PictureFormat& format, const Settings& settings);
+
+/// The format of the frames that come out: smaller with `Clipping::Crop`, the same otherwise. Margins are cut
+/// off in whole chroma samples.
+PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings);
+
+/// Stabilizes one stream of planar frames, with a delay of `DelayFrames`.
+///
+/// Frames are borrowed: `Push` keeps the addresses of the planes and reads them until the frame is delivered.
+/// Frames are delivered in order, so the caller gets back one frame with each `Deliver`. Nothing allocates after
+/// construction. Calls are made by one thread at a time.
+///
+///   for each frame:  Push(frame); if (CanDeliver()) Deliver(out);
+///   End(); while (CanDeliver()) Deliver(out);
+class CStabilizer {
+ public:
+  /// The format and settings are usable. Throws std::bad_alloc.
+  CStabilizer(const PictureFormat& format, const Settings& settings);
+  ~CStabilizer();
+  CStabilizer(const CStabilizer&) = delete;
+  CStabilizer& operator=(const CStabilizer&) = delete;
+
+  /// Frames that are held before the first is delivered: half the window, a whole one with margins.
+  std::int32_t DelayFrames() const;
+
+  /// Takes the next frame. `CanDeliver` is false before.
+  void Push(const ConstPicture& frame);
+
+  /// No frame follows: what is held can be delivered.
+  void End();
+
+  /// True when the oldest frame held has seen all frames that it depends on.
+  bool CanDeliver() const;
+
+  /// Writes the oldest frame, stabilized, to `out` (planes of the output format, which overlap no frame that is
+  /// held), and gives the frame back.
+  FrameReport Deliver(const Picture& out);
+
+ private:
+  struct Stream;
+  std::unique_ptr<Stream> m_pStream;
+};
+
+}  // namespace precise

@@ -1,0 +1,95 @@
+#include "precise/warp.h"
+
+#include <algorithm>
+
+#include "precise/loops.h"
+#include "precise/sourceline.h"
+
+namespace precise {
+namespace {
+
+/// Where a plane's samples stand in the picture, in luma samples: sample (c, r) at (c·stepX + siteX,
+/// r·stepY + siteY).
+struct Grid {
+  Grid(const PictureFormat& format, int plane) {
+    if (!format.IsChroma(plane)) return;
+    stepX = 1 << format.chromaShiftX;
+    stepY = 1 << format.chromaShiftY;
+    siteX = format.chromaSiteX;
+    siteY = format.chromaSiteY;
+  }
+
+  double stepX = 1, stepY = 1, siteX = 0, siteY = 0;
+};
+
+/// Output columns of a plane that lie inside the border.
+ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
+  const auto covered = static_cast<std::int32_t>((border + step - 1) / step);
+  return {std::min(covered, samples), std::max(samples - covered, std::min(covered, samples))};
+}
+
+const WarpLoops& LoopsFor(Interpolation interpolation) {
+  switch (interpolation) {
+    case Interpolation::Nearest:
+      return kNearestLoops;
+    case Interpolation::Bilinear:
+      return kBilinearLoops;
+    case Interpolation::Bicubic:
+      break;
+  }
+  return kBicubicLoops;
+}
+
+}  // namespace
+
+void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
+               std::int32_t beginRow, std::int32_t endRow, bool keepUncovered) {
+  const PictureFormat& input = shown.input;
+  const auto index = static_cast<std::size_t>(plane);
+  const SourcePlane source = {in[index].data, in[index].strideBytes, input.PlaneWidth(plane), input.PlaneHeight(plane)};
+  const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
+  const Grid grid(input, plane);
+  const WarpLoops& loops = LoopsFor(shown.interpolation);
+  const Complex centre = {(input.width - 1) / 2.0, (input.height - 1) / 2.0};
+  const Complex turn = 1 / shown.zoom * Conjugate(correction.turn);
+  const Complex shift = Conjugate(correction.turn) * correction.shift;
+
+  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its samples ends off
+  // the middle, too.
+  const auto coverage = [](std::int32_t samples, double step, double site) {
+    const double first = (-0.5 - site) / step;
+    return PositionRange{FixedPosition(first), FixedPosition(first + samples)};
+  };
+  const PositionRange coveredX = coverage(source.width, grid.stepX, grid.siteX);
+  const PositionRange coveredY = coverage(source.height, grid.stepY, grid.siteY);
+  // Rounding may move a position up by half of 1/256 sample.
+  const auto interior = [&](std::int32_t samples) {
+    return PositionRange{loops.before * kOneSample, (samples - loops.after) * kOneSample - (kOneSample >> 9)};
+  };
+  const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
+  const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
+
+  for (std::int32_t row = beginRow; row < endRow; ++row) {
+    const double x = (shown.left + grid.siteX - centre.re) * input.pixelAspect;
+    const double y = shown.top + row * grid.stepY + grid.siteY - centre.im;
+    const Complex start = turn * Complex{x, y} - shift;
+    const SourceLine line =
+        MakeSourceLine((start.re / input.pixelAspect + centre.re - grid.siteX) / grid.stepX,
+                       (start.im + centre.im - grid.siteY) / grid.stepY, turn.re,
+                       turn.im * input.pixelAspect * grid.stepX / grid.stepY);
+    ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
+    if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
+    const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);
+    std::uint8_t* const samples = out[index].data + row * out[index].strideBytes;
+    if (!keepUncovered) {
+      const auto background = static_cast<std::uint8_t>(shown.background[index]);
+      std::fill(samples, samples + covered.begin, background);
+      std::fill(samples + covered.end, samples + width, background);
+    }
+    loops.atEdges(source, line, {covered.begin, inside.begin}, samples);
+    loops.inside(source, line, inside, samples);
+    loops.atEdges(source, line, {inside.end, covered.end}, samples);
+  }
+}
+
+}  // namespace precise
