@@ -20,7 +20,8 @@ struct Leaf {
 /// Sizes are such that leaves of every octave cover about as much.
 Leaf GrowLeaf(Random& random, Area area) {
   const double inverse = random.Between(1 / (LargestLeaf * LargestLeaf), 1 / (SmallestLeaf * SmallestLeaf));
-  const double size = 1 / std::sqrt(inverse), slimness = random.Between(0.4, 1), angle = random.Between(0, 6.2832);
+  const double size = 1 / std::sqrt(inverse), slimness = random.Between(0.4, 1),
+               angle = random.Between(0, 6.2832);
   Leaf leaf{};
   leaf.x = random.Between(area.left - size, area.right + size);
   leaf.y = random.Between(area.top - size, area.bottom + size);
@@ -50,9 +51,12 @@ double ValueNoise(double x, double y, std::uint32_t seed) {
   const double left = std::floor(x), top = std::floor(y);
   const auto column = static_cast<std::uint32_t>(static_cast<std::int32_t>(left));
   const auto row = static_cast<std::uint32_t>(static_cast<std::int32_t>(top));
-  const auto corner = [&](std::uint32_t i, std::uint32_t j) { return Hash(column + i, row + j, seed) * 0x1p-31 - 1; };
+  const auto corner = [&](std::uint32_t i, std::uint32_t j) {
+    return Hash(column + i, row + j, seed) * 0x1p-31 - 1;
+  };
   const double across = Smoothstep(x - left), down = Smoothstep(y - top);
-  return std::lerp(std::lerp(corner(0, 0), corner(1, 0), across), std::lerp(corner(0, 1), corner(1, 1), across), down);
+  return std::lerp(std::lerp(corner(0, 0), corner(1, 0), across),
+                   std::lerp(corner(0, 1), corner(1, 1), across), down);
 }
 
 /// Grain from two pixels up, along the leaf's axes: u and v in picture pixels.
@@ -67,7 +71,9 @@ double Texture(const Leaf& leaf, double u, double v) {
 std::size_t Paint(const Leaf& leaf, Area area, Plane& canvas, std::vector<char>& covered) {
   const double reach = std::hypot(leaf.halfWidth, leaf.halfHeight);
   const auto first = [](double from) { return std::max(0, static_cast<int>(std::ceil(from / CanvasPitch))); };
-  const auto end = [](double to, int limit) { return std::min(limit, static_cast<int>(std::ceil(to / CanvasPitch))); };
+  const auto end = [](double to, int limit) {
+    return std::min(limit, static_cast<int>(std::ceil(to / CanvasPitch)));
+  };
   std::size_t painted = 0;
   for (int y = first(leaf.y - reach - area.top); y < end(leaf.y + reach - area.top, canvas.height); ++y) {
     for (int x = first(leaf.x - reach - area.left); x < end(leaf.x + reach - area.left, canvas.width); ++x) {
@@ -76,7 +82,8 @@ std::size_t Paint(const Leaf& leaf, Area area, Plane& canvas, std::vector<char>&
       const double fromX = area.left + x * CanvasPitch - leaf.x, fromY = area.top + y * CanvasPitch - leaf.y;
       const double u = leaf.cosine * fromX + leaf.sine * fromY, v = leaf.cosine * fromY - leaf.sine * fromX;
       const double across = u / leaf.halfWidth, down = v / leaf.halfHeight;
-      const bool inside = leaf.round ? across * across + down * down < 1 : std::abs(across) < 1 && std::abs(down) < 1;
+      const bool inside =
+          leaf.round ? across * across + down * down < 1 : std::abs(across) < 1 && std::abs(down) < 1;
       if (!inside) continue;
       taken = 1;
       ++painted;

@@ -10,10 +10,10 @@ struct Area {
   double left, top, right, bottom;
 };
 
-/// What the camera of a made-up scene looks at: free of noise, with edges and texture at every scale, known between
-/// pixels as well. Leaves of many sizes lie on each other, as in natural images (A. B. Lee, D. Mumford, J. Huang,
-/// "Occlusion models for natural images", International Journal of Computer Vision 41, 2001). Grey values lie around
-/// zero, most of them within 90. The same arguments give the same canvas.
+/// What the camera of a made-up scene looks at: free of noise, with edges and texture at every scale, known
+/// between pixels as well. Leaves of many sizes lie on each other, as in natural images (A. B. Lee, D.
+/// Mumford, J. Huang, "Occlusion models for natural images", International Journal of Computer Vision 41,
+/// 2001). Grey values lie around zero, most of them within 90. The same arguments give the same canvas.
 Plane PaintCanvas(Area area, std::uint32_t seed);
 
 /// A canvas's samples lie half a picture's pixel apart.

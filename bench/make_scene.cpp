@@ -3,9 +3,9 @@
 //   make_scene                            lists the scenes' names; NAME@FRAMES is the beginning of one
 //   make_scene NAME [PATH.csv] > NAME.y4m
 //
-// The path has a line a frame: where the camera points, as the sums of vstabilize's motion log (pixels, x to the right, y
-// upward; degrees counterclockwise), and the shot's number. The clip's chroma is the same everywhere, so that a
-// background of any other colour gives itself away.
+// The path has a line a frame: where the camera points, as the sums of vstabilize's motion log (pixels, x to
+// the right, y upward; degrees counterclockwise), and the shot's number. The clip's chroma is the same
+// everywhere, so that a background of any other colour gives itself away.
 
 #include <algorithm>
 #include <array>
@@ -49,7 +49,8 @@ class Camera {
     luma.reserve(static_cast<std::size_t>(m_scene.width) * static_cast<std::size_t>(m_scene.height));
     for (int y = 0; y < m_scene.height; ++y) {
       for (int x = 0; x < m_scene.width; ++x) {
-        const double light = Light(frame, toCanvas.Of(x - (m_scene.width - 1) / 2.0, y - (m_scene.height - 1) / 2.0));
+        const double light =
+            Light(frame, toCanvas.Of(x - (m_scene.width - 1) / 2.0, y - (m_scene.height - 1) / 2.0));
         const double seen = 128 + m_scene.contrast * frame.gain * light + frame.bias;
         const double grey = m_scene.noise > 0 ? seen + noise(engine) : seen;
         luma.push_back(static_cast<unsigned char>(std::lround(std::clamp(grey, 16.0, 235.0))));
@@ -91,7 +92,8 @@ bool WritePath(const Scene& scene, const char* file) {
 
 bool Film(const Scene& scene) {
   Camera camera(scene);
-  const auto chromaSamples = static_cast<std::size_t>(scene.width / 2) * static_cast<std::size_t>(scene.height / 2);
+  const auto chromaSamples =
+      static_cast<std::size_t>(scene.width / 2) * static_cast<std::size_t>(scene.height / 2);
   const std::vector<unsigned char> u(chromaSamples, SceneU), v(chromaSamples, SceneV);
   std::printf("YUV4MPEG2 W%d H%d F30:1 Ip A1:1 C420jpeg\n", scene.width, scene.height);
   for (std::size_t i = 0; i < scene.frames.size(); ++i) {

@@ -76,7 +76,8 @@ class Outcome:
     @property
     def motion_error(self):
         """Root mean squares of the motion log's errors, within shots."""
-        logged = [Pose(row["motion_x"], row["motion_y"], row["motion_theta"]) for row in self.motion]
+        # The log tells how the content moves: against the camera.
+        logged = [Pose(-row["motion_x"], -row["motion_y"], -row["motion_theta"]) for row in self.motion]
         errors = []
         for known, found in zip(self.film.split(self.film.path), self.film.split(logged)):
             errors += [step - true for step, true in zip(found[1:], camerapath.steps(known))]

@@ -68,9 +68,11 @@ Plane Blurred(const Plane& plane, int spacing) {
   }
   for (int y = 0; y < plane.height; ++y) {
     std::array<const float*, 5> row{};
-    for (int k = 0; k < 5; ++k) row[static_cast<std::size_t>(k)] = rows.Row(Mirrored(y + (k - 2) * spacing, plane.height));
+    for (int k = 0; k < 5; ++k)
+      row[static_cast<std::size_t>(k)] = rows.Row(Mirrored(y + (k - 2) * spacing, plane.height));
     float* out = result.Row(y);
-    for (int x = 0; x < plane.width; ++x) out[x] = Binomial(row[0][x], row[1][x], row[2][x], row[3][x], row[4][x]);
+    for (int x = 0; x < plane.width; ++x)
+      out[x] = Binomial(row[0][x], row[1][x], row[2][x], row[3][x], row[4][x]);
   }
   return result;
 }

@@ -20,14 +20,15 @@ struct Plane {
   std::vector<float> samples;
 };
 
-/// The plane under the binomial filter 1 4 6 4 1, whose taps lie `spacing` samples apart; mirrored at the edges.
+/// The plane under the binomial filter 1 4 6 4 1, whose taps lie `spacing` samples apart; mirrored at the
+/// edges.
 Plane Blurred(const Plane& plane, int spacing = 1);
 
 /// Every second sample of every second row, from the first on.
 Plane Halved(const Plane& plane);
 
-/// Samples between samples of a plane: cubic B-splines through all of them (M. Unser, "Splines: a perfect fit for
-/// signal and image processing", IEEE Signal Processing Magazine 16(6), 1999).
+/// Samples between samples of a plane: cubic B-splines through all of them (M. Unser, "Splines: a perfect fit
+/// for signal and image processing", IEEE Signal Processing Magazine 16(6), 1999).
 class Spline {
  public:
   struct Value {

@@ -46,14 +46,15 @@ constexpr std::array Recipes = {
     Recipe{.name = "fade", .light = Light::fade},
 };
 
-/// A sum of waves from a fifth of a hertz to ten, at 30 frames a second, whose height falls with their frequency as a
-/// hand's tremble does.
+/// A sum of waves from a fifth of a hertz to ten, at 30 frames a second, whose height falls with their
+/// frequency as a hand's tremble does.
 class Tremble {
  public:
   explicit Tremble(std::uint32_t seed) {
     Random random(seed);
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
-      const double octaves = (static_cast<double>(i) + random.Between(0, 1)) / static_cast<double>(m_waves.size()) * 5.6;
+      const double octaves =
+          (static_cast<double>(i) + random.Between(0, 1)) / static_cast<double>(m_waves.size()) * 5.6;
       const double cyclesAFrame = 0.2 / 30 * std::exp2(octaves);
       m_waves[i] = {2 * Pi * cyclesAFrame, random.Between(0, 2 * Pi), std::exp2(-0.6 * octaves)};
     }
@@ -72,9 +73,8 @@ class Tremble {
   std::array<Wave, 28> m_waves{};
 };
 
-
-/// How far a movement has come that takes up its speed of one pixel a frame within `ramp` frames from `start` on, and
-/// lays it down again within `ramp` frames from `stop` on; the speed follows half a cosine wave.
+/// How far a movement has come that takes up its speed of one pixel a frame within `ramp` frames from `start`
+/// on, and lays it down again within `ramp` frames from `stop` on; the speed follows half a cosine wave.
 double Moved(double frame, double start, double stop, double ramp) {
   const auto since = [=](double begin) {
     const double t = std::clamp(frame - begin, 0.0, ramp);
@@ -100,20 +100,21 @@ Pose Aim(Pan pan, double frame) {
 }
 
 void Expose(Light light, std::size_t number, std::size_t count, Random& random, SceneFrame& frame) {
-  const double position = static_cast<double>(number), middle = static_cast<double>(count / 2);
+  const std::size_t middle = count / 2;
+  const auto away = static_cast<double>(number > middle ? number - middle : middle - number);
   switch (light) {
     case Light::flicker:
       frame.gain = random.Between(0.8, 1.2);
       frame.bias = random.Between(-12, 12);
       break;
     case Light::flash:
-      if (number == count / 2) {
+      if (number == middle) {
         frame.gain = 1.4;
         frame.bias = 85;
       }
       break;
     case Light::fade:
-      frame.gain = std::clamp((std::abs(position - middle) - 4) / 20, 0.0, 1.0);
+      frame.gain = std::clamp((away - 4) / 20, 0.0, 1.0);
       frame.bias = -112 * (1 - frame.gain);
       break;
     case Light::steady:
@@ -128,7 +129,8 @@ int ShotFrames(const Recipe& recipe, int shot) {
 }
 
 Scene Prepare(const Recipe& recipe) {
-  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {}};
+  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare,
+              {}};
   Random light(7);
   for (int shot = 0; shot < recipe.shots; ++shot) {
     const std::uint32_t seed = 10 * static_cast<std::uint32_t>(shot);
@@ -136,9 +138,10 @@ Scene Prepare(const Recipe& recipe) {
     for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
       SceneFrame frame;
       const Pose aim = Aim(recipe.pan, number);
-      frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number), aim.y + recipe.shake * 1.5 * down.At(number),
-                      recipe.roll * 0.1 * roll.At(number)};
-      frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0), aim.y + 10 * std::sin(number / 9.0), 0};
+      frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number),
+                      aim.y + recipe.shake * 1.5 * down.At(number), recipe.roll * 0.1 * roll.At(number)};
+      frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0),
+                      aim.y + 10 * std::sin(number / 9.0), 0};
       frame.shot = shot;
       // Every other cut leads to a scene of the same brightness.
       frame.bias = recipe.shots > 1 ? 12 * (shot / 2 % 3 - 1) : 0;
@@ -153,9 +156,7 @@ Scene Prepare(const Recipe& recipe) {
 
 }  // namespace
 
-Movement Pose::ToCanvas() const {
-  return {std::cos(degrees * Pi / 180), std::sin(degrees * Pi / 180), x, y};
-}
+Movement Pose::ToCanvas() const { return {std::cos(degrees * Pi / 180), std::sin(degrees * Pi / 180), x, y}; }
 
 Movement Pose::ToPicture() const {
   const auto [cosine, sine, right, down] = ToCanvas();

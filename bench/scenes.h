@@ -20,7 +20,8 @@ struct Movement {
   }
 };
 
-/// Where a picture lies on its canvas: its centre in picture pixels, y downward, and its roll, counterclockwise.
+/// Where a picture lies on its canvas: its centre in picture pixels, y downward, and its roll,
+/// counterclockwise.
 struct Pose {
   double x = 0, y = 0, degrees = 0;
 
@@ -51,7 +52,8 @@ struct Scene {
 
 std::vector<std::string_view> SceneNames();
 
-/// The scene of that name, if there is one. Names are the scenes' own, and NAME@FRAMES is the beginning of one.
+/// The scene of that name, if there is one. Names are the scenes' own, and NAME@FRAMES is the beginning of
+/// one.
 std::optional<Scene> FindScene(std::string_view name);
 
 /// What a shot of the scene looks at: all that its camera sees, and some more on each side.
