@@ -105,7 +105,7 @@ class Match {
 
   /// Steps until hardly anything moves.
   void Refine(Fit& fit) const {
-    const double hardly = m_level == 0 ? 2e-4 : 2e-2;
+    const double hardly = m_level == 0 ? 1e-3 : 2e-2;
     for (int i = 0; i < 12; ++i) {
       const std::vector<Equation> equations = Compare(fit);
       if (equations.size() < FewestSamples) {
@@ -114,7 +114,7 @@ class Match {
       }
       // The first look knows gain and offset only roughly.
       const double moved = Step(equations, fit) / static_cast<double>(1 << m_level);
-      if (i > 1 && moved < hardly) return;
+      if (i > 0 && moved < hardly) return;
     }
   }
 
@@ -155,6 +155,7 @@ class Match {
     const double pixels = static_cast<double>(m_grey.width) * m_grey.height;
     const int stride = static_cast<int>(std::ceil(std::sqrt(std::max(pixels / SamplesAtMost, 1.0))));
     std::vector<Equation> equations;
+    equations.reserve(static_cast<std::size_t>(SamplesAtMost));
     ForSamples(fit, stride, [&](double grey, Point point) {
       const auto [value, slopeX, slopeY] = m_canvas.WithSlopes(point.x, point.y);
       // Turning the picture moves the point under it at a right angle to its way from the centre.

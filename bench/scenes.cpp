@@ -18,7 +18,7 @@ enum class Light { steady, flicker, flash, fade };
 struct Recipe {
   std::string_view name;
   int width = 640, height = 480;
-  int frames = 180;
+  int frames = 150;
   Pan pan = Pan::drift;
   double shake = 1, roll = 1;  // times the usual
   double contrast = 1, noise = 0;
@@ -31,7 +31,7 @@ constexpr std::array Recipes = {
     Recipe{.name = "plain"},
     Recipe{.name = "plain-240", .width = 320, .height = 240},
     Recipe{.name = "plain-720", .width = 1280, .height = 720},
-    Recipe{.name = "plain-1080", .width = 1920, .height = 1080, .frames = 150},
+    Recipe{.name = "plain-1080", .width = 1920, .height = 1080},
     Recipe{.name = "shift", .roll = 0},
     Recipe{.name = "foreground", .objectShare = 1.0 / 3},
     Recipe{.name = "noise", .noise = 10},
