@@ -7,6 +7,7 @@
 
 namespace {
 
+constexpr double Pitch = 0.5;
 constexpr double SmallestLeaf = 4, LargestLeaf = 160;  // half widths in picture pixels
 
 /// An ellipse or a rectangle, turned, with shading and texture of its own.
@@ -68,18 +69,18 @@ double Texture(const Leaf& leaf, double u, double v) {
 }
 
 /// Paints where nothing lies yet; returns how many samples that is.
-std::size_t Paint(const Leaf& leaf, Area area, Plane& canvas, std::vector<char>& covered) {
+std::size_t Paint(const Leaf& leaf, Area area, Plane& samples, std::vector<char>& covered) {
   const double reach = std::hypot(leaf.halfWidth, leaf.halfHeight);
-  const auto first = [](double from) { return std::max(0, static_cast<int>(std::ceil(from / CanvasPitch))); };
+  const auto first = [](double from) { return std::max(0, static_cast<int>(std::ceil(from / Pitch))); };
   const auto end = [](double to, int limit) {
-    return std::min(limit, static_cast<int>(std::ceil(to / CanvasPitch)));
+    return std::min(limit, static_cast<int>(std::ceil(to / Pitch)));
   };
   std::size_t painted = 0;
-  for (int y = first(leaf.y - reach - area.top); y < end(leaf.y + reach - area.top, canvas.height); ++y) {
-    for (int x = first(leaf.x - reach - area.left); x < end(leaf.x + reach - area.left, canvas.width); ++x) {
-      char& taken = covered[static_cast<std::size_t>(canvas.Row(y) + x - canvas.Row(0))];
+  for (int y = first(leaf.y - reach - area.top); y < end(leaf.y + reach - area.top, samples.height); ++y) {
+    for (int x = first(leaf.x - reach - area.left); x < end(leaf.x + reach - area.left, samples.width); ++x) {
+      char& taken = covered[static_cast<std::size_t>(samples.Row(y) + x - samples.Row(0))];
       if (taken != 0) continue;
-      const double fromX = area.left + x * CanvasPitch - leaf.x, fromY = area.top + y * CanvasPitch - leaf.y;
+      const double fromX = area.left + x * Pitch - leaf.x, fromY = area.top + y * Pitch - leaf.y;
       const double u = leaf.cosine * fromX + leaf.sine * fromY, v = leaf.cosine * fromY - leaf.sine * fromX;
       const double across = u / leaf.halfWidth, down = v / leaf.halfHeight;
       const bool inside =
@@ -87,7 +88,7 @@ std::size_t Paint(const Leaf& leaf, Area area, Plane& canvas, std::vector<char>&
       if (!inside) continue;
       taken = 1;
       ++painted;
-      canvas.Row(y)[x] = static_cast<float>(leaf.grey + leaf.shade * across + Texture(leaf, u, v));
+      samples.Row(y)[x] = static_cast<float>(leaf.grey + leaf.shade * across + Texture(leaf, u, v));
     }
   }
   return painted;
@@ -95,14 +96,14 @@ std::size_t Paint(const Leaf& leaf, Area area, Plane& canvas, std::vector<char>&
 
 }  // namespace
 
-Plane PaintCanvas(Area area, std::uint32_t seed) {
-  const auto samples = [](double length) { return static_cast<int>(std::ceil(length / CanvasPitch)) + 1; };
-  Plane canvas(samples(area.right - area.left), samples(area.bottom - area.top));
-  std::vector<char> covered(canvas.samples.size());
+Canvas PaintCanvas(Area area, std::uint32_t seed) {
+  const auto count = [](double length) { return static_cast<int>(std::ceil(length / Pitch)) + 1; };
+  Plane samples(count(area.right - area.left), count(area.bottom - area.top));
+  std::vector<char> covered(samples.samples.size());
   Random random(seed);
   // Half a percent stays bare, at zero.
-  std::size_t bare = canvas.samples.size();
-  while (bare > canvas.samples.size() / 200) bare -= Paint(GrowLeaf(random, area), area, canvas, covered);
+  std::size_t bare = covered.size();
+  while (bare > covered.size() / 200) bare -= Paint(GrowLeaf(random, area), area, samples, covered);
   // The lens: so soft that hardly anything is left beyond what pixels can hold.
-  return Blurred(Blurred(canvas));
+  return {Blurred(Blurred(samples)), area.left, area.top, Pitch};
 }

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -34,7 +35,7 @@ class Camera {
   explicit Camera(const Scene& scene) : m_scene(scene) {
     if (scene.objectShare > 0) {
       const Area area{-scene.width / 2.0, -scene.height / 2.0, scene.width / 2.0, scene.height / 2.0};
-      m_object = std::make_unique<View>(PaintCanvas(area, 999), area, CanvasPitch);
+      m_object = std::make_unique<View>(PaintCanvas(area, 999));
     }
   }
 
@@ -61,8 +62,7 @@ class Camera {
 
  private:
   void LookAt(int shot) {
-    const Area area = ShotArea(m_scene, shot);
-    m_view = std::make_unique<View>(PaintCanvas(area, ShotSeed(shot)), area, CanvasPitch);
+    m_view = std::make_unique<View>(PaintShot(m_scene, shot));
     m_shot = shot;
   }
 
@@ -112,14 +112,17 @@ int main(int argc, char* argv[]) {
     for (const std::string_view name : SceneNames()) std::printf("%s\n", std::string(name).c_str());
     return 0;
   }
-  const auto scene = FindScene(argv[1]);
-  if (!scene || argc > 3) {
-    std::fputs("usage: make_scene [NAME[@FRAMES] [PATH.csv]], names: make_scene\n", stderr);
+  if (argc > 3) {
+    std::fputs("usage: make_scene [NAME [PATH.csv]]\n", stderr);
     return 2;
   }
-  if ((argc == 3 && !WritePath(*scene, argv[2])) || !Film(*scene)) {
+  try {
+    const Scene scene = FindScene(argv[1]);
+    if ((argc == 2 || WritePath(scene, argv[2])) && Film(scene)) return 0;
     std::perror("make_scene: cannot write");
     return 1;
+  } catch (const std::invalid_argument& error) {
+    std::fprintf(stderr, "make_scene: %s\n", error.what());
+    return 2;
   }
-  return 0;
 }

@@ -92,8 +92,7 @@ void Measure(const Scene& scene, double zoom) {
     }
     const auto& [camera, object, shot, gain, bias] = scene.frames[i];
     if (i == 0 || shot != scene.frames[i - 1].shot) {
-      const Area area = ShotArea(scene, shot);
-      registration.emplace(PaintCanvas(area, ShotSeed(shot)), area, video.Width(), video.Height());
+      registration.emplace(PaintShot(scene, shot), video.Width(), video.Height());
     }
     const Fit fit = registration->Find(ToLayer(video), {camera, zoom, scene.contrast * gain, 128 + bias});
     std::printf("%zu,%.5f,%.5f,%.6f,%d,%.6f,%.3f\n", i, fit.pose.x, -fit.pose.y, fit.pose.degrees,
@@ -105,15 +104,17 @@ void Measure(const Scene& scene, double zoom) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const auto scene = argc == 2 || argc == 3 ? FindScene(argv[1]) : std::nullopt;
   const double zoom = argc == 3 ? std::atof(argv[2]) : 1;
-  if (!scene || zoom <= 0) {
-    std::fputs("usage: measure_path SCENE [ZOOM] < video.y4m > path.csv, scenes: make_scene\n", stderr);
+  if (argc < 2 || argc > 3 || zoom <= 0) {
+    std::fputs("usage: measure_path SCENE [ZOOM] < video.y4m > path.csv\n", stderr);
     return 2;
   }
   try {
-    Measure(*scene, zoom);
+    Measure(FindScene(argv[1]), zoom);
     return 0;
+  } catch (const std::invalid_argument& error) {
+    std::fprintf(stderr, "measure_path: %s\n", error.what());
+    return 2;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "measure_path: %s\n", error.what());
     return 1;

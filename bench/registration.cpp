@@ -200,14 +200,15 @@ class Match {
 
 }  // namespace
 
-Registration::Registration(Plane canvas, Area area, int width, int height)
+Registration::Registration(Canvas canvas, int width, int height)
     : m_centre{(width - 1) / 2.0, (height - 1) / 2.0} {
-  constexpr int pictureStep = static_cast<int>(1 / CanvasPitch);
-  double pitch = CanvasPitch;
-  for (int count = CountLayers(width); count > 0; --count, pitch *= 2) {
-    canvas = Blurred(canvas, pictureStep);
-    m_canvas.emplace_back(canvas, area, pitch);
-    canvas = Halved(canvas);
+  // The filter's taps lie a layer's pixel apart, as in the picture's layers.
+  const int spacing = static_cast<int>(1 / canvas.pitch);
+  for (int count = CountLayers(width); count > 0; --count) {
+    canvas.samples = Blurred(canvas.samples, spacing);
+    m_canvas.emplace_back(canvas);
+    canvas.samples = Halved(canvas.samples);
+    canvas.pitch *= 2;
   }
 }
 

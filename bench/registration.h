@@ -26,7 +26,7 @@ struct Layer {
 /// Journal of Computer Vision 56, 2004; P. Huber, "Robust statistics", 1981).
 class Registration {
  public:
-  Registration(Plane canvas, Area area, int width, int height);
+  Registration(Canvas canvas, int width, int height);
 
   /// From a start that is at most a seventh of the picture's width away.
   Fit Find(const Layer& picture, const Fit& start) const;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <numbers>
+#include <stdexcept>
 
 #include "random.h"
 
@@ -128,28 +129,46 @@ int ShotFrames(const Recipe& recipe, int shot) {
   return recipe.shots == 1 ? mean : mean + (shot * 7 % 5 - 2) * 4;
 }
 
-Scene Prepare(const Recipe& recipe) {
-  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare,
-              {}};
-  Random light(7);
-  for (int shot = 0; shot < recipe.shots; ++shot) {
-    const std::uint32_t seed = 10 * static_cast<std::uint32_t>(shot);
-    const Tremble right(seed + 1), down(seed + 2), roll(seed + 3);
-    for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
-      SceneFrame frame;
-      const Pose aim = Aim(recipe.pan, number);
-      frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number),
-                      aim.y + recipe.shake * 1.5 * down.At(number), recipe.roll * 0.1 * roll.At(number)};
-      frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0),
-                      aim.y + 10 * std::sin(number / 9.0), 0};
-      frame.shot = shot;
-      // Every other cut leads to a scene of the same brightness.
-      frame.bias = recipe.shots > 1 ? 12 * (shot / 2 % 3 - 1) : 0;
-      scene.frames.push_back(frame);
-    }
+/// A shot's frames, under a steady light.
+std::vector<SceneFrame> Shoot(const Recipe& recipe, int shot) {
+  const std::uint32_t seed = 10 * static_cast<std::uint32_t>(shot);
+  const Tremble right(seed + 1), down(seed + 2), roll(seed + 3);
+  std::vector<SceneFrame> frames;
+  for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
+    SceneFrame frame;
+    const Pose aim = Aim(recipe.pan, number);
+    frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number),
+                    aim.y + recipe.shake * 1.5 * down.At(number), recipe.roll * 0.1 * roll.At(number)};
+    frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0),
+                    aim.y + 10 * std::sin(number / 9.0), 0};
+    frame.shot = shot;
+    // Every other cut leads to a scene of the same brightness.
+    frame.bias = recipe.shots > 1 ? 12 * (shot / 2 % 3 - 1) : 0;
+    frames.push_back(frame);
   }
+  return frames;
+}
+
+/// All that pictures of this size see from these poses, and some more on each side.
+Area Surroundings(const std::vector<SceneFrame>& frames, double width, double height) {
+  constexpr double more = 96;
+  const auto [left, right] = std::ranges::minmax(frames, {}, [](const SceneFrame& f) { return f.camera.x; });
+  const auto [top, bottom] = std::ranges::minmax(frames, {}, [](const SceneFrame& f) { return f.camera.y; });
+  const double across = width / 2 + more, down = height / 2 + more;
+  return {left.camera.x - across, top.camera.y - down, right.camera.x + across, bottom.camera.y + down};
+}
+
+Scene Prepare(const Recipe& recipe) {
+  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {},
+              {}};
+  for (int shot = 0; shot < recipe.shots; ++shot) {
+    const std::vector<SceneFrame> frames = Shoot(recipe, shot);
+    scene.frames.insert(scene.frames.end(), frames.begin(), frames.end());
+    scene.shots.push_back(Surroundings(frames, recipe.width, recipe.height));
+  }
+  Random random(7);
   for (std::size_t i = 0; i < scene.frames.size(); ++i) {
-    Expose(recipe.light, i, scene.frames.size(), light, scene.frames[i]);
+    Expose(recipe.light, i, scene.frames.size(), random, scene.frames[i]);
   }
   return scene;
 }
@@ -169,33 +188,24 @@ std::vector<std::string_view> SceneNames() {
   return names;
 }
 
-std::optional<Scene> FindScene(std::string_view name) {
+Scene FindScene(const std::string& name) {
   const auto at = std::min(name.find('@'), name.size());
-  const std::string_view length = name.substr(std::min(at + 1, name.size()));
   const auto* recipe = std::ranges::find(Recipes, name.substr(0, at), &Recipe::name);
-  if (recipe == Recipes.end()) return std::nullopt;
-  Scene scene = Prepare(*recipe);
-  if (at < name.size()) {
-    std::size_t frames = 0;
-    const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), frames);
-    if (error != std::errc() || end != length.data() + length.size() || frames == 0) return std::nullopt;
-    scene.frames.resize(std::min(frames, scene.frames.size()));
+  std::size_t frames = std::string::npos;
+  const char* const end = name.data() + name.size();
+  const bool isWhole = at == name.size();
+  if (!isWhole && std::from_chars(name.data() + at + 1, end, frames).ptr != end) frames = 0;
+  if (recipe == Recipes.end() || frames == 0) {
+    std::string names;
+    for (const std::string_view known : SceneNames()) names += ' ' + std::string(known);
+    throw std::invalid_argument("no scene '" + name + "'; scenes are NAME or NAME@FRAMES with a name of" +
+                                names);
   }
+  Scene scene = Prepare(*recipe);
+  scene.frames.resize(std::min(frames, scene.frames.size()));
   return scene;
 }
 
-Area ShotArea(const Scene& scene, int shot) {
-  constexpr double more = 96;
-  Area area{1e9, 1e9, -1e9, -1e9};
-  for (const SceneFrame& frame : scene.frames) {
-    if (frame.shot != shot) continue;
-    area.left = std::min(area.left, frame.camera.x);
-    area.top = std::min(area.top, frame.camera.y);
-    area.right = std::max(area.right, frame.camera.x);
-    area.bottom = std::max(area.bottom, frame.camera.y);
-  }
-  const double across = scene.width / 2.0 + more, down = scene.height / 2.0 + more;
-  return {area.left - across, area.top - down, area.right + across, area.bottom + down};
+Canvas PaintShot(const Scene& scene, int shot) {
+  return PaintCanvas(scene.shots[static_cast<std::size_t>(shot)], 1000 + static_cast<std::uint32_t>(shot));
 }
-
-std::uint32_t ShotSeed(int shot) { return 1000 + static_cast<std::uint32_t>(shot); }

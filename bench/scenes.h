@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -48,14 +47,14 @@ struct Scene {
   double noise = 0;        // standard deviation, in grey levels
   double objectShare = 0;  // of the picture's area that something in front covers
   std::vector<SceneFrame> frames;
+  std::vector<Area> shots;  // all that the shot's camera sees, and some more on each side
 };
 
 std::vector<std::string_view> SceneNames();
 
-/// The scene of that name, if there is one. Names are the scenes' own, and NAME@FRAMES is the beginning of
-/// one.
-std::optional<Scene> FindScene(std::string_view name);
+/// The scene of that name; NAME@FRAMES is the beginning of one. Throws a std::invalid_argument that lists the
+/// names when there is none.
+Scene FindScene(const std::string& name);
 
-/// What a shot of the scene looks at: all that its camera sees, and some more on each side.
-Area ShotArea(const Scene& scene, int shot);
-std::uint32_t ShotSeed(int shot);
+/// What a shot's camera looks at.
+Canvas PaintShot(const Scene& scene, int shot);
