@@ -84,6 +84,20 @@ def jitter(shots):
             jitter_of(sum((left[:END] + left[max(END, len(left) - END):] for left in trembles), [])))
 
 
+def gaussian(sigma, reach):
+    """Taps of a symmetric kernel, from its centre outward."""
+    return [math.exp(-(distance / sigma) ** 2 / 2) for distance in range(reach + 1)]
+
+
+def kaiser(shape, reach):
+    """Taps of a Kaiser window, likewise (J. F. Kaiser, R. W. Schafer, "On the use of the I0-sinh window for spectrum
+    analysis", IEEE Transactions on Acoustics, Speech, and Signal Processing 28, 1980)."""
+    def bessel(x):
+        return sum((x / 2) ** (2 * k) / math.factorial(k) ** 2 for k in range(20))
+
+    return [bessel(shape * math.sqrt(1 - (distance / (reach + 1)) ** 2)) for distance in range(reach + 1)]
+
+
 def smoothed(path, taps):
     """One shot's path under a symmetric kernel, of which the taps from the centre outward are given; beyond its ends it
     goes on by point reflection."""

@@ -15,8 +15,7 @@ int main(int argc, char** argv) {
     std::vector<std::uint8_t> buffer(static_cast<std::size_t>(frame.SizeBytes()));
     RawVideoReader reader(stdin, size);
     RawVideoWriter writer(stdout, size);
-    while (reader.Read(buffer.data()) == RawVideoReader::Result::Frame)
-      writer.Write(buffer.data(), frame.strideBytes);
+    while (reader.Read(buffer.data())) writer.Write(buffer.data(), frame.strideBytes);
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "copy_clip: %s\n", error.what());

@@ -6,7 +6,6 @@ what is left of that path without its slow part, a low-pass of fourth order with
 root mean square of the length of the shift at the picture's centre, in pixels of the source, and of the roll.
 """
 
-import argparse
 import concurrent.futures
 import contextlib
 import dataclasses
@@ -39,8 +38,9 @@ NOISE_FREE = ("plain", "plain-240", "plain-720", "plain-1080", "shift", "pan")
 TEXTURED = (*NOISE_FREE, "noise", "exposure")
 CROP = 0.05
 
-# Standard deviations of Gaussian kernels: that of the pair, and one that leaves little of these scenes' tremble.
-NARROW, WIDE = 8 / math.sqrt(2), 10
+# Kernels over the window: that of the pair, and the precise engine's.
+PAIR_TAPS = camerapath.gaussian(8 / math.sqrt(2), REACH)
+OWN_TAPS = camerapath.kaiser(3, REACH)
 
 # What is to be reached.
 JITTER_TO_PAIR = 0.5
@@ -70,10 +70,6 @@ def filtered(video_filter, outputs="-f yuv4mpegpipe -"):
     return ffmpeg(["-f", "yuv4mpegpipe", "-i", "pipe:0"], f"-vf {video_filter} -threads 1 {outputs}")
 
 
-def has_precise():
-    return "YUV4MPEG2" in subprocess.run([PROGRAM, "--help"], check=True, capture_output=True, text=True).stdout
-
-
 def contenders(folder, film):
     motion = {name: folder / f"{film.scene}.{name}" for name in ("free", "defaults", "pair")}
     size = f"{film.width}x{film.height}"
@@ -88,13 +84,10 @@ def contenders(folder, film):
                ffmpeg(["-f", "rawvideo", "-pixel_format", "bgr24", "-video_size", size, "-i", "pipe:0"],
                       "-pix_fmt yuv420p -f yuv4mpegpipe -")]
     pair = f"vidstabtransform=input={motion['pair']}:smoothing={REACH}:crop=black:optzoom=0:zoom=0"
-    ours = [
-        Contender(FREE, [precise("free", "--crop", "0")], motion=motion["free"]),
-        Contender(DEFAULTS, [precise("defaults")], zoom=1 / (1 - 2 * CROP), motion=motion["defaults"]),
-    ] if has_precise() else []
     return [
         Contender(INPUT, []),
-        *ours,
+        Contender(FREE, [precise("free", "--crop", "0")], motion=motion["free"]),
+        Contender(DEFAULTS, [precise("defaults")], zoom=1 / (1 - 2 * CROP), motion=motion["defaults"]),
         Contender(CLASSIC, classic),
         Contender(DESHAKE, [filtered("deshake=edge=blank")]),
         Contender(PAIR, [filtered(pair)], [filtered(f"vidstabdetect=result={motion['pair']}", "-f null -")]),
@@ -114,7 +107,8 @@ def run(pipeline, clip):
             source = process.stdout
             processes.append(process)
         output = processes[-1].stdout.read()
-    for process in processes:
+    # Whoever stops reading makes those before it fail.
+    for process in reversed(processes):
         if process.wait() != 0:
             raise subprocess.CalledProcessError(process.returncode, process.args)
     return output.decode()
@@ -155,10 +149,6 @@ def base(scene):
     return scene.split("@")[0]
 
 
-def gauss(sigma):
-    return [math.exp(-(reach / sigma) ** 2 / 2) for reach in range(REACH + 1)]
-
-
 def grid(title, results, cell):
     """A row a scene, a column a contender; the cell is made of its outcome and of the unstabilized one."""
     names = list(next(iter(results.values()), {}))
@@ -178,11 +168,11 @@ def scene_table(results, taps):
         original = outcomes[INPUT]
         error = camerapath.jitter_of(original.corrections)
         unknown = sum(pose is None for pose in original.path)
-        floors = [original.film.floor(kernel)[0] for kernel in (gauss(NARROW), taps)]
+        floors = [original.film.floor(kernel)[0] for kernel in (PAIR_TAPS, taps)]
         rows.append([scene, f"{error.pixels:.4f}", f"{error.degrees:.5f}", str(unknown),
                      *(f"{found.pixels:.3f}" for found in floors), *(f"{found.degrees:.4f}" for found in floors)])
     head = ["scene", "meter's error, pixels", "degrees", "frames it cannot tell",
-            "floor as the pair's, pixels", "floor, pixels", "floor as the pair's, degrees", "floor, degrees"]
+            "floor by the pair's kernel, pixels", "by ours", "by the pair's, degrees", "by ours"]
     return ["", *table(head, rows)]
 
 
@@ -253,8 +243,8 @@ def verdicts(results):
 def add_options(parser):
     parser.add_argument("--scenes", type=lambda text: text.split(","),
                         help="default all that make_scene lists; NAME@FRAMES is the beginning of one")
-    parser.add_argument("--taps", type=lambda text: [float(tap) for tap in text.split(",")], default=gauss(WIDE),
-                        help=f"kernel of the second floor, from its centre outward (default a Gaussian, sigma {WIDE})")
+    parser.add_argument("--taps", type=lambda text: [float(tap) for tap in text.split(",")], default=OWN_TAPS,
+                        help="kernel of the second floor, from its centre outward (default a Kaiser window, shape 3)")
 
 
 def all_scenes():
@@ -276,6 +266,4 @@ def compare(folder, arguments):
     if sharp:
         lines += grid("Sharpness, variance of the Laplacian in the middle against the original's", sharp,
                       lambda outcome, original: f"{outcome.detail / original.detail:.2f}")
-    if has_precise():
-        lines += [*motion_table(results), *verdicts(results)]
-    return lines
+    return [*lines, *motion_table(results), *verdicts(results)]

@@ -23,16 +23,24 @@ void MyAttributes::SetCallback(MyAttributesCallback* callback) {
 
 void MyAttributes::ClearDirty() { m_dirty = false; }
 
-IMFAttributes* MyAttributes::Inner() const {
+ComPtr<IMFAttributes> MyAttributes::Inner() const {
+  const CAutoLock lock(m_innerLock);
   DebugAssert(m_pAttributes.Get() != nullptr, "m_pAttributes", "myattributes");
-  return m_pAttributes.Get();
+  return m_pAttributes;
+}
+
+void MyAttributes::Replace(ComPtr<IMFAttributes> inner) {
+  const CStoreLock lock(this);
+  m_dirty = true;
+  const CAutoLock exchange(m_innerLock);
+  m_pAttributes.Swap(inner);
 }
 
 template <class Function>
 HRESULT MyAttributes::Write(Function write) {
   const CStoreLock lock(this);
   m_dirty = true;  // whatever comes of it
-  return write(Inner());
+  return write(Inner().Get());
 }
 
 STDMETHODIMP MyAttributes::QueryInterface(REFIID iid, void** object) {

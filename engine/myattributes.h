@@ -19,8 +19,8 @@ class MyAttributesCallback {
 };
 
 /// An attribute store that tells a callback when its items were written: one notification when the outermost
-/// lock is released after a write, a write by itself being locked too. Deletions and reads neither lock nor
-/// notify.
+/// lock is released after a write, a write by itself being locked too. Deletions and reads neither wait for
+/// the lock nor notify.
 class MyAttributes final : private MediaFoundationSamples::BaseObject, public IMFAttributes {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
@@ -36,6 +36,13 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public IM
 
   /// Drops a notification that is due. To be called with the store locked.
   void ClearDirty();
+
+  /// The inner store of this moment: items that are read from it belong together, even if others take their
+  /// place meanwhile.
+  Microsoft::WRL::ComPtr<IMFAttributes> Inner() const;
+
+  /// A write that puts all items of another store in the place of those here, at once for whoever reads.
+  void Replace(Microsoft::WRL::ComPtr<IMFAttributes> inner);
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
@@ -79,14 +86,12 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public IM
       : m_pAttributes(std::move(attributes)) {}
   ~MyAttributes() = default;
 
-  /// The inner store.
-  IMFAttributes* Inner() const;
-
   template <class Function>
   HRESULT Write(Function write);
 
   LONG m_nRefCount = 1;
-  Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;
+  mutable CCriticalSection m_innerLock;                 // for a copy or an exchange, no longer
+  Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;  // guarded by it
   CCriticalSection m_lock;
   // Guarded by the lock:
   MyAttributesCallback* m_pCallback = nullptr;

@@ -3,12 +3,17 @@
 #include <cstddef>
 #include <memory>
 #include <mfapi.h>
+#include <mferror.h>
 #include <span>
+#include <utility>
+#include <wrl/client.h>
 
 #include "common/comboundary.h"
 #include "common/registrykey.h"
 #include "engine/settingskeys.h"
 #include "engine/vkvstabilizeimpl.h"
+
+using Microsoft::WRL::ComPtr;
 
 // Where the settings stand between runs, and how they go back to their defaults.
 
@@ -29,19 +34,16 @@ struct BlobBuffer {
 
 }  // namespace
 
-STDMETHODIMP CVKVStabilizeImpl::ResetToDefaults() {
-  const HRESULT hr = CreateStore();
-  return FAILED(hr) ? hr : WriteDefaults();
-}
+STDMETHODIMP CVKVStabilizeImpl::ResetToDefaults() { return Store() ? WriteDefaults(Store()) : CreateStore(); }
 
-HRESULT CVKVStabilizeImpl::WriteDefaults() {
-  Store()->LockStore();
+HRESULT CVKVStabilizeImpl::WriteDefaults(IMFAttributes* store) {
+  store->LockStore();
   for (const SettingDefault& setting : kSettingDefaults) {
-    const HRESULT hr = Store()->SetUINT32(setting.key, setting.value);
+    const HRESULT hr = store->SetUINT32(setting.key, setting.value);
     // The store stays locked and the rest as it was: what depends on a whole reset must not go on.
     if (FAILED(hr)) return hr;
   }
-  Store()->UnlockStore();
+  store->UnlockStore();
   return S_OK;
 }
 
@@ -58,26 +60,29 @@ STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
     const BlobBuffer blob(size);
     if (key.QueryData(kValueName, blob.view, &size) != ERROR_SUCCESS) return S_OK;
 
-    // The kernel is never set up from a half filled store, and the change is told once.
-    const CStoreLock lock(Store());
-    hr = MFInitAttributesFromBlob(Store(), blob.Data(), size);
-    if (FAILED(hr)) WriteDefaults();
+    // Filled aside: others read this store meanwhile, and would find it empty and half full.
+    ComPtr<IMFAttributes> loaded;
+    hr = m_createAttributes(&loaded, static_cast<UINT32>(kSettingDefaults.size()));
+    if (FAILED(hr)) return hr;
+    hr = MFInitAttributesFromBlob(loaded.Get(), blob.Data(), size);
+    if (SUCCEEDED(hr))
+      Store()->Replace(std::move(loaded));
+    else
+      WriteDefaults(Store());
     return hr;
   });
 }
 
 STDMETHODIMP CVKVStabilizeImpl::SaveAttributes() {
-  return ComBoundary([&] {
-    HRESULT hr = CreateStore();
-    if (FAILED(hr)) return hr;
-
+  return ComBoundary([&]() -> HRESULT {
+    if (!Store()) return MF_E_NOT_INITIALIZED;
     CRegistryKey key;
     LSTATUS status = key.Create(HKEY_CURRENT_USER, kKeyName, KEY_READ | KEY_WRITE);
     if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
     // Size and content of one moment.
     const CStoreLock lock(Store());
     UINT32 size = 0;
-    hr = MFGetAttributesAsBlobSize(Store(), &size);
+    HRESULT hr = MFGetAttributesAsBlobSize(Store(), &size);
     if (FAILED(hr)) return hr;
     const BlobBuffer blob(size);
     hr = MFGetAttributesAsBlob(Store(), blob.Data(), size);

@@ -4,6 +4,7 @@
 #include <mfapi.h>
 #include <new>
 #include <olectl.h>
+#include <optional>
 
 #include "common/comboundary.h"
 #include "common/debugreport.h"
@@ -25,6 +26,13 @@ static_assert(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA ==
 static_assert(vkvstab_INTERPOLATIONTYPE_NEAREST == static_cast<int>(Interpolation::Nearest));
 
 constexpr VARIANT_BOOL ToVariantBool(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
+
+/// Nothing when the item, or the whole store, is missing.
+std::optional<UINT32> ReadItem(IMFAttributes* store, const GUID& key) {
+  UINT32 value = 0;
+  if (store && SUCCEEDED(store->GetUINT32(key, &value))) return value;
+  return std::nullopt;
+}
 
 bool AssertSucceeded(HRESULT hr) {
   DebugAssert(SUCCEEDED(hr), "SUCCEEDED ( hr )", kFile);
@@ -56,12 +64,14 @@ HRESULT CVKVStabilizeImpl::CreateStore() {
   // Nobody can hold the store's lock yet, so this one may be taken under any other.
   const CAutoLock lock(m_creationLock);
   if (m_pStore) return S_OK;
-  const HRESULT hr =
+  HRESULT hr =
       MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
   if (FAILED(hr)) return hr;
   m_pStore->SetCallback(this);
+  // Before anybody can see it, so that it is never seen without items.
+  hr = WriteDefaults(m_pStore.Get());
   m_pAttributes = m_pStore.Get();
-  return S_OK;
+  return hr;
 }
 
 // Frames
@@ -244,10 +254,11 @@ StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
 }
 
 bool CVKVStabilizeImpl::IsAdvancedEngineActive() {
-  VARIANT_BOOL available = VARIANT_FALSE, use = VARIANT_FALSE;
-  get_AdvancedEngineAvailable(&available);
-  get_UseAdvancedEngine(&use);
-  return available == VARIANT_TRUE && use == VARIANT_TRUE;
+  const CAutoLock lock(m_settingsLock);
+  // Never one item from before and one from after a load.
+  const ComPtr<IMFAttributes> items = Store() ? Store()->Inner() : nullptr;
+  return ReadFlag(items.Get(), VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False) &&
+         ReadFlag(items.Get(), VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False);
 }
 
 void CVKVStabilizeImpl::SetAdvancedEngineAvailable(bool available) {
@@ -318,18 +329,13 @@ STDMETHODIMP CVKVStabilizeImpl::Invoke(DISPID id, REFIID, LCID, WORD flags, DISP
 
 // Access to the items
 
-bool CVKVStabilizeImpl::ReadItem(const GUID& key, UINT32* value) const {
-  return Store() && SUCCEEDED(Store()->GetUINT32(key, value));
-}
-
-bool CVKVStabilizeImpl::ReadFlag(const GUID& key, Missing missing) const {
-  UINT32 value = 0;
-  return ReadItem(key, &value) ? value != 0 : missing == Missing::True;
+bool CVKVStabilizeImpl::ReadFlag(IMFAttributes* store, const GUID& key, Missing missing) {
+  const std::optional<UINT32> value = ReadItem(store, key);
+  return value ? *value != 0 : missing == Missing::True;
 }
 
 std::int32_t CVKVStabilizeImpl::ReadNumber(const GUID& key) const {
-  UINT32 value = 0;
-  return ReadItem(key, &value) ? std::bit_cast<std::int32_t>(value) : 0;
+  return std::bit_cast<std::int32_t>(ReadItem(Store(), key).value_or(0));
 }
 
 HRESULT CVKVStabilizeImpl::GetFlag(const GUID& key, Missing missing, VARIANT_BOOL* pVal) {

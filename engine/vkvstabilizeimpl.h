@@ -140,10 +140,11 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   HRESULT AttributesChanged() override;
 
   MyAttributes* Store() const { return m_pAttributes; }
+  /// Makes the store with its defaults, if there is none yet.
   HRESULT CreateStore();
-  HRESULT WriteDefaults();
-  bool ReadItem(const GUID& key, UINT32* value) const;
-  bool ReadFlag(const GUID& key, Missing missing) const;
+  static HRESULT WriteDefaults(IMFAttributes* store);
+  static bool ReadFlag(IMFAttributes* store, const GUID& key, Missing missing);
+  bool ReadFlag(const GUID& key, Missing missing) const { return ReadFlag(Store(), key, missing); }
   std::int32_t ReadNumber(const GUID& key) const;
   bool IsCropping() const;
   HRESULT GetFlag(const GUID& key, Missing missing, VARIANT_BOOL* pVal);

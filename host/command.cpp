@@ -1,6 +1,5 @@
 #include "host/command.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -8,11 +7,12 @@
 #include <optional>
 #include <string>
 
-#include "host/kernelstabilizer.h"
+#include "host/motionlog.h"
 #include "host/options.h"
+#include "host/pipeline.h"
 #include "host/platform.h"
+#include "host/printable.h"
 #include "host/progress.h"
-#include "host/rawvideo.h"
 #include "host/transform.h"
 #include "host/workerror.h"
 
@@ -20,58 +20,52 @@ namespace {
 
 enum ExitCode { kDone = 0, kWorkFailed = 1, kWrongUsage = 2 };
 
-std::unique_ptr<Stabilizer> MakeStabilizer(const Options& options) {
-  if constexpr (kHasTransform)
-    if (options.engine == Engine::Transform) return MakeTransformStabilizer(options);
-  return std::make_unique<KernelStabilizer>(options);
-}
-
-/// One run over a stream: what comes in goes through the stabilizer and out again.
+/// One run over a stream: what comes in goes through the engine and out again.
 class Run {
  public:
   Run(const Options& options, std::FILE* input, std::FILE* output, std::FILE* messages)
-      : m_reader(input, options.size),
-        m_writer(output, GetOutputSize(options.settings, options.size)),
-        m_pStabilizer(MakeStabilizer(options)),
+      : m_pPipeline(options.engine == Engine::Precise ? MakePrecisePipeline(options, input, output)
+                                                      : MakeClassicPipeline(options, input, output)),
         m_progress(messages, options.totalFrames, !options.quiet && IsTerminal(messages)) {}
 
   /// Frames finished before a failure have been written.
   void Stabilize() {
-    RawVideoReader::Result result = m_reader.Read(m_pStabilizer->InputFrame());
-    for (; result == RawVideoReader::Result::Frame; result = m_reader.Read(m_pStabilizer->InputFrame())) {
-      ++m_framesIn;
-      Process(false);
-    }
-    while (m_framesOut < m_framesIn) Process(true);
-    m_pStabilizer->Finish();
-    if (result == RawVideoReader::Result::Failed)
-      throw WorkError(m_reader.Failure() + "; the " + std::to_string(m_framesOut) +
+    while (Take()) Deliver();
+    m_pPipeline->EndInput();
+    Deliver();
+    m_pPipeline->Finish();
+    if (!m_inputFailure.empty())
+      throw WorkError(m_inputFailure + "; the " + std::to_string(m_framesOut) +
                       " whole frames before it were written");
   }
 
   std::int64_t FramesIn() const { return m_framesIn; }
 
  private:
-  /// Hands over the input frame, or the newest one again, and writes what comes out.
-  void Process(bool repeatNewest) {
-    const std::optional<StabilizedFrame> frame = m_pStabilizer->Process(repeatNewest);
-    if (!frame) return;
-    m_writer.Write(frame->pixels, frame->pitchBytes);
-    m_progress.Update(++m_framesOut);
+  bool Take() {
+    try {
+      if (!m_pPipeline->Take()) return false;
+    } catch (const WorkError& error) {
+      m_inputFailure = error.what();
+      return false;
+    }
+    ++m_framesIn;
+    return true;
   }
 
-  RawVideoReader m_reader;
-  RawVideoWriter m_writer;
-  std::unique_ptr<Stabilizer> m_pStabilizer;
+  void Deliver() {
+    while (m_pPipeline->Deliver()) m_progress.Update(++m_framesOut);
+  }
+
+  std::unique_ptr<Pipeline> m_pPipeline;
   std::int64_t m_framesIn = 0, m_framesOut = 0;
+  std::string m_inputFailure;
   Progress m_progress;
 };
 
-/// One line, whatever the words of the command line hold.
-int Report(std::FILE* messages, ExitCode code, std::string reason) {
-  std::ranges::replace_if(
-      reason, [](char c) { return c >= 0 && c < ' '; }, '?');
-  std::fprintf(messages, "vstabilize: %s\n", reason.c_str());
+/// One line that no terminal takes for commands, whatever the words of the command line hold.
+int Report(std::FILE* messages, ExitCode code, const std::string& reason) {
+  std::fprintf(messages, "vstabilize: %s\n", WithoutControls(reason).c_str());
   return code;
 }
 
@@ -80,19 +74,11 @@ int Print(std::FILE* output, std::FILE* messages, const std::string& text) {
   return Report(messages, kWorkFailed, std::string("cannot write the output: ") + std::strerror(errno));
 }
 
-int ShowSettings(const Options& options, std::FILE* messages) {
-  try {
-    if constexpr (kHasTransform) ShowSettingsPages(options.registered);
-    return kDone;
-  } catch (const WorkError& error) {
-    return Report(messages, kWorkFailed, error.what());
-  }
-}
-
 int StabilizeStream(const Options& options, std::FILE* input, std::FILE* output, std::FILE* messages) {
   std::optional<Run> run;
   std::string failure;
   try {
+    if (!options.motionFile.empty()) CheckMotionFile(options.motionFile, options.overwrite, input, output);
     run.emplace(options, input, output, messages);
     run->Stabilize();
     return kDone;
@@ -118,16 +104,19 @@ int RunCommand(std::span<const char* const> arguments, std::FILE* input, std::FI
       case Action::PrintVersion:
         return Print(output, messages, "vstabilize " VSTABILIZE_VERSION "\n");
       case Action::PrintOutputSize: {
-        const FrameSize size = GetOutputSize(options.settings, options.size);
+        const FrameSize size = ReadOutputSize(options, input);
         return Print(output, messages, std::to_string(size.width) + "x" + std::to_string(size.height) + "\n");
       }
       case Action::ShowSettings:
-        return ShowSettings(options, messages);
+        if constexpr (kHasTransform) ShowSettingsPages(options.registered);
+        return kDone;
       case Action::Stabilize:
         return StabilizeStream(options, input, output, messages);
     }
   } catch (const UsageError& error) {
     return Report(messages, kWrongUsage, error.what());
+  } catch (const WorkError& error) {
+    return Report(messages, kWorkFailed, error.what());
   }
   return kWrongUsage;
 }

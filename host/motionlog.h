@@ -1,25 +1,31 @@
 #pragma once
 
-#include <cstdint>
+#include <charconv>
 #include <cstdio>
-#include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 
-#include "kernel/kernelparams.h"
+/// Throws WorkError when the name is that of the stream's input or output, whatever way it is spelt, or of
+/// another file that is not to be overwritten.
+void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* input, std::FILE* output);
 
-/// Writes a CSV line for each delivered frame: its number from 0, its motion against the frame before, and
-/// its correction. x in pixels to the right, y in pixels upward, theta in degrees.
+/// A CSV file with a line for each delivered frame: its number from 0, how the content moved against the
+/// frame before, and how it was moved to correct that. x in pixels to the right, y in pixels upward, theta in
+/// degrees, counterclockwise in the motion and clockwise in the correction.
 class MotionLog {
  public:
-  /// Throws WorkError when the file cannot be made.
-  explicit MotionLog(const std::string& fileName);
+  /// `moreColumns` begins with a comma where it is not empty. Throws WorkError when the file cannot be made.
+  explicit MotionLog(const std::string& fileName, std::string_view moreColumns = {});
 
-  /// The motion of the next frame that came in.
-  void AddMotion(const MotionRecord& motion) { m_pending.push_back(motion); }
-
-  /// The correction of the next frame that went out. Throws WorkError.
-  void AddCorrection(const MotionRecord& correction);
+  /// Numbers get the shortest digits that read back as the same. Throws WorkError.
+  template <class... Number>
+  void WriteLine(Number... numbers) {
+    m_line.clear();
+    (Append(numbers), ...);
+    m_line.back() = '\n';
+    Write(m_line);
+  }
 
   /// Writes what is still buffered. Throws WorkError.
   void Close();
@@ -29,10 +35,19 @@ class MotionLog {
     void operator()(std::FILE* file) const { std::fclose(file); }
   };
 
+  /// The number and a comma.
+  template <class Number>
+  void Append(Number number) {
+    char digits[32];
+    // Adding zero turns -0 into 0.
+    m_line.append(digits, std::to_chars(digits, digits + sizeof digits, number + Number{}).ptr);
+    m_line += ',';
+  }
+
+  void Write(std::string_view text);
   [[noreturn]] void Fail() const;
 
   std::string m_fileName;
   std::unique_ptr<std::FILE, FileCloser> m_pFile;
-  std::deque<MotionRecord> m_pending;
-  std::int64_t m_frame = 0;
+  std::string m_line;
 };

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "engine/stabilizersettings.h"
 #include "kernel/dispatch.h"
+#include "precise/stabilizer.h"
 
 /// The command line cannot be understood or makes no sense; the message says why and what would.
 class UsageError : public std::runtime_error {
@@ -15,21 +18,42 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// Throws UsageError.
+[[noreturn]] void Refuse(std::string_view option, std::string_view value, const std::string& wanted);
+
 /// What the command does.
 enum class Action { Stabilize, ShowSettings, PrintOutputSize, PrintHelp, PrintVersion };
 
-/// What stabilizes: the kernel itself, or the transform through COM. Both give the same bytes.
-enum class Engine { Kernel, Transform };
+/// What stabilizes: the precise engine, or the classic one as a kernel or as the transform through COM. The
+/// last two give the same bytes.
+enum class Engine { Precise, Kernel, Transform };
 
+/// Margins of each side.
+struct Margins {
+  double x = 0, y = 0;
+  bool isPercent = false;  ///< of the frame's width and height; otherwise pixels
+};
+
+/// What was asked for. An empty optional leaves the choice to the engine, see `host/settings.h`.
 struct Options {
   Action action = Action::Stabilize;
-  FrameSize size = {0, 0};
-  StabilizerSettings settings;
-  std::optional<Engine> engine;    ///< set once the options are complete
-  bool registered = false;         ///< the transform that is registered, not the one beside the program
-  const KernelOps* ops = nullptr;  ///< null: the best there are
-  std::string motionFile;          ///< empty: none
-  std::int64_t totalFrames = 0;    ///< 0: unknown
+  Engine engine = Engine::Precise;
+  FrameSize size = {0, 0};  ///< of raw frames; zero: the stream tells
+  std::optional<std::int32_t> window;
+  std::optional<Margins> margins;
+  std::optional<precise::Clipping> clipping;
+  std::optional<precise::Interpolation> interpolation;
+  std::array<std::uint8_t, 3> background = {0, 0, 0};  ///< blue, green, red
+  bool keepBackground = false;
+  std::optional<bool> rotation;
+  bool tripod = false, findCuts = true;
+  std::optional<Rect> roi;
+  std::optional<std::int32_t> quality;  ///< 0 finest … 3
+  bool registered = false;              ///< the transform that is registered, not the one beside the program
+  const KernelOps* ops = nullptr;       ///< null: the best there are
+  std::string motionFile;               ///< empty: none
+  bool overwrite = false;               ///< a motion file that exists
+  std::int64_t totalFrames = 0;         ///< 0: unknown
   bool quiet = false;
 };
 

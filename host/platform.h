@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 /// The transform is a Windows module.
 #ifdef _WIN32
@@ -10,6 +11,15 @@ inline constexpr bool kHasTransform = false;
 #endif
 
 bool IsTerminal(std::FILE* stream);
+
+/// True when the path leads to the very file that the stream reads or writes. A device is nobody's file.
+bool IsFileOf(const std::string& path, std::FILE* stream);
+
+enum class Transfer { Read, Write };
+
+/// After a transfer that failed: when it did so only because the stream does not block, waits until the
+/// stream can go on, and returns true.
+bool AwaitTransfer(std::FILE* stream, Transfer transfer);
 
 /// Makes standard input and output carry plain bytes, a closed output pipe an error instead of the program's
 /// end, and a standard stream that is closed an empty one, so that no file opened later takes its place.

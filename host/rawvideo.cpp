@@ -2,17 +2,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 
+#include "host/stream.h"
 #include "host/workerror.h"
 
 namespace {
 
 std::size_t PackedRowBytes(std::int32_t width) { return static_cast<std::size_t>(width) * kBytesPerPixel; }
-
-/// Whole frames pass through buffers of our own, so the stream's would only copy them once more.
-void DisableBuffering(std::FILE* stream) { std::setvbuf(stream, nullptr, _IONBF, 0); }
-
-std::string SystemReason(int error) { return error != 0 ? std::strerror(error) : "unknown error"; }
 
 }  // namespace
 
@@ -23,19 +20,14 @@ RawVideoReader::RawVideoReader(std::FILE* stream, FrameSize size)
   DisableBuffering(stream);
 }
 
-RawVideoReader::Result RawVideoReader::Read(std::uint8_t* frame) {
-  errno = 0;
-  const std::size_t bytes = std::fread(m_packed.data(), 1, m_packed.size(), m_pStream);
-  const std::string name = "frame " + std::to_string(m_frames + 1);
-  if (std::ferror(m_pStream)) {
-    m_failure = "cannot read " + name + " of the input: " + SystemReason(errno);
-    return Result::Failed;
-  }
-  if (bytes == 0) return Result::End;
+bool RawVideoReader::Read(std::uint8_t* frame) {
+  const std::size_t bytes = ReadBytes(m_pStream, m_packed);
+  if (bytes == 0 && !std::ferror(m_pStream)) return false;
   if (bytes < m_packed.size()) {
-    m_failure = "the input ends inside " + name + " (" + std::to_string(bytes) + " of " +
-                std::to_string(m_packed.size()) + " bytes)";
-    return Result::Failed;
+    const std::string name = "frame " + std::to_string(m_frames + 1);
+    throw WorkError(std::ferror(m_pStream) ? "cannot read " + name + " of the input: " + SystemReason(errno)
+                                           : "the input ends inside " + name + " (" + std::to_string(bytes) +
+                                                 " of " + std::to_string(m_packed.size()) + " bytes)");
   }
 
   ++m_frames;
@@ -43,7 +35,7 @@ RawVideoReader::Result RawVideoReader::Read(std::uint8_t* frame) {
   const std::uint8_t* packedRow = m_packed.data();
   for (std::int32_t row = m_frame.height; row-- > 0; packedRow += rowBytes)
     std::memcpy(frame + m_frame.Offset(0, row), packedRow, rowBytes);
-  return Result::Frame;
+  return true;
 }
 
 RawVideoWriter::RawVideoWriter(std::FILE* stream, FrameSize size)
@@ -59,8 +51,7 @@ void RawVideoWriter::Write(const std::uint8_t* frame, std::ptrdiff_t pitchBytes)
   for (std::int32_t row = m_size.height; row-- > 0; packedRow += rowBytes)
     std::memcpy(packedRow, frame + row * pitchBytes, rowBytes);
 
-  errno = 0;
-  if (std::fwrite(m_packed.data(), 1, m_packed.size(), m_pStream) != m_packed.size())
+  if (!WriteBytes(m_pStream, std::as_bytes(std::span(m_packed))))
     throw WorkError("cannot write frame " + std::to_string(m_frames + 1) +
                     " of the output: " + SystemReason(errno));
   ++m_frames;

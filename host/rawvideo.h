@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 #include <vector>
 
 #include "engine/stabilizersettings.h"
@@ -12,23 +11,17 @@
 /// Frames without padding, top row first, from a stream.
 class RawVideoReader {
  public:
-  enum class Result { Frame, End, Failed };
-
   RawVideoReader(std::FILE* stream, FrameSize size);
 
-  /// Reads the next frame into a padded bottom-up one. `Failed` when the stream cannot be read or ends inside
-  /// the frame.
-  Result Read(std::uint8_t* frame);
-
-  /// What failed, and at which frame.
-  const std::string& Failure() const { return m_failure; }
+  /// Reads the next frame into a padded bottom-up one; false at the stream's end. Throws WorkError when the
+  /// stream cannot be read or ends inside the frame.
+  bool Read(std::uint8_t* frame);
 
  private:
   std::FILE* m_pStream;
   FrameGeometry m_frame;
   std::vector<std::uint8_t> m_packed;
   std::int64_t m_frames = 0;
-  std::string m_failure;
 };
 
 /// Frames without padding, top row first, to a stream.

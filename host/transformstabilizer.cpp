@@ -67,16 +67,16 @@ void TransformStabilizer::FrameSample::Unlock() {
   m_pBytes = nullptr;
 }
 
-TransformStabilizer::TransformStabilizer(const Options& options)
-    : m_module(options.registered),
+TransformStabilizer::TransformStabilizer(const StabilizerSettings& settings, FrameSize size, bool registered)
+    : m_module(registered),
       m_pTransform(m_module.CreateTransform()),
-      m_layout(options.settings, options.size),
+      m_layout(settings, size),
       m_input(m_layout.inputBytes),
       m_output(m_layout.bufferBytes),
-      m_framesToFill(options.settings.PathSmoothingLevel / 2) {
+      m_framesToFill(settings.PathSmoothingLevel / 2) {
   m_layout.FillTail(m_output.Lock());
-  ConfigureTransform(m_pTransform.Get(), options.settings);
-  SetInputType(options.size);
+  ConfigureTransform(m_pTransform.Get(), settings);
+  SetInputType(size);
   NegotiateOutputType();
   Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_BEGIN_STREAMING, 0), "the transform does not start");
   Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_START_OF_STREAM, 0), "the transform does not start");
@@ -136,6 +136,7 @@ void TransformStabilizer::Finish() {
   Check(m_pTransform->ProcessMessage(MFT_MESSAGE_NOTIFY_END_STREAMING, 0), "the transform does not end");
 }
 
-std::unique_ptr<Stabilizer> MakeTransformStabilizer(const Options& options) {
-  return std::make_unique<TransformStabilizer>(options);
+std::unique_ptr<Stabilizer> MakeTransformStabilizer(const StabilizerSettings& settings, FrameSize size,
+                                                    bool registered) {
+  return std::make_unique<TransformStabilizer>(settings, size, registered);
 }

@@ -7,7 +7,6 @@
 #include <mftransform.h>
 #include <wrl/client.h>
 
-#include "host/options.h"
 #include "host/stabilizer.h"
 #include "host/transformmodule.h"
 
@@ -19,7 +18,7 @@ void ConfigureTransform(IMFTransform* transform, const StabilizerSettings& setti
 class TransformStabilizer final : public Stabilizer {
  public:
   /// Throws WorkError.
-  explicit TransformStabilizer(const Options& options);
+  TransformStabilizer(const StabilizerSettings& settings, FrameSize size, bool registered);
 
   std::uint8_t* InputFrame() override;
   std::optional<StabilizedFrame> Process(bool repeatNewest) override;

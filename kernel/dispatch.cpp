@@ -14,54 +14,30 @@ CpuFeatures DetectCpuFeatures() {
 
 namespace {
 
-// Tables are made while the program or module is loaded: in a Windows module the guard of a local static
-// takes a thread-local slot that unloading does not give back, and after a thousand loads a process has none
-// left.
+// Constants, so that nothing is made at run time: in a Windows module the guard of a local static takes a
+// thread-local slot that unloading does not give back, and after a thousand loads a process has none left.
 
 #if defined(__x86_64__)
-/// The plain loops where there is no AVX2: even the functions that fill it in may use the wide instructions.
-KernelOps MakeAvx2Ops() noexcept {
-  KernelOps ops = kScalarOps;
-  if (!DetectCpuFeatures().avx2) return ops;
-  ops.name = "avx2";
-  SetAvx2RowLoops(ops);
-  SetAvx2SamplingLoops(ops);
-  return ops;
-}
-
-const KernelOps kAvx2Ops = MakeAvx2Ops();
+constexpr KernelOps kAvx2Ops = {"avx2",          avx2::CopyBytes,         avx2::GreyRow,
+                                avx2::ReduceRow, avx2::AddTranslationRow, avx2::AddRotationRow,
+                                avx2::SampleRow, avx2::WarpRowNearest,    avx2::WarpRowBilinear};
+constexpr std::array kTables = {&kScalarOps, &kAvx2Ops};
+#else
+constexpr std::array kTables = {&kScalarOps};
 #endif
 
-constexpr std::array kSimdLevels = {SimdLevel::Scalar, SimdLevel::Avx2};
-
-struct Tables {
-  std::array<const KernelOps*, kSimdLevels.size()> ops = {};
-  std::size_t count = 0;
-};
-
-Tables MakeTables() noexcept {
-  Tables all;
-  for (const SimdLevel level : kSimdLevels) {
-    const KernelOps& ops = SelectOps(DetectCpuFeatures(), level);
-    if (all.count == 0 || all.ops[all.count - 1] != &ops) all.ops[all.count++] = &ops;
-  }
-  return all;
+/// The tables that may be chosen, plainest first.
+std::span<const KernelOps* const> Tables(const CpuFeatures& features, SimdLevel cap) {
+  const bool plainOnly = !features.avx2 || cap < SimdLevel::Avx2;
+  return std::span(kTables).first(plainOnly ? 1 : kTables.size());
 }
-
-const Tables kTables = MakeTables();
 
 }  // namespace
 
 const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap) {
-#if defined(__x86_64__)
-  if (features.avx2 && cap >= SimdLevel::Avx2) return kAvx2Ops;
-#endif
-  return kScalarOps;
+  return *Tables(features, cap).back();
 }
 
-std::span<const KernelOps* const> AvailableOps() { return {kTables.ops.data(), kTables.count}; }
+std::span<const KernelOps* const> AvailableOps() { return Tables(DetectCpuFeatures(), SimdLevel::Avx2); }
 
-const KernelOps& BestOps() {
-  // There are no tables yet for what is constructed while the program is loaded.
-  return kTables.count > 0 ? *AvailableOps().back() : kScalarOps;
-}
+const KernelOps& BestOps() { return *AvailableOps().back(); }

@@ -2,10 +2,10 @@
 
 #include <vector>
 
+#include "base/matrix.h"
 #include "kernel/frame.h"
 #include "kernel/kernelparams.h"
 #include "kernel/loops.h"
-#include "base/matrix.h"
 
 /// One pyramid level: its planes of the previous and the newest frame, and the motion that was estimated
 /// there. Planes are bottom-up like the frame.

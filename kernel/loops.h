@@ -80,7 +80,22 @@ struct KernelOps {
 extern const KernelOps kScalarOps;
 
 #if defined(__x86_64__)
-/// Overwrite loops by their AVX2 twins.
-void SetAvx2RowLoops(KernelOps& ops);
-void SetAvx2SamplingLoops(KernelOps& ops);
+/// The same loops for processors with AVX2.
+namespace avx2 {
+
+void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count);
+void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count);
+void ReduceRow(const FiveRows& rows, std::int16_t* out, std::int32_t count);
+void AddTranslationRow(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
+                       TranslationSums& sums);
+void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std::int32_t count,
+                    RotationSums& sums);
+void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
+               std::int16_t* out);
+void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
+                    ColumnRun run, std::uint8_t* out);
+void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
+                     ColumnRun run, std::uint8_t* out);
+
+}  // namespace avx2
 #endif

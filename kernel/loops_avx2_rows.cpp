@@ -7,43 +7,10 @@
 
 namespace {
 
-void StreamBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
-  constexpr std::ptrdiff_t kLine = 64;
-  if (count < 2 * kLine) return kScalarOps.copyBytes(from, to, count);
-  // Stores past the cache need aligned places; the first and the last line may overlap them.
-  const std::ptrdiff_t head =
-      kLine - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kLine);
-  const std::ptrdiff_t tail = (count - head) % kLine;
-  kScalarOps.copyBytes(from, to, head);
-  for (std::ptrdiff_t i = head; i < count - tail; i += kLine) {
-    const __m256i low = Load32(from + i), high = Load32(from + i + 32);
-    _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i), low);
-    _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i + 32), high);
-  }
-  kScalarOps.copyBytes(from + count - tail, to + count - tail, tail);
-  _mm_sfence();
-}
-
 /// Blue + green and 2·red of four pixels a half; `order` spreads their bytes to four a pixel.
 __m256i GreyPairs(__m256i pixels, __m256i order) {
   const __m256i weights = _mm256_set1_epi32(0x00020101);
   return _mm256_maddubs_epi16(_mm256_shuffle_epi8(pixels, order), weights);
-}
-
-void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count) {
-  constexpr std::int32_t kStep = 16;
-  if (count < kStep) return kScalarOps.greyRow(pixels, grey, count);
-  const __m128i order = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
-  // The last load ends with the pixels and so begins 4 bytes before them.
-  const __m128i late = _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
-  const __m256i order0 = _mm256_broadcastsi128_si256(order), order1 = _mm256_setr_m128i(order, late);
-  for (std::int32_t begin = 0; begin < count; begin += kStep) {
-    const std::int32_t i = begin + kStep <= count ? begin : count - kStep;
-    const std::uint8_t* const from = pixels + std::ptrdiff_t{i} * kBytesPerPixel;
-    const __m256i even = GreyPairs(LoadHalves(from, from + 24), order0);
-    const __m256i odd = GreyPairs(LoadHalves(from + 12, from + 32), order1);
-    Store32(grey + i, _mm256_hadd_epi16(even, odd));
-  }
 }
 
 __m256i Madd(__m256i samples, int even, int odd) {
@@ -66,17 +33,6 @@ __m256i ReduceEight(const FiveRows& rows, std::ptrdiff_t at) {
   sum = _mm256_add_epi32(sum, Madd(sumOf(0, 4, 0), 20, 0));
   sum = _mm256_add_epi32(sum, Madd(sumOf(0, 4, 1), 13, 3));
   return _mm256_srai_epi32(sum, 10);
-}
-
-void ReduceRow(const FiveRows& rows, std::int16_t* out, std::int32_t count) {
-  constexpr std::int32_t kStep = 16;
-  if (count < kStep) return kScalarOps.reduceRow(rows, out, count);
-  for (std::int32_t begin = 0; begin < count; begin += kStep) {
-    const std::int32_t i = begin + kStep <= count ? begin : count - kStep;
-    const __m256i both = _mm256_packs_epi32(ReduceEight(rows, 2 * std::ptrdiff_t{i}),
-                                            ReduceEight(rows, 2 * std::ptrdiff_t{i} + 16));
-    Store32(out + i, _mm256_permute4x64_epi64(both, 0xD8));
-  }
 }
 
 std::int64_t Total(__m256i sums) {
@@ -189,6 +145,54 @@ void SumRow(std::int32_t count, Sums& sums, const GradientSource& gradientsAt) {
   }
 }
 
+}  // namespace
+
+namespace avx2 {
+
+void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
+  constexpr std::ptrdiff_t kLine = 64;
+  if (count < 2 * kLine) return kScalarOps.copyBytes(from, to, count);
+  // Stores past the cache need aligned places; the first and the last line may overlap them.
+  const std::ptrdiff_t head =
+      kLine - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kLine);
+  const std::ptrdiff_t tail = (count - head) % kLine;
+  kScalarOps.copyBytes(from, to, head);
+  for (std::ptrdiff_t i = head; i < count - tail; i += kLine) {
+    const __m256i low = Load32(from + i), high = Load32(from + i + 32);
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i), low);
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i + 32), high);
+  }
+  kScalarOps.copyBytes(from + count - tail, to + count - tail, tail);
+  _mm_sfence();
+}
+
+void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count) {
+  constexpr std::int32_t kStep = 16;
+  if (count < kStep) return kScalarOps.greyRow(pixels, grey, count);
+  const __m128i order = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
+  // The last load ends with the pixels and so begins 4 bytes before them.
+  const __m128i late = _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
+  const __m256i order0 = _mm256_broadcastsi128_si256(order), order1 = _mm256_setr_m128i(order, late);
+  for (std::int32_t begin = 0; begin < count; begin += kStep) {
+    const std::int32_t i = begin + kStep <= count ? begin : count - kStep;
+    const std::uint8_t* const from = pixels + std::ptrdiff_t{i} * kBytesPerPixel;
+    const __m256i even = GreyPairs(LoadHalves(from, from + 24), order0);
+    const __m256i odd = GreyPairs(LoadHalves(from + 12, from + 32), order1);
+    Store32(grey + i, _mm256_hadd_epi16(even, odd));
+  }
+}
+
+void ReduceRow(const FiveRows& rows, std::int16_t* out, std::int32_t count) {
+  constexpr std::int32_t kStep = 16;
+  if (count < kStep) return kScalarOps.reduceRow(rows, out, count);
+  for (std::int32_t begin = 0; begin < count; begin += kStep) {
+    const std::int32_t i = begin + kStep <= count ? begin : count - kStep;
+    const __m256i both = _mm256_packs_epi32(ReduceEight(rows, 2 * std::ptrdiff_t{i}),
+                                            ReduceEight(rows, 2 * std::ptrdiff_t{i} + 16));
+    Store32(out + i, _mm256_permute4x64_epi64(both, 0xD8));
+  }
+}
+
 void AddTranslationRow(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
                        TranslationSums& sums) {
   if (count < kSumStep) return kScalarOps.addTranslationRow(previous, current, count, sums);
@@ -205,12 +209,4 @@ void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std
   });
 }
 
-}  // namespace
-
-void SetAvx2RowLoops(KernelOps& ops) {
-  ops.copyBytes = StreamBytes;
-  ops.greyRow = GreyRow;
-  ops.reduceRow = ReduceRow;
-  ops.addTranslationRow = AddTranslationRow;
-  ops.addRotationRow = AddRotationRow;
-}
+}  // namespace avx2

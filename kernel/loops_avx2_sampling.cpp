@@ -224,16 +224,6 @@ void CopySamples(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
               static_cast<std::size_t>(run.end - run.begin) * sizeof *plane);
 }
 
-void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
-               std::int16_t* out) {
-  if (!IsNearlyStraight(line))
-    kScalarOps.sampleRow(plane, pitch, line, run, out);
-  else if (IsUntouched(line))
-    CopySamples(plane, pitch, line, run, out);
-  else
-    SampleStraight(line, run, PlaneSampler(plane, pitch, line, out));
-}
-
 /// Eight positions along a line, in lanes of 64 bits whose order makes packing them to 32 bits cheap.
 class EightPositions {
  public:
@@ -499,6 +489,28 @@ ColumnRun WarpInterior(const std::uint8_t* frame, std::ptrdiff_t strideBytes, co
   return run;
 }
 
+/// Unmagnified lines have their lowest bits clear and fit 32 fraction bits without them.
+SourceLine WithoutClearBits(const SourceLine& line) {
+  const int extra = line.fractionBits - 32;
+  if (extra <= 0) return line;
+  const std::int64_t bits = line.startX | line.startY | line.stepX | line.stepY;
+  return (bits & ((std::int64_t{1} << extra) - 1)) == 0 ? Scaled(line, -extra) : line;
+}
+
+}  // namespace
+
+namespace avx2 {
+
+void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
+               std::int16_t* out) {
+  if (!IsNearlyStraight(line))
+    kScalarOps.sampleRow(plane, pitch, line, run, out);
+  else if (IsUntouched(line))
+    CopySamples(plane, pitch, line, run, out);
+  else
+    SampleStraight(line, run, PlaneSampler(plane, pitch, line, out));
+}
+
 void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                     ColumnRun run, std::uint8_t* out) {
   // From its threshold on a fraction counts as the next sample, which is a shift of the whole line.
@@ -511,14 +523,6 @@ void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const
   kScalarOps.warpRowNearest(frame, strideBytes, line, rest, out);
 }
 
-/// Unmagnified lines have their lowest bits clear and fit 32 fraction bits without them.
-SourceLine WithoutClearBits(const SourceLine& line) {
-  const int extra = line.fractionBits - 32;
-  if (extra <= 0) return line;
-  const std::int64_t bits = line.startX | line.startY | line.stepX | line.stepY;
-  return (bits & ((std::int64_t{1} << extra) - 1)) == 0 ? Scaled(line, -extra) : line;
-}
-
 void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                      ColumnRun run, std::uint8_t* out) {
   const SourceLine fine = WithoutClearBits(line);
@@ -528,10 +532,4 @@ void WarpRowBilinear(const std::uint8_t* frame, std::ptrdiff_t strideBytes, cons
   kScalarOps.warpRowBilinear(frame, strideBytes, line, rest, out);
 }
 
-}  // namespace
-
-void SetAvx2SamplingLoops(KernelOps& ops) {
-  ops.sampleRow = SampleRow;
-  ops.warpRowNearest = WarpRowNearest;
-  ops.warpRowBilinear = WarpRowBilinear;
-}
+}  // namespace avx2

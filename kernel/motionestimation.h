@@ -3,10 +3,10 @@
 #include <span>
 #include <vector>
 
+#include "base/matrix.h"
 #include "kernel/gaussianpyramid.h"
 #include "kernel/kernelparams.h"
 #include "kernel/loops.h"
-#include "base/matrix.h"
 
 // Global motion by gradient-based least-squares registration, coarse to fine over a pyramid:
 // B. D. Lucas and T. Kanade, "An iterative image registration technique with an application to stereo

@@ -30,14 +30,15 @@ class CStabilizeVideoKernel {
   ///
   /// `repeatPrevious` takes the newest frame seen so far again instead of the buffer's content, if there is
   /// one. `noOutput` becomes true while the delay line fills: the buffer is not to be delivered then. It is
-  /// left alone when frames pass unchanged. False before a successful `Initialize`, or when memory for the
-  /// delay line runs out.
+  /// left alone when frames pass unchanged. False before a successful `Initialize` or after `Release`, and
+  /// when memory for the delay line runs out.
   bool ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput);
 
   /// Forgets the frames and motions seen so far and keeps the set-up.
   void Reset();
 
-  /// Frees everything; `Initialize` must come before the next frame.
+  /// Frees everything; `Initialize` must come before the next frame. After a set-up that makes frames pass
+  /// unchanged they still pass.
   void Release();
 
   /// Motion between the two newest frames; zeros before there are two.

@@ -22,8 +22,8 @@ inline constexpr int kPositionBits = 32;
 
 // Pyramid planes hold brightness in quarters of an 8-bit step, 0 … 1020.
 
-/// out[i] = mean of block i of 2^blockShift columns and rows, for samples of `bits` bits. `samples` is the first
-/// row of the blocks.
+/// out[i] = mean of block i of 2^blockShift columns and rows, for samples of `bits` bits. `samples` is the
+/// first row of the blocks.
 void AverageBlocks(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
                    std::int16_t* out, std::int32_t count);
 
@@ -31,8 +31,8 @@ void AverageBlocks(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int 
 /// neighbours.
 void SmoothRow(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count);
 
-/// out[i] = binomial 4 × 4 mean around samples 2·i and 2·i + 1 of the middle rows, which have `count` pairs; a
-/// row's end samples count as their own neighbours.
+/// out[i] = binomial 4 × 4 mean around samples 2·i and 2·i + 1 of the middle rows, which have `count` pairs;
+/// a row's end samples count as their own neighbours.
 void HalveRow(const std::array<const std::int16_t*, 4>& rows, std::int16_t* out, std::int32_t count);
 
 /// How a frame's brightness follows from that of the frame before: a·gain + offset, in 1/16384.
@@ -43,8 +43,8 @@ struct Exposure {
 /// out[c] = sample of the plane by the cubic B-spline of its 4 × 4 neighbours, less the exposed sample
 /// reference[c], for each column of the run. All samples read exist.
 ///
-/// The spline smooths, and so is the reference smoothed. Bilinear or interpolating cubic weights delay fine detail,
-/// which draws estimates towards half samples, by 0.01 sample.
+/// The spline smooths, and so is the reference smoothed. Bilinear or interpolating cubic weights delay fine
+/// detail, which draws estimates towards half samples, by 0.01 sample.
 void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
                  const std::int16_t* reference, const Exposure& exposure, std::int16_t* out);
 
@@ -66,8 +66,8 @@ struct CellSums {
   std::int32_t xr = 0, yr = 0, br = 0, r = 0;
 };
 
-/// Sums over `width` × `height` samples, at most a cell, of which all have neighbours. Gradients are differences
-/// of the neighbours left and right, above and below. Both planes have the same pitch.
+/// Sums over `width` × `height` samples, at most a cell, of which all have neighbours. Gradients are
+/// differences of the neighbours left and right, above and below. Both planes have the same pitch.
 CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, std::ptrdiff_t pitch,
                  std::int32_t width, std::int32_t height, const RobustWeight& weight);
 
@@ -77,12 +77,13 @@ struct GradientProducts {
 };
 
 /// Adds samples begin … end - 1 of the middle rows.
-void AddGradientProducts(const std::array<const std::int16_t*, 3>& a, const std::array<const std::int16_t*, 3>& b,
-                         ColumnRun run, GradientProducts& products);
+void AddGradientProducts(const std::array<const std::int16_t*, 3>& a,
+                         const std::array<const std::int16_t*, 3>& b, ColumnRun run,
+                         GradientProducts& products);
 
 /// Sum of min(|b[i] - a[i] - offset|, cap).
-std::int32_t SumCappedDifferences(const std::int16_t* a, const std::int16_t* b, std::int32_t count, std::int32_t offset,
-                                  std::int32_t cap);
+std::int32_t SumCappedDifferences(const std::int16_t* a, const std::int16_t* b, std::int32_t count,
+                                  std::int32_t offset, std::int32_t cap);
 
 /// A plane that is sampled, of bytes.
 struct SourcePlane {

@@ -63,7 +63,8 @@ double SmoothReach(std::span<const double> reaches, std::int64_t middle, std::sp
   const auto count = static_cast<std::int64_t>(reaches.size());
   const auto half = static_cast<std::int64_t>(weights.size()) - 1;
   double sum = 0, total = 0;
-  for (std::int64_t i = std::max<std::int64_t>(middle - half, 0); i <= std::min(middle + half, count - 1); ++i) {
+  for (std::int64_t i = std::max<std::int64_t>(middle - half, 0); i <= std::min(middle + half, count - 1);
+       ++i) {
     const auto begin = reaches.begin() + std::max<std::int64_t>(i - half, 0);
     const auto end = reaches.begin() + std::min(i + half + 1, count);
     const double weight = weights[static_cast<std::size_t>(std::abs(i - middle))];

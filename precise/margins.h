@@ -9,7 +9,8 @@
 
 namespace precise {
 
-/// Half of the picture, and half of the part of it that is shown before it is magnified: from the centre, as shown.
+/// Half of the picture, and half of the part of it that is shown before it is magnified: from the centre, as
+/// shown.
 struct Frames {
   Complex picture, shown;
 };
@@ -17,8 +18,8 @@ struct Frames {
 /// True when all that is shown comes from the picture.
 bool Fits(const Correction& correction, const Frames& frames);
 
-/// Corrections of one frame, from none at all to the one wished for: low-passes of rising width, at the end perhaps
-/// a held camera. Between two rungs stands their mixture.
+/// Corrections of one frame, from none at all to the one wished for: low-passes of rising width, at the end
+/// perhaps a held camera. Between two rungs stands their mixture.
 class CLadder {
  public:
   static constexpr std::size_t kRungs = 10;
@@ -48,9 +49,9 @@ class CLadder {
   std::array<Correction, kRungs> m_rungs;
 };
 
-/// Positions on the ladders of neighbouring frames, brought to a smooth course that never exceeds a frame's own: a
-/// minimum over the neighbours and then a mean over as many (a morphological opening's lower bound). `reaches` are
-/// those of the frames `first` … in time; `weights` those of the mean, by distance.
+/// Positions on the ladders of neighbouring frames, brought to a smooth course that never exceeds a frame's
+/// own: a minimum over the neighbours and then a mean over as many (a morphological opening's lower bound).
+/// `reaches` are those of the frames `first` … in time; `weights` those of the mean, by distance.
 double SmoothReach(std::span<const double> reaches, std::int64_t middle, std::span<const double> weights);
 
 }  // namespace precise

@@ -109,10 +109,12 @@ CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Py
 /// The whole-sample shift under which the frames differ least, each less its mean.
 Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) const {
   const Plane &earlier = *view.earlier, &later = *view.later;
-  const auto brighter = static_cast<std::int32_t>(std::lround(Mean(later, view.region) - Mean(earlier, view.region)));
-  const auto reach = static_cast<std::int32_t>(
-      std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())));
-  const std::int32_t reachX = std::min(reach, earlier.Width() / 2), reachY = std::min(reach, earlier.Height() / 2);
+  const auto brighter =
+      static_cast<std::int32_t>(std::lround(Mean(later, view.region) - Mean(earlier, view.region)));
+  const auto reach =
+      static_cast<std::int32_t>(std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())));
+  const std::int32_t reachX = std::min(reach, earlier.Width() / 2),
+                     reachY = std::min(reach, earlier.Height() / 2);
   double least = std::numeric_limits<double>::infinity();
   Complex best;
   for (std::int32_t dy = -reachY; dy <= reachY; ++dy) {
@@ -124,7 +126,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
       if (left >= right || top >= bottom) continue;
       std::int64_t sum = 0;
       for (std::int32_t y = top; y < bottom; ++y)
-        sum += SumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx, right - left, brighter, cap);
+        sum += SumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx, right - left,
+                                    brighter, cap);
       const double cost = static_cast<double>(sum) / (double{1} * (right - left) * (bottom - top));
       if (cost >= least) continue;
       least = cost;
@@ -135,7 +138,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
 }
 
 /// Refines none at all, each guess and the best shift of the search, and takes the one that fits best.
-CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view, std::span<const Similarity> guesses) {
+CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
+                                                        std::span<const Similarity> guesses) {
   const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
   const double brighter = Mean(*view.later, view.region) - Mean(*view.earlier, view.region);
   Alignment best;
@@ -189,11 +193,13 @@ double CMotionEstimator::MedianResidual(const View& view) {
   }
   std::int64_t below = 0;
   std::size_t value = 0;
-  while (value + 1 < m_histogram.size() && 2 * (below + m_histogram[value]) < count) below += m_histogram[value++];
+  while (value + 1 < m_histogram.size() && 2 * (below + m_histogram[value]) < count)
+    below += m_histogram[value++];
   // Within a bin the values are taken as spread evenly.
-  const double inside = m_histogram[value] > 0 ? (0.5 * static_cast<double>(count) - static_cast<double>(below)) /
-                                                     m_histogram[value]
-                                               : 0.5;
+  const double inside =
+      m_histogram[value] > 0
+          ? (0.5 * static_cast<double>(count) - static_cast<double>(below)) / m_histogram[value]
+          : 0.5;
   return static_cast<double>(value) + inside - 0.5;
 }
 
@@ -243,7 +249,8 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
                             .shift = view.scale * Complex{step[kShiftX], step[kShiftY]}};
   alignment.map = Compose(alignment.map, Inverse(delta));
   alignment.gain = std::clamp(alignment.gain + step[kGain], 1 / kLargestGain, kLargestGain);
-  alignment.offset = std::clamp(alignment.offset + step[kOffset], -2 * kMiddleBrightness, 2 * kMiddleBrightness);
+  alignment.offset =
+      std::clamp(alignment.offset + step[kOffset], -2 * kMiddleBrightness, 2 * kMiddleBrightness);
   return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
 }
 
@@ -268,8 +275,8 @@ Match CMotionEstimator::Compare(const View& view, const Alignment& alignment) {
     };
     while (begin < end && isMissing(begin)) ++begin;
     while (begin < end && isMissing(end - 1)) --end;
-    AddGradientProducts({view.earlier->Row(row - 1), view.earlier->Row(row), view.earlier->Row(row + 1)}, later,
-                        {begin, end}, products);
+    AddGradientProducts({view.earlier->Row(row - 1), view.earlier->Row(row), view.earlier->Row(row + 1)},
+                        later, {begin, end}, products);
     count += end - begin;
   }
   Match match = {.map = alignment.map};
@@ -281,7 +288,8 @@ Match CMotionEstimator::Compare(const View& view, const Alignment& alignment) {
   return match;
 }
 
-Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later, std::span<const Similarity> guesses) {
+Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
+                                 std::span<const Similarity> guesses) {
   std::size_t level = earlier.levels.size() - 1;
   const View coarsest = ViewOf(earlier, later, level);
   if (std::min(coarsest.region.right - coarsest.region.left, coarsest.region.bottom - coarsest.region.top) <

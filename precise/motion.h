@@ -32,10 +32,10 @@ class CMotionEstimator {
   /// Estimates from the whole picture, or from a region of it, which is usable. Throws std::bad_alloc.
   CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region);
 
-  /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton steps
-  /// (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain and offset
-  /// of the brightness are estimated along. `guesses` are motions that are tried beside none at all and the
-  /// best shift of a full search.
+  /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton
+  /// steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain
+  /// and offset of the brightness are estimated along. `guesses` are motions that are tried beside none at
+  /// all and the best shift of a full search.
   Match Estimate(const Pyramid& earlier, const Pyramid& later, std::span<const Similarity> guesses);
 
  private:

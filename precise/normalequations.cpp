@@ -6,7 +6,8 @@
 namespace precise {
 
 void NormalEquations::AddCell(const CellSums& sums, Complex centre, double radius, double pixelAspect) {
-  // Sums of products of two gradients along x and y, of one gradient, and of none. Gradients span two samples.
+  // Sums of products of two gradients along x and y, of one gradient, and of none. Gradients span two
+  // samples.
   const double x = 0.5 / pixelAspect, y = 0.5;
   const double xx = sums.xx * x * x, xy = sums.xy * x * y, yy = sums.yy * y * y;
   const double xb = sums.xb * x, yb = sums.yb * y, xOne = sums.x * x, yOne = sums.y * y;

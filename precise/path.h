@@ -9,18 +9,18 @@
 
 namespace precise {
 
-/// Where a delivered frame's content is moved to, about the picture's centre: p → turn·p + shift. The turn has
-/// length 1.
+/// Where a delivered frame's content is moved to, about the picture's centre: p → turn·p + shift. The turn
+/// has length 1.
 using Correction = Similarity;
 
 /// Weights of the frames 0, 1, … window / 2 away: a Kaiser window (Kaiser and Schafer, "On the use of the
 /// I0-sinh window for spectrum analysis", 1980) that reaches zero `width` frames away.
 std::vector<double> PathWeights(std::int32_t window, double width);
 
-/// Where the content of frame `frame` stands in the frames up to `poses.size() / 2` away from it, in the order of
-/// time. Beyond the ends of its shot the path is continued by point reflection. The outermost two frames count as
-/// beyond an end unless their motion was measured, because whether they belong to the shot depends on
-/// frames further away.
+/// Where the content of frame `frame` stands in the frames up to `poses.size() / 2` away from it, in the
+/// order of time. Beyond the ends of its shot the path is continued by point reflection. The outermost two
+/// frames count as beyond an end unless their motion was measured, because whether they belong to the shot
+/// depends on frames further away.
 void FindPoses(const CTrack& track, std::int64_t frame, std::span<Similarity> poses);
 
 /// Mean of the poses, weighted by their distance in time from the middle one.

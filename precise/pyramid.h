@@ -16,7 +16,7 @@ struct Level {
   double scale = 1;
 };
 
-/// A frame's brightness, finest level first. The finest has a shorter side of up to 400 samples, each further
+/// A frame's brightness, finest level first. The finest has a shorter side of up to 300 samples, each further
 /// one half as many columns and rows, and the last a shorter side below 32.
 struct Pyramid {
   explicit Pyramid(const PictureFormat& format);

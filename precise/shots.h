@@ -34,8 +34,8 @@ class CTrack {
   /// Adds a frame, given its match with the one before. True when `Bridge` must follow.
   bool Append(const Match& match);
 
-  /// Completes the newest link, given the newest frame's match with the last but one: when these two are alike,
-  /// what stands between them is a flash.
+  /// Completes the newest link, given the newest frame's match with the last but one: when these two are
+  /// alike, what stands between them is a flash.
   void Bridge(const Match& match);
 
   /// No frame follows: an open link is a cut.

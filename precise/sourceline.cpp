@@ -37,7 +37,8 @@ SourceLine MakeSourceLine(double startX, double startY, double stepX, double ste
   return {FixedPosition(startX), FixedPosition(startY), FixedPosition(stepX), FixedPosition(stepY)};
 }
 
-ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y, ColumnRun within) {
+ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
+                        ColumnRun within) {
   return ColumnsBetween(line.startY, line.stepY, y, ColumnsBetween(line.startX, line.stepX, x, within));
 }
 

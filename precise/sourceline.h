@@ -20,6 +20,7 @@ std::int64_t FixedPosition(double samples);
 
 /// The columns of `within` whose position lies inside both ranges. They form one run, since both coordinates
 /// advance linearly.
-ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y, ColumnRun within);
+ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
+                        ColumnRun within);
 
 }  // namespace precise

@@ -21,13 +21,13 @@ struct Region {
 };
 
 struct Settings {
-  std::int32_t window = 32;          ///< frames that the path is smoothed over: even, 2 to 256
-  double marginX = 0, marginY = 0;   ///< of each side that may be given up, in luma samples
+  std::int32_t window = 32;         ///< frames that the path is smoothed over: even, 2 to 256
+  double marginX = 0, marginY = 0;  ///< of each side that may be given up, in luma samples
   Clipping clipping = Clipping::Stretch;
   Interpolation interpolation = Interpolation::Bicubic;
   bool correctRoll = true;
-  bool tripod = false;               ///< lay every frame of a shot on its first
-  bool findCuts = true;              ///< or take the stream as one shot
+  bool tripod = false;                 ///< lay every frame of a shot on its first
+  bool findCuts = true;                ///< or take the stream as one shot
   std::optional<Region> estimateFrom;  ///< nothing: the whole picture
   /// What shows where no source sample lies: a sample value for each plane, or what was last seen there.
   std::array<std::uint16_t, kMaxPlanes> background = {};
@@ -44,11 +44,11 @@ struct Movement {
 
 /// What became of a delivered frame.
 struct FrameReport {
-  std::int64_t frame = 0;   ///< number, from 0
-  std::int64_t shot = 0;    ///< number of its shot, from 0
-  Movement motion;          ///< of the content, against the frame before; nothing in the first of a shot
-  double zoom = 1;          ///< how much larger the content is than in the frame before
-  Movement correction;      ///< of the content, by the stabilizer
+  std::int64_t frame = 0;  ///< number, from 0
+  std::int64_t shot = 0;   ///< number of its shot, from 0
+  Movement motion;         ///< of the content, against the frame before; nothing in the first of a shot
+  double zoom = 1;         ///< how much larger the content is than in the frame before
+  Movement correction;     ///< of the content, by the stabilizer
 };
 
 /// True when a stream of this format can be stabilized with these settings: sides of 1 to 32767 samples, 8 to
@@ -63,8 +63,8 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 /// Stabilizes one stream of planar frames, with a delay of `DelayFrames`.
 ///
 /// Frames are borrowed: `Push` keeps the addresses of the planes and reads them until the frame is delivered.
-/// Frames are delivered in order, so the caller gets back one frame with each `Deliver`. Nothing allocates after
-/// construction. Calls are made by one thread at a time.
+/// Frames are delivered in order, so the caller gets back one frame with each `Deliver`. Nothing allocates
+/// after construction. Calls are made by one thread at a time.
 ///
 ///   for each frame:  Push(frame); if (CanDeliver()) Deliver(out);
 ///   End(); while (CanDeliver()) Deliver(out);
@@ -88,8 +88,8 @@ class CStabilizer {
   /// True when the oldest frame held has seen all frames that it depends on.
   bool CanDeliver() const;
 
-  /// Writes the oldest frame, stabilized, to `out` (planes of the output format, which overlap no frame that is
-  /// held), and gives the frame back.
+  /// Writes the oldest frame, stabilized, to `out` (planes of the output format, which overlap no frame that
+  /// is held), and gives the frame back.
   FrameReport Deliver(const Picture& out);
 
  private:

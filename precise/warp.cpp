@@ -42,11 +42,12 @@ const WarpLoops& LoopsFor(Interpolation interpolation) {
 
 }  // namespace
 
-void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
-               std::int32_t beginRow, std::int32_t endRow, bool keepUncovered) {
+void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
+               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered) {
   const PictureFormat& input = shown.input;
   const auto index = static_cast<std::size_t>(plane);
-  const SourcePlane source = {in[index].data, in[index].strideBytes, input.PlaneWidth(plane), input.PlaneHeight(plane)};
+  const SourcePlane source = {in[index].data, in[index].strideBytes, input.PlaneWidth(plane),
+                              input.PlaneHeight(plane)};
   const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
   const Grid grid(input, plane);
   const WarpLoops& loops = LoopsFor(shown.interpolation);
@@ -54,8 +55,8 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
   const Complex turn = 1 / shown.zoom * Conjugate(correction.turn);
   const Complex shift = Conjugate(correction.turn) * correction.shift;
 
-  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its samples ends off
-  // the middle, too.
+  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
+  // samples ends off the middle, too.
   const auto coverage = [](std::int32_t samples, double step, double site) {
     const double first = (-0.5 - site) / step;
     return PositionRange{FixedPosition(first), FixedPosition(first + samples)};

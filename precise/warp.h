@@ -13,15 +13,15 @@ namespace precise {
 struct Shown {
   PictureFormat input, output;
   Interpolation interpolation = Interpolation::Bicubic;
-  double zoom = 1;                    ///< magnification about the centre
-  std::int32_t left = 0, top = 0;     ///< cut off, in luma samples
+  double zoom = 1;                        ///< magnification about the centre
+  std::int32_t left = 0, top = 0;         ///< cut off, in luma samples
   std::int32_t borderX = 0, borderY = 0;  ///< covered by background at each side, in luma samples
   std::array<std::uint16_t, kMaxPlanes> background = {};
 };
 
 /// Writes rows begin … end - 1 of an output plane. What no source sample covers becomes background, or stays
 /// as it is in `out` with `keepUncovered`.
-void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
-               std::int32_t beginRow, std::int32_t endRow, bool keepUncovered);
+void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
+               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered);
 
 }  // namespace precise

@@ -2,6 +2,8 @@
 #include <atomic>
 #include <bit>
 #include <chrono>
+#include <functional>
+#include <mferror.h>
 #include <random>
 #include <thread>
 #include <tuple>
@@ -15,7 +17,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// A store whose items all read 1, and whose writes can be made to fail.
+/// A store whose items read 1 but for one, and whose writes can be made to fail.
 class FailingAttributes final : public IMFAttributes {
  public:
   static HRESULT STDAPICALLTYPE Create(IMFAttributes** attributes, UINT32) {
@@ -26,8 +28,12 @@ class FailingAttributes final : public IMFAttributes {
   /// How many more writes succeed.
   static inline int writesLeft = 0;
 
-  STDMETHODIMP GetUINT32(REFGUID, UINT32* value) override {
-    *value = 1;
+  /// Comes after the next read.
+  static inline std::function<void()> onRead;
+
+  STDMETHODIMP GetUINT32(REFGUID key, UINT32* value) override {
+    *value = key != VKVSTAB_ATTR_USE_ADVANCED_ENGINE;
+    if (const auto call = std::exchange(onRead, nullptr)) call();
     return S_OK;
   }
   STDMETHODIMP SetUINT32(REFGUID, UINT32) override { return writesLeft-- > 0 ? S_OK : E_ACCESSDENIED; }
@@ -353,7 +359,8 @@ TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
       });
   m_pFacade->DetachCallback();
   fails = false;
-  EXPECT_EQ(m_pFacade->ResetToDefaults(), S_OK);
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
+  EXPECT_EQ(FramesBeforeOutput(), 16) << "the defaults";
   m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
   m_pFacade->put_CropEnabled(VARIANT_TRUE);
   EXPECT_EQ(m_callback.calls, 0);
@@ -384,7 +391,7 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
   *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, &m_callback, fail);
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->LoadAttributes(), E_ACCESSDENIED);
-  EXPECT_EQ(m_pFacade->SaveAttributes(), E_ACCESSDENIED);
+  EXPECT_EQ(m_pFacade->SaveAttributes(), MF_E_NOT_INITIALIZED) << "saving makes none";
   EXPECT_EQ(Read(m_pFacade.Get(), &CVKVStabilizeImpl::get_Enabled), VARIANT_TRUE);
   EXPECT_EQ(m_pFacade->put_AutoReconnect(VARIANT_FALSE), S_OK);
   EXPECT_EQ(m_pFacade->put_ROITop(5), S_OK);
@@ -398,8 +405,23 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
   EXPECT_TRUE(m_pFacade->Reset());
 }
 
+TEST_F(Facade, ReadsNoEngineThatIsHalfLoaded) {
+  m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);  // and there is none
+  EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
+  static bool isFirst = true;
+  FailingAttributes::writesLeft = static_cast<int>(kSettingDefaults.size());
+  *m_pFacade.ReleaseAndGetAddressOf() =
+      new CVKVStabilizeImpl(GUID_NULL, nullptr, [](IMFAttributes** attributes, UINT32 size) {
+        return std::exchange(isFirst, false) ? FailingAttributes::Create(attributes, size)
+                                             : MFCreateAttributes(attributes, size);
+      });
+  FailingAttributes::onRead = [&] { EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK); };
+  EXPECT_FALSE(m_pFacade->IsAdvancedEngineActive()) << "there before the load, and wanted after it";
+  EXPECT_EQ(Read(m_pFacade.Get(), &CVKVStabilizeImpl::get_UseAdvancedEngine), VARIANT_TRUE);
+}
+
 TEST_F(Facade, StaysWholeUnderManyThreads) {
-  std::atomic<int> frames = 0;
+  std::atomic<int> frames = 0, emptied = 0;
   // The transform asks from its callback.
   struct Asking : VKVStabilizeImplCB {
     HRESULT STDMETHODCALLTYPE OutputChanged() override {
@@ -437,6 +459,11 @@ TEST_F(Facade, StaysWholeUnderManyThreads) {
   team.Repeat([&](std::mt19937&) { EXPECT_EQ(facade->LoadAttributes(), S_OK); });
   team.Repeat([&](std::mt19937&) { EXPECT_EQ(facade->SaveAttributes(), S_OK); });
   team.Repeat([&](std::mt19937&) {
+    auto window = vkvstab_PATHSMOOTHINGLEVEL_1;
+    facade->get_PathSmoothingLevel(&window);
+    if (window == 0) ++emptied;
+  });
+  team.Repeat([&](std::mt19937&) {
     const CStoreLock lock(facade->Attributes());
     facade->Attributes()->SetUINT32(VKVSTAB_ATTR_CROP_ENABLED, 1);
     facade->Attributes()->SetUINT32(VKVSTAB_ATTR_CLIPPING_OPTION, 1);
@@ -447,6 +474,7 @@ TEST_F(Facade, StaysWholeUnderManyThreads) {
   team.Repeat([&](std::mt19937&) { facade->Reset(); });
   team.WorkFor(std::chrono::seconds(2));
   EXPECT_GT(frames, 10);
+  EXPECT_EQ(emptied, 0) << "reads of a store that was being loaded";
   // At whatever moment settings were taken, they were whole: the kernel could always be set up with them.
   EXPECT_EQ(std::count(m_assertions.begin(), m_assertions.end(), "vkvstabilizeimpl: fRet"), 0);
   m_assertions = {};

@@ -4,18 +4,26 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
+
+#ifdef __linux__
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 #include "host/commandrun.h"
 #include "host/options.h"
 #include "host/platform.h"
 #include "host/progress.h"
+#include "host/settings.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
 #include "support/scene.h"
@@ -93,6 +101,8 @@ TEST(Command, ClampsMarginsAndRegionAsTheSettingsDo) {
             (Bytes{'2', 'x', '4', '6', '0', '\n'}));
   EXPECT_EQ(RunWords("--size 640x480 --crop 5000,10 --output-size").output,
             (Bytes{'6', '4', '0', 'x', '4', '8', '0', '\n'}));
+  EXPECT_EQ(RunWords("--size 640x480 --crop 2.5% --clip crop --output-size").output,
+            (Bytes{'6', '0', '8', 'x', '4', '5', '6', '\n'}));
   const Outcome nothing = RunWords("--size 64x48 --roi -5,-5,9000,9000");
   EXPECT_EQ(nothing.code, 0) << nothing.messages;
   EXPECT_TRUE(nothing.output.empty());
@@ -100,7 +110,7 @@ TEST(Command, ClampsMarginsAndRegionAsTheSettingsDo) {
 
 TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
   for (const auto& [words, named] : std::vector<std::pair<std::string, std::string>>{
-           {"", "--size"},
+           {"--engine kernel", "--size"},
            {"--size 67", "67"},
            {"--size 64x", "64x"},
            {"--size 1x100", "at least 2"},
@@ -113,7 +123,7 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
            {"--size 64x48 --frames -3", "-3"},
            {"--size 64x48 --crop -1,4", "-1,4"},
            {"--size 64x48 --crop 517", "517"},
-           {"--size 64x48 --clip zoom", "outline, crop or stretch"},
+           {"--size 64x48 --clip zoom", "stretch, crop or outline"},
            {"--size 64x48 --interpolation cubic", "cubic"},
            {"--size 64x48 --background red", "red"},
            {"--size 64x48 --engine transform --simd scalar", kHasTransform ? "--simd" : "Windows"},
@@ -122,9 +132,18 @@ TEST(Command, RefusesWrongUsageInOneLineThatNamesIt) {
            {"--size 64x48 --registered --engine kernel", kHasTransform ? "kernel" : "Windows"},
            {"--settings --size 4", kHasTransform ? "4" : "Windows"},
            {"--size 64x48 --simd mmx", "mmx"},
+           {"--size 64x48 --tripod", "--tripod is no option of the engine"},
+           {"--size 64x48 --engine precise", "--size is no option of the engine precise"},
+           {"--quality 2", "--quality is no option of the engine precise"},
+           {"--size 64x48 --interpolation bicubic", "nearest and bilinear"},
+           {"--size 64x48 --background keep", "--background keep"},
+           {"--crop 50%", "less than 50%"},
+           {"--crop -1%", "-1%"},
+           {"--widnow 8", "is it --window?"},
            {"--size 64x48 --rotation=yes", "--rotation"},
            {"--size 64x48 --motion", "--motion"},
            {"--size 64x48 --sharpen", "--sharpen"},
+           {"--size 64x48 \x1b[2J\x7f\u009b\x9b\u00db", "unknown option ?[2J???\u00db;"},
            {"--size 64x48 clip.mp4", "clip.mp4"}}) {
     const Outcome outcome = RunWords(words, ShotClip(1));
     EXPECT_EQ(outcome.code, 2) << words;
@@ -142,7 +161,7 @@ TEST(Command, TakesTheBestLoopsUpToTheNamedOnesAndEachQuality) {
   for (std::int32_t quality = 0; quality < 4; ++quality) {
     const Arguments arguments("--size 64x48 --quality " + std::to_string(quality + 1));
     const Options options = ParseOptions(arguments.Pointers());
-    EXPECT_EQ(options.settings.GlobalEstimationQuality, quality);
+    EXPECT_EQ(MakeClassicSettings(options).GlobalEstimationQuality, quality);
     EXPECT_EQ(options.ops, nullptr) << "the best there are";
   }
 }
@@ -190,6 +209,61 @@ TEST(Command, WritesTheWholeFramesOfAnInputThatCannotBeRead) {
   EXPECT_NE(std::string(text.begin(), text.end()).find("cannot read frame 8"), std::string::npos);
 }
 #endif
+
+#ifdef __linux__
+TEST(Command, WaitsForPipesThatDoNotBlock) {
+  const Bytes clip = ShotClip();
+  int in[2], out[2];
+  ASSERT_EQ(pipe2(in, O_NONBLOCK) | pipe2(out, O_NONBLOCK), 0);
+  const File messages = TemporaryFile();
+  File input(fdopen(in[0], "rb")), output(fdopen(out[1], "wb"));
+  fcntl(in[1], F_SETFL, 0);
+  fcntl(out[0], F_SETFL, 0);
+  // Both pipes hold less than a frame, so that the command runs dry and runs full.
+  fcntl(in[1], F_SETPIPE_SZ, 4096);
+  fcntl(out[0], F_SETPIPE_SZ, 4096);
+  std::thread feeder([&] {
+    const File feed(fdopen(in[1], "wb"));
+    std::fwrite(clip.data(), 1, clip.size(), feed.get());
+  });
+  Bytes steady(clip.size());
+  std::thread drain([&] {
+    const File from(fdopen(out[0], "rb"));
+    steady.resize(std::fread(steady.data(), 1, steady.size(), from.get()));
+  });
+  const Arguments arguments("--size 101x90 --window 8");
+  EXPECT_EQ(RunCommand(arguments.Pointers(), input.get(), output.get(), messages.get()), 0);
+  input.reset();
+  output.reset();
+  feeder.join();
+  drain.join();
+  EXPECT_EQ(steady, RunWords("--size 101x90 --window 8", clip).output);
+}
+#endif
+
+TEST(Command, OverwritesAMotionFileOnlyWhenToldAndNeverItsOwnStreams) {
+  const std::string name = ::testing::TempDir() + "kept.csv", spelt = ::testing::TempDir() + "./kept.csv";
+  const Bytes clip = ShotClip(1);
+  const auto make = [&](const Bytes& content) {
+    const File file(std::fopen(name.c_str(), "wb"));
+    std::fwrite(content.data(), 1, content.size(), file.get());
+  };
+  const auto run = [&](const std::string& words, std::FILE* input, std::FILE* output) {
+    const Arguments arguments("--size 101x90 --window 4 --engine kernel --motion " + spelt + words);
+    const File messages = TemporaryFile();
+    return RunCommand(arguments.Pointers(), input, output, messages.get());
+  };
+  const auto size = [&] { return std::filesystem::file_size(name); };
+  const File nothing = TemporaryFile(), sink = TemporaryFile();
+  make(clip);
+  EXPECT_EQ(run("", nothing.get(), sink.get()), 1);
+  EXPECT_EQ(run(" --force", File(std::fopen(name.c_str(), "rb")).get(), sink.get()), 1) << "the input";
+  EXPECT_EQ(run(" --force", nothing.get(), File(std::fopen(name.c_str(), "ab")).get()), 1) << "the output";
+  EXPECT_EQ(size(), clip.size());
+  EXPECT_EQ(run(" --force", nothing.get(), sink.get()), 0);
+  EXPECT_LT(size(), 100U) << "the head line alone";
+  std::remove(name.c_str());
+}
 
 TEST(Command, ReportsEveryPlaceThatTakesNoMore) {
   const File full(std::fopen("/dev/full", "wb"));

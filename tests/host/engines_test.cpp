@@ -186,10 +186,9 @@ TEST(Engines, GiveTheSameBytesAndTimesWhenSettingsChangeInMidStream) {
 
 TEST(Engines, ReportAFrameThatFindsNoMemoryInTheTransform) {
   // A window that no kernel can be set up for ends in the same silence.
-  Options options;
-  options.size = {64, 48};
-  options.settings.PathSmoothingLevel = 5;
-  TransformStabilizer stabilizer(options);
+  StabilizerSettings settings;
+  settings.PathSmoothingLevel = 5;
+  TransformStabilizer stabilizer(settings, {64, 48}, false);
   for (int i = 0; i < 2; ++i) EXPECT_FALSE(stabilizer.Process(false));
   EXPECT_THROW(stabilizer.Process(false), std::bad_alloc);
 }

@@ -491,6 +491,8 @@ TEST_F(PropertyPage, KeepsAValueThatIsNoItemUntilOneIsChosen) {
       found.append(text).append("=").append(
           std::to_string(SendMessageW(Control(id), CB_GETITEMDATA, i, 0))) += " ";
     EXPECT_EQ(found, items);
+    EXPECT_GT(GetWindowTextLengthW(GetWindow(Control(id), GW_HWNDPREV)), 0)
+        << "a screen reader takes the text before the list for its name";
   }
 }
 

@@ -1,0 +1,243 @@
+#include "host/y4m.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+#include "host/stream.h"
+#include "host/workerror.h"
+
+namespace {
+
+constexpr std::string_view kMagic = "YUV4MPEG2", kFrameMagic = "FRAME";
+constexpr std::size_t kLongestLine = 1024;
+constexpr std::int32_t kLongestSide = 32767;
+constexpr std::int32_t kFirstRowsOfBt709 = 720;
+
+struct Sampling {
+  std::string_view tag;
+  int planes;
+  int shiftX, shiftY;
+  double siteX, siteY;
+};
+
+// DV sites one plane a row lower than the other; both are taken where the upper one lies.
+constexpr Sampling kSamplings[] = {
+    {"420", 3, 1, 1, 0.5, 0.5},  {"420jpeg", 3, 1, 1, 0.5, 0.5}, {"420mpeg2", 3, 1, 1, 0, 0.5},
+    {"420paldv", 3, 1, 1, 0, 0}, {"422", 3, 1, 0, 0, 0},         {"444", 3, 0, 0, 0, 0},
+    {"444alpha", 4, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0},
+};
+
+[[noreturn]] void RefuseTag(std::string_view tag, const std::string& reason) {
+  throw WorkError("the input's tag " + std::string(tag) + ": " + reason);
+}
+
+std::int32_t ParseSide(std::string_view tag) {
+  std::int32_t side = 0;
+  const auto [rest, error] = std::from_chars(tag.data() + 1, tag.data() + tag.size(), side);
+  if (error != std::errc() || rest != tag.data() + tag.size() || side < 1 || side > kLongestSide)
+    RefuseTag(tag, "a side has 1 to " + std::to_string(kLongestSide) + " pixels");
+  return side;
+}
+
+struct Ratio {
+  std::int32_t numerator = 0, denominator = 0;
+};
+
+/// 0:0 is unknown.
+Ratio ParseRatio(std::string_view tag) {
+  Ratio ratio;
+  const char* const end = tag.data() + tag.size();
+  const auto colon = std::from_chars(tag.data() + 1, end, ratio.numerator);
+  bool isRatio = colon.ec == std::errc() && colon.ptr != end && *colon.ptr == ':';
+  if (isRatio) {
+    const auto last = std::from_chars(colon.ptr + 1, end, ratio.denominator);
+    isRatio = last.ec == std::errc() && last.ptr == end;
+  }
+  const bool isUnknown = ratio.numerator == 0 && ratio.denominator == 0;
+  if (!isRatio || (!isUnknown && (ratio.numerator <= 0 || ratio.denominator <= 0)))
+    RefuseTag(tag, "two numbers above 0 with a colon between them are expected");
+  return ratio;
+}
+
+void SetSampling(std::string_view tag, precise::PictureFormat& format) {
+  const auto* const found = std::ranges::find(kSamplings, tag.substr(1), &Sampling::tag);
+  if (found == std::end(kSamplings))
+    RefuseTag(tag,
+              "this sampling is not served, only 8-bit 420, 422, 444, 444alpha and mono are; convert it by "
+              "ffmpeg -i INPUT -pix_fmt yuv420p -f yuv4mpegpipe -");
+  format.planes = found->planes;
+  format.chromaShiftX = found->shiftX;
+  format.chromaShiftY = found->shiftY;
+  format.chromaSiteX = found->siteX;
+  format.chromaSiteY = found->siteY;
+}
+
+void SetAspect(std::string_view tag, precise::PictureFormat& format) {
+  constexpr double kWidest = 16;
+  const Ratio ratio = ParseRatio(tag);
+  format.pixelAspect = ratio.denominator == 0 ? 1 : static_cast<double>(ratio.numerator) / ratio.denominator;
+  if (format.pixelAspect > kWidest || format.pixelAspect * kWidest < 1)
+    RefuseTag(
+        tag,
+        "pixels are at most 16 times as wide as high, or as high as wide; set it by ffmpeg -vf setsar=1");
+}
+
+void CheckInterlacing(std::string_view tag) {
+  if (tag == "It" || tag == "Ib" || tag == "Im")
+    RefuseTag(tag, "the input is interlaced; make whole frames of it first, such as by ffmpeg -vf bwdif");
+  if (tag != "Ip" && tag != "I?") RefuseTag(tag, "Ip or I? is expected");
+}
+
+void ReadTag(std::string_view tag, StreamFacts& facts) {
+  const char kind = tag.empty() ? ' ' : tag[0];
+  if (kind == 'W') facts.format.width = ParseSide(tag);
+  if (kind == 'H') facts.format.height = ParseSide(tag);
+  if (kind == 'A') SetAspect(tag, facts.format);
+  if (kind == 'C') SetSampling(tag, facts.format);
+  if (kind == 'I') CheckInterlacing(tag);
+  if (kind == 'F') {
+    const Ratio rate = ParseRatio(tag);
+    facts.rateNumerator = rate.numerator;
+    facts.rateDenominator = rate.denominator;
+  }
+  if (tag == "XCOLORRANGE=FULL") facts.isFullRange = true;
+}
+
+/// Calls `take` with each tag of a line.
+template <class Function>
+void ForEachTag(std::string_view line, Function take) {
+  while (!line.empty()) {
+    const std::size_t length = std::min(line.find(' '), line.size());
+    take(line.substr(0, length));
+    line.remove_prefix(std::min(length + 1, line.size()));
+  }
+}
+
+StreamFacts ParseHead(std::string_view head) {
+  StreamFacts facts;
+  SetSampling("C420", facts.format);
+  ForEachTag(head, [&](std::string_view tag) { ReadTag(tag, facts); });
+  if (facts.format.width == 0 || facts.format.height == 0)
+    throw WorkError(std::string("the input's head lacks the frame's ") +
+                    (facts.format.width == 0 ? "width (W)" : "height (H)"));
+  if (facts.format.height >= kFirstRowsOfBt709) facts.matrix = ColourMatrix::Bt709;
+  return facts;
+}
+
+std::string InputFailure(std::FILE* stream, const std::string& what, const std::string& atEnd) {
+  return std::ferror(stream) ? "cannot read " + what + " of the input: " + SystemReason(errno) : atEnd;
+}
+
+enum class LineStart { Ours, Other, Nothing };
+
+/// Reads the word that a line is to begin with, and the blank or line end behind it, into `rest`.
+LineStart ReadMagic(std::FILE* stream, std::string_view magic, char& rest) {
+  std::uint8_t bytes[16] = {};
+  const std::size_t count = ReadBytes(stream, {bytes, magic.size() + 1});
+  if (count == 0) return LineStart::Nothing;
+  rest = static_cast<char>(bytes[magic.size()]);
+  const bool isOurs = std::equal(magic.begin(), magic.end(), bytes) && (rest == ' ' || rest == '\n');
+  return isOurs ? LineStart::Ours : LineStart::Other;
+}
+
+/// Reads up to the line's end, which is taken away; `rest` tells what stands before. False when there is no
+/// end within the longest line.
+bool ReadLine(std::FILE* stream, char rest, std::string& line) {
+  line.clear();
+  if (rest == '\n') return true;
+  std::uint8_t byte = 0;
+  while (line.size() < kLongestLine && ReadBytes(stream, {&byte, 1}) == 1) {
+    if (byte == '\n') return true;
+    line += static_cast<char>(byte);
+  }
+  return false;
+}
+
+}  // namespace
+
+std::size_t FrameBytes(const precise::PictureFormat& format) {
+  std::size_t samples = 0;
+  for (int plane = 0; plane < format.planes; ++plane)
+    samples += static_cast<std::size_t>(format.PlaneWidth(plane)) *
+               static_cast<std::size_t>(format.PlaneHeight(plane));
+  return samples;
+}
+
+precise::Picture PlanesOf(const precise::PictureFormat& format, std::uint8_t* samples) {
+  precise::Picture picture;
+  for (int plane = 0; plane < format.planes; ++plane) {
+    const std::ptrdiff_t stride = format.PlaneWidth(plane);
+    picture[static_cast<std::size_t>(plane)] = {samples, stride};
+    samples += stride * format.PlaneHeight(plane);
+  }
+  return picture;
+}
+
+// The samples are left as they are, so that memory which no frame fills is never touched.
+Y4mFrame::Y4mFrame(std::size_t frameBytes)
+    : bytes(frameBytes), samples(std::make_unique_for_overwrite<std::uint8_t[]>(frameBytes)) {
+  parameters.reserve(kLongestLine);
+}
+
+Y4mReader::Y4mReader(std::FILE* stream) : m_pStream(stream) {
+  constexpr char kWanted[] = "YUV4MPEG2 is expected (raw bgr24 frames need --size WxH)";
+  DisableBuffering(stream);
+  char rest = 0;
+  const LineStart start = ReadMagic(stream, kMagic, rest);
+  if (start == LineStart::Nothing)
+    throw WorkError(InputFailure(stream, "the head", std::string("the input is empty; ") + kWanted));
+  if (start == LineStart::Other) throw WorkError(std::string("the input is of another kind; ") + kWanted);
+  if (!ReadLine(stream, rest, m_head))
+    throw WorkError(InputFailure(
+        stream, "the head", "the input's head has no end within " + std::to_string(kLongestLine) + " bytes"));
+  m_facts = ParseHead(m_head);
+}
+
+bool Y4mReader::Read(Y4mFrame& frame) {
+  // Texts are made only where they are needed.
+  const auto fail = [this](const char* problem) {
+    const std::string name = "frame " + std::to_string(m_frames + 1);
+    throw WorkError(InputFailure(m_pStream, name, problem + name));
+  };
+  char rest = 0;
+  const LineStart start = ReadMagic(m_pStream, kFrameMagic, rest);
+  if (start == LineStart::Nothing && !std::ferror(m_pStream)) return false;
+  if (start == LineStart::Other && !std::feof(m_pStream))
+    fail("the input holds something else than FRAME before ");
+  if (start != LineStart::Ours) fail("the input ends inside ");
+  if (!ReadLine(m_pStream, rest, frame.parameters)) fail("the input has no end of the line before ");
+  if (ReadBytes(m_pStream, {frame.samples.get(), frame.bytes}) < frame.bytes) fail("the input ends inside ");
+  ++m_frames;
+  return true;
+}
+
+Y4mWriter::Y4mWriter(std::FILE* stream, std::string_view head, const precise::PictureFormat& format)
+    : m_pStream(stream) {
+  DisableBuffering(stream);
+  m_frameLine.reserve(kFrameMagic.size() + kLongestLine + 2);
+  std::string line(kMagic);
+  ForEachTag(head, [&](std::string_view tag) {
+    line += ' ';
+    if (tag.starts_with('W'))
+      line += 'W' + std::to_string(format.width);
+    else if (tag.starts_with('H'))
+      line += 'H' + std::to_string(format.height);
+    else
+      line += tag;
+  });
+  line += '\n';
+  if (!WriteBytes(stream, std::as_bytes(std::span(line))))
+    throw WorkError("cannot write the head of the output: " + SystemReason(errno));
+}
+
+void Y4mWriter::Write(std::string_view parameters, std::span<const std::uint8_t> samples) {
+  m_frameLine = kFrameMagic;
+  if (!parameters.empty()) (m_frameLine += ' ') += parameters;
+  m_frameLine += '\n';
+  if (!WriteBytes(m_pStream, std::as_bytes(std::span(m_frameLine))) ||
+      !WriteBytes(m_pStream, std::as_bytes(samples)))
+    throw WorkError("cannot write frame " + std::to_string(m_frames + 1) +
+                    " of the output: " + SystemReason(errno));
+  ++m_frames;
+}

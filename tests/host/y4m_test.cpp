@@ -1,0 +1,258 @@
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/commandrun.h"
+#include "host/settings.h"
+#include "support/scene.h"
+
+namespace {
+
+using Rows = std::vector<std::vector<double>>;
+
+void Append(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
+
+/// The first line, without its end.
+std::string Head(const Bytes& stream) {
+  return {stream.begin(), std::ranges::find(stream, static_cast<std::uint8_t>('\n'))};
+}
+
+/// A stream of one picture again and again, with parameters at its second frame.
+Bytes StillStream(const std::string& head, std::size_t frameBytes, int frames) {
+  const Bytes picture = RandomBytes(frameBytes, 1);
+  Bytes stream;
+  Append(stream, head + '\n');
+  for (int i = 0; i < frames; ++i) {
+    Append(stream, i == 1 ? "FRAME Ip Xnote=a\n" : "FRAME\n");
+    stream.insert(stream.end(), picture.begin(), picture.end());
+  }
+  return stream;
+}
+
+constexpr std::int32_t kWidth = 160, kHeight = 120;
+
+/// The green of a scene as top-down planes: all planes alike, so that alpha is seen to move along. It is
+/// never 0.
+Bytes MovingStream(const std::string& tag, int planes, const std::vector<CameraPose>& poses) {
+  const Scene scene({kWidth, kHeight}, 24);
+  Bytes stream;
+  Append(stream, "YUV4MPEG2 W160 H120 F25:1 C" + tag + '\n');
+  for (const CameraPose& pose : poses) {
+    const Bytes packed = Packed(scene.Shoot(pose).data(), kWidth, kHeight, scene.Frame().strideBytes);
+    Append(stream, "FRAME\n");
+    for (int plane = 0; plane < planes; ++plane)
+      for (std::size_t i = 1; i < packed.size(); i += 3)
+        stream.push_back(std::max<std::uint8_t>(packed[i], 1));
+  }
+  return stream;
+}
+
+TEST(Y4m, KeepsHeadFramesAndParametersOfEverySampling) {
+  // 21x15 luma samples, 11 or 21 columns and 8 or 15 rows of each chroma plane.
+  constexpr std::size_t kLuma = 21 * 15, k420 = kLuma + 2 * 11 * 8, k422 = kLuma + 2 * 11 * 15;
+  for (const auto& [tags, frameBytes] :
+       std::vector<std::pair<std::string, std::size_t>>{{"", k420},
+                                                        {" Ip A0:0 C420", k420},
+                                                        {" C420jpeg XYSCSS=420JPEG XCOLORRANGE=FULL", k420},
+                                                        {" I? C420mpeg2 A4:3", k420},
+                                                        {" Qx C420paldv", k420},
+                                                        {" C422", k422},
+                                                        {" C444", 3 * kLuma},
+                                                        {" C444alpha", 4 * kLuma},
+                                                        {" Cmono", kLuma}}) {
+    for (const int frames : {0, 1, 9}) {
+      const Bytes input = StillStream("YUV4MPEG2 H15 W21 F0:0" + tags, frameBytes, frames);
+      const Outcome outcome = RunWords("--crop 0 --window 4", input);
+      EXPECT_EQ(outcome.code, 0) << tags << ": " << outcome.messages;
+      EXPECT_EQ(outcome.messages, "");
+      EXPECT_TRUE(outcome.output == input) << tags << ", " << frames << " frames";
+    }
+  }
+}
+
+TEST(Y4m, ChangesTheHeadsSizeWhereItCrops) {
+  struct Case {
+    std::string tag, margins, size;
+    std::size_t frameBytes, croppedBytes;
+  };
+  for (const auto& [tag, margins, size, frameBytes, croppedBytes] :
+       std::vector<Case>{{"444", "3,2", "19x11", 3 * 25 * 15, 3 * 19 * 11},
+                         {"444", "0", "25x15", 3 * 25 * 15, 3 * 25 * 15},
+                         {"mono", "20%", "15x9", 25 * 15, 15 * 9},
+                         {"420", "4,2", "17x11", 25 * 15 + 2 * 13 * 8, 17 * 11 + 2 * 9 * 6}}) {
+    const Bytes input = StillStream("YUV4MPEG2 W25 H15 Xa F25:1 C" + tag, frameBytes, 3);
+    const Outcome cropped = RunWords("--clip crop --crop " + margins, input);
+    const std::size_t x = size.find('x');
+    EXPECT_EQ(Head(cropped.output),
+              "YUV4MPEG2 W" + size.substr(0, x) + " H" + size.substr(x + 1) + " Xa F25:1 C" + tag);
+    EXPECT_EQ(cropped.output.size() + Head(input).size() - Head(cropped.output).size(),
+              input.size() - 3 * (frameBytes - croppedBytes));
+    const Outcome told = RunWords("--output-size --clip crop --crop " + margins, input);
+    EXPECT_TRUE(std::ranges::equal(told.output, size + '\n')) << size;
+  }
+}
+
+TEST(Y4m, RefusesWhatItCannotServeByName) {
+  const std::string good = "YUV4MPEG2 W21 H15 F25:1 Cmono", size = "YUV4MPEG2 W21 H15 ";
+  struct Refusal {
+    std::string head, words, named;
+    int code = 1;
+  };
+  for (const auto& [head, words, named, code] :
+       std::vector<Refusal>{{"", "", "input is empty; YUV4MPEG2"},
+                            {"RIFF", "", "--size"},
+                            {"YUV4MPEG", "", "--size"},
+                            {"YUV4MPEG2 W21 H15", "", "no end"},
+                            {"YUV4MPEG2 W21 H15 X" + std::string(2000, 'x') + "\n", "", "no end"},
+                            {"YUV4MPEG2 W21\n", "", "height (H)"},
+                            {"YUV4MPEG2\n", "", "width (W)"},
+                            {"YUV4MPEG2 W0 H15\n", "", "W0"},
+                            {"YUV4MPEG2 W21 H99999999999\n", "", "H99999999999"},
+                            {"YUV4MPEG2 W21x H15\n", "", "W21x"},
+                            {size + "F25\n", "", "F25"},
+                            {size + "F25:0\n", "", "F25:0"},
+                            {size + "A-1:1\n", "", "A-1:1"},
+                            {size + "A50:1\n", "", "setsar"},
+                            {size + "It\n", "", "bwdif"},
+                            {size + "Ib\n", "", "bwdif"},
+                            {size + "Im\n", "", "bwdif"},
+                            {size + "Iz\n", "", "Iz"},
+                            {size + "C420p10\n", "", "-pix_fmt yuv420p"},
+                            {size + "C411\n", "", "C411"},
+                            {good + "\nFRAMES\n", "", "FRAME before frame 1"},
+                            {good + "\nFRAME " + std::string(2000, 'x') + "\n", "", "line before frame 1"},
+                            {good + "\n", "--window 5", "--window 5", 2},
+                            {good + "\n", "--window 258", "--window 258", 2},
+                            {good + "\n", "--crop 11,2", "--crop 11,2", 2},
+                            {good + "\n", "--crop 2,8 --output-size", "--crop 2,8", 2},
+                            {good + "\n", "--roi 21,0,30,9", "outside the 21x15", 2}}) {
+    Bytes input;
+    Append(input, head);
+    const Outcome outcome = RunWords(words, input);
+    EXPECT_EQ(outcome.code, code) << head << ' ' << words;
+    EXPECT_NE(outcome.messages.find(named), std::string::npos) << head << ": " << outcome.messages;
+    EXPECT_EQ(std::ranges::count(outcome.messages, '\n'), 1) << outcome.messages;
+  }
+}
+
+TEST(Y4m, WritesTheWholeFramesOfAnInputCutShort) {
+  const Bytes whole = StillStream("YUV4MPEG2 W21 H15 Cmono", 21 * 15, 5);
+  for (const std::string& rest : {std::string("FRA"), "FRAME\n" + std::string(200, 'x')}) {
+    Bytes cut = whole;
+    Append(cut, rest);
+    const Outcome outcome = RunWords("--crop 0 --window 8", cut);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_NE(outcome.messages.find("ends inside frame 6; the 5 whole"), std::string::npos)
+        << outcome.messages;
+    EXPECT_TRUE(outcome.output == whole);
+  }
+}
+
+TEST(Y4m, MovesAlphaAlongAndLeavesUncoveredPixelsTransparent) {
+  std::vector<CameraPose> poses(12);
+  poses[6] = {6, 4, 0};
+  const Bytes input = MovingStream("444alpha", 4, poses);
+  const Outcome outcome = RunWords("--crop 0 --window 8 --interpolation nearest --background ffffff", input);
+  ASSERT_EQ(outcome.output.size(), input.size()) << outcome.messages;
+  // All planes were alike, so luma is either alpha or, where alpha is 0, the background.
+  const std::size_t plane = std::size_t{kWidth} * kHeight;
+  const auto* const luma = outcome.output.data() + Head(input).size() + 1 + 6 * (6 + 4 * plane) + 6;
+  std::size_t uncovered = 0;
+  for (std::size_t i = 0; i < plane; ++i) {
+    if (luma[3 * plane + i] == 0) ++uncovered;
+    ASSERT_EQ(luma[i], luma[3 * plane + i] == 0 ? 235 : luma[3 * plane + i]) << "pixel " << i;
+  }
+  EXPECT_GT(uncovered, std::size_t{kWidth});
+  EXPECT_LT(uncovered, plane / 4);
+}
+
+TEST(Y4m, TakesOneSecondAsWindowAndTheColoursOfTheClip) {
+  StreamFacts stream;
+  stream.format = {.width = 320, .height = 240, .planes = 4};
+  using Window = std::array<std::int64_t, 3>;
+  for (const auto& [frames, seconds, window] : {Window{0, 0, 32},
+                                                {10, 1, 16},
+                                                {24, 1, 24},
+                                                {25, 1, 26},
+                                                {30000, 1001, 30},
+                                                {50, 1, 50},
+                                                {240, 1, 64},
+                                                {1000000000, 1, 64}}) {
+    stream.rateNumerator = frames;
+    stream.rateDenominator = seconds;
+    EXPECT_EQ(MakePreciseSettings({}, stream).window, window) << frames << ':' << seconds;
+  }
+
+  Options orange;
+  orange.background = {0x20, 0x80, 0xff};
+  // As ffmpeg's scaler makes them of the same colour.
+  using Samples = std::array<std::uint16_t, precise::kMaxPlanes>;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{149, 67, 191, 0}));
+  stream.isFullRange = true;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{155, 59, 199, 0}));
+  stream.matrix = ColourMatrix::Bt709;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{148, 65, 196, 0}));
+  stream.format.planes = 2;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{148, 0, 0, 0}));
+}
+
+Rows ReadLog(const std::string& fileName, std::string& head) {
+  std::ifstream file(fileName);
+  std::getline(file, head);
+  Rows rows;
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream fields(line);
+    rows.emplace_back();
+    for (std::string field; std::getline(fields, field, ',');) rows.back().push_back(std::stod(field));
+  }
+  std::remove(fileName.c_str());
+  return rows;
+}
+
+TEST(Y4m, LogsMotionInTheClassicEnginesColumnsAndSigns) {
+  // One jolt, which both engines are to take back.
+  constexpr std::size_t kJolt = 4;
+  std::vector<CameraPose> poses(9);
+  poses[kJolt] = {8, 6, 2};
+  Bytes raw;
+  const Scene scene({kWidth, kHeight}, 24);
+  for (const CameraPose& pose : poses) {
+    const Bytes packed = Packed(scene.Shoot(pose).data(), kWidth, kHeight, scene.Frame().strideBytes);
+    raw.insert(raw.end(), packed.begin(), packed.end());
+  }
+  const std::string name = ::testing::TempDir() + "signs.csv";
+  std::string head, classicHead;
+  EXPECT_EQ(
+      RunWords("--size 160x120 --engine kernel --window 4 --rotation --quality 1 --force --motion " + name,
+               raw)
+          .code,
+      0);
+  const Rows classicLog = ReadLog(name, classicHead);
+  EXPECT_EQ(
+      RunWords("--window 4 --crop 0 --no-cuts --force --motion " + name, MovingStream("mono", 1, poses)).code,
+      0);
+  const Rows preciseLog = ReadLog(name, head);
+
+  EXPECT_EQ(head, classicHead + ",shot,zoom");
+  ASSERT_EQ(preciseLog.size(), classicLog.size());
+  ASSERT_EQ(preciseLog.size(), poses.size());
+  for (std::size_t frame = 0; frame < preciseLog.size(); ++frame) {
+    ASSERT_EQ(preciseLog[frame].size(), 9U);
+    EXPECT_EQ(preciseLog[frame][0], static_cast<double>(frame));
+    for (std::size_t column = 1; column < 3; ++column)
+      EXPECT_NEAR(preciseLog[frame][column], classicLog[frame][column], 1) << frame << ", column " << column;
+    EXPECT_NEAR(preciseLog[frame][3], classicLog[frame][3], 0.1) << frame;
+    EXPECT_EQ(preciseLog[frame][7], 0);
+    EXPECT_NEAR(preciseLog[frame][8], 1, 0.01);
+  }
+  for (std::size_t column = 4; column < 7; ++column) {
+    EXPECT_GT(std::abs(classicLog[kJolt][column]), 0.5);
+    EXPECT_GT(preciseLog[kJolt][column] * classicLog[kJolt][column], 0) << "column " << column;
+  }
+}
+
+}  // namespace
