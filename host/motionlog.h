@@ -16,7 +16,7 @@ void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* inp
 class MotionLog {
  public:
   /// `moreColumns` begins with a comma where it is not empty. Throws WorkError when the file cannot be made.
-  explicit MotionLog(const std::string& fileName, std::string_view moreColumns = {});
+  explicit MotionLog(const std::string& fileName, std::string_view moreColumns = "");
 
   /// Numbers get the shortest digits that read back as the same. Throws WorkError.
   template <class... Number>

@@ -29,8 +29,8 @@ constexpr UnknownVector kLikelySize = {50, 50, 20, 20, 0.3, 100};
 constexpr double kSearchedShare = 0.18;  // of the picture's longer side
 // More than this between two frames is no motion: share of the longer side, and of `turn`.
 constexpr double kLargestShift = 0.25, kLargestTurn = 0.35;
-constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 8;
-constexpr double kSmallestStep = 0.004;  // samples
+constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 5;
+constexpr double kSmallestStep = 0.008;  // samples
 
 constexpr std::int32_t kSmallestRegionSide = 12;
 constexpr std::int32_t kLargestComparedSide = 100;
@@ -38,6 +38,7 @@ constexpr std::int32_t kLargestComparedSide = 100;
 constexpr double kClearlyLess = 0.9;
 constexpr double kSameScene = 0.3;
 constexpr double kSmallestTexture = 6;
+constexpr double kSmallestTexturedShare = 0.15;  // of the cells
 
 /// The region at a level, without samples that lack a neighbour.
 Region ScaledRegion(const Region& region, double scale, const Plane& plane) {
@@ -260,32 +261,48 @@ void CMotionEstimator::Refine(const View& view, Alignment& alignment, int steps,
 }
 
 /// Correlates the gradients of the earlier frame with those of the later one, laid on it.
-Match CMotionEstimator::Compare(const View& view, const Alignment& alignment) {
-  FillResiduals(view, alignment.map, {.gain = 0, .offset = 0});
-  GradientProducts products;
-  std::int64_t count = 0;
-  for (std::int32_t row = view.region.top + 1; row + 1 < view.region.bottom; ++row) {
+Match CMotionEstimator::Compare(const View& view, const Similarity& map) {
+  FillResiduals(view, map, {.gain = 0, .offset = 0});
+  GradientProducts total;
+  std::int32_t cells = 0, texturedCells = 0;
+  for (std::int32_t top = view.region.top + 1; top + 1 < view.region.bottom; top += kCellSide) {
+    for (std::int32_t left = view.region.left + 1; left + 1 < view.region.right; left += kCellSide) {
+      const ComparedCell cell = CompareCell(view, left, top);
+      total.aa += cell.products.aa;
+      total.ab += cell.products.ab;
+      total.bb += cell.products.bb;
+      ++cells;
+      texturedCells += cell.samples > 0 && static_cast<double>(std::min(cell.products.aa, cell.products.bb)) >
+                                               kSmallestTexture * kSmallestTexture * cell.samples;
+    }
+  }
+  Match match = {.map = map};
+  const double energies = static_cast<double>(total.aa) * static_cast<double>(total.bb);
+  if (energies > 0) match.likeness = static_cast<double>(total.ab) / std::sqrt(energies);
+  match.hasTexture = texturedCells >= kSmallestTexturedShare * cells;
+  return match;
+}
+
+/// Takes the samples of a cell whose neighbours have counterparts, too.
+CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, std::int32_t left,
+                                                             std::int32_t top) {
+  ComparedCell cell;
+  for (std::int32_t row = top; row < std::min(top + kCellSide, view.region.bottom - 1); ++row) {
+    const std::array<const std::int16_t*, 3> earlier = {view.earlier->Row(row - 1), view.earlier->Row(row),
+                                                        view.earlier->Row(row + 1)};
     const std::array<const std::int16_t*, 3> later = {ResidualRowOf(view, row - 1), ResidualRowOf(view, row),
                                                       ResidualRowOf(view, row + 1)};
-    std::int32_t begin = view.region.left + 1, end = view.region.right - 1;
     const auto isMissing = [&](std::int32_t x) {
-      return std::ranges::any_of(later, [x](const std::int16_t* samples) {
-        return samples[x - 1] == kNoResidual || samples[x] == kNoResidual || samples[x + 1] == kNoResidual;
-      });
+      return later[0][x] == kNoResidual || later[1][x - 1] == kNoResidual || later[1][x + 1] == kNoResidual ||
+             later[2][x] == kNoResidual;
     };
-    while (begin < end && isMissing(begin)) ++begin;
-    while (begin < end && isMissing(end - 1)) --end;
-    AddGradientProducts({view.earlier->Row(row - 1), view.earlier->Row(row), view.earlier->Row(row + 1)},
-                        later, {begin, end}, products);
-    count += end - begin;
+    ColumnRun run = {left, std::min(left + kCellSide, view.region.right - 1)};
+    while (run.begin < run.end && isMissing(run.begin)) ++run.begin;
+    while (run.begin < run.end && isMissing(run.end - 1)) --run.end;
+    AddGradientProducts(earlier, later, run, cell.products);
+    cell.samples += run.end - run.begin;
   }
-  Match match = {.map = alignment.map};
-  const double aa = static_cast<double>(products.aa), bb = static_cast<double>(products.bb);
-  if (count > 0 && aa > 0 && bb > 0) {
-    match.likeness = static_cast<double>(products.ab) / std::sqrt(aa * bb);
-    match.hasTexture = std::min(aa, bb) > kSmallestTexture * kSmallestTexture * static_cast<double>(count);
-  }
-  return match;
+  return cell;
 }
 
 Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
@@ -302,8 +319,8 @@ Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
     Refine(view, alignment, kLevelSteps);
     if (std::min(view.earlier->Width(), view.earlier->Height()) <= kLargestComparedSide) compared = level;
   }
-  if (!IsPlausible(alignment.map, 2 * coarsest.radius * coarsest.scale)) return {};
-  return Compare(ViewOf(earlier, later, compared), alignment);
+  if (!IsPlausible(alignment.map, 2 * coarsest.radius * coarsest.scale)) alignment = {};
+  return Compare(ViewOf(earlier, later, compared), alignment.map);
 }
 
 }  // namespace precise

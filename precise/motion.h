@@ -56,6 +56,11 @@ class CMotionEstimator {
     double gain = 1, offset = 0;
   };
 
+  struct ComparedCell {
+    GradientProducts products;
+    std::int32_t samples = 0;
+  };
+
   View ViewOf(const Pyramid& earlier, const Pyramid& later, std::size_t level) const;
   Alignment BestStart(const View& view, std::span<const Similarity> guesses);
   void Refine(const View& view, Alignment& alignment, int steps, int shiftSteps = 0);
@@ -64,7 +69,8 @@ class CMotionEstimator {
   void FillResiduals(const View& view, const Similarity& map, const Exposure& exposure);
   double MedianResidual(const View& view);
   double Cost(const View& view, const Alignment& alignment, double cap);
-  Match Compare(const View& view, const Alignment& alignment);
+  Match Compare(const View& view, const Similarity& map);
+  ComparedCell CompareCell(const View& view, std::int32_t left, std::int32_t top);
 
   std::int16_t* ResidualRowOf(const View& view, std::int32_t row) {
     return m_residuals.data() + std::ptrdiff_t{row} * view.earlier->Width();
