@@ -3,9 +3,10 @@
 //   make_scene                            lists the scenes' names; NAME@FRAMES is the beginning of one
 //   make_scene NAME [PATH.csv] > NAME.y4m
 //
-// The path has a line a frame: where the camera points, as the sums of vstabilize's motion log (pixels, x to
-// the right, y upward; degrees counterclockwise), and the shot's number. The clip's chroma is the same
-// everywhere, so that a background of any other colour gives itself away.
+// The path has a line a frame: where the camera points (pixels, x to the right, y upward; degrees
+// counterclockwise), and the shot's number. The content moves the other way, and vstabilize's motion log
+// tells of the content. The clip's chroma is the same everywhere, so that a background of any other colour
+// gives itself away.
 
 #include <algorithm>
 #include <array>
