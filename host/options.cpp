@@ -129,7 +129,7 @@ void SetTotalFrames(Options& options, std::string_view name, std::string_view va
 
 void SetSimd(Options& options, std::string_view name, std::string_view value) {
   static constexpr std::string_view kLevels[] = {"scalar", "avx2"};
-  options.ops = &SelectOps(DetectCpuFeatures(), static_cast<SimdLevel>(IndexOf(name, value, kLevels)));
+  options.simd = static_cast<SimdLevel>(IndexOf(name, value, kLevels));
 }
 
 void RequireTransform(std::string_view option) {
@@ -209,8 +209,8 @@ constexpr OptionRow kOptions[] = {
      SetMotionFile},
     {"--force", "", kAll, "overwrite a motion file that exists", Set<&Options::overwrite>},
     {"--frames", "N", kAll, "number of frames in the input, for the progress bar", SetTotalFrames},
-    {"--simd", "LEVEL", kKernel,
-     "cap on the instruction set: scalar, avx2 (classic; default the best of this machine)", SetSimd},
+    {"--simd", "LEVEL", kPrecise | kKernel,
+     "cap on the instruction set: scalar, avx2 (default the best of this machine)", SetSimd},
     {"--registered", "", kTransform,
      "the transform that is registered, not the one beside the program (Windows)", SetRegistered},
     {"--settings", "", kTransform,

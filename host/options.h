@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/simd.h"
 #include "engine/stabilizersettings.h"
-#include "kernel/dispatch.h"
 #include "precise/stabilizer.h"
 
 /// The command line cannot be understood or makes no sense; the message says why and what would.
@@ -50,7 +50,7 @@ struct Options {
   std::optional<Rect> roi;
   std::optional<std::int32_t> quality;  ///< 0 finest … 3
   bool registered = false;              ///< the transform that is registered, not the one beside the program
-  const KernelOps* ops = nullptr;       ///< null: the best there are
+  SimdLevel simd = SimdLevel::Avx2;     ///< at most
   std::string motionFile;               ///< empty: none
   bool overwrite = false;               ///< a motion file that exists
   std::int64_t totalFrames = 0;         ///< 0: unknown

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/matrix.h"
+#include "precise/loops.h"
 #include "precise/picture.h"
 
 namespace precise {
@@ -26,6 +27,7 @@ struct Pyramid {
 };
 
 /// Fills the pyramid from the frame's plane 0.
-void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, Pyramid& pyramid);
+void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, const Loops& loops,
+                  Pyramid& pyramid);
 
 }  // namespace precise

@@ -6,16 +6,11 @@
 namespace precise {
 namespace {
 
-/// The first column of `within` whose position on a rising line is at least `value`.
+/// The first column of `within` whose position on a rising line is at least `value`, or its end.
 std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t value, ColumnRun within) {
-  while (within.begin < within.end) {
-    const std::int32_t middle = within.begin + (within.end - within.begin) / 2;
-    if (start + middle * step >= value)
-      within.end = middle;
-    else
-      within.begin = middle + 1;
-  }
-  return within.begin;
+  if (start + within.begin * step >= value || within.begin >= within.end) return within.begin;
+  if (start + within.end * step < value) return within.end;
+  return static_cast<std::int32_t>((value - start + step - 1) / step);
 }
 
 ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within) {
