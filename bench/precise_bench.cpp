@@ -84,7 +84,8 @@ void Pyramid(benchmark::State& state) {
   precise::Pyramid pyramid(format);
   std::size_t number = 0;
   for (auto _ : state)
-    BuildPyramid(FrameAt(clip, number++).Planes()[0], format.bitsPerSample, precise::SelectLoops(), pyramid);
+    BuildPyramid(FrameAt(clip, number++).Planes()[0], format.bitsPerSample, precise::SelectLoops(), {},
+                 pyramid);
 }
 
 void Motion(benchmark::State& state) {
@@ -94,7 +95,7 @@ void Motion(benchmark::State& state) {
   std::vector<precise::Pyramid> pyramids;
   for (int i = 0; i < kClipFrames; ++i)
     BuildPyramid(clip[static_cast<std::size_t>(i)].Planes()[0], format.bitsPerSample, precise::SelectLoops(),
-                 pyramids.emplace_back(format));
+                 {}, pyramids.emplace_back(format));
   std::size_t number = 0;
   for (auto _ : state) {
     const std::size_t earlier = number++ % (pyramids.size() - 1);

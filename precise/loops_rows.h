@@ -54,7 +54,7 @@ void AverageBlocksOf(const std::uint8_t* samples, std::ptrdiff_t strideBytes, in
   constexpr std::int32_t kColumns = 512;
   const std::int32_t largest = LargestSample(bits), blocksAtOnce = kColumns >> blockShift;
   const int shift = 2 * blockShift + bits - kBrightnessBits;
-  Sum sums[2][kColumns];
+  Sum sums[2][kColumns];  // of bytes, 128 rows keep within 16 bits
   for (std::int32_t first = 0; first < count; first += blocksAtOnce) {
     const std::int32_t blocks = count - first < blocksAtOnce ? count - first : blocksAtOnce;
     std::int32_t width = blocks << blockShift;
@@ -78,7 +78,7 @@ void AverageBlocksOf(const std::uint8_t* samples, std::ptrdiff_t strideBytes, in
 void AverageBlocks(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
                    std::int16_t* out, std::int32_t count) {
   if (bits == 8)
-    AverageBlocksOf<std::uint8_t, std::uint32_t>(samples, strideBytes, bits, blockShift, out, count);
+    AverageBlocksOf<std::uint8_t, std::uint16_t>(samples, strideBytes, bits, blockShift, out, count);
   else
     AverageBlocksOf<std::uint16_t, std::uint32_t>(samples, strideBytes, bits, blockShift, out, count);
 }

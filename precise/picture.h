@@ -23,6 +23,7 @@ struct PictureFormat {
   double chromaSiteX = 0, chromaSiteY = 0;
   double pixelAspect = 1;  ///< width of a pixel as it is shown, over its height
 
+  int BytesPerSample() const { return bitsPerSample > 8 ? 2 : 1; }
   bool HasAlpha() const { return planes == 2 || planes == 4; }
   bool IsChroma(int plane) const { return planes >= 3 && (plane == 1 || plane == 2); }
   bool IsAlpha(int plane) const { return HasAlpha() && plane == planes - 1; }

@@ -50,11 +50,14 @@ Pyramid::Pyramid(const PictureFormat& format)
 }
 
 void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, const Loops& loops,
-                  Pyramid& pyramid) {
+                  const RowRunner& runner, Pyramid& pyramid) {
   Plane& finest = pyramid.levels.front().samples;
-  for (std::int32_t row = 0; row < finest.Height(); ++row)
-    loops.averageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes,
-                        luma.strideBytes, bitsPerSample, pyramid.blockShift, finest.Row(row), finest.Width());
+  RunRows(runner, finest.Height(), [&](std::int32_t begin, std::int32_t end) {
+    for (std::int32_t row = begin; row < end; ++row)
+      loops.averageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes,
+                          luma.strideBytes, bitsPerSample, pyramid.blockShift, finest.Row(row),
+                          finest.Width());
+  });
   for (std::size_t i = 1; i < pyramid.levels.size(); ++i)
     Halve(pyramid.levels[i - 1].samples, pyramid.levels[i].samples, loops);
   for (Level& level : pyramid.levels) Smooth(level.samples, level.smooth, loops);

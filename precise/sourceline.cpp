@@ -1,7 +1,6 @@
 #include "precise/sourceline.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace precise {
 namespace {
@@ -26,7 +25,13 @@ ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange ra
 
 }  // namespace
 
-std::int64_t FixedPosition(double samples) { return std::llround(samples * static_cast<double>(kOneSample)); }
+// As std::llround does, which is a call.
+std::int64_t FixedPosition(double samples) {
+  const double scaled = samples * static_cast<double>(kOneSample);
+  const auto whole = static_cast<std::int64_t>(scaled);
+  const double rest = scaled - static_cast<double>(whole);
+  return whole + (rest >= 0.5 ? 1 : 0) - (rest <= -0.5 ? 1 : 0);
+}
 
 SourceLine MakeSourceLine(double startX, double startY, double stepX, double stepY) {
   return {FixedPosition(startX), FixedPosition(startY), FixedPosition(stepX), FixedPosition(stepY)};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "precise/margins.h"
 #include "precise/motion.h"
@@ -22,9 +23,10 @@ bool IsUsable(const PictureFormat& format) {
   const auto isSide = [](std::int32_t side) { return side >= 1 && side <= kLargestSide; };
   const auto isShift = [](int shift) { return shift >= 0 && shift <= 2; };
   return isSide(format.width) && isSide(format.height) && format.planes >= 1 && format.planes <= kMaxPlanes &&
-         format.bitsPerSample == 8 && isShift(format.chromaShiftX) && isShift(format.chromaShiftY) &&
-         std::abs(format.chromaSiteX) <= kFarthestSite && std::abs(format.chromaSiteY) <= kFarthestSite &&
-         format.pixelAspect >= 1 / kLargestPixelAspect && format.pixelAspect <= kLargestPixelAspect;
+         format.bitsPerSample >= 8 && format.bitsPerSample <= 16 && isShift(format.chromaShiftX) &&
+         isShift(format.chromaShiftY) && std::abs(format.chromaSiteX) <= kFarthestSite &&
+         std::abs(format.chromaSiteY) <= kFarthestSite && format.pixelAspect >= 1 / kLargestPixelAspect &&
+         format.pixelAspect <= kLargestPixelAspect;
 }
 
 bool AreWeights(const std::vector<double>& weights) {
@@ -116,8 +118,9 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 
 /// All that one stream needs. Frames are numbered from 0.
 struct CStabilizer::Stream {
-  Stream(const PictureFormat& format, const Settings& wanted, SimdLevel cap)
+  Stream(const PictureFormat& format, const Settings& wanted, SimdLevel cap, RowRunner rowRunner)
       : loops(SelectLoops(cap)),
+        runner(std::move(rowRunner)),
         settings(wanted),
         shown(MakeShown(format, settings)),
         frames(MakeFrames(shown)),
@@ -144,6 +147,9 @@ struct CStabilizer::Stream {
   std::int64_t Newest() const { return track.Frames() - 1; }
   Pyramid& PyramidOf(std::int64_t frame) { return pyramids[static_cast<std::size_t>(frame % 3)]; }
 
+  std::ptrdiff_t RowBytes(int plane) const {
+    return std::ptrdiff_t{shown.output.PlaneWidth(plane)} * shown.output.BytesPerSample();
+  }
   void MakeCanvas();
   void Refer(std::int64_t frame);
   void TieFrame(std::int64_t frame);
@@ -152,8 +158,11 @@ struct CStabilizer::Stream {
   Correction HeldCorrection(std::int64_t frame);
   Correction CorrectionOf(std::int64_t frame);
   void Draw(const Correction& correction, const ConstPicture& in, const Picture& out, bool beginsShot);
+  void DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
+                    std::int32_t begin, std::int32_t end, bool beginsShot);
 
   const Loops& loops;
+  RowRunner runner;
   Settings settings;
   Shown shown;
   Frames frames;
@@ -181,9 +190,9 @@ struct CStabilizer::Stream {
 void CStabilizer::Stream::MakeCanvas() {
   for (int plane = 0; plane < shown.output.planes; ++plane) {
     const auto i = static_cast<std::size_t>(plane);
-    const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
-    canvas[i].resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
-    canvasPlanes[i] = {canvas[i].data(), width};
+    const std::ptrdiff_t rowBytes = RowBytes(plane);
+    canvas[i].resize(static_cast<std::size_t>(rowBytes * shown.output.PlaneHeight(plane)));
+    canvasPlanes[i] = {canvas[i].data(), rowBytes};
   }
 }
 
@@ -198,7 +207,7 @@ void CStabilizer::Stream::TieFrame(std::int64_t frame) {
 /// Makes the frame the one that those after it are laid on.
 void CStabilizer::Stream::Refer(std::int64_t frame) {
   referenceFrame = frame;
-  BuildPyramid(lent[frame][0], shown.input.bitsPerSample, loops, reference);
+  BuildPyramid(lent[frame][0], shown.input.bitsPerSample, loops, runner, reference);
   sinceReference[frame] = {};
 }
 
@@ -250,23 +259,33 @@ Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
 
 void CStabilizer::Stream::Draw(const Correction& correction, const ConstPicture& in, const Picture& out,
                                bool beginsShot) {
-  for (int plane = 0; plane < shown.output.planes; ++plane) {
-    const auto i = static_cast<std::size_t>(plane);
-    const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
-    if (!settings.keepBackground) {
-      WarpPlane(shown, correction, plane, in, out, 0, height, false, loops);
-      continue;
-    }
-    if (beginsShot) std::ranges::fill(canvas[i], static_cast<std::uint8_t>(shown.background[i]));
-    WarpPlane(shown, correction, plane, in, canvasPlanes, 0, height, true, loops);
-    for (std::int32_t row = 0; row < height; ++row)
-      std::memcpy(out[i].data + row * out[i].strideBytes, canvas[i].data() + std::ptrdiff_t{row} * width,
-                  static_cast<std::size_t>(width));
-  }
+  for (int plane = 0; plane < shown.output.planes; ++plane)
+    RunRows(runner, shown.output.PlaneHeight(plane), [&](std::int32_t begin, std::int32_t end) {
+      if (settings.keepBackground)
+        DrawOnCanvas(correction, plane, in, out, begin, end, beginsShot);
+      else
+        WarpPlane(shown, correction, plane, in, out, begin, end, false, loops);
+    });
 }
 
-CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap)
-    : m_pStream(std::make_unique<Stream>(format, settings, cap)) {}
+void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in,
+                                       const Picture& out, std::int32_t begin, std::int32_t end,
+                                       bool beginsShot) {
+  const auto i = static_cast<std::size_t>(plane);
+  const auto& [samples, strideBytes] = canvasPlanes[i];
+  if (beginsShot)
+    for (std::int32_t row = begin; row < end; ++row)
+      FillSamples(samples + row * strideBytes, {0, shown.output.PlaneWidth(plane)}, shown.background[i],
+                  shown.output.BytesPerSample());
+  WarpPlane(shown, correction, plane, in, canvasPlanes, begin, end, true, loops);
+  for (std::int32_t row = begin; row < end; ++row)
+    std::memcpy(out[i].data + row * out[i].strideBytes, samples + row * strideBytes,
+                static_cast<std::size_t>(strideBytes));
+}
+
+CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap,
+                         RowRunner runner)
+    : m_pStream(std::make_unique<Stream>(format, settings, cap, std::move(runner))) {}
 
 CStabilizer::~CStabilizer() = default;
 
@@ -276,7 +295,8 @@ void CStabilizer::Push(const ConstPicture& frame) {
   Stream& stream = *m_pStream;
   const std::int64_t number = stream.track.Frames();
   stream.lent[number] = frame;
-  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.loops, stream.PyramidOf(number));
+  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.loops, stream.runner,
+               stream.PyramidOf(number));
   stream.TieFrame(number);
   if (stream.settings.tripod) stream.Relate(number);
   stream.PlanUpTo(number - stream.half);

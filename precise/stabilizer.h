@@ -8,6 +8,7 @@
 
 #include "base/simd.h"
 #include "precise/picture.h"
+#include "precise/rowrunner.h"
 
 namespace precise {
 
@@ -76,8 +77,11 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 ///   End(); while (CanDeliver()) Deliver(out);
 class CStabilizer {
  public:
-  /// The format and settings are usable. Throws std::bad_alloc. All levels give the same bytes.
-  CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap = SimdLevel::Avx2);
+  /// The format and settings are usable. Throws std::bad_alloc. The runner, if there is one, is called by
+  /// `Push` and `Deliver` for most of their work. Neither it nor the cap on the instruction set changes a
+  /// byte.
+  CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap = SimdLevel::Avx2,
+              RowRunner runner = {});
   ~CStabilizer();
   CStabilizer(const CStabilizer&) = delete;
   CStabilizer& operator=(const CStabilizer&) = delete;

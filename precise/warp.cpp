@@ -1,6 +1,7 @@
 #include "precise/warp.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "precise/loops.h"
 #include "precise/sourceline.h"
@@ -41,6 +42,15 @@ constexpr Sampling kSamplings[] = {{&Loops::warpNearest, WarpNearestAtEdges, 0, 
                                    {&Loops::warpBicubic, WarpBicubicAtEdges, 1, 2}};
 
 }  // namespace
+
+void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample) {
+  if (bytesPerSample == 1) {
+    std::fill(row + run.begin, row + run.end, static_cast<std::uint8_t>(value));
+    return;
+  }
+  for (std::int32_t column = run.begin; column < run.end; ++column)
+    std::memcpy(row + std::ptrdiff_t{column} * 2, &value, sizeof value);
+}
 
 void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
                const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
@@ -85,9 +95,8 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
     const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);
     std::uint8_t* const samples = out[index].data + row * out[index].strideBytes;
     if (!keepUncovered) {
-      const auto background = static_cast<std::uint8_t>(shown.background[index]);
-      std::fill(samples, samples + covered.begin, background);
-      std::fill(samples + covered.end, samples + width, background);
+      FillSamples(samples, {0, covered.begin}, shown.background[index], input.BytesPerSample());
+      FillSamples(samples, {covered.end, width}, shown.background[index], input.BytesPerSample());
     }
     sampling.atEdges(source, line, {covered.begin, inside.begin}, samples);
     (loops.*sampling.inside)(source, line, inside, samples);
