@@ -23,6 +23,7 @@ constexpr PictureFormat k420Left = {
 constexpr PictureFormat k420Centre = {.width = 160,
                                       .height = 120,
                                       .planes = 3,
+                                      .bitsPerSample = 10,
                                       .chromaShiftX = 1,
                                       .chromaShiftY = 1,
                                       .chromaSiteX = 0.5,
@@ -80,6 +81,8 @@ TEST(Picture, ShowsBackgroundWhereNoSampleLies) {
     for (const bool keep : {false, true}) {
       Settings settings = kUncovering;
       settings.keepBackground = keep;
+      for (std::uint16_t& value : settings.background)
+        value = static_cast<std::uint16_t>(value << (format.bitsPerSample - 8));
       const std::vector<Take> takes = ShakyTakes("aaaaaabbbbb", 16);
       const Outcome run = Stabilize(format, settings, ShootAll(format, takes));
       PlanarFrame last;

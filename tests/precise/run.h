@@ -19,10 +19,17 @@ struct Outcome {
   std::vector<FrameReport> reports;
 };
 
+/// What must not change what comes out.
+struct Way {
+  bool bottomUp = false;  ///< the order of rows in memory
+  SimdLevel cap = SimdLevel::Avx2;
+  RowRunner runner = {};
+};
+
 /// Stabilizes the frames as a caller would, and expects of every run: a frame comes out as soon as the delay
 /// allows it, as many as went in; nothing is written beside them; no frame is read after it was given back.
 Outcome Stabilize(const PictureFormat& format, const Settings& settings, std::span<const PlanarFrame> frames,
-                  bool bottomUp = false);
+                  const Way& way = {});
 
 /// Expects equal bytes, motions and corrections.
 void ExpectSame(const Outcome& expected, std::size_t expectedFirst, const Outcome& actual,
