@@ -582,18 +582,18 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
 
 }  // namespace
 
-const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
-                            AverageBlocks,
-                            SmoothRow,
-                            HalveRow,
-                            ResidualRowInSteps,
-                            CountBelow,
-                            SumCellInSteps,
-                            AddGradientProducts,
-                            SumCappedDifferences,
-                            WarpNearest,
-                            Warp<Bilinear>,
-                            Warp<Bicubic>};
+constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
+                                      AverageBlocks,
+                                      SmoothRow,
+                                      HalveRow,
+                                      ResidualRowInSteps,
+                                      CountBelow,
+                                      SumCellInSteps,
+                                      AddGradientProducts,
+                                      SumCappedDifferences,
+                                      WarpNearest,
+                                      Warp<Bilinear>,
+                                      Warp<Bicubic>};
 
 }  // namespace precise
 HWY_AFTER_NAMESPACE();
