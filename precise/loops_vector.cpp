@@ -1,4 +1,5 @@
-// One source for AVX2 and NEON. Instructions that come with AVX2 on most processors are not asked for.
+// One source for AVX2 and NEON.
+// Instructions that come with AVX2 on most processors are not asked for.
 #define HWY_COMPILE_ONLY_STATIC
 #define HWY_DISABLE_BMI2_FMA
 #define HWY_DISABLE_F16C
@@ -12,7 +13,6 @@
 // What is left over at a row's end is done once more together with its neighbours, by a last step that ends
 // with the run. Runs shorter than a step are left to the scalar loops.
 
-HWY_BEFORE_NAMESPACE();
 namespace precise {
 namespace {
 
@@ -596,4 +596,3 @@ constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
                                       Warp<Bicubic>};
 
 }  // namespace precise
-HWY_AFTER_NAMESPACE();

@@ -13,14 +13,14 @@ namespace {
 std::atomic<int> g_allocations = 0;
 }
 
-// Every allocation of this program is counted.
-void* operator new(std::size_t size) {
+// Every allocation of this program is counted. Compilers that see into these functions miss their pairing.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   ++g_allocations;
   if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace precise {
 namespace {
