@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::string_view kMagic = "YUV4MPEG2", kFrameMagic = "FRAME";
 constexpr std::size_t kLongestLine = 1024;
-constexpr std::int32_t kLongestSide = 32767;
 constexpr std::int32_t kFirstRowsOfBt709 = 720;
 
 struct Sampling {
@@ -40,8 +39,8 @@ constexpr int kDeepBits[] = {9, 10, 12, 14, 16};
 std::int32_t ParseSide(std::string_view tag) {
   std::int32_t side = 0;
   const auto [rest, error] = std::from_chars(tag.data() + 1, tag.data() + tag.size(), side);
-  if (error != std::errc() || rest != tag.data() + tag.size() || side < 1 || side > kLongestSide)
-    RefuseTag(tag, "a side has 1 to " + std::to_string(kLongestSide) + " pixels");
+  if (error != std::errc() || rest != tag.data() + tag.size() || side < 1 || side > precise::kLargestSide)
+    RefuseTag(tag, "a side has 1 to " + std::to_string(precise::kLargestSide) + " pixels");
   return side;
 }
 
@@ -95,10 +94,10 @@ void SetSampling(std::string_view tag, precise::PictureFormat& format) {
 }
 
 void SetAspect(std::string_view tag, precise::PictureFormat& format) {
-  constexpr double kWidest = 16;
   const Ratio ratio = ParseRatio(tag);
   format.pixelAspect = ratio.denominator == 0 ? 1 : static_cast<double>(ratio.numerator) / ratio.denominator;
-  if (format.pixelAspect > kWidest || format.pixelAspect * kWidest < 1)
+  if (format.pixelAspect > precise::kLargestPixelAspect ||
+      format.pixelAspect * precise::kLargestPixelAspect < 1)
     RefuseTag(
         tag,
         "pixels are at most 16 times as wide as high, or as high as wide; set it by ffmpeg -vf setsar=1");

@@ -22,10 +22,15 @@ struct SourceLine {
 
 inline constexpr int kPositionBits = 32;
 
-/// How a frame's brightness follows from that of the frame before: a·gain + offset, in 1/16384.
+inline constexpr int kExposureBits = 14;
+
+/// How a frame's brightness follows from that of the frame before: a·gain + offset, in 2^-kExposureBits.
 struct Exposure {
-  std::int32_t gain = 1 << 14, offset = 0;
+  std::int32_t gain = 1 << kExposureBits, offset = 0;
 };
+
+/// The middle of the brightness in pyramid planes.
+inline constexpr std::int32_t kMiddleBrightness = 512;
 
 /// What a sample without a counterpart has for a residual.
 inline constexpr std::int16_t kNoResidual = 32767;
@@ -39,8 +44,8 @@ struct RobustWeight {
 /// Cells are the units that sums are taken over.
 inline constexpr std::int32_t kCellSide = 16;
 
-/// Weighted sums over a cell of gradients x and y, brightness b (less 512), and residual r: w·xx, w·xy, ….
-/// Weights count 32768.
+/// Weighted sums over a cell of gradients x and y, brightness b (less its middle), and residual r: w·xx,
+/// w·xy, …. Weights count 32768.
 struct CellSums {
   std::int32_t xx = 0, xy = 0, yy = 0, xb = 0, yb = 0, x = 0, y = 0, bb = 0, b = 0, one = 0;
   std::int32_t xr = 0, yr = 0, br = 0, r = 0;

@@ -21,8 +21,6 @@ constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassBits - 1),
                        kHalfOfSecondPass = 1 << (kSecondPassBits - 1);
 
 constexpr int kBrightnessBits = 10;
-constexpr std::int32_t kMiddleBrightness = 512;
-constexpr int kExposureBits = 14;
 
 /// The cubic B-spline at a sample: of the sample, and of its neighbours.
 constexpr std::int32_t kSplineMiddle = 10922, kSplineSide = 2731;

@@ -38,7 +38,7 @@ constexpr std::array<SplineWeights, kPhases> kSplineWeights = MakeSplineWeights(
 static_assert(kSplineWeights[0] == SplineWeights{kSplineSide, kSplineMiddle, kSplineSide, 0});
 
 /// a·b for numbers that count 32768, rounded.
-std::int32_t MultiplyFractions(std::int32_t a, std::int32_t b) { return (a * b + (1 << 14)) >> 15; }
+constexpr std::int32_t MultiplyFractions(std::int32_t a, std::int32_t b) { return (a * b + (1 << 14)) >> 15; }
 
 std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   const std::int32_t distance = std::abs(residual);
@@ -50,30 +50,20 @@ std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
 
 using CubicWeights = std::array<std::int16_t, 4>;
 
-// Keys' parameter a is -3/4, the sharpest of the usual ones: it keeps 0.92 of a scene's fine detail (the
-// variance of the Laplacian) where -1/2 keeps 0.72.
-constexpr std::int64_t kSlope = 3, kParts = 4;
-
-/// Keys' weights at each phase.
+/// Weights of four neighbours at each phase t: -(1 - t)·q, 1 - t + (2 - 3·t)·q, t + (3·t - 1)·q and -t·q.
+/// They move nothing, as they keep constants and slopes for any q. With q = p / 2, where p = t·(1 - t), they
+/// are Keys' (1981) for a = -1/2; q = p / 2 + p² sharpens between samples, where these blur.
 constexpr std::array<CubicWeights, kPhases> MakeCubicWeights() {
   std::array<CubicWeights, kPhases> all = {};
-  constexpr std::int64_t kOne = kPhases, kDivisor = kParts << (3 * kPhaseBits - kWeightBits);
-  const auto rounded = [](std::int64_t numerator) {
-    const std::int64_t half = numerator < 0 ? -kDivisor / 2 : kDivisor / 2;
-    return static_cast<std::int16_t>((numerator + half) / kDivisor);
-  };
-  // -a·t·(1 - t)² of the far neighbour at distance 1 + t; the near ones share the rest.
-  const auto far = [](std::int64_t t) { return -kSlope * t * (kOne - t) * (kOne - t); };
-  const auto near = [](std::int64_t t) {
-    return (2 * kParts - kSlope) * t * t * t - (3 * kParts - kSlope) * t * t * kOne +
-           kParts * kOne * kOne * kOne;
-  };
-  for (std::int64_t t = 0; t < kOne; ++t) {
-    CubicWeights& weights = all[static_cast<std::size_t>(t)];
-    weights[0] = rounded(far(t));
-    weights[2] = rounded(near(kOne - t));
-    weights[3] = rounded(far(kOne - t));
-    weights[1] = static_cast<std::int16_t>((1 << kWeightBits) - weights[0] - weights[2] - weights[3]);
+  constexpr auto kOne = static_cast<std::int32_t>(kPhases);
+  for (std::int32_t t = 0; t < kOne; ++t) {
+    const std::int32_t p = t * (kOne - t), q = p + MultiplyFractions(p, p);  // in 2^-16, in 2^-17
+    const auto share = [q](std::int32_t phases) { return MultiplyFractions(q, phases << 4); };
+    const std::int32_t first = -share(kOne - t), fourth = -share(t);
+    const std::int32_t third = (t << (kWeightBits - kPhaseBits)) + share(3 * t - kOne);
+    const std::int32_t second = (1 << kWeightBits) - first - third - fourth;
+    all[static_cast<std::size_t>(t)] = {static_cast<std::int16_t>(first), static_cast<std::int16_t>(second),
+                                        static_cast<std::int16_t>(third), static_cast<std::int16_t>(fourth)};
   }
   return all;
 }

@@ -129,22 +129,20 @@ struct Weights {
   Shorts first, second, third, fourth;
 };
 
-/// Keys' weights with a = -3/4: the far ones are -3·t·(1 - t)² / 4 and -3·t²·(1 - t) / 4, the third is
-/// t + t·(1 - t)·(5·t - 1) / 4. Rounding halves does not matter: there are none.
-class KeysWeights {
+/// The weights of the bicubic warp, by the formula that defines them.
+class SharpWeights {
  public:
   Weights At(Shorts t) const {
-    const Shorts product = hn::Mul(t, hn::Sub(m_one, t)), t24 = hn::Mul(t, m_24);
-    const Shorts first = hn::MulFixedPoint15(product, hn::Sub(t24, m_24Ones));
-    const Shorts fourth = hn::MulFixedPoint15(product, hn::Sub(hn::Zero(kShorts), t24));
-    const Shorts third =
-        hn::Add(hn::ShiftLeft<6>(t), hn::MulFixedPoint15(product, hn::Sub(hn::Mul(t, m_40), m_8Ones)));
+    const Shorts p = hn::Mul(t, hn::Sub(m_one, t)), q = hn::Add(p, hn::MulFixedPoint15(p, p));
+    const Shorts t16 = hn::ShiftLeft<4>(t), t64 = hn::ShiftLeft<6>(t);
+    const Shorts first = hn::Neg(hn::MulFixedPoint15(q, hn::Sub(m_one16, t16)));
+    const Shorts fourth = hn::Neg(hn::MulFixedPoint15(q, t16));
+    const Shorts third = hn::Add(t64, hn::MulFixedPoint15(q, hn::Sub(hn::Sub(t64, t16), m_one16)));
     return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
   }
 
  private:
-  Shorts m_one = Kept(kShorts, 256), m_24 = Kept(kShorts, 24), m_24Ones = Kept(kShorts, 24 * 256);
-  Shorts m_40 = Kept(kShorts, 40), m_8Ones = Kept(kShorts, 8 * 256),
+  Shorts m_one = Kept(kShorts, 256), m_one16 = Kept(kShorts, 256 * 16),
          m_whole = Kept(kShorts, 1 << kWeightBits);
 };
 
@@ -432,7 +430,7 @@ class Bicubic {
       return LongCubic(bits, FirstPassBits(bits), 2 * kWeightBits - FirstPassBits(bits));
   }
 
-  KeysWeights m_weights;
+  SharpWeights m_weights;
   decltype(MakeMean(8)) m_mean;
 };
 

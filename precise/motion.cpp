@@ -13,8 +13,6 @@
 namespace precise {
 namespace {
 
-constexpr double kMiddleBrightness = 512;
-constexpr double kExposureOne = 1 << 14;
 constexpr double kLargestGain = 4;
 // Residuals from here on count alike.
 constexpr std::int32_t kLargestResidual = 2047;
@@ -27,7 +25,9 @@ constexpr double kSmallestSigma = 1;
 // How large the unknowns may well be. Without texture this prior keeps them at 0.
 constexpr UnknownVector kLikelySize = {50, 50, 20, 20, 0.3, 100};
 
-constexpr double kSearchedShare = 0.18;  // of the picture's longer side
+// How far the search goes: this share of the picture's longer side, but not more samples than that.
+constexpr double kSearchedShare = 0.18;
+constexpr double kMostSearched = 32;
 // More than this between two frames is no motion: share of the longer side, and of `turn`.
 constexpr double kLargestShift = 0.25, kLargestTurn = 0.35;
 constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 5;
@@ -63,24 +63,28 @@ RobustWeight WeightFor(double sigma) {
 }
 
 Exposure FixedExposure(double gain, double offset) {
-  return {static_cast<std::int32_t>(std::lround(gain * kExposureOne)),
-          static_cast<std::int32_t>(std::lround((kMiddleBrightness * (1 - gain) + offset) * kExposureOne))};
+  return {static_cast<std::int32_t>(std::lround(gain * (1 << kExposureBits))),
+          static_cast<std::int32_t>(
+              std::lround((kMiddleBrightness * (1 - gain) + offset) * (1 << kExposureBits)))};
+}
+
+/// Mean of a function of the samples of a region.
+template <class Function>
+double MeanOf(const Plane& plane, const Region& region, Function function) {
+  std::int64_t sum = 0, count = 0;
+  for (std::int32_t y = region.top; y < region.bottom; ++y)
+    for (std::int32_t x = region.left; x < region.right; ++x, ++count) sum += function(plane.Row(y)[x]);
+  return static_cast<double>(sum) / static_cast<double>(count);
 }
 
 double Mean(const Plane& plane, const Region& region) {
-  std::int64_t sum = 0;
-  for (std::int32_t y = region.top; y < region.bottom; ++y)
-    for (std::int32_t x = region.left; x < region.right; ++x) sum += plane.Row(y)[x];
-  return static_cast<double>(sum) / (double{1} * (region.right - region.left) * (region.bottom - region.top));
+  return MeanOf(plane, region, [](std::int32_t sample) { return sample; });
 }
 
 /// Mean distance from the mean.
 double Spread(const Plane& plane, const Region& region) {
   const auto mean = static_cast<std::int32_t>(Mean(plane, region));
-  std::int64_t sum = 0;
-  for (std::int32_t y = region.top; y < region.bottom; ++y)
-    for (std::int32_t x = region.left; x < region.right; ++x) sum += std::abs(plane.Row(y)[x] - mean);
-  return static_cast<double>(sum) / (double{1} * (region.right - region.left) * (region.bottom - region.top));
+  return MeanOf(plane, region, [mean](std::int32_t sample) { return std::abs(sample - mean); });
 }
 
 }  // namespace
@@ -114,8 +118,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
   const Plane &earlier = *view.earlier, &later = *view.later;
   const auto brighter =
       static_cast<std::int32_t>(std::lround(Mean(later, view.region) - Mean(earlier, view.region)));
-  const auto reach =
-      static_cast<std::int32_t>(std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())));
+  const auto reach = static_cast<std::int32_t>(
+      std::min(std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())), kMostSearched));
   const std::int32_t reachX = std::min(reach, earlier.Width() / 2),
                      reachY = std::min(reach, earlier.Height() / 2);
   double least = std::numeric_limits<double>::infinity();
@@ -262,7 +266,7 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
   alignment.map = Compose(alignment.map, Inverse(delta));
   alignment.gain = std::clamp(alignment.gain + step[kGain], 1 / kLargestGain, kLargestGain);
   alignment.offset =
-      std::clamp(alignment.offset + step[kOffset], -2 * kMiddleBrightness, 2 * kMiddleBrightness);
+      std::clamp(alignment.offset + step[kOffset], -2.0 * kMiddleBrightness, 2.0 * kMiddleBrightness);
   return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
 }
 
@@ -318,19 +322,22 @@ CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, s
 
 Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
                                  std::span<const Similarity> guesses) {
+  const auto shorterSide = [](const Region& region) {
+    return std::min(region.right - region.left, region.bottom - region.top);
+  };
   std::size_t level = earlier.levels.size() - 1;
-  const View coarsest = ViewOf(earlier, later, level);
-  if (std::min(coarsest.region.right - coarsest.region.left, coarsest.region.bottom - coarsest.region.top) <
-      kSmallestRegionSide)
-    return {};
-  Alignment alignment = BestStart(coarsest, guesses);
+  while (level > 0 && shorterSide(ViewOf(earlier, later, level).region) < kSmallestRegionSide) --level;
+  const View start = ViewOf(earlier, later, level);
+  if (shorterSide(start.region) < kSmallestRegionSide) return {};
+
+  Alignment alignment = BestStart(start, guesses);
   std::size_t compared = level;
   while (level-- > 0) {
     const View view = ViewOf(earlier, later, level);
     Refine(view, alignment, kLevelSteps);
     if (std::min(view.earlier->Width(), view.earlier->Height()) <= kLargestComparedSide) compared = level;
   }
-  if (!IsPlausible(alignment.map, 2 * coarsest.radius * coarsest.scale)) alignment = {};
+  if (!IsPlausible(alignment.map, 2 * start.radius * start.scale)) alignment = {};
   return Compare(ViewOf(earlier, later, compared), alignment.map);
 }
 

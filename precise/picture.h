@@ -9,6 +9,10 @@ namespace precise {
 /// Planes of a picture at most: luma, two of chroma, alpha.
 inline constexpr int kMaxPlanes = 4;
 
+/// Sides and pixel aspects that can be stabilized: an aspect may also be 1 / kLargestPixelAspect.
+inline constexpr std::int32_t kLargestSide = 32767;
+inline constexpr double kLargestPixelAspect = 16;
+
 /// How the planes of a picture lie. Plane 0 is luma (or grey, or green): motion is measured there.
 struct PictureFormat {
   std::int32_t width = 0, height = 0;  ///< of plane 0, in samples
