@@ -215,10 +215,14 @@ TEST_F(LoopTwins, WarpPlanesAlongAnyLine) {
   }
 }
 
-/// Keys' kernel with a = -3/4, and a triangle.
-double Cubic(double x) {
-  x = std::abs(x);
-  return x < 1 ? (1.25 * x - 2.25) * x * x + 1 : x < 2 ? ((-0.75 * x + 3.75) * x - 6) * x + 3 : 0;
+/// The weight of a sample that stands so far before a position; and a triangle.
+double Sharp(double distance) {
+  const double whole = std::floor(distance), t = distance - whole, p = t * (1 - t), q = p / 2 + p * p;
+  return whole == 1    ? -(1 - t) * q
+         : whole == 0  ? 1 - t + (2 - 3 * t) * q
+         : whole == -1 ? t + (3 * t - 1) * q
+         : whole == -2 ? -t * q
+                       : 0;
 }
 double Linear(double x) { return std::max(0.0, 1 - std::abs(x)); }
 
@@ -268,7 +272,7 @@ TEST(WarpRows, FollowTheFormulasAtEveryDepthUpToRounding) {
           };
           // Weights are rounded to 1/16384, the first pass to 1/64 of an 8-bit step or a whole sample.
           const double error = isWhole ? 0 : 0.51 + std::max(2e-4 * largest, bits > 13 ? 1.5 : 0.02);
-          ASSERT_NEAR(sampleOf(cubic), Between(plane, kSide, x, y, largest, Cubic), error)
+          ASSERT_NEAR(sampleOf(cubic), Between(plane, kSide, x, y, largest, Sharp), error)
               << bits << ' ' << x;
           ASSERT_NEAR(sampleOf(linear), Between(plane, kSide, x, y, largest, Linear), 0.51)
               << bits << ' ' << x;
