@@ -152,6 +152,12 @@ BENCHMARK_CAPTURE(Warp, bicubic stretch, Interpolation::Bicubic, 1 / 0.9)->Apply
 BENCHMARK_CAPTURE(WholeFrame, bilinear, Interpolation::Bilinear, 0, 32)->Apply(AllSizes);
 BENCHMARK_CAPTURE(WholeFrame, bicubic, Interpolation::Bicubic, 0, 32)->Apply(AllSizes);
 BENCHMARK_CAPTURE(WholeFrame, bicubic stretch, Interpolation::Bicubic, 0.05, 32)->Apply(AllSizes);
+BENCHMARK_CAPTURE(WholeFrame, window 4, Interpolation::Bicubic, 0.05, 4)
+    ->Args({1920, 1080, 8})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(WholeFrame, window 128, Interpolation::Bicubic, 0.05, 128)
+    ->Args({1920, 1080, 8})
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

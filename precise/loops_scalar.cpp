@@ -215,18 +215,18 @@ CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, s
 
 }  // namespace
 
-const Loops kScalarLoops = {"scalar",
-                            AverageBlocks,
-                            SmoothRow,
-                            HalveRow,
-                            ResidualRow,
-                            CountBelow,
-                            SumCell,
-                            AddGradientProducts,
-                            SumCappedDifferences,
-                            Warp<Nearest, Inside>,
-                            Warp<Bilinear, Inside>,
-                            Warp<Bicubic, Inside>};
+constinit const Loops kScalarLoops = {"scalar",
+                                      AverageBlocks,
+                                      SmoothRow,
+                                      HalveRow,
+                                      ResidualRow,
+                                      CountBelow,
+                                      SumCell,
+                                      AddGradientProducts,
+                                      SumCappedDifferences,
+                                      Warp<Nearest, Inside>,
+                                      Warp<Bilinear, Inside>,
+                                      Warp<Bicubic, Inside>};
 
 void WarpNearestAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
   Warp<Nearest, AtEdges>(plane, line, run, out);

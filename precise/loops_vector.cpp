@@ -1,4 +1,5 @@
-// One source for AVX2 and NEON. Instructions that come with AVX2 on most processors are not asked for.
+// One source for AVX2 and NEON.
+// Instructions that come with AVX2 on most processors are not asked for.
 #define HWY_COMPILE_ONLY_STATIC
 #define HWY_DISABLE_BMI2_FMA
 #define HWY_DISABLE_F16C
@@ -12,7 +13,6 @@
 // What is left over at a row's end is done once more together with its neighbours, by a last step that ends
 // with the run. Runs shorter than a step are left to the scalar loops.
 
-HWY_BEFORE_NAMESPACE();
 namespace precise {
 namespace {
 
@@ -580,18 +580,17 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
 
 }  // namespace
 
-const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
-                            AverageBlocks,
-                            SmoothRow,
-                            HalveRow,
-                            ResidualRowInSteps,
-                            CountBelow,
-                            SumCellInSteps,
-                            AddGradientProducts,
-                            SumCappedDifferences,
-                            WarpNearest,
-                            Warp<Bilinear>,
-                            Warp<Bicubic>};
+constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
+                                      AverageBlocks,
+                                      SmoothRow,
+                                      HalveRow,
+                                      ResidualRowInSteps,
+                                      CountBelow,
+                                      SumCellInSteps,
+                                      AddGradientProducts,
+                                      SumCappedDifferences,
+                                      WarpNearest,
+                                      Warp<Bilinear>,
+                                      Warp<Bicubic>};
 
 }  // namespace precise
-HWY_AFTER_NAMESPACE();
