@@ -18,6 +18,8 @@ constexpr PictureFormat kFormats[] = {
     {.planes = 4, .chromaShiftX = 1},
 };
 
+constexpr std::array<std::uint8_t, kMaxPlanes> kBackground = {9, 8, 7, 6};
+
 /// What a still camera shows with margins that do not magnify: the picture less what is cut off, or with a
 /// border.
 PlanarFrame Clipped(const PictureFormat& format, const Settings& settings, const PlanarFrame& frame) {
@@ -39,10 +41,7 @@ PlanarFrame Clipped(const PictureFormat& format, const Settings& settings, const
         };
         const bool isBorder = !isCrop && (covers(column, width, shiftX, settings.marginX) ||
                                           covers(row, height, shiftY, settings.marginY));
-        const std::uint8_t uncovered =
-            format.IsAlpha(plane)
-                ? 0
-                : static_cast<std::uint8_t>(settings.background[index] >> (format.bitsPerSample - 8));
+        const std::uint8_t uncovered = format.IsAlpha(plane) ? std::uint8_t{0} : kBackground[index];
         out[index].push_back(isBorder ? uncovered
                                       : frame[index][static_cast<std::size_t>(row * width + column)]);
       }
@@ -71,10 +70,10 @@ TEST(Stream, GivesAStillCamerasFramesBack) {
                                .marginY = static_cast<double>(size.marginY),
                                .clipping = clipping,
                                .interpolation = static_cast<Interpolation>(turn / 3 % 3),
-                               .background = {9, 8, 7, 6},
+
                                .keepBackground = turn % 7 == 0};
-          for (std::uint16_t& value : settings.background)
-            value = static_cast<std::uint16_t>(value << (format.bitsPerSample - 8));
+          for (std::size_t i = 0; i < kBackground.size(); ++i)
+            settings.background[i] = static_cast<std::uint16_t>(kBackground[i] << (format.bitsPerSample - 8));
           if (!AreUsable(format, settings)) settings.marginX = settings.marginY = 0;
           SCOPED_TRACE(testing::Message()
                        << format.planes << " planes, shifts " << format.chromaShiftX << format.chromaShiftY

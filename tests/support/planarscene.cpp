@@ -78,21 +78,25 @@ Similarity MakePose(double x, double y, double degrees, double zoom) {
   return {zoom * Complex{angle.cosine, angle.sine}, {x, y}};
 }
 
+Complex PlaceOf(const PictureFormat& format, int plane, std::int32_t column, std::int32_t row) {
+  double x = column, y = row;
+  if (format.IsChroma(plane)) {
+    x = x * (1 << format.chromaShiftX) + format.chromaSiteX;
+    y = y * (1 << format.chromaShiftY) + format.chromaSiteY;
+  }
+  return {(x - (format.width - 1) / 2.0) * format.pixelAspect, y - (format.height - 1) / 2.0};
+}
+
 PlanarFrame Shoot(const PictureFormat& format, const Take& take) {
   const Brightness behind(take.scene), before(take.scene + 1000);
   const Similarity toScene = Inverse(take.pose), toForeground = Inverse(take.foregroundPose);
   std::mt19937 random(take.noiseSeed);
   PlanarFrame frame;
   for (int plane = 0; plane < format.planes; ++plane) {
-    const bool isChroma = format.IsChroma(plane);
-    const double stepX = isChroma ? 1 << format.chromaShiftX : 1, siteX = isChroma ? format.chromaSiteX : 0;
-    const double stepY = isChroma ? 1 << format.chromaShiftY : 1, siteY = isChroma ? format.chromaSiteY : 0;
     for (std::int32_t row = 0; row < format.PlaneHeight(plane); ++row) {
       for (std::int32_t column = 0; column < format.PlaneWidth(plane); ++column) {
-        const double x = column * stepX + siteX, y = row * stepY + siteY;
-        const Complex point = {(x - (format.width - 1) / 2.0) * format.pixelAspect,
-                               y - (format.height - 1) / 2.0};
-        const bool isHidden = x < take.foreground * format.width;
+        const Complex point = PlaceOf(format, plane, column, row);
+        const bool isHidden = point.re < (take.foreground - 0.5) * format.width * format.pixelAspect;
         double value = isHidden ? before(toForeground(point)) : behind(toScene(point));
         value = take.gain * (128 + take.contrast * (value - 128)) + take.offset;
         if (take.noise > 0) value += take.noise * Noise(random);

@@ -25,6 +25,10 @@ struct Take {
 /// clockwise, as shown.
 precise::Similarity MakePose(double x, double y, double degrees = 0, double zoom = 1);
 
+/// Where a sample of the plane lies: as `Similarity` counts, from the picture's centre.
+precise::Complex PlaceOf(const precise::PictureFormat& format, int plane, std::int32_t column,
+                         std::int32_t row);
+
 /// Takes a frame. The scene has detail at several scales, finest 10 samples a period, and values of 16 to 240
 /// where there is no noise; all planes but alpha, which is 200, show it. The same bytes on every machine.
 PlanarFrame Shoot(const precise::PictureFormat& format, const Take& take);
