@@ -35,12 +35,19 @@ void CTrack::Bridge(const Match& match) {
       LinkOf(bridged).motion = half;
     }
   } else if (LinkOf(frame - 1).tie == Tie::Open) {
-    CutAt(frame - 1);
+    JudgeAlone(frame - 1);
   }
 }
 
 void CTrack::End() {
-  if (m_frames > 0 && LinkOf(m_frames - 1).tie == Tie::Open) CutAt(m_frames - 1);
+  if (m_frames > 0 && LinkOf(m_frames - 1).tie == Tie::Open) JudgeAlone(m_frames - 1);
+}
+
+void CTrack::JudgeAlone(std::int64_t frame) {
+  if (LinkOf(frame - 1).tie == Tie::Measured)
+    CutAt(frame);
+  else
+    LinkOf(frame).tie = Tie::Assumed;
 }
 
 void CTrack::CutAt(std::int64_t frame) {

@@ -38,7 +38,7 @@ class CTrack {
   /// alike, what stands between them is a flash.
   void Bridge(const Match& match);
 
-  /// No frame follows: an open link is a cut.
+  /// No frame follows that could settle an open link.
   void End();
 
   std::int64_t Capacity() const { return static_cast<std::int64_t>(m_links.size()); }
@@ -48,6 +48,9 @@ class CTrack {
  private:
   std::size_t Slot(std::int64_t frame) const { return static_cast<std::size_t>(frame) % m_links.size(); }
   Link& LinkOf(std::int64_t frame) { return m_links[Slot(frame)]; }
+  /// Settles an open link whose frame resembles no other. It is a cut if the shot before could be followed;
+  /// otherwise the frames may all be noise.
+  void JudgeAlone(std::int64_t frame);
   void CutAt(std::int64_t frame);
 
   std::vector<Link> m_links;
