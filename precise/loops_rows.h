@@ -91,21 +91,24 @@ void InStretches(std::int32_t count, Work work) {
     work(first, count - first < kStretch ? count - first : kStretch);
 }
 
+// Rounds along rows first, as `ResidualRow` does: two equal frames must leave no residual.
 void SmoothRow(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
-  const std::int16_t *const above = rows[0], *const row = rows[1], *const below = rows[2];
-  const auto inColumn = [=](std::int32_t i) {
-    return static_cast<std::int16_t>(
-        (kSplineSide * (above[i] + below[i]) + kSplineMiddle * row[i] + kHalfOfFirstPass) >> kFirstPassBits);
-  };
-  InStretches(count, [=](std::int32_t first, std::int32_t columns) {
-    std::int16_t sums[kStretch + 2];
+  InStretches(count, [&](std::int32_t first, std::int32_t columns) {
     const std::int32_t last = first + columns;
-    for (std::int32_t i = 0; i < columns; ++i) sums[i + 1] = inColumn(first + i);
-    sums[0] = inColumn(first > 0 ? first - 1 : 0);
-    sums[columns + 1] = inColumn(last < count ? last : last - 1);
+    std::int16_t padded[kStretch + 2], sums[3][kStretch];
+    for (std::size_t row = 0; row < 3; ++row) {
+      const std::int16_t* const samples = rows[row];
+      padded[0] = samples[first > 0 ? first - 1 : 0];
+      std::memcpy(padded + 1, samples + first, static_cast<std::size_t>(columns) * sizeof(std::int16_t));
+      padded[columns + 1] = samples[last < count ? last : last - 1];
+      for (std::int32_t i = 0; i < columns; ++i)
+        sums[row][i] = static_cast<std::int16_t>(
+            (kSplineSide * (padded[i] + padded[i + 2]) + kSplineMiddle * padded[i + 1] + kHalfOfFirstPass) >>
+            kFirstPassBits);
+    }
     for (std::int32_t i = 0; i < columns; ++i)
       out[first + i] = static_cast<std::int16_t>(
-          (kSplineSide * (sums[i] + sums[i + 2]) + kSplineMiddle * sums[i + 1] + kHalfOfSecondPass) >>
+          (kSplineSide * (sums[0][i] + sums[2][i]) + kSplineMiddle * sums[1][i] + kHalfOfSecondPass) >>
           kSecondPassBits);
   });
 }

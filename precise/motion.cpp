@@ -106,6 +106,7 @@ CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Py
   const Complex half = {m_format.width / (2 * from.scale), m_format.height / (2 * from.scale)};
   return {.earlier = &from.smooth,
           .later = &later.levels[level].samples,
+          .laterSmooth = &later.levels[level].smooth,
           .scale = from.scale,
           .centre = half - Complex{0.5, 0.5},
           .aspect = m_format.pixelAspect,
@@ -116,8 +117,8 @@ CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Py
 /// The whole-sample shift under which the frames differ least, each less its mean.
 Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) const {
   const Plane &earlier = *view.earlier, &later = *view.later;
-  const auto brighter =
-      static_cast<std::int32_t>(std::lround(Mean(later, view.region) - Mean(earlier, view.region)));
+  const auto brighter = static_cast<std::int32_t>(
+      std::lround(Mean(*view.laterSmooth, view.region) - Mean(earlier, view.region)));
   const auto reach = static_cast<std::int32_t>(
       std::min(std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())), kMostSearched));
   const std::int32_t reachX = std::min(reach, earlier.Width() / 2),
@@ -148,7 +149,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
 CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
                                                         std::span<const Similarity> guesses) {
   const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
-  const double brighter = Mean(*view.later, view.region) - Mean(*view.earlier, view.region);
+  // Smoothing moves the mean a little, so like is compared with like.
+  const double brighter = Mean(*view.laterSmooth, view.region) - Mean(*view.earlier, view.region);
   Alignment best;
   double least = std::numeric_limits<double>::infinity();
   const auto attempt = [&](const Similarity& start) {

@@ -43,6 +43,7 @@ class CMotionEstimator {
   struct View {
     const Plane* earlier;
     const Plane* later;
+    const Plane* laterSmooth;
     double scale;    ///< pixels of the frame in a sample
     Complex centre;  ///< of the picture, in samples
     double aspect;   ///< width of a sample as it is shown, over its height

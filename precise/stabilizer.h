@@ -34,12 +34,12 @@ struct Settings {
   bool findCuts = true;  ///< or take the stream as one shot
   /// Nothing: the whole picture. Motion needs some 14 samples a side, more in pictures above 300 rows and
   /// columns.
-  std::optional<Region> estimateFrom;
+  std::optional<Region> estimateFrom = {};
   /// What shows where no source sample lies: a sample value for each plane, or what was last seen there.
   std::array<std::uint16_t, kMaxPlanes> background = {};
   bool keepBackground = false;
   /// Weights of the frames 0, 1, … window / 2 away from the one delivered. Empty: the engine's own.
-  std::vector<double> pathWeights;
+  std::vector<double> pathWeights = {};
 };
 
 /// How the content of a picture moves about its centre: luma samples to the right, luma rows downward, and
