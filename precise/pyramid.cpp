@@ -42,7 +42,10 @@ Pyramid::Pyramid(const PictureFormat& format)
   std::int32_t width = format.width >> blockShift, height = format.height >> blockShift;
   double scale = 1 << blockShift;
   do {
-    levels.push_back({Plane(width, height), Plane(width, height), scale});
+    Level& level = levels.emplace_back();
+    level.samples = Plane(width, height);
+    level.smooth = Plane(width, height);
+    level.scale = scale;
     width /= 2;
     height /= 2;
     scale *= 2;
