@@ -40,7 +40,13 @@ bool CutsSize(const AVCodec& encoder, AVPixelFormat format, const PictureFacts& 
   return needsWholeChroma && CutsChroma(format, facts.width, facts.height);
 }
 
-AVRational NearestRate(const AVRational* supported, AVRational rate) {
+/// Pictures a second, for the encoder to judge by, or of a container's ticks.
+AVRational EncoderRate(const AVCodec& encoder, const PictureFacts& facts, bool hasFixedTicks) {
+  constexpr AVRational kUsual = {30, 1};
+  AVRational rate = facts.rate.num > 0 ? facts.rate : kUsual;
+  // A rate that varies is a part of its nominal one, most often.
+  if (hasFixedTicks && facts.nominalRate.num > 0) rate = facts.nominalRate;
+  const AVRational* const supported = encoder.supported_framerates;
   return supported ? supported[av_find_nearest_q_idx(rate, supported)] : rate;
 }
 
@@ -169,8 +175,7 @@ PictureEncoder::PictureEncoder(const AVCodec& encoder, AVPixelFormat format, con
       m_hasFixedTicks(HasFixedRate(container) || encoder.supported_framerates) {
   AVCodecContext& context = *m_pContext;
   SetPicture(facts, format, context);
-  const AVRational rate = facts.rate.num > 0 ? facts.rate : AVRational{30, 1};
-  context.framerate = NearestRate(encoder.supported_framerates, rate);
+  context.framerate = EncoderRate(encoder, facts, m_hasFixedTicks);
   context.time_base = m_hasFixedTicks ? av_inv_q(context.framerate) : TimeBase(encoder.id, facts.timeBase);
   context.thread_count = 0;
   if ((container.flags & AVFMT_GLOBALHEADER) != 0) context.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;

@@ -17,7 +17,8 @@ struct PictureFacts {
   AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;
   AVColorRange range = AVCOL_RANGE_UNSPECIFIED;
   AVChromaLocation chromaSite = AVCHROMA_LOC_UNSPECIFIED;
-  AVRational rate = {0, 1};  ///< frames a second; 0: unknown
+  AVRational rate = {0, 1};         ///< frames a second; 0: unknown
+  AVRational nominalRate = {0, 1};  ///< of which the times are multiples; 0: none
   bool hasConstantRate = false;
   AVRational timeBase = {0, 1};
   const AVMasteringDisplayMetadata* mastering = nullptr;  ///< null: not known

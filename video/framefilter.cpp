@@ -53,7 +53,10 @@ void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
   filters += "scale=" + std::to_string(m_target.width) + ':' + std::to_string(m_target.height) +
              ":flags=bicubic+accurate_rnd+full_chroma_int";
   if (!m_target.matrix.empty()) filters += ":out_color_matrix=" + m_target.matrix;
-  const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : kind.range;
+  // What the scaler says of the range of RGB is not that of the YUV made from it.
+  const AVColorRange asItComes =
+      IsRgb(static_cast<AVPixelFormat>(kind.format)) ? AVCOL_RANGE_MPEG : kind.range;
+  const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : asItComes;
   if (range != AVCOL_RANGE_UNSPECIFIED && !IsRgb(m_target.format))
     filters += range == AVCOL_RANGE_JPEG ? ":out_range=full" : ":out_range=limited";
   filters += std::string(",format=pix_fmts=") + av_get_pix_fmt_name(m_target.format);

@@ -57,12 +57,18 @@ std::int64_t Input::OriginIn(AVRational base) const {
 }
 
 AVRational Input::Rate() const {
-  const AVRational average = m_pPicture->avg_frame_rate, nominal = m_pPicture->r_frame_rate;
-  if (average.num > 0 && average.den > 0 && (!HasConstantRate() || nominal.num <= 0)) return average;
-  if (nominal.num <= 0 || nominal.den <= 0) return {0, 1};
+  const AVRational average = m_pPicture->avg_frame_rate;
+  const bool hasAverage = average.num > 0 && average.den > 0;
+  const AVRational nominal = NominalRate();
+  return hasAverage && (!HasConstantRate() || nominal.num == 0) ? average : nominal;
+}
+
+AVRational Input::NominalRate() const {
   // A clock of milliseconds is taken for a rate where there is none.
-  return av_cmp_q(nominal, av_inv_q(m_pPicture->time_base)) >= 0 && av_q2d(nominal) > 480 ? AVRational{0, 1}
-                                                                                          : nominal;
+  constexpr double kHighest = 300;
+  const AVRational nominal = m_pPicture->r_frame_rate;
+  if (nominal.num <= 0 || nominal.den <= 0 || av_q2d(nominal) > kHighest) return {0, 1};
+  return nominal;
 }
 
 bool Input::HasConstantRate() const {

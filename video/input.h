@@ -26,6 +26,9 @@ class Input {
   AVRational Rate() const;
   bool HasConstantRate() const;
 
+  /// The rate of which all times are multiples, where it is one that pictures may have; otherwise 0/1.
+  AVRational NominalRate() const;
+
   std::int64_t ExpectedFrames() const;
 
   /// The part of what the head announces that packets read so far reach, counted by a picture that ends at

@@ -67,6 +67,7 @@ PictureFacts SourceFacts(const Input& input, const AVFrame& first) {
   facts.range = MeansFullRange(facts.source) ? AVCOL_RANGE_JPEG : first.color_range;
   facts.chromaSite = first.chroma_location;
   facts.rate = input.Rate();
+  facts.nominalRate = input.NominalRate();
   facts.hasConstantRate = input.HasConstantRate();
   facts.timeBase = stream.time_base;
   facts.mastering = Find<AVMasteringDisplayMetadata>(first, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA, stream,
