@@ -14,17 +14,12 @@ if(VSTABILIZE_SANITIZE)
   target_link_options(project_options INTERFACE -fsanitize=address,undefined)
 endif()
 
-# publish_room(TARGET FOLDER [INTERFACE]): the last for a room of headers alone.
 function(publish_room target folder)
   set(published "${CMAKE_BINARY_DIR}/rooms/${target}")
   get_filename_component(parent "${published}/${folder}" DIRECTORY)
   file(MAKE_DIRECTORY "${parent}")
   file(CREATE_LINK "${CMAKE_SOURCE_DIR}/${folder}" "${published}/${folder}" SYMBOLIC)
-  set(scope PUBLIC)
-  if(ARGN)
-    set(scope ${ARGN})
-  endif()
-  target_include_directories(${target} ${scope} "${published}")
+  target_include_directories(${target} PUBLIC "${published}")
 endfunction()
 
 # add_room(NAME SOURCES... [LINKS targets...])
@@ -33,4 +28,18 @@ function(add_room name)
   add_library(${name} STATIC ${ROOM_SOURCES})
   publish_room(${name} ${name})
   target_link_libraries(${name} PUBLIC ${ROOM_LINKS} PRIVATE project_options)
+endfunction()
+
+# Adds sources that are compiled for AVX2, where the target's processor may have it. Only loops know wider instructions;
+# everything else runs on any processor.
+function(add_avx2_loops target)
+  if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+    return()
+  endif()
+  target_sources(${target} PRIVATE ${ARGN})
+  set_property(SOURCE ${ARGN} PROPERTY COMPILE_OPTIONS -mavx2)
+  if(WIN32)
+    # The stack is aligned to 16 bytes there, which the compiler forgets when it keeps wide registers on it.
+    set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -Wa,-muse-unaligned-vector-move)
+  endif()
 endfunction()

@@ -14,8 +14,8 @@ std::unique_ptr<Stabilizer> MakeStabilizer(const Options& options, const Stabili
   if constexpr (kHasTransform)
     if (options.engine == Engine::Transform)
       return MakeTransformStabilizer(settings, options.size, options.registered);
-  return std::make_unique<KernelStabilizer>(settings, options.size, options.ops ? *options.ops : BestOps(),
-                                            options.motionFile);
+  return std::make_unique<KernelStabilizer>(settings, options.size,
+                                            SelectOps(DetectCpuFeatures(), options.simd), options.motionFile);
 }
 
 class ClassicPipeline final : public Pipeline {

@@ -144,7 +144,7 @@ void SetFolder(Options& options, std::string_view name, std::string_view value) 
 
 void SetSimd(Options& options, std::string_view name, std::string_view value) {
   static constexpr std::string_view kLevels[] = {"scalar", "avx2"};
-  options.ops = &SelectOps(DetectCpuFeatures(), static_cast<SimdLevel>(IndexOf(name, value, kLevels)));
+  options.simd = static_cast<SimdLevel>(IndexOf(name, value, kLevels));
 }
 
 void RequireTransform(std::string_view option) {
@@ -243,8 +243,8 @@ constexpr OptionRow kOptions[] = {
     {"--keep-partial", "", kFiles, kAll, "keep what there is of a clip that breaks off",
      Set<&Options::keepPartial>},
     {"--frames", "N", kPipe, kAll, "number of frames in the input, for the progress bar", SetTotalFrames},
-    {"--simd", "LEVEL", kBoth, kKernel,
-     "cap on the instruction set: scalar, avx2 (classic; default the best of this machine)", SetSimd},
+    {"--simd", "LEVEL", kBoth, kPrecise | kKernel,
+     "cap on the instruction set: scalar, avx2 (default the best of this machine)", SetSimd},
     {"--registered", "", kPipe, kTransform,
      "the transform that is registered, not the one beside the program (Windows)", SetRegistered},
     {"--settings", "", kPipe, kTransform,

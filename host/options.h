@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/simd.h"
 #include "engine/stabilizersettings.h"
-#include "kernel/dispatch.h"
 #include "precise/stabilizer.h"
 
 /// The command line cannot be understood or makes no sense; the message says why and what would.
@@ -61,7 +61,7 @@ struct Options {
   std::optional<Rect> roi;
   std::optional<std::int32_t> quality;  ///< 0 finest … 3
   bool registered = false;              ///< the transform that is registered, not the one beside the program
-  const KernelOps* ops = nullptr;       ///< null: the best there are
+  SimdLevel simd = SimdLevel::Avx2;     ///< at most
   std::string motionFile;               ///< empty: none
   bool overwrite = false;               ///< files that exist
   std::int64_t totalFrames = 0;         ///< 0: unknown

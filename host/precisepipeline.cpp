@@ -49,11 +49,12 @@ class PrecisePipeline final : public Pipeline {
                   std::FILE* output)
       : m_reader(std::move(reader)),
         m_outputFormat(precise::OutputFormat(m_reader.Facts().format, settings)),
-        m_stabilizer(m_reader.Facts().format, settings),
+        m_stabilizer(m_reader.Facts().format, settings, options.simd),
         m_held(static_cast<std::size_t>(m_stabilizer.DelayFrames()) + 1, FrameBytes(m_reader.Facts().format)),
-        m_output(FrameBytes(m_outputFormat)),
-        m_writer(output, m_reader.Head(), m_outputFormat) {
+        m_output(FrameBytes(m_outputFormat)) {
     if (!options.motionFile.empty()) m_log.emplace(options.motionFile, kPreciseColumns);
+    // This writes the head, so nothing that can fail follows.
+    m_writer.emplace(output, m_reader.Head(), m_outputFormat);
   }
 
   bool Take() override {
@@ -70,7 +71,7 @@ class PrecisePipeline final : public Pipeline {
     if (!m_stabilizer.CanDeliver()) return false;
     const precise::FrameReport report =
         m_stabilizer.Deliver(PlanesOf(m_outputFormat, m_output.samples.get()));
-    m_writer.Write(m_held[report.frame].parameters, {m_output.samples.get(), m_output.bytes});
+    m_writer->Write(m_held[report.frame].parameters, {m_output.samples.get(), m_output.bytes});
     if (m_log) WriteReport(*m_log, report);
     return true;
   }
@@ -85,8 +86,8 @@ class PrecisePipeline final : public Pipeline {
   precise::CStabilizer m_stabilizer;
   FramePool m_held;
   Y4mFrame m_output;
-  Y4mWriter m_writer;
   std::optional<MotionLog> m_log;
+  std::optional<Y4mWriter> m_writer;
   std::int64_t m_framesTaken = 0;
 };
 

@@ -10,7 +10,8 @@ constexpr auto kRedrawInterval = std::chrono::milliseconds(100);
 constexpr std::int64_t kBarWidth = 30;
 
 std::string Minutes(double seconds) {
-  const auto whole = std::llround(seconds);
+  constexpr double kLongest = 1e9;
+  const auto whole = std::llround(std::min(seconds, kLongest));
   const std::string rest = std::to_string(whole % 60);
   return std::to_string(whole / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
 }

@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::string_view kMagic = "YUV4MPEG2", kFrameMagic = "FRAME";
 constexpr std::size_t kLongestLine = 1024;
-constexpr std::int32_t kLongestSide = 32767;
 constexpr std::int32_t kFirstRowsOfBt709 = 720;
 
 struct Sampling {
@@ -28,6 +27,11 @@ constexpr Sampling kSamplings[] = {
     {"444alpha", 4, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0},
 };
 
+// Before the number of bits. Such tags tell no site; the usual one of such video is taken.
+constexpr Sampling kDeepSamplings[] = {
+    {"420p", 3, 1, 1, 0, 0.5}, {"422p", 3, 1, 0, 0, 0}, {"444p", 3, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0}};
+constexpr int kDeepBits[] = {9, 10, 12, 14, 16};
+
 [[noreturn]] void RefuseTag(std::string_view tag, const std::string& reason) {
   throw WorkError("the input's tag " + std::string(tag) + ": " + reason);
 }
@@ -35,8 +39,8 @@ constexpr Sampling kSamplings[] = {
 std::int32_t ParseSide(std::string_view tag) {
   std::int32_t side = 0;
   const auto [rest, error] = std::from_chars(tag.data() + 1, tag.data() + tag.size(), side);
-  if (error != std::errc() || rest != tag.data() + tag.size() || side < 1 || side > kLongestSide)
-    RefuseTag(tag, "a side has 1 to " + std::to_string(kLongestSide) + " pixels");
+  if (error != std::errc() || rest != tag.data() + tag.size() || side < 1 || side > precise::kLargestSide)
+    RefuseTag(tag, "a side has 1 to " + std::to_string(precise::kLargestSide) + " pixels");
   return side;
 }
 
@@ -60,24 +64,40 @@ Ratio ParseRatio(std::string_view tag) {
   return ratio;
 }
 
+/// The samples of a tag without its C; false where there are none of that name.
+bool FindSampling(std::string_view name, Sampling& sampling, int& bits) {
+  const auto take = [&](const Sampling& found, int foundBits) {
+    sampling = found;
+    bits = foundBits;
+    return true;
+  };
+  for (const Sampling& found : kSamplings)
+    if (found.tag == name) return take(found, 8);
+  for (const Sampling& found : kDeepSamplings)
+    for (const int deep : kDeepBits)
+      if (name == std::string(found.tag) + std::to_string(deep)) return take(found, deep);
+  return false;
+}
+
 void SetSampling(std::string_view tag, precise::PictureFormat& format) {
-  const auto* const found = std::ranges::find(kSamplings, tag.substr(1), &Sampling::tag);
-  if (found == std::end(kSamplings))
-    RefuseTag(tag,
-              "this sampling is not served, only 8-bit 420, 422, 444, 444alpha and mono are; convert it by "
-              "ffmpeg -i INPUT -pix_fmt yuv420p -f yuv4mpegpipe -");
-  format.planes = found->planes;
-  format.chromaShiftX = found->shiftX;
-  format.chromaShiftY = found->shiftY;
-  format.chromaSiteX = found->siteX;
-  format.chromaSiteY = found->siteY;
+  Sampling found = {};
+  if (!FindSampling(tag.substr(1), found, format.bitsPerSample))
+    RefuseTag(
+        tag,
+        "this sampling is not served, only 420, 422, 444 and mono of 8 to 16 bits and 444alpha of 8 are; "
+        "convert it by ffmpeg -i INPUT -pix_fmt yuv420p -f yuv4mpegpipe -");
+  format.planes = found.planes;
+  format.chromaShiftX = found.shiftX;
+  format.chromaShiftY = found.shiftY;
+  format.chromaSiteX = found.siteX;
+  format.chromaSiteY = found.siteY;
 }
 
 void SetAspect(std::string_view tag, precise::PictureFormat& format) {
-  constexpr double kWidest = 16;
   const Ratio ratio = ParseRatio(tag);
   format.pixelAspect = ratio.denominator == 0 ? 1 : static_cast<double>(ratio.numerator) / ratio.denominator;
-  if (format.pixelAspect > kWidest || format.pixelAspect * kWidest < 1)
+  if (format.pixelAspect > precise::kLargestPixelAspect ||
+      format.pixelAspect * precise::kLargestPixelAspect < 1)
     RefuseTag(
         tag,
         "pixels are at most 16 times as wide as high, or as high as wide; set it by ffmpeg -vf setsar=1");
@@ -161,13 +181,13 @@ std::size_t FrameBytes(const precise::PictureFormat& format) {
   for (int plane = 0; plane < format.planes; ++plane)
     samples += static_cast<std::size_t>(format.PlaneWidth(plane)) *
                static_cast<std::size_t>(format.PlaneHeight(plane));
-  return samples;
+  return samples * static_cast<std::size_t>(format.BytesPerSample());
 }
 
 precise::Picture PlanesOf(const precise::PictureFormat& format, std::uint8_t* samples) {
   precise::Picture picture;
   for (int plane = 0; plane < format.planes; ++plane) {
-    const std::ptrdiff_t stride = format.PlaneWidth(plane);
+    const std::ptrdiff_t stride = std::ptrdiff_t{format.PlaneWidth(plane)} * format.BytesPerSample();
     picture[static_cast<std::size_t>(plane)] = {samples, stride};
     samples += stride * format.PlaneHeight(plane);
   }

@@ -2,16 +2,6 @@
 
 #include <array>
 
-CpuFeatures DetectCpuFeatures() {
-  CpuFeatures features;
-#if defined(__x86_64__)
-  // This asks the operating system, too: it must save the wide registers.
-  __builtin_cpu_init();
-  features.avx2 = __builtin_cpu_supports("avx2") != 0;
-#endif
-  return features;
-}
-
 namespace {
 
 // Constants, so that nothing is made at run time: in a Windows module the guard of a local static takes a
@@ -28,8 +18,7 @@ constexpr std::array kTables = {&kScalarOps};
 
 /// The tables that may be chosen, plainest first.
 std::span<const KernelOps* const> Tables(const CpuFeatures& features, SimdLevel cap) {
-  const bool plainOnly = !features.avx2 || cap < SimdLevel::Avx2;
-  return std::span(kTables).first(plainOnly ? 1 : kTables.size());
+  return std::span(kTables).first(AllowsTwins(features, cap) ? kTables.size() : 1);
 }
 
 }  // namespace

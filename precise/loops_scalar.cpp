@@ -2,19 +2,10 @@
 #include <cstdlib>
 
 #include "precise/loops.h"
+#include "precise/loops_rows.h"
 
 namespace precise {
 namespace {
-
-constexpr int kBrightnessBits = 10;
-constexpr std::int32_t kMiddleBrightness = 512;
-constexpr int kExposureBits = 14;
-
-// Weights count 16384. The first pass of a separable mean keeps four more bits than the planes have.
-constexpr int kWeightBits = 14;
-constexpr int kFirstPassBits = kWeightBits - 4, kSecondPassBits = kWeightBits + 4;
-constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassBits - 1),
-                       kHalfOfSecondPass = 1 << (kSecondPassBits - 1);
 
 constexpr int kPhaseBits = 8;
 constexpr std::size_t kPhases = 1 << kPhaseBits;
@@ -44,9 +35,10 @@ constexpr std::array<SplineWeights, kPhases> MakeSplineWeights() {
 }
 
 constexpr std::array<SplineWeights, kPhases> kSplineWeights = MakeSplineWeights();
+static_assert(kSplineWeights[0] == SplineWeights{kSplineSide, kSplineMiddle, kSplineSide, 0});
 
 /// a·b for numbers that count 32768, rounded.
-std::int32_t MultiplyFractions(std::int32_t a, std::int32_t b) { return (a * b + (1 << 14)) >> 15; }
+constexpr std::int32_t MultiplyFractions(std::int32_t a, std::int32_t b) { return (a * b + (1 << 14)) >> 15; }
 
 std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   const std::int32_t distance = std::abs(residual);
@@ -56,41 +48,22 @@ std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   return MultiplyFractions(root, root);
 }
 
-struct Gradient {
-  std::int32_t x, y;
-};
-
-Gradient GradientAt(const std::int16_t* above, const std::int16_t* row, const std::int16_t* below,
-                    std::int32_t i) {
-  return {row[i + 1] - row[i - 1], below[i] - above[i]};
-}
-
 using CubicWeights = std::array<std::int16_t, 4>;
 
-// Keys' parameter a is -3/4, the sharpest of the usual ones: it keeps 0.92 of a scene's fine detail (the
-// variance of the Laplacian) where -1/2 keeps 0.72.
-constexpr std::int64_t kSlope = 3, kParts = 4;
-
-/// Keys' weights at each phase.
+/// Weights of four neighbours at each phase t: -(1 - t)·q, 1 - t + (2 - 3·t)·q, t + (3·t - 1)·q and -t·q.
+/// They move nothing, as they keep constants and slopes for any q. With q = p / 2, where p = t·(1 - t), they
+/// are Keys' (1981) for a = -1/2; q = p / 2 + p² sharpens between samples, where these blur.
 constexpr std::array<CubicWeights, kPhases> MakeCubicWeights() {
   std::array<CubicWeights, kPhases> all = {};
-  constexpr std::int64_t kOne = kPhases, kDivisor = kParts << (3 * kPhaseBits - kWeightBits);
-  const auto rounded = [](std::int64_t numerator) {
-    const std::int64_t half = numerator < 0 ? -kDivisor / 2 : kDivisor / 2;
-    return static_cast<std::int16_t>((numerator + half) / kDivisor);
-  };
-  // -a·t·(1 - t)² of the far neighbour at distance 1 + t; the near ones share the rest.
-  const auto far = [](std::int64_t t) { return -kSlope * t * (kOne - t) * (kOne - t); };
-  const auto near = [](std::int64_t t) {
-    return (2 * kParts - kSlope) * t * t * t - (3 * kParts - kSlope) * t * t * kOne +
-           kParts * kOne * kOne * kOne;
-  };
-  for (std::int64_t t = 0; t < kOne; ++t) {
-    CubicWeights& weights = all[static_cast<std::size_t>(t)];
-    weights[0] = rounded(far(t));
-    weights[2] = rounded(near(kOne - t));
-    weights[3] = rounded(far(kOne - t));
-    weights[1] = static_cast<std::int16_t>((1 << kWeightBits) - weights[0] - weights[2] - weights[3]);
+  constexpr auto kOne = static_cast<std::int32_t>(kPhases);
+  for (std::int32_t t = 0; t < kOne; ++t) {
+    const std::int32_t p = t * (kOne - t), q = p + MultiplyFractions(p, p);  // in 2^-16, in 2^-17
+    const auto share = [q](std::int32_t phases) { return MultiplyFractions(q, phases << 4); };
+    const std::int32_t first = -share(kOne - t), fourth = -share(t);
+    const std::int32_t third = (t << (kWeightBits - kPhaseBits)) + share(3 * t - kOne);
+    const std::int32_t second = (1 << kWeightBits) - first - third - fourth;
+    all[static_cast<std::size_t>(t)] = {static_cast<std::int16_t>(first), static_cast<std::int16_t>(second),
+                                        static_cast<std::int16_t>(third), static_cast<std::int16_t>(fourth)};
   }
   return all;
 }
@@ -111,101 +84,82 @@ struct RoundedPosition {
 };
 
 /// Reads samples that exist.
+template <class Sample>
 struct Inside {
-  std::uint8_t operator()(const SourcePlane& plane, std::ptrdiff_t x, std::ptrdiff_t y) const {
-    return plane.samples[y * plane.strideBytes + x];
+  std::int32_t operator()(std::ptrdiff_t x, std::ptrdiff_t y) const {
+    return SampleAt<Sample>(plane.samples + y * plane.strideBytes, x, LargestSample(plane.bits));
   }
+  const SourcePlane& plane;
 };
 
 /// Continues the plane beyond its edges.
+template <class Sample>
 struct AtEdges {
-  std::uint8_t operator()(const SourcePlane& plane, std::ptrdiff_t x, std::ptrdiff_t y) const {
-    return plane.samples[std::clamp<std::ptrdiff_t>(y, 0, plane.height - 1) * plane.strideBytes +
-                         std::clamp<std::ptrdiff_t>(x, 0, plane.width - 1)];
+  std::int32_t operator()(std::ptrdiff_t x, std::ptrdiff_t y) const {
+    return Inside<Sample>{plane}(std::clamp<std::ptrdiff_t>(x, 0, plane.width - 1),
+                                 std::clamp<std::ptrdiff_t>(y, 0, plane.height - 1));
+  }
+  const SourcePlane& plane;
+};
+
+struct Nearest {
+  template <class Read>
+  static std::int32_t At(const Read& read, int, std::int64_t x, std::int64_t y) {
+    constexpr std::int64_t kHalf = std::int64_t{1} << (kPositionBits - 1);
+    return read((x + kHalf) >> kPositionBits, (y + kHalf) >> kPositionBits);
   }
 };
 
-template <class Read>
-void WarpNearest(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  constexpr std::int64_t kHalf = std::int64_t{1} << (kPositionBits - 1);
-  for (std::int32_t column = run.begin; column < run.end; ++column)
-    out[column] = Read{}(plane, (line.startX + column * line.stepX + kHalf) >> kPositionBits,
-                         (line.startY + column * line.stepY + kHalf) >> kPositionBits);
-}
-
-template <class Read>
-void WarpBilinear(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  constexpr auto kOne = static_cast<std::int32_t>(kPhases);
-  for (std::int32_t column = run.begin; column < run.end; ++column) {
-    const RoundedPosition x(line.startX + column * line.stepX), y(line.startY + column * line.stepY);
-    const auto right = static_cast<std::int32_t>(x.phase), down = static_cast<std::int32_t>(y.phase);
-    const auto inRow = [&](std::ptrdiff_t row) {
-      return Read{}(plane, x.whole, row) * (kOne - right) + Read{}(plane, x.whole + 1, row) * right;
+struct Bilinear {
+  template <class Read>
+  static std::int32_t At(const Read& read, int, std::int64_t x, std::int64_t y) {
+    constexpr std::uint32_t kOne = kPhases, kHalf = kOne * kOne / 2;
+    const RoundedPosition column(x), row(y);
+    const auto right = static_cast<std::uint32_t>(column.phase), down = static_cast<std::uint32_t>(row.phase);
+    const auto inRow = [&](std::ptrdiff_t of) {
+      return static_cast<std::uint32_t>(read(column.whole, of)) * (kOne - right) +
+             static_cast<std::uint32_t>(read(column.whole + 1, of)) * right;
     };
-    out[column] = static_cast<std::uint8_t>(
-        (inRow(y.whole) * (kOne - down) + inRow(y.whole + 1) * down + (1 << (2 * kPhaseBits - 1))) >>
-        (2 * kPhaseBits));
+    const std::uint32_t sum = inRow(row.whole) * (kOne - down) + inRow(row.whole + 1) * down + kHalf;
+    return static_cast<std::int32_t>(sum >> (2 * kPhaseBits));
   }
-}
+};
 
-template <class Read>
-void WarpBicubic(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  // The first pass keeps six bits more than samples have.
-  constexpr int kFirst = kWeightBits - 6, kSecond = kWeightBits + 6;
-  for (std::int32_t column = run.begin; column < run.end; ++column) {
-    const RoundedPosition x(line.startX + column * line.stepX), y(line.startY + column * line.stepY);
-    const CubicWeights &across = kCubicWeights[x.phase], &down = kCubicWeights[y.phase];
-    std::int32_t sum = 1 << (kSecond - 1);
-    for (std::ptrdiff_t row = 0; row < 4; ++row) {
-      std::int32_t inRow = 1 << (kFirst - 1);
+struct Bicubic {
+  /// Weights are at most 1.1875 times 1 where they add, and 1.375 times in size. So sums of a pass keep
+  /// within 31 bits when what it takes has 16 bits, as samples have, and as the first pass leaves them with
+  /// 14 bits or less.
+  template <class Read>
+  static std::int32_t At(const Read& read, int bits, std::int64_t x, std::int64_t y) {
+    const int firstPass = FirstPassBits(bits), secondPass = 2 * kWeightBits - firstPass;
+    const RoundedPosition column(x), row(y);
+    const CubicWeights &across = kCubicWeights[column.phase], &down = kCubicWeights[row.phase];
+    std::int32_t sum = 1 << (secondPass - 1);
+    for (std::ptrdiff_t of = 0; of < 4; ++of) {
+      std::int32_t inRow = 1 << (firstPass - 1);
       for (std::ptrdiff_t i = 0; i < 4; ++i)
-        inRow += across[static_cast<std::size_t>(i)] * Read{}(plane, x.whole - 1 + i, y.whole - 1 + row);
-      sum += down[static_cast<std::size_t>(row)] * (inRow >> kFirst);
+        inRow += across[static_cast<std::size_t>(i)] * read(column.whole - 1 + i, row.whole - 1 + of);
+      sum += down[static_cast<std::size_t>(of)] * (inRow >> firstPass);
     }
-    out[column] = static_cast<std::uint8_t>(std::clamp(sum >> kSecond, 0, 255));
+    return std::clamp(sum >> secondPass, 0, LargestSample(bits));
+  }
+};
+
+template <class Sampler, class Sample, class Read>
+void WarpRowOf(const Read& read, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  for (std::int32_t column = run.begin; column < run.end; ++column) {
+    const auto sample = static_cast<Sample>(Sampler::At(
+        read, read.plane.bits, line.startX + column * line.stepX, line.startY + column * line.stepY));
+    std::memcpy(out + column * std::ptrdiff_t{sizeof sample}, &sample, sizeof sample);
   }
 }
 
-}  // namespace
-
-const WarpLoops kNearestLoops = {WarpNearest<Inside>, WarpNearest<AtEdges>, 0, 1};
-const WarpLoops kBilinearLoops = {WarpBilinear<Inside>, WarpBilinear<AtEdges>, 0, 1};
-const WarpLoops kBicubicLoops = {WarpBicubic<Inside>, WarpBicubic<AtEdges>, 1, 2};
-
-void AverageBlocks(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
-                   std::int16_t* out, std::int32_t count) {
-  const std::int32_t side = 1 << blockShift;
-  const int shift = 2 * blockShift + bits - kBrightnessBits;
-  for (std::int32_t i = 0; i < count; ++i) {
-    std::int32_t sum = 0;
-    for (std::int32_t row = 0; row < side; ++row)
-      for (std::int32_t column = i * side; column < (i + 1) * side; ++column)
-        sum += samples[row * strideBytes + column];
-    out[i] = static_cast<std::int16_t>(shift > 0 ? (sum + (1 << (shift - 1))) >> shift : sum << -shift);
-  }
-}
-
-void SmoothRow(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
-  const SplineWeights& weights = kSplineWeights[0];
-  const auto column = [&](std::int32_t i) {
-    return (weights[0] * (rows[0][i] + rows[2][i]) + weights[1] * rows[1][i] + kHalfOfFirstPass) >>
-           kFirstPassBits;
-  };
-  for (std::int32_t i = 0; i < count; ++i) {
-    const std::int32_t left = i > 0 ? i - 1 : 0, right = i + 1 < count ? i + 1 : i;
-    out[i] = static_cast<std::int16_t>(
-        (weights[0] * (column(left) + column(right)) + weights[1] * column(i) + kHalfOfSecondPass) >>
-        kSecondPassBits);
-  }
-}
-
-void HalveRow(const std::array<const std::int16_t*, 4>& rows, std::int16_t* out, std::int32_t count) {
-  const auto column = [&](std::int32_t i) { return rows[0][i] + 3 * (rows[1][i] + rows[2][i]) + rows[3][i]; };
-  for (std::int32_t i = 0; i < count; ++i) {
-    const std::int32_t left = i > 0 ? 2 * i - 1 : 0, right = i + 1 < count ? 2 * i + 2 : 2 * i + 1;
-    out[i] = static_cast<std::int16_t>(
-        (column(left) + 3 * (column(2 * i) + column(2 * i + 1)) + column(right) + 32) >> 6);
-  }
+template <class Sampler, template <class Sample> class Read>
+void Warp(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  if (plane.bits == 8)
+    WarpRowOf<Sampler, std::uint8_t>(Read<std::uint8_t>{plane}, line, run, out);
+  else
+    WarpRowOf<Sampler, std::uint16_t>(Read<std::uint16_t>{plane}, line, run, out);
 }
 
 void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
@@ -259,22 +213,31 @@ CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, s
   return sums;
 }
 
-std::int32_t SumCappedDifferences(const std::int16_t* a, const std::int16_t* b, std::int32_t count,
-                                  std::int32_t offset, std::int32_t cap) {
-  std::int32_t sum = 0;
-  for (std::int32_t i = 0; i < count; ++i) sum += std::min(std::abs(b[i] - a[i] - offset), cap);
-  return sum;
+}  // namespace
+
+constinit const Loops kScalarLoops = {"scalar",
+                                      AverageBlocks,
+                                      SmoothRow,
+                                      HalveRow,
+                                      ResidualRow,
+                                      CountBelow,
+                                      SumCell,
+                                      AddGradientProducts,
+                                      SumCappedDifferences,
+                                      Warp<Nearest, Inside>,
+                                      Warp<Bilinear, Inside>,
+                                      Warp<Bicubic, Inside>};
+
+void WarpNearestAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  Warp<Nearest, AtEdges>(plane, line, run, out);
 }
 
-void AddGradientProducts(const std::array<const std::int16_t*, 3>& a,
-                         const std::array<const std::int16_t*, 3>& b, ColumnRun run,
-                         GradientProducts& products) {
-  for (std::int32_t i = run.begin; i < run.end; ++i) {
-    const Gradient ga = GradientAt(a[0], a[1], a[2], i), gb = GradientAt(b[0], b[1], b[2], i);
-    products.aa += ga.x * ga.x + ga.y * ga.y;
-    products.ab += ga.x * gb.x + ga.y * gb.y;
-    products.bb += gb.x * gb.x + gb.y * gb.y;
-  }
+void WarpBilinearAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  Warp<Bilinear, AtEdges>(plane, line, run, out);
+}
+
+void WarpBicubicAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  Warp<Bicubic, AtEdges>(plane, line, run, out);
 }
 
 }  // namespace precise

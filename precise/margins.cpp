@@ -15,7 +15,8 @@ bool Fits(const Correction& correction, const Frames& frames) {
     const Complex corner = {frames.shown.re, side * frames.shown.im};
     for (const Complex& shown : {corner, -corner}) {
       const Complex source = Conjugate(correction.turn) * (shown - correction.shift);
-      if (std::abs(source.re) > frames.picture.re || std::abs(source.im) > frames.picture.im) return false;
+      if (!(std::abs(source.re) <= frames.picture.re && std::abs(source.im) <= frames.picture.im))
+        return false;
     }
   }
   return true;
@@ -53,7 +54,7 @@ double CLadder::Reach(const Frames& frames) const {
 }
 
 Correction CLadder::FittingAt(double position, const Frames& frames) const {
-  // What fits is nearly convex, so one look is nearly always enough.
+  // A mixture of two turned pictures that fit may miss by a hair. A small step down mends that.
   for (; position > 0; position -= kPositionStep)
     if (const Correction correction = At(position); Fits(correction, frames)) return correction;
   return {};

@@ -49,9 +49,10 @@ class CLadder {
   std::array<Correction, kRungs> m_rungs;
 };
 
-/// Positions on the ladders of neighbouring frames, brought to a smooth course that never exceeds a frame's
-/// own: a minimum over the neighbours and then a mean over as many (a morphological opening's lower bound).
-/// `reaches` are those of the frames `first` … in time; `weights` those of the mean, by distance.
+/// A frame's position on its ladder. The reaches of consecutive frames, of which the frame is number
+/// `middle`, are replaced by the least among their neighbours, and these by their weighted mean over as many.
+/// So positions change gradually from frame to frame and never exceed a frame's own reach. `weights` are
+/// those of the mean, by distance; their number less one is how far both look.
 double SmoothReach(std::span<const double> reaches, std::int64_t middle, std::span<const double> weights);
 
 }  // namespace precise

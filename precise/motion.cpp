@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 #include "precise/loops.h"
 #include "precise/normalequations.h"
@@ -12,8 +13,6 @@
 namespace precise {
 namespace {
 
-constexpr double kMiddleBrightness = 512;
-constexpr double kExposureOne = 1 << 14;
 constexpr double kLargestGain = 4;
 // Residuals from here on count alike.
 constexpr std::int32_t kLargestResidual = 2047;
@@ -26,7 +25,9 @@ constexpr double kSmallestSigma = 1;
 // How large the unknowns may well be. Without texture this prior keeps them at 0.
 constexpr UnknownVector kLikelySize = {50, 50, 20, 20, 0.3, 100};
 
-constexpr double kSearchedShare = 0.18;  // of the picture's longer side
+// How far the search goes: this share of the picture's longer side, but not more samples than that.
+constexpr double kSearchedShare = 0.18;
+constexpr double kMostSearched = 32;
 // More than this between two frames is no motion: share of the longer side, and of `turn`.
 constexpr double kLargestShift = 0.25, kLargestTurn = 0.35;
 constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 5;
@@ -62,34 +63,39 @@ RobustWeight WeightFor(double sigma) {
 }
 
 Exposure FixedExposure(double gain, double offset) {
-  return {static_cast<std::int32_t>(std::lround(gain * kExposureOne)),
-          static_cast<std::int32_t>(std::lround((kMiddleBrightness * (1 - gain) + offset) * kExposureOne))};
+  return {static_cast<std::int32_t>(std::lround(gain * (1 << kExposureBits))),
+          static_cast<std::int32_t>(
+              std::lround((kMiddleBrightness * (1 - gain) + offset) * (1 << kExposureBits)))};
+}
+
+/// Mean of a function of the samples of a region.
+template <class Function>
+double MeanOf(const Plane& plane, const Region& region, Function function) {
+  std::int64_t sum = 0, count = 0;
+  for (std::int32_t y = region.top; y < region.bottom; ++y)
+    for (std::int32_t x = region.left; x < region.right; ++x, ++count) sum += function(plane.Row(y)[x]);
+  return static_cast<double>(sum) / static_cast<double>(count);
 }
 
 double Mean(const Plane& plane, const Region& region) {
-  std::int64_t sum = 0;
-  for (std::int32_t y = region.top; y < region.bottom; ++y)
-    for (std::int32_t x = region.left; x < region.right; ++x) sum += plane.Row(y)[x];
-  return static_cast<double>(sum) / (double{1} * (region.right - region.left) * (region.bottom - region.top));
+  return MeanOf(plane, region, [](std::int32_t sample) { return sample; });
 }
 
 /// Mean distance from the mean.
 double Spread(const Plane& plane, const Region& region) {
   const auto mean = static_cast<std::int32_t>(Mean(plane, region));
-  std::int64_t sum = 0;
-  for (std::int32_t y = region.top; y < region.bottom; ++y)
-    for (std::int32_t x = region.left; x < region.right; ++x) sum += std::abs(plane.Row(y)[x] - mean);
-  return static_cast<double>(sum) / (double{1} * (region.right - region.left) * (region.bottom - region.top));
+  return MeanOf(plane, region, [mean](std::int32_t sample) { return std::abs(sample - mean); });
 }
 
 }  // namespace
 
 bool Match::IsSameScene() const { return likeness >= kSameScene; }
 
-CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region)
-    : m_format(format),
-      m_region(region.value_or(Region{0, 0, format.width, format.height})),
-      m_histogram(kLargestResidual + 1) {
+CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region,
+                                   const Loops& loops)
+    : m_pLoops(&loops),
+      m_format(format),
+      m_region(region.value_or(Region{0, 0, format.width, format.height})) {
   const Plane finest = std::move(Pyramid(format).levels.front().samples);
   m_residuals.resize(static_cast<std::size_t>(finest.Width()) * static_cast<std::size_t>(finest.Height()));
 }
@@ -100,6 +106,7 @@ CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Py
   const Complex half = {m_format.width / (2 * from.scale), m_format.height / (2 * from.scale)};
   return {.earlier = &from.smooth,
           .later = &later.levels[level].samples,
+          .laterSmooth = &later.levels[level].smooth,
           .scale = from.scale,
           .centre = half - Complex{0.5, 0.5},
           .aspect = m_format.pixelAspect,
@@ -110,10 +117,10 @@ CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Py
 /// The whole-sample shift under which the frames differ least, each less its mean.
 Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) const {
   const Plane &earlier = *view.earlier, &later = *view.later;
-  const auto brighter =
-      static_cast<std::int32_t>(std::lround(Mean(later, view.region) - Mean(earlier, view.region)));
-  const auto reach =
-      static_cast<std::int32_t>(std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())));
+  const auto brighter = static_cast<std::int32_t>(
+      std::lround(Mean(*view.laterSmooth, view.region) - Mean(earlier, view.region)));
+  const auto reach = static_cast<std::int32_t>(
+      std::min(std::ceil(kSearchedShare * std::max(earlier.Width(), earlier.Height())), kMostSearched));
   const std::int32_t reachX = std::min(reach, earlier.Width() / 2),
                      reachY = std::min(reach, earlier.Height() / 2);
   double least = std::numeric_limits<double>::infinity();
@@ -127,8 +134,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
       if (left >= right || top >= bottom) continue;
       std::int64_t sum = 0;
       for (std::int32_t y = top; y < bottom; ++y)
-        sum += SumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx, right - left,
-                                    brighter, cap);
+        sum += m_pLoops->sumCappedDifferences(earlier.Row(y) + left, later.Row(y + dy) + left + dx,
+                                              right - left, brighter, cap);
       const double cost = static_cast<double>(sum) / (double{1} * (right - left) * (bottom - top));
       if (cost >= least) continue;
       least = cost;
@@ -142,7 +149,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
 CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
                                                         std::span<const Similarity> guesses) {
   const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
-  const double brighter = Mean(*view.later, view.region) - Mean(*view.earlier, view.region);
+  // Smoothing moves the mean a little, so like is compared with like.
+  const double brighter = Mean(*view.laterSmooth, view.region) - Mean(*view.earlier, view.region);
   Alignment best;
   double least = std::numeric_limits<double>::infinity();
   const auto attempt = [&](const Similarity& start) {
@@ -176,32 +184,41 @@ void CMotionEstimator::FillResiduals(const View& view, const Similarity& map, co
     std::int16_t* const out = ResidualRowOf(view, row);
     std::fill(out + view.region.left, out + run.begin, kNoResidual);
     if (run.begin < run.end)
-      ResidualRow(later.Row(0), later.Width(), line, run, view.earlier->Row(row), exposure, out);
+      m_pLoops->residualRow(later.Row(0), later.Width(), line, run, view.earlier->Row(row), exposure, out);
     std::fill(out + std::max(run.begin, run.end), out + view.region.right, kNoResidual);
   }
 }
 
-double CMotionEstimator::MedianResidual(const View& view) {
-  std::ranges::fill(m_histogram, 0);
+std::int64_t CMotionEstimator::CountBelow(const View& view, std::int32_t limit) {
   std::int64_t count = 0;
-  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row) {
-    const std::int16_t* const residuals = ResidualRowOf(view, row);
-    for (std::int32_t x = view.region.left; x < view.region.right; ++x) {
-      if (residuals[x] == kNoResidual) continue;
-      ++m_histogram[static_cast<std::size_t>(std::min(std::abs(int{residuals[x]}), kLargestResidual))];
-      ++count;
-    }
+  for (std::int32_t row = view.region.top; row < view.region.bottom; ++row)
+    count += m_pLoops->countBelow(ResidualRowOf(view, row) + view.region.left,
+                                  view.region.right - view.region.left, limit);
+  return count;
+}
+
+/// By bisection, since counting takes a fraction of what a histogram does.
+double CMotionEstimator::MedianResidual(const View& view) {
+  const std::int64_t count = CountBelow(view, kNoResidual);
+  // Limits that less than half of the residuals are below, and at least half.
+  std::int32_t low = 0, high = 1;
+  std::int64_t belowLow = 0, belowHigh = CountBelow(view, high);
+  while (2 * belowHigh < count && high <= kLargestResidual) {
+    low = std::exchange(high, 2 * high);
+    belowLow = std::exchange(belowHigh, high > kLargestResidual ? count : CountBelow(view, high));
   }
-  std::int64_t below = 0;
-  std::size_t value = 0;
-  while (value + 1 < m_histogram.size() && 2 * (below + m_histogram[value]) < count)
-    below += m_histogram[value++];
-  // Within a bin the values are taken as spread evenly.
-  const double inside =
-      m_histogram[value] > 0
-          ? (0.5 * static_cast<double>(count) - static_cast<double>(below)) / m_histogram[value]
-          : 0.5;
-  return static_cast<double>(value) + inside - 0.5;
+  while (low + 1 < high) {
+    const std::int32_t middle = (low + high) / 2;
+    const std::int64_t below = CountBelow(view, middle);
+    (2 * below < count ? low : high) = middle;
+    (2 * below < count ? belowLow : belowHigh) = below;
+  }
+  // Equal values are taken as spread evenly around it.
+  const std::int64_t equal = belowHigh - belowLow;
+  const double inside = equal > 0 ? (0.5 * static_cast<double>(count) - static_cast<double>(belowLow)) /
+                                        static_cast<double>(equal)
+                                  : 0.5;
+  return low + inside - 0.5;
 }
 
 /// Mean residual, where more than `cap` counts as `cap`, and a sample without a counterpart as half of it.
@@ -229,8 +246,8 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
     const std::int32_t height = std::min(kCellSide, region.bottom - top);
     for (std::int32_t left = region.left; left < region.right; left += kCellSide) {
       const std::int32_t width = std::min(kCellSide, region.right - left);
-      const CellSums sums = SumCell(view.earlier->Row(top) + left, ResidualRowOf(view, top) + left,
-                                    view.earlier->Width(), width, height, weight);
+      const CellSums sums = m_pLoops->sumCell(view.earlier->Row(top) + left, ResidualRowOf(view, top) + left,
+                                              view.earlier->Width(), width, height, weight);
       const Complex middle = Complex{left + (width - 1) / 2.0, top + (height - 1) / 2.0} - view.centre;
       equations.AddCell(sums, {middle.re * view.aspect, middle.im}, view.radius, view.aspect);
     }
@@ -251,7 +268,7 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
   alignment.map = Compose(alignment.map, Inverse(delta));
   alignment.gain = std::clamp(alignment.gain + step[kGain], 1 / kLargestGain, kLargestGain);
   alignment.offset =
-      std::clamp(alignment.offset + step[kOffset], -2 * kMiddleBrightness, 2 * kMiddleBrightness);
+      std::clamp(alignment.offset + step[kOffset], -2.0 * kMiddleBrightness, 2.0 * kMiddleBrightness);
   return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
 }
 
@@ -299,7 +316,7 @@ CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, s
     ColumnRun run = {left, std::min(left + kCellSide, view.region.right - 1)};
     while (run.begin < run.end && isMissing(run.begin)) ++run.begin;
     while (run.begin < run.end && isMissing(run.end - 1)) --run.end;
-    AddGradientProducts(earlier, later, run, cell.products);
+    m_pLoops->addGradientProducts(earlier, later, run, cell.products);
     cell.samples += run.end - run.begin;
   }
   return cell;
@@ -307,19 +324,22 @@ CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, s
 
 Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
                                  std::span<const Similarity> guesses) {
+  const auto shorterSide = [](const Region& region) {
+    return std::min(region.right - region.left, region.bottom - region.top);
+  };
   std::size_t level = earlier.levels.size() - 1;
-  const View coarsest = ViewOf(earlier, later, level);
-  if (std::min(coarsest.region.right - coarsest.region.left, coarsest.region.bottom - coarsest.region.top) <
-      kSmallestRegionSide)
-    return {};
-  Alignment alignment = BestStart(coarsest, guesses);
+  while (level > 0 && shorterSide(ViewOf(earlier, later, level).region) < kSmallestRegionSide) --level;
+  const View start = ViewOf(earlier, later, level);
+  if (shorterSide(start.region) < kSmallestRegionSide) return {};
+
+  Alignment alignment = BestStart(start, guesses);
   std::size_t compared = level;
   while (level-- > 0) {
     const View view = ViewOf(earlier, later, level);
     Refine(view, alignment, kLevelSteps);
     if (std::min(view.earlier->Width(), view.earlier->Height()) <= kLargestComparedSide) compared = level;
   }
-  if (!IsPlausible(alignment.map, 2 * coarsest.radius * coarsest.scale)) alignment = {};
+  if (!IsPlausible(alignment.map, 2 * start.radius * start.scale)) alignment = {};
   return Compare(ViewOf(earlier, later, compared), alignment.map);
 }
 

@@ -30,7 +30,7 @@ struct Match {
 class CMotionEstimator {
  public:
   /// Estimates from the whole picture, or from a region of it, which is usable. Throws std::bad_alloc.
-  CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region);
+  CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region, const Loops& loops);
 
   /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton
   /// steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain
@@ -43,6 +43,7 @@ class CMotionEstimator {
   struct View {
     const Plane* earlier;
     const Plane* later;
+    const Plane* laterSmooth;
     double scale;    ///< pixels of the frame in a sample
     Complex centre;  ///< of the picture, in samples
     double aspect;   ///< width of a sample as it is shown, over its height
@@ -67,6 +68,7 @@ class CMotionEstimator {
   double Step(const View& view, Alignment& alignment, bool shiftOnly);
   Similarity SearchShift(const View& view, std::int32_t cap) const;
   void FillResiduals(const View& view, const Similarity& map, const Exposure& exposure);
+  std::int64_t CountBelow(const View& view, std::int32_t limit);
   double MedianResidual(const View& view);
   double Cost(const View& view, const Alignment& alignment, double cap);
   Match Compare(const View& view, const Similarity& map);
@@ -76,10 +78,10 @@ class CMotionEstimator {
     return m_residuals.data() + std::ptrdiff_t{row} * view.earlier->Width();
   }
 
+  const Loops* m_pLoops;
   PictureFormat m_format;
   Region m_region;
   std::vector<std::int16_t> m_residuals;  // rows as wide as those of the level at hand
-  std::vector<std::int32_t> m_histogram;
 };
 
 }  // namespace precise

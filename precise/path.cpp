@@ -48,11 +48,11 @@ void FindPoses(const CTrack& track, std::int64_t frame, std::span<Similarity> po
   at(0) = {};
   while (after < half && frame + after + 1 < track.Frames() && isTied(frame + after + 1, after + 1 == half)) {
     ++after;
-    at(after) = Compose(track[frame + after].motion, at(after - 1));
+    at(after) = Compose(Rigid(track[frame + after].motion), at(after - 1));
   }
   while (before < half && frame > before && isTied(frame - before, before + 1 == half)) {
     ++before;
-    at(-before) = Compose(Inverse(track[frame - before + 1].motion), at(-before + 1));
+    at(-before) = Compose(Inverse(Rigid(track[frame - before + 1].motion)), at(-before + 1));
   }
   for (std::int64_t distance = 1; distance <= half; ++distance) {
     const bool isAlone = before == 0 && after == 0;
@@ -81,7 +81,7 @@ Correction MeanPose(std::span<const Similarity> poses, std::span<const double> w
   double sum = 0;
   for (std::size_t i = 0; i < poses.size(); ++i) {
     const double weight = weights[i < middle ? middle - i : i - middle];
-    turn = turn + weight * Unit(poses[i].turn);
+    turn = turn + weight * poses[i].turn;
     shift = shift + weight * poses[i].shift;
     sum += weight;
   }

@@ -18,9 +18,12 @@ using Correction = Similarity;
 std::vector<double> PathWeights(std::int32_t window, double width);
 
 /// Where the content of frame `frame` stands in the frames up to `poses.size() / 2` away from it, in the
-/// order of time. Beyond the ends of its shot the path is continued by point reflection. The outermost two
-/// frames count as beyond an end unless their motion was measured, because whether they belong to the shot
-/// depends on frames further away.
+/// order of time. Zoom is left out: a steady zoom about a point off the centre moves the content steadily
+/// then, and needs no correction. Beyond the ends of its shot the path is continued by point reflection.
+///
+/// The outermost frame on either side counts as beyond an end unless its motion was measured directly:
+/// whether it shows a flash or belongs to another shot may depend on the next frame beyond, which is out of
+/// reach.
 void FindPoses(const CTrack& track, std::int64_t frame, std::span<Similarity> poses);
 
 /// Mean of the poses, weighted by their distance in time from the middle one.

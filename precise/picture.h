@@ -9,6 +9,10 @@ namespace precise {
 /// Planes of a picture at most: luma, two of chroma, alpha.
 inline constexpr int kMaxPlanes = 4;
 
+/// Sides and pixel aspects that can be stabilized: an aspect may also be 1 / kLargestPixelAspect.
+inline constexpr std::int32_t kLargestSide = 32767;
+inline constexpr double kLargestPixelAspect = 16;
+
 /// How the planes of a picture lie. Plane 0 is luma (or grey, or green): motion is measured there.
 struct PictureFormat {
   std::int32_t width = 0, height = 0;  ///< of plane 0, in samples
@@ -19,6 +23,7 @@ struct PictureFormat {
   double chromaSiteX = 0, chromaSiteY = 0;
   double pixelAspect = 1;  ///< width of a pixel as it is shown, over its height
 
+  int BytesPerSample() const { return bitsPerSample > 8 ? 2 : 1; }
   bool HasAlpha() const { return planes == 2 || planes == 4; }
   bool IsChroma(int plane) const { return planes >= 3 && (plane == 1 || plane == 2); }
   bool IsAlpha(int plane) const { return HasAlpha() && plane == planes - 1; }

@@ -22,17 +22,17 @@ const std::int16_t* NearestRow(const Plane& plane, std::int32_t row) {
   return plane.Row(std::clamp(row, 0, plane.Height() - 1));
 }
 
-void Halve(const Plane& finer, Plane& coarser) {
+void Halve(const Plane& finer, Plane& coarser, const Loops& loops) {
   for (std::int32_t row = 0; row < coarser.Height(); ++row)
-    HalveRow({NearestRow(finer, 2 * row - 1), finer.Row(2 * row), finer.Row(2 * row + 1),
-              NearestRow(finer, 2 * row + 2)},
-             coarser.Row(row), coarser.Width());
+    loops.halveRow({NearestRow(finer, 2 * row - 1), finer.Row(2 * row), finer.Row(2 * row + 1),
+                    NearestRow(finer, 2 * row + 2)},
+                   coarser.Row(row), coarser.Width());
 }
 
-void Smooth(const Plane& samples, Plane& smooth) {
+void Smooth(const Plane& samples, Plane& smooth, const Loops& loops) {
   for (std::int32_t row = 0; row < samples.Height(); ++row)
-    SmoothRow({NearestRow(samples, row - 1), samples.Row(row), NearestRow(samples, row + 1)}, smooth.Row(row),
-              samples.Width());
+    loops.smoothRow({NearestRow(samples, row - 1), samples.Row(row), NearestRow(samples, row + 1)},
+                    smooth.Row(row), samples.Width());
 }
 
 }  // namespace
@@ -49,14 +49,18 @@ Pyramid::Pyramid(const PictureFormat& format)
   } while (std::min(width, height) >= kSmallestCoarsestSide);
 }
 
-void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, Pyramid& pyramid) {
+void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, const Loops& loops,
+                  const RowRunner& runner, Pyramid& pyramid) {
   Plane& finest = pyramid.levels.front().samples;
-  for (std::int32_t row = 0; row < finest.Height(); ++row)
-    AverageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes,
-                  luma.strideBytes, bitsPerSample, pyramid.blockShift, finest.Row(row), finest.Width());
+  RunRows(runner, finest.Height(), [&](std::int32_t begin, std::int32_t end) {
+    for (std::int32_t row = begin; row < end; ++row)
+      loops.averageBlocks(luma.data + (std::ptrdiff_t{row} << pyramid.blockShift) * luma.strideBytes,
+                          luma.strideBytes, bitsPerSample, pyramid.blockShift, finest.Row(row),
+                          finest.Width());
+  });
   for (std::size_t i = 1; i < pyramid.levels.size(); ++i)
-    Halve(pyramid.levels[i - 1].samples, pyramid.levels[i].samples);
-  for (Level& level : pyramid.levels) Smooth(level.samples, level.smooth);
+    Halve(pyramid.levels[i - 1].samples, pyramid.levels[i].samples, loops);
+  for (Level& level : pyramid.levels) Smooth(level.samples, level.smooth, loops);
 }
 
 }  // namespace precise

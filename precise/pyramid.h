@@ -4,7 +4,9 @@
 #include <vector>
 
 #include "base/matrix.h"
+#include "precise/loops.h"
 #include "precise/picture.h"
+#include "precise/rowrunner.h"
 
 namespace precise {
 
@@ -25,7 +27,8 @@ struct Pyramid {
   int blockShift;  ///< a sample of the finest level is the mean of 2^blockShift columns and rows
 };
 
-/// Fills the pyramid from the frame's plane 0.
-void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, Pyramid& pyramid);
+/// Fills the pyramid from the frame's plane 0, of which the runner may have rows reduced at the same time.
+void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, const Loops& loops,
+                  const RowRunner& runner, Pyramid& pyramid);
 
 }  // namespace precise

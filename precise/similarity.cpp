@@ -39,6 +39,8 @@ Similarity Inverse(const Similarity& map) {
   return {turn, -(turn * map.shift)};
 }
 
+Similarity Rigid(const Similarity& map) { return {Unit(map.turn), map.shift}; }
+
 Similarity Half(const Similarity& map) {
   const double zoom = Length(map.turn);
   // The direction half way to the turn.

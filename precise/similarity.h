@@ -44,6 +44,9 @@ constexpr Similarity Compose(const Similarity& outer, const Similarity& inner) {
 
 Similarity Inverse(const Similarity& map);
 
+/// The map without its zoom.
+Similarity Rigid(const Similarity& map);
+
 /// The map that gives `map` when it is applied twice.
 Similarity Half(const Similarity& map);
 

@@ -1,21 +1,15 @@
 #include "precise/sourceline.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace precise {
 namespace {
 
-/// The first column of `within` whose position on a rising line is at least `value`.
+/// The first column of `within` whose position on a rising line is at least `value`, or its end.
 std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t value, ColumnRun within) {
-  while (within.begin < within.end) {
-    const std::int32_t middle = within.begin + (within.end - within.begin) / 2;
-    if (start + middle * step >= value)
-      within.end = middle;
-    else
-      within.begin = middle + 1;
-  }
-  return within.begin;
+  if (start + within.begin * step >= value || within.begin >= within.end) return within.begin;
+  if (start + within.end * step < value) return within.end;
+  return static_cast<std::int32_t>((value - start + step - 1) / step);
 }
 
 ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within) {
@@ -31,7 +25,13 @@ ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange ra
 
 }  // namespace
 
-std::int64_t FixedPosition(double samples) { return std::llround(samples * static_cast<double>(kOneSample)); }
+// As std::llround does, which is a call.
+std::int64_t FixedPosition(double samples) {
+  const double scaled = samples * static_cast<double>(kOneSample);
+  const auto whole = static_cast<std::int64_t>(scaled);
+  const double rest = scaled - static_cast<double>(whole);
+  return whole + (rest >= 0.5 ? 1 : 0) - (rest <= -0.5 ? 1 : 0);
+}
 
 SourceLine MakeSourceLine(double startX, double startY, double stepX, double stepY) {
   return {FixedPosition(startX), FixedPosition(startY), FixedPosition(stepX), FixedPosition(stepY)};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "precise/margins.h"
 #include "precise/motion.h"
@@ -14,20 +15,23 @@
 namespace precise {
 namespace {
 
-constexpr std::int32_t kLargestSide = 32767;
-constexpr double kLargestAspect = 16;
+constexpr double kFarthestSite = 4;  // of chroma, in luma samples
+// Nothing of the picture can be seen so far away, and positions keep within their range.
+constexpr double kFarthestShift = 1 << 24;
 
 bool IsUsable(const PictureFormat& format) {
   const auto isSide = [](std::int32_t side) { return side >= 1 && side <= kLargestSide; };
   const auto isShift = [](int shift) { return shift >= 0 && shift <= 2; };
   return isSide(format.width) && isSide(format.height) && format.planes >= 1 && format.planes <= kMaxPlanes &&
-         format.bitsPerSample == 8 && isShift(format.chromaShiftX) && isShift(format.chromaShiftY) &&
-         std::abs(format.chromaSiteX) <= 4 && std::abs(format.chromaSiteY) <= 4 &&
-         format.pixelAspect >= 1 / kLargestAspect && format.pixelAspect <= kLargestAspect;
+         format.bitsPerSample >= 8 && format.bitsPerSample <= 16 && isShift(format.chromaShiftX) &&
+         isShift(format.chromaShiftY) && std::abs(format.chromaSiteX) <= kFarthestSite &&
+         std::abs(format.chromaSiteY) <= kFarthestSite && format.pixelAspect >= 1 / kLargestPixelAspect &&
+         format.pixelAspect <= kLargestPixelAspect;
 }
 
-bool HasMargins(const Settings& settings) {
-  return settings.clipping != Clipping::Outline && settings.marginX > 0 && settings.marginY > 0;
+bool AreWeights(const std::vector<double>& weights) {
+  return weights.front() > 0 &&
+         std::ranges::all_of(weights, [](double weight) { return weight >= 0 && weight <= 1e9; });
 }
 
 /// Whole chroma samples of a margin.
@@ -64,6 +68,11 @@ Frames MakeFrames(const Shown& shown) {
           1 / shown.zoom * Complex{shown.output.width * aspect / 2, shown.output.height / 2.0}};
 }
 
+/// Margins on one axis alone leave nothing to turn the picture in, and count as none.
+bool HaveMargins(const Frames& frames) {
+  return frames.shown.re < frames.picture.re && frames.shown.im < frames.picture.im;
+}
+
 /// What is known of a frame's place on the path.
 struct PathPoint {
   CLadder ladder;
@@ -85,17 +94,17 @@ class FrameRing {
 
 bool AreUsable(const PictureFormat& format, const Settings& settings) {
   if (!IsUsable(format)) return false;
-  const auto leavesSample = [](double margin, std::int32_t side, int shift) {
-    return margin >= 0 && 2 * margin <= side - (1 << shift);
+  const auto leavesSample = [](double margin, std::int32_t side) {
+    return margin >= 0 && 2 * margin <= side - 1;
   };
   const auto& region = settings.estimateFrom;
   return settings.window >= 2 && settings.window <= 256 && settings.window % 2 == 0 &&
-         leavesSample(settings.marginX, format.width, format.chromaShiftX) &&
-         leavesSample(settings.marginY, format.height, format.chromaShiftY) &&
+         leavesSample(settings.marginX, format.width) && leavesSample(settings.marginY, format.height) &&
          (!region || (std::max(region->left, 0) < std::min(region->right, format.width) &&
                       std::max(region->top, 0) < std::min(region->bottom, format.height))) &&
          (settings.pathWeights.empty() ||
-          settings.pathWeights.size() == static_cast<std::size_t>(settings.window / 2 + 1));
+          (settings.pathWeights.size() == static_cast<std::size_t>(settings.window / 2 + 1) &&
+           AreWeights(settings.pathWeights)));
 }
 
 PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings) {
@@ -109,14 +118,17 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 
 /// All that one stream needs. Frames are numbered from 0.
 struct CStabilizer::Stream {
-  Stream(const PictureFormat& format, const Settings& wanted)
-      : settings(wanted),
+  Stream(const PictureFormat& format, const Settings& wanted, SimdLevel cap, RowRunner rowRunner)
+      : loops(SelectLoops(cap)),
+        runner(std::move(rowRunner)),
+        settings(wanted),
         shown(MakeShown(format, settings)),
         frames(MakeFrames(shown)),
+        hasMargins(HaveMargins(frames)),
         half(settings.window / 2),
-        bend(HasMargins(settings) ? half / 2 : 0),
-        delay(HasMargins(settings) ? settings.window : half),
-        estimator(format, settings.estimateFrom),
+        bend(half / 2),
+        delay(hasMargins ? settings.window : half),
+        estimator(format, settings.estimateFrom, loops),
         reference(format),
         lent(delay + 1),
         track(2 * settings.window + 4, settings.findCuts),
@@ -135,17 +147,29 @@ struct CStabilizer::Stream {
   std::int64_t Newest() const { return track.Frames() - 1; }
   Pyramid& PyramidOf(std::int64_t frame) { return pyramids[static_cast<std::size_t>(frame % 3)]; }
 
+  std::ptrdiff_t RowBytes(int plane) const {
+    return std::ptrdiff_t{shown.output.PlaneWidth(plane)} * shown.output.BytesPerSample();
+  }
   void MakeCanvas();
+  void Refer(std::int64_t frame);
   void TieFrame(std::int64_t frame);
   void Relate(std::int64_t frame);
   void PlanUpTo(std::int64_t last);
+  Correction HeldCorrection(std::int64_t frame);
   Correction CorrectionOf(std::int64_t frame);
   void Draw(const Correction& correction, const ConstPicture& in, const Picture& out, bool beginsShot);
+  void DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
+                    std::int32_t begin, std::int32_t end, bool beginsShot);
 
+  const Loops& loops;
+  RowRunner runner;
   Settings settings;
   Shown shown;
   Frames frames;
-  std::int32_t half, bend, delay;  ///< frames: reach of the low-pass, of a bend's minimum and mean, of all
+  bool hasMargins;
+  std::int32_t half;   ///< frames that the low-pass looks ahead and back
+  std::int32_t bend;   ///< frames that margins look beyond that, once for a minimum and once for a mean
+  std::int32_t delay;  ///< frames that are seen beyond the one delivered
   CMotionEstimator estimator;
   std::vector<Pyramid> pyramids;  ///< of the three newest frames
   Pyramid reference;              ///< on a tripod: of the shot's first frame
@@ -166,59 +190,61 @@ struct CStabilizer::Stream {
 void CStabilizer::Stream::MakeCanvas() {
   for (int plane = 0; plane < shown.output.planes; ++plane) {
     const auto i = static_cast<std::size_t>(plane);
-    const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
-    canvas[i].resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
-    canvasPlanes[i] = {canvas[i].data(), width};
+    const std::ptrdiff_t rowBytes = RowBytes(plane);
+    canvas[i].resize(static_cast<std::size_t>(rowBytes * shown.output.PlaneHeight(plane)));
+    canvasPlanes[i] = {canvas[i].data(), rowBytes};
   }
 }
 
 /// Ties the frame to the one before.
 void CStabilizer::Stream::TieFrame(std::int64_t frame) {
   if (frame == 0) return track.Start();
-  const Similarity guess = track[frame - 1].motion;
-  if (!track.Append(estimator.Estimate(PyramidOf(frame - 1), PyramidOf(frame), {&guess, 1}))) return;
+  // The motion before is no guess: what it was found with would reach back to the first frame.
+  if (!track.Append(estimator.Estimate(PyramidOf(frame - 1), PyramidOf(frame), {}))) return;
   track.Bridge(estimator.Estimate(PyramidOf(frame - 2), PyramidOf(frame), {}));
+}
+
+/// Makes the frame the one that those after it are laid on.
+void CStabilizer::Stream::Refer(std::int64_t frame) {
+  referenceFrame = frame;
+  BuildPyramid(lent[frame][0], shown.input.bitsPerSample, loops, runner, reference);
+  sinceReference[frame] = {};
 }
 
 /// Measures the frame's motion since the first of its shot.
 void CStabilizer::Stream::Relate(std::int64_t frame) {
-  const auto add = [&](std::int64_t to) {
-    sinceReference[to] = Compose(track[to].motion, sinceReference[to - 1]);
-  };
-  const auto refer = [&](std::int64_t first) {
-    referenceFrame = first;
-    BuildPyramid(lent[first][0], shown.input.bitsPerSample, reference);
-    sinceReference[first] = {};
-  };
-  if (frame == 0) return refer(0);
-  // The newest frame has settled what the one before it is.
-  if (track[frame - 1].tie == Tie::Cut) {
-    if (referenceFrame != frame - 1) refer(frame - 1);
-  } else if (track[frame - 1].tie == Tie::Assumed) {
-    add(frame - 1);
-  }
-  add(frame);
-  const Match match = estimator.Estimate(reference, PyramidOf(frame), {&sinceReference[frame], 1});
-  if (match.IsSameScene()) sinceReference[frame] = match.map;
+  // The newest frame has settled whether the one before it begins a shot.
+  if (frame == 0) return Refer(0);
+  if (track[frame - 1].tie == Tie::Cut && referenceFrame != frame - 1) Refer(frame - 1);
+
+  Similarity& since = sinceReference[frame];
+  since = Compose(Rigid(track[frame].motion), sinceReference[frame - 1]);
+  const double distance = Length(since.shift);
+  if (distance > kFarthestShift) since.shift = kFarthestShift / distance * since.shift;
+  const Match match = estimator.Estimate(reference, PyramidOf(frame), {&since, 1});
+  if (match.IsSameScene()) since = Rigid(match.map);
 }
 
 void CStabilizer::Stream::PlanUpTo(std::int64_t last) {
   for (; planned <= last; ++planned) {
     FindPoses(track, planned, poses);
-    Similarity held = Inverse(sinceReference[planned]);
-    if (!settings.correctRoll) {
+    if (!settings.correctRoll)
       for (Similarity& pose : poses) pose.turn = {1, 0};
-      held.turn = {1, 0};
-    }
     PathPoint& point = path[planned];
     point.ladder = CLadder(poses, weights);
-    if (settings.tripod) point.ladder.SetLast({Unit(held.turn), held.shift});
+    if (settings.tripod) point.ladder.SetLast(HeldCorrection(planned));
     point.reach = point.ladder.Reach(frames);
   }
 }
 
+/// Lays the frame on the first of its shot.
+Correction CStabilizer::Stream::HeldCorrection(std::int64_t frame) {
+  const Correction held = Inverse(sinceReference[frame]);
+  return settings.correctRoll ? held : Correction{.shift = held.shift};
+}
+
 Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
-  if (delay == half) return path[frame].ladder.At(CLadder::kHighest);
+  if (!hasMargins) return path[frame].ladder.At(CLadder::kHighest);
   const auto inShot = [&](std::int64_t other) {
     return other >= 0 && other < planned && track[other].shot == track[frame].shot;
   };
@@ -233,23 +259,33 @@ Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
 
 void CStabilizer::Stream::Draw(const Correction& correction, const ConstPicture& in, const Picture& out,
                                bool beginsShot) {
-  for (int plane = 0; plane < shown.output.planes; ++plane) {
-    const auto i = static_cast<std::size_t>(plane);
-    const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
-    if (!settings.keepBackground) {
-      WarpPlane(shown, correction, plane, in, out, 0, height, false);
-      continue;
-    }
-    if (beginsShot) std::ranges::fill(canvas[i], static_cast<std::uint8_t>(shown.background[i]));
-    WarpPlane(shown, correction, plane, in, canvasPlanes, 0, height, true);
-    for (std::int32_t row = 0; row < height; ++row)
-      std::memcpy(out[i].data + row * out[i].strideBytes, canvas[i].data() + std::ptrdiff_t{row} * width,
-                  static_cast<std::size_t>(width));
-  }
+  for (int plane = 0; plane < shown.output.planes; ++plane)
+    RunRows(runner, shown.output.PlaneHeight(plane), [&](std::int32_t begin, std::int32_t end) {
+      if (settings.keepBackground)
+        DrawOnCanvas(correction, plane, in, out, begin, end, beginsShot);
+      else
+        WarpPlane(shown, correction, plane, in, out, begin, end, false, loops);
+    });
 }
 
-CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings)
-    : m_pStream(std::make_unique<Stream>(format, settings)) {}
+void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in,
+                                       const Picture& out, std::int32_t begin, std::int32_t end,
+                                       bool beginsShot) {
+  const auto i = static_cast<std::size_t>(plane);
+  const auto& [samples, strideBytes] = canvasPlanes[i];
+  if (beginsShot)
+    for (std::int32_t row = begin; row < end; ++row)
+      FillSamples(samples + row * strideBytes, {0, shown.output.PlaneWidth(plane)}, shown.background[i],
+                  shown.output.BytesPerSample());
+  WarpPlane(shown, correction, plane, in, canvasPlanes, begin, end, true, loops);
+  for (std::int32_t row = begin; row < end; ++row)
+    std::memcpy(out[i].data + row * out[i].strideBytes, samples + row * strideBytes,
+                static_cast<std::size_t>(strideBytes));
+}
+
+CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap,
+                         RowRunner runner)
+    : m_pStream(std::make_unique<Stream>(format, settings, cap, std::move(runner))) {}
 
 CStabilizer::~CStabilizer() = default;
 
@@ -259,7 +295,8 @@ void CStabilizer::Push(const ConstPicture& frame) {
   Stream& stream = *m_pStream;
   const std::int64_t number = stream.track.Frames();
   stream.lent[number] = frame;
-  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.PyramidOf(number));
+  BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.loops, stream.runner,
+               stream.PyramidOf(number));
   stream.TieFrame(number);
   if (stream.settings.tripod) stream.Relate(number);
   stream.PlanUpTo(number - stream.half);

@@ -6,7 +6,9 @@
 #include <optional>
 #include <vector>
 
+#include "base/simd.h"
 #include "precise/picture.h"
+#include "precise/rowrunner.h"
 
 namespace precise {
 
@@ -21,23 +23,27 @@ struct Region {
 };
 
 struct Settings {
-  std::int32_t window = 32;         ///< frames that the path is smoothed over: even, 2 to 256
-  double marginX = 0, marginY = 0;  ///< of each side that may be given up, in luma samples
+  std::int32_t window = 32;  ///< frames that the path is smoothed over: even, 2 to 256
+  /// What may be given up of each side, in luma samples. Where both are more than nothing, no uncovered pixel
+  /// shows; otherwise edges may.
+  double marginX = 0, marginY = 0;
   Clipping clipping = Clipping::Stretch;
   Interpolation interpolation = Interpolation::Bicubic;
   bool correctRoll = true;
-  bool tripod = false;                 ///< lay every frame of a shot on its first
-  bool findCuts = true;                ///< or take the stream as one shot
-  std::optional<Region> estimateFrom;  ///< nothing: the whole picture
+  bool tripod = false;   ///< lay every frame of a shot on its first
+  bool findCuts = true;  ///< or take the stream as one shot
+  /// Nothing: the whole picture. Motion needs some 14 samples a side, more in pictures above 300 rows and
+  /// columns.
+  std::optional<Region> estimateFrom = {};
   /// What shows where no source sample lies: a sample value for each plane, or what was last seen there.
   std::array<std::uint16_t, kMaxPlanes> background = {};
   bool keepBackground = false;
   /// Weights of the frames 0, 1, … window / 2 away from the one delivered. Empty: the engine's own.
-  std::vector<double> pathWeights;
+  std::vector<double> pathWeights = {};
 };
 
-/// Where the camera went, or where a frame is moved to: luma samples to the right, luma rows downward, and
-/// radians clockwise, as the content of the picture moves.
+/// How the content of a picture moves about its centre: luma samples to the right, luma rows downward, and
+/// radians clockwise.
 struct Movement {
   double x = 0, y = 0, roll = 0;
 };
@@ -52,8 +58,9 @@ struct FrameReport {
 };
 
 /// True when a stream of this format can be stabilized with these settings: sides of 1 to 32767 samples, 8 to
-/// 16 bits, chroma shifts of 0 to 2, a pixel aspect of 1/16 to 16, an even window of 2 to 256, margins that
-/// are not negative and leave a sample of each plane, a region that holds a sample of the picture.
+/// 16 bits, chroma shifts of 0 to 2 and sites of at most 4, a pixel aspect of 1/16 to 16, an even window of 2
+/// to 256, margins that are not negative and leave a sample, a region that holds a sample of the picture,
+/// path weights that are not negative, of which the first is more than 0.
 bool AreUsable(const PictureFormat& format, const Settings& settings);
 
 /// The format of the frames that come out: smaller with `Clipping::Crop`, the same otherwise. Margins are cut
@@ -70,13 +77,17 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 ///   End(); while (CanDeliver()) Deliver(out);
 class CStabilizer {
  public:
-  /// The format and settings are usable. Throws std::bad_alloc.
-  CStabilizer(const PictureFormat& format, const Settings& settings);
+  /// The format and settings are usable. Throws std::bad_alloc. The runner, if there is one, is called by
+  /// `Push` and `Deliver` for most of their work. Neither it nor the cap on the instruction set changes a
+  /// byte.
+  CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap = SimdLevel::Avx2,
+              RowRunner runner = {});
   ~CStabilizer();
   CStabilizer(const CStabilizer&) = delete;
   CStabilizer& operator=(const CStabilizer&) = delete;
 
-  /// Frames that are held before the first is delivered: half the window, a whole one with margins.
+  /// How many frames beyond a frame must come before it is delivered: half the window, a whole one with
+  /// margins. One more is held then.
   std::int32_t DelayFrames() const;
 
   /// Takes the next frame. `CanDeliver` is false before.

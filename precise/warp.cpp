@@ -1,6 +1,7 @@
 #include "precise/warp.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "precise/loops.h"
 #include "precise/sourceline.h"
@@ -28,29 +29,39 @@ ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
   return {std::min(covered, samples), std::max(samples - covered, std::min(covered, samples))};
 }
 
-const WarpLoops& LoopsFor(Interpolation interpolation) {
-  switch (interpolation) {
-    case Interpolation::Nearest:
-      return kNearestLoops;
-    case Interpolation::Bilinear:
-      return kBilinearLoops;
-    case Interpolation::Bicubic:
-      break;
-  }
-  return kBicubicLoops;
-}
+/// How a picture is sampled.
+struct Sampling {
+  WarpRow Loops::*inside;
+  WarpRow atEdges;
+  /// Samples that are read before and after the one that a position is rounded down to.
+  std::int32_t before, after;
+};
+
+constexpr Sampling kSamplings[] = {{&Loops::warpNearest, WarpNearestAtEdges, 0, 1},
+                                   {&Loops::warpBilinear, WarpBilinearAtEdges, 0, 1},
+                                   {&Loops::warpBicubic, WarpBicubicAtEdges, 1, 2}};
 
 }  // namespace
 
+void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample) {
+  if (bytesPerSample == 1) {
+    std::fill(row + run.begin, row + run.end, static_cast<std::uint8_t>(value));
+    return;
+  }
+  for (std::int32_t column = run.begin; column < run.end; ++column)
+    std::memcpy(row + std::ptrdiff_t{column} * 2, &value, sizeof value);
+}
+
 void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
-               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered) {
+               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
+               const Loops& loops) {
   const PictureFormat& input = shown.input;
   const auto index = static_cast<std::size_t>(plane);
   const SourcePlane source = {in[index].data, in[index].strideBytes, input.PlaneWidth(plane),
-                              input.PlaneHeight(plane)};
+                              input.PlaneHeight(plane), input.bitsPerSample};
   const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
   const Grid grid(input, plane);
-  const WarpLoops& loops = LoopsFor(shown.interpolation);
+  const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
   const Complex centre = {(input.width - 1) / 2.0, (input.height - 1) / 2.0};
   const Complex turn = 1 / shown.zoom * Conjugate(correction.turn);
   const Complex shift = Conjugate(correction.turn) * correction.shift;
@@ -65,7 +76,8 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
   const PositionRange coveredY = coverage(source.height, grid.stepY, grid.siteY);
   // Rounding may move a position up by half of 1/256 sample.
   const auto interior = [&](std::int32_t samples) {
-    return PositionRange{loops.before * kOneSample, (samples - loops.after) * kOneSample - (kOneSample >> 9)};
+    return PositionRange{sampling.before * kOneSample,
+                         (samples - sampling.after) * kOneSample - (kOneSample >> 9)};
   };
   const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
   const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
@@ -83,13 +95,12 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
     const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);
     std::uint8_t* const samples = out[index].data + row * out[index].strideBytes;
     if (!keepUncovered) {
-      const auto background = static_cast<std::uint8_t>(shown.background[index]);
-      std::fill(samples, samples + covered.begin, background);
-      std::fill(samples + covered.end, samples + width, background);
+      FillSamples(samples, {0, covered.begin}, shown.background[index], input.BytesPerSample());
+      FillSamples(samples, {covered.end, width}, shown.background[index], input.BytesPerSample());
     }
-    loops.atEdges(source, line, {covered.begin, inside.begin}, samples);
-    loops.inside(source, line, inside, samples);
-    loops.atEdges(source, line, {inside.end, covered.end}, samples);
+    sampling.atEdges(source, line, {covered.begin, inside.begin}, samples);
+    (loops.*sampling.inside)(source, line, inside, samples);
+    sampling.atEdges(source, line, {inside.end, covered.end}, samples);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 
+#include "precise/loops.h"
 #include "precise/path.h"
 #include "precise/picture.h"
 #include "precise/stabilizer.h"
@@ -19,9 +20,13 @@ struct Shown {
   std::array<std::uint16_t, kMaxPlanes> background = {};
 };
 
+/// Fills samples begin … end - 1 of the row.
+void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample);
+
 /// Writes rows begin … end - 1 of an output plane. What no source sample covers becomes background, or stays
 /// as it is in `out` with `keepUncovered`.
 void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
-               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered);
+               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
+               const Loops& loops);
 
 }  // namespace precise

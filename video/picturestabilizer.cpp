@@ -7,6 +7,7 @@
 #include "host/kernelstabilizer.h"
 #include "host/motionlog.h"
 #include "kernel/frame.h"
+#include "video/rowteam.h"
 
 namespace {
 
@@ -55,7 +56,7 @@ class PreciseStabilizer final : public PictureStabilizer {
  public:
   PreciseStabilizer(const Options& options, const StreamFacts& stream, const precise::Settings& settings,
                     AVPixelFormat format)
-      : m_engine(stream.format, settings),
+      : m_engine(stream.format, settings, options.simd, m_rows.Runner()),
         m_outputFormat(precise::OutputFormat(stream.format, settings)),
         m_pool(format, m_outputFormat.width, m_outputFormat.height) {
     if (!options.motionFile.empty()) m_log.emplace(options.motionFile, kPreciseColumns);
@@ -82,7 +83,8 @@ class PreciseStabilizer final : public PictureStabilizer {
   }
 
  private:
-  std::deque<FramePtr> m_lent;  // outlives the engine
+  std::deque<FramePtr> m_lent;  // outlives the engine, as does the team
+  RowTeam m_rows;
   precise::CStabilizer m_engine;
   precise::PictureFormat m_outputFormat;
   FramePool m_pool;
@@ -100,7 +102,8 @@ class ClassicStabilizer final : public PictureStabilizer {
       : m_frame(options.size.width, options.size.height),
         m_size(GetOutputSize(settings, options.size)),
         m_pool(AV_PIX_FMT_BGR24, m_size.width, m_size.height),
-        m_stabilizer(settings, options.size, options.ops ? *options.ops : BestOps(), options.motionFile) {}
+        m_stabilizer(settings, options.size, SelectOps(DetectCpuFeatures(), options.simd),
+                     options.motionFile) {}
 
   void Push(FramePtr frame) override {
     for (int row = 0; row < frame->height; ++row)

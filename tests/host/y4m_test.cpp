@@ -21,9 +21,12 @@ std::string Head(const Bytes& stream) {
   return {stream.begin(), std::ranges::find(stream, static_cast<std::uint8_t>('\n'))};
 }
 
-/// A stream of one picture again and again, with parameters at its second frame.
-Bytes StillStream(const std::string& head, std::size_t frameBytes, int frames) {
-  const Bytes picture = RandomBytes(frameBytes, 1);
+/// A stream of one picture again and again, with parameters at its second frame. Of words each second byte
+/// keeps the bits of `highByte`.
+Bytes StillStream(const std::string& head, std::size_t frameBytes, int frames, int highByte = 255) {
+  Bytes picture = RandomBytes(frameBytes, 1);
+  for (std::size_t i = 1; i < picture.size(); i += 2)
+    picture[i] = static_cast<std::uint8_t>(picture[i] & highByte);
   Bytes stream;
   Append(stream, head + '\n');
   for (int i = 0; i < frames; ++i) {
@@ -54,18 +57,28 @@ Bytes MovingStream(const std::string& tag, int planes, const std::vector<CameraP
 TEST(Y4m, KeepsHeadFramesAndParametersOfEverySampling) {
   // 21x15 luma samples, 11 or 21 columns and 8 or 15 rows of each chroma plane.
   constexpr std::size_t kLuma = 21 * 15, k420 = kLuma + 2 * 11 * 8, k422 = kLuma + 2 * 11 * 15;
-  for (const auto& [tags, frameBytes] :
-       std::vector<std::pair<std::string, std::size_t>>{{"", k420},
-                                                        {" Ip A0:0 C420", k420},
-                                                        {" C420jpeg XYSCSS=420JPEG XCOLORRANGE=FULL", k420},
-                                                        {" I? C420mpeg2 A4:3", k420},
-                                                        {" Qx C420paldv", k420},
-                                                        {" C422", k422},
-                                                        {" C444", 3 * kLuma},
-                                                        {" C444alpha", 4 * kLuma},
-                                                        {" Cmono", kLuma}}) {
+  struct Case {
+    std::string tags;
+    std::size_t frameBytes;
+    int highByte = 255;
+  };
+  for (const auto& [tags, frameBytes, highByte] :
+       std::vector<Case>{{"", k420},
+                         {" Ip A0:0 C420", k420},
+                         {" C420jpeg XYSCSS=420JPEG XCOLORRANGE=FULL", k420},
+                         {" I? C420mpeg2 A4:3", k420},
+                         {" Qx C420paldv", k420},
+                         {" C422", k422},
+                         {" C444", 3 * kLuma},
+                         {" C444alpha", 4 * kLuma},
+                         {" Cmono", kLuma},
+                         {" C420p9", 2 * k420, 1},
+                         {" C422p10 XYSCSS=422P10", 2 * k422, 3},
+                         {" C444p14", 6 * kLuma, 63},
+                         {" C420p16", 2 * k420},
+                         {" Cmono12", 2 * kLuma, 15}}) {
     for (const int frames : {0, 1, 9}) {
-      const Bytes input = StillStream("YUV4MPEG2 H15 W21 F0:0" + tags, frameBytes, frames);
+      const Bytes input = StillStream("YUV4MPEG2 H15 W21 F0:0" + tags, frameBytes, frames, highByte);
       const Outcome outcome = RunWords("--crop 0 --window 4", input);
       EXPECT_EQ(outcome.code, 0) << tags << ": " << outcome.messages;
       EXPECT_EQ(outcome.messages, "");
@@ -121,7 +134,7 @@ TEST(Y4m, RefusesWhatItCannotServeByName) {
                             {size + "Ib\n", "", "bwdif"},
                             {size + "Im\n", "", "bwdif"},
                             {size + "Iz\n", "", "Iz"},
-                            {size + "C420p10\n", "", "-pix_fmt yuv420p"},
+                            {size + "C420p11\n", "", "-pix_fmt yuv420p"},
                             {size + "C411\n", "", "C411"},
                             {good + "\nFRAMES\n", "", "FRAME before frame 1"},
                             {good + "\nFRAME " + std::string(2000, 'x') + "\n", "", "line before frame 1"},

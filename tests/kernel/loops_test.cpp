@@ -1,9 +1,7 @@
 #include "kernel/loops.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
@@ -12,7 +10,7 @@
 #include "kernel/frame.h"
 #include "kernel/sampling.h"
 #include "kernel/stabilizevideokernel.h"
-#include "support/guardedbuffer.h"
+#include "support/loopcheck.h"
 #include "support/params.h"
 
 // Every table of loops against the scalar one, which defines the results. Sources end exactly where the loops
@@ -25,51 +23,12 @@ std::span<const KernelOps* const> Twins() { return AvailableOps().subspan(1); }
 #define SKIP_WITHOUT_TWINS() \
   if (Twins().empty()) GTEST_SKIP() << "this machine has the scalar loops only"
 
-enum class Fill { Zero, Limit, NearLimits, Random, Ramp };
-constexpr Fill kFills[] = {Fill::Zero, Fill::Limit, Fill::NearLimits, Fill::Random, Fill::Ramp};
-
-template <class Value>
-std::vector<Value> Filled(std::size_t count, Fill fill, int limit, std::mt19937& random) {
-  const int nearLimits[] = {0, 1, limit - 1, limit};
-  std::vector<Value> values(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto any = static_cast<int>(random() >> 1);
-    const int value = fill == Fill::Zero         ? 0
-                      : fill == Fill::Limit      ? limit
-                      : fill == Fill::NearLimits ? nearLimits[any % 4]
-                      : fill == Fill::Random     ? any % (limit + 1)
-                                                 : static_cast<int>(i * 7 % static_cast<unsigned>(limit + 1));
-    values[i] = static_cast<Value>(value);
-  }
-  return values;
-}
-
 std::vector<std::int16_t> Samples(std::size_t count, Fill fill, std::mt19937& random) {
   return Filled<std::int16_t>(count, fill, 1020, random);
 }
 std::vector<std::uint8_t> Bytes(std::size_t count, Fill fill, std::mt19937& random) {
   return Filled<std::uint8_t>(count, fill, 255, random);
 }
-
-/// Runs a loop from every table into guarded memory of `size` bytes, `offset` bytes off its usual place.
-void ExpectSameBytes(std::size_t size, std::size_t offset, const std::string& what,
-                     const std::function<void(const KernelOps&, std::uint8_t*)>& run) {
-  const auto resultOf = [&](const KernelOps& ops) {
-    GuardedBuffer out(std::vector<std::uint8_t>(offset + size, 0xCD));
-    run(ops, out.Data() + offset);
-    EXPECT_TRUE(out.GuardsIntact()) << ops.name << ' ' << what;
-    return out.Content();
-  };
-  const std::vector<std::uint8_t> expected = resultOf(kScalarOps);
-  for (const KernelOps* const twin : Twins()) {
-    const std::vector<std::uint8_t> actual = resultOf(*twin);
-    const auto difference = std::mismatch(actual.begin(), actual.end(), expected.begin()).first;
-    ASSERT_EQ(difference, actual.end())
-        << twin->name << ' ' << what << ": first different byte " << difference - actual.begin() - offset;
-  }
-}
-
-std::int16_t* AsSamples(std::uint8_t* bytes) { return reinterpret_cast<std::int16_t*>(bytes); }
 
 const KernelOps& g_bestWhileLoading = BestOps();
 
@@ -106,7 +65,7 @@ TEST(LoopTwins, CopyAtAnyPlaceAndLength) {
   for (std::size_t count = 0; count < 400; ++count) {
     const std::size_t from = random() % 64, to = random() % 64;
     const std::vector<std::uint8_t> source = Bytes(from + count, Fill::Random, random);
-    ExpectSameBytes(count, to, std::to_string(count) + " bytes",
+    ExpectSameBytes(AvailableOps(), count, to, std::to_string(count) + " bytes",
                     [&](const KernelOps& ops, std::uint8_t* out) {
                       ops.copyBytes(source.data() + from, out, static_cast<std::ptrdiff_t>(count));
                     });
@@ -124,18 +83,19 @@ TEST(LoopTwins, ConvertAndReduceRowsOfAnyLength) {
       const std::string what =
           std::to_string(count) + " samples, fill " + std::to_string(static_cast<int>(fill));
       const std::vector<std::uint8_t> pixels = Bytes(from + length * kBytesPerPixel, fill, random);
-      ExpectSameBytes(2 * length, 2 * to, "grey " + what, [&](const KernelOps& ops, std::uint8_t* out) {
-        ops.greyRow(pixels.data() + from, AsSamples(out), count);
-      });
+      ExpectSameBytes(AvailableOps(), 2 * length, 2 * to, "grey " + what,
+                      [&](const KernelOps& ops, std::uint8_t* out) {
+                        ops.greyRow(pixels.data() + from, AsSamples(out), count);
+                      });
       std::array<std::vector<std::int16_t>, 5> source;
       FiveRows rows = {};
       for (std::size_t row = 0; row < 5; ++row) {
         source[row] = Samples(from + 2 * length + 3, fill, random);
         rows[row] = source[row].data() + from + 2;
       }
-      ExpectSameBytes(2 * length, 2 * to, "reduce " + what, [&](const KernelOps& ops, std::uint8_t* out) {
-        ops.reduceRow(rows, AsSamples(out), count);
-      });
+      ExpectSameBytes(
+          AvailableOps(), 2 * length, 2 * to, "reduce " + what,
+          [&](const KernelOps& ops, std::uint8_t* out) { ops.reduceRow(rows, AsSamples(out), count); });
       if (HasFailure()) return;
     }
   }
@@ -173,16 +133,18 @@ TEST(LoopTwins, SumRowsOfAnyLength) {
       const std::string what =
           std::to_string(count) + " samples, fill " + std::to_string(static_cast<int>(fill));
       const std::int64_t start = static_cast<std::int64_t>(random()) << 20;
-      ExpectSameBytes(sizeof(TranslationSums), 0, what, [&](const KernelOps& ops, std::uint8_t* out) {
-        TranslationSums sums = {start, -start, 1, 2, 3};
-        ops.addTranslationRow(rows.Previous(), rows.Current().samples, count, sums);
-        std::memcpy(out, &sums, sizeof sums);
-      });
-      ExpectSameBytes(sizeof(RotationSums), 0, what, [&](const KernelOps& ops, std::uint8_t* out) {
-        RotationSums sums = {start, -start, 1, 2, 3, 4, 5, 6, 7};
-        ops.addRotationRow(rows.Previous(), rows.Current(), count, sums);
-        std::memcpy(out, &sums, sizeof sums);
-      });
+      ExpectSameBytes(AvailableOps(), sizeof(TranslationSums), 0, what,
+                      [&](const KernelOps& ops, std::uint8_t* out) {
+                        TranslationSums sums = {start, -start, 1, 2, 3};
+                        ops.addTranslationRow(rows.Previous(), rows.Current().samples, count, sums);
+                        std::memcpy(out, &sums, sizeof sums);
+                      });
+      ExpectSameBytes(AvailableOps(), sizeof(RotationSums), 0, what,
+                      [&](const KernelOps& ops, std::uint8_t* out) {
+                        RotationSums sums = {start, -start, 1, 2, 3, 4, 5, 6, 7};
+                        ops.addRotationRow(rows.Previous(), rows.Current(), count, sums);
+                        std::memcpy(out, &sums, sizeof sums);
+                      });
       if (HasFailure()) return;
     }
   }
@@ -231,7 +193,7 @@ TEST(LoopTwins, SamplePlanesAlongAnyLine) {
     const std::ptrdiff_t pitch = width + static_cast<std::ptrdiff_t>(random() % 3);
     const std::vector<std::int16_t> plane =
         Samples(static_cast<std::size_t>(pitch * (height - 1) + width), kFills[random() % 5], random);
-    ExpectSameBytes(2 * static_cast<std::size_t>(width), 2 * (random() % 16),
+    ExpectSameBytes(AvailableOps(), 2 * static_cast<std::size_t>(width), 2 * (random() % 16),
                     "round " + std::to_string(round), [&](const KernelOps& ops, std::uint8_t* out) {
                       ops.sampleRow(plane.data(), pitch, line, run, AsSamples(out));
                     });
@@ -254,7 +216,7 @@ TEST(LoopTwins, WarpFramesAlongAnyLine) {
         Bytes(static_cast<std::size_t>(frame.strideBytes * (height - 1) + width * kBytesPerPixel),
               kFills[random() % 5], random);
     for (const auto loop : {&KernelOps::warpRowNearest, &KernelOps::warpRowBilinear})
-      ExpectSameBytes(static_cast<std::size_t>(width) * kBytesPerPixel, random() % 32,
+      ExpectSameBytes(AvailableOps(), static_cast<std::size_t>(width) * kBytesPerPixel, random() % 32,
                       "round " + std::to_string(round), [&](const KernelOps& ops, std::uint8_t* out) {
                         (ops.*loop)(pixels.data(), frame.strideBytes, line, run, out);
                       });

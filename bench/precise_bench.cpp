@@ -1,0 +1,164 @@
+#include <benchmark/benchmark.h>
+#include <cmath>
+#include <map>
+#include <vector>
+
+#include "precise/motion.h"
+#include "precise/pyramid.h"
+#include "precise/stabilizer.h"
+#include "precise/warp.h"
+#include "support/scene.h"
+
+// One figure a stage and one for the whole frame, on 4:2:0 frames of a shaky camera. Times are of one thread.
+
+namespace {
+
+using precise::Interpolation;
+
+precise::PictureFormat FormatOf(const benchmark::State& state) {
+  return {.width = static_cast<std::int32_t>(state.range(0)),
+          .height = static_cast<std::int32_t>(state.range(1)),
+          .planes = 3,
+          .bitsPerSample = static_cast<int>(state.range(2)),
+          .chromaShiftX = 1,
+          .chromaShiftY = 1,
+          .chromaSiteY = 0.5};
+}
+
+/// A frame whose chroma shows the luma's upper half, in bytes or in 16-bit words.
+class Frame {
+ public:
+  Frame(const precise::PictureFormat& format, const std::vector<std::uint8_t>& packed)
+      : m_strideBytes(format.width * (format.bitsPerSample > 8 ? 2 : 1)) {
+    for (std::size_t i = 1; i < packed.size(); i += 3) {
+      const int sample = packed[i] << (format.bitsPerSample - 8);
+      m_samples.push_back(static_cast<std::uint8_t>(sample));
+      if (format.bitsPerSample > 8) m_samples.push_back(static_cast<std::uint8_t>(sample >> 8));
+    }
+  }
+
+  precise::ConstPicture Planes() const {
+    const precise::PlaneOf<const std::uint8_t> plane = {m_samples.data(), m_strideBytes};
+    return {plane, plane, plane};
+  }
+
+  precise::Picture Planes() {
+    const precise::PlaneOf<std::uint8_t> plane = {m_samples.data(), m_strideBytes};
+    return {plane, plane, plane};
+  }
+
+ private:
+  std::ptrdiff_t m_strideBytes;
+  std::vector<std::uint8_t> m_samples;
+};
+
+constexpr int kClipFrames = 8;
+
+/// A few frames of a shaky clip, made once for each format.
+const std::vector<Frame>& ClipOf(const precise::PictureFormat& format) {
+  static std::map<std::pair<std::int32_t, int>, std::vector<Frame>> clips;
+  std::vector<Frame>& clip = clips[{format.width, format.bitsPerSample}];
+  if (clip.empty()) {
+    const Scene scene({format.width, format.height}, 24);
+    for (int i = 0; i < kClipFrames; ++i) clip.emplace_back(format, scene.Shoot(ShakyPose(i)));
+  }
+  return clip;
+}
+
+/// The clip forward and backward without end, so that the camera never jumps.
+const Frame& FrameAt(const std::vector<Frame>& clip, std::size_t number) {
+  const std::size_t period = 2 * (clip.size() - 1), phase = number % period;
+  return clip[phase < clip.size() ? phase : period - phase];
+}
+
+void AllSizes(benchmark::internal::Benchmark* bench) {
+  bench->ArgNames({"w", "h", "bits"})->Unit(benchmark::kMillisecond);
+  for (const auto& [width, height] : {std::pair{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}})
+    bench->Args({width, height, 8});
+  bench->Args({1920, 1080, 10});
+}
+
+void Pyramid(benchmark::State& state) {
+  const precise::PictureFormat format = FormatOf(state);
+  const std::vector<Frame>& clip = ClipOf(format);
+  precise::Pyramid pyramid(format);
+  std::size_t number = 0;
+  for (auto _ : state)
+    BuildPyramid(FrameAt(clip, number++).Planes()[0], format.bitsPerSample, precise::SelectLoops(), {},
+                 pyramid);
+}
+
+void Motion(benchmark::State& state) {
+  const precise::PictureFormat format = FormatOf(state);
+  const std::vector<Frame>& clip = ClipOf(format);
+  precise::CMotionEstimator estimator(format, std::nullopt, precise::SelectLoops());
+  std::vector<precise::Pyramid> pyramids;
+  for (int i = 0; i < kClipFrames; ++i)
+    BuildPyramid(clip[static_cast<std::size_t>(i)].Planes()[0], format.bitsPerSample, precise::SelectLoops(),
+                 {}, pyramids.emplace_back(format));
+  std::size_t number = 0;
+  for (auto _ : state) {
+    const std::size_t earlier = number++ % (pyramids.size() - 1);
+    benchmark::DoNotOptimize(estimator.Estimate(pyramids[earlier], pyramids[earlier + 1], {}));
+  }
+}
+
+void Warp(benchmark::State& state, Interpolation interpolation, double zoom) {
+  const precise::PictureFormat format = FormatOf(state);
+  const std::vector<Frame>& clip = ClipOf(format);
+  const precise::Shown shown = {
+      .input = format, .output = format, .interpolation = interpolation, .zoom = zoom};
+  const precise::Correction correction = {.turn = {std::cos(0.005), std::sin(0.005)}, .shift = {5.3, -3.7}};
+  Frame output = clip[0];
+  std::size_t number = 0;
+  for (auto _ : state) {
+    const precise::ConstPicture in = FrameAt(clip, number++).Planes();
+    for (int plane = 0; plane < format.planes; ++plane)
+      WarpPlane(shown, correction, plane, in, output.Planes(), 0, format.PlaneHeight(plane), false,
+                precise::SelectLoops());
+  }
+}
+
+void WholeFrame(benchmark::State& state, Interpolation interpolation, double marginShare,
+                std::int32_t window) {
+  const precise::PictureFormat format = FormatOf(state);
+  const std::vector<Frame>& clip = ClipOf(format);
+  precise::Settings settings;
+  settings.window = window;
+  settings.marginX = format.width * marginShare;
+  settings.marginY = format.height * marginShare;
+  settings.interpolation = interpolation;
+  precise::CStabilizer stabilizer(format, settings);
+  // As many frames as a program holds.
+  std::vector<Frame> held;
+  for (std::int32_t i = 0; i <= stabilizer.DelayFrames(); ++i)
+    held.push_back(FrameAt(clip, static_cast<std::size_t>(i)));
+  Frame output = clip[0];
+  std::size_t number = 0;
+  const auto push = [&] { stabilizer.Push(FrameAt(held, number++).Planes()); };
+  while (!stabilizer.CanDeliver()) push();
+  stabilizer.Deliver(output.Planes());
+  for (auto _ : state) {
+    push();
+    stabilizer.Deliver(output.Planes());
+  }
+}
+
+BENCHMARK(Pyramid)->Apply(AllSizes);
+BENCHMARK(Motion)->Apply(AllSizes);
+BENCHMARK_CAPTURE(Warp, bilinear, Interpolation::Bilinear, 1)->Apply(AllSizes);
+BENCHMARK_CAPTURE(Warp, bicubic, Interpolation::Bicubic, 1)->Apply(AllSizes);
+BENCHMARK_CAPTURE(Warp, bicubic stretch, Interpolation::Bicubic, 1 / 0.9)->Apply(AllSizes);
+BENCHMARK_CAPTURE(WholeFrame, bilinear, Interpolation::Bilinear, 0, 32)->Apply(AllSizes);
+BENCHMARK_CAPTURE(WholeFrame, bicubic, Interpolation::Bicubic, 0, 32)->Apply(AllSizes);
+BENCHMARK_CAPTURE(WholeFrame, bicubic stretch, Interpolation::Bicubic, 0.05, 32)->Apply(AllSizes);
+BENCHMARK_CAPTURE(WholeFrame, window 4, Interpolation::Bicubic, 0.05, 4)
+    ->Args({1920, 1080, 8})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(WholeFrame, window 128, Interpolation::Bicubic, 0.05, 128)
+    ->Args({1920, 1080, 8})
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

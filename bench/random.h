@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+
+/// The same numbers with every standard library.
+class Random {
+ public:
+  explicit Random(std::uint32_t seed) : m_engine(seed) {}
+
+  std::uint32_t Number() { return static_cast<std::uint32_t>(m_engine()); }
+  double Between(double low, double high) { return low + (high - low) * (Number() * 0x1p-32); }
+
+ private:
+  std::mt19937 m_engine;
+};

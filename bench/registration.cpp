@@ -1,0 +1,227 @@
+#include "registration.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+
+namespace {
+
+constexpr double DegreesARadian = 180 / std::numbers::pi;
+constexpr int CoarsestWidth = 80;  // of the layer that the search starts with
+constexpr int SearchReach = 12;    // in its pixels
+constexpr double SamplesAtMost = 40000;
+constexpr std::size_t FewestSamples = 100;
+constexpr double LeastScale = 1.5;  // grey levels; what 8 bits and resampling leave
+
+constexpr std::size_t Unknowns = 6;                 // x, y, roll, zoom, gain, offset
+using Equation = std::array<double, Unknowns + 1>;  // the last is what the others are to explain
+
+/// Trust under the filter of `Blurred`: where all samples under it are trusted.
+Plane Eroded(const Plane& trust) {
+  Plane result(trust.width, trust.height);
+  for (int y = 2; y < trust.height - 2; ++y) {
+    for (int x = 2; x < trust.width - 2; ++x) {
+      float least = 1;
+      for (int k = -2; k <= 2; ++k) {
+        const float* row = trust.Row(y + k) + x;
+        least = std::min({least, row[-2], row[-1], row[0], row[1], row[2]});
+      }
+      result.Row(y)[x] = least;
+    }
+  }
+  return result;
+}
+
+int CountLayers(int width) {
+  int layers = 1;
+  for (; width > CoarsestWidth; width = (width + 1) / 2) ++layers;
+  return layers;
+}
+
+/// Finest first: each layer has half the size of the one before.
+std::vector<Layer> Layers(const Layer& picture) {
+  std::vector<Layer> layers{{Blurred(picture.grey), Eroded(picture.trust)}};
+  for (int count = CountLayers(picture.grey.width); count > 1; --count) {
+    const Layer& last = layers.back();
+    layers.push_back({Blurred(Halved(last.grey)), Eroded(Halved(last.trust))});
+  }
+  return layers;
+}
+
+/// A standard deviation that outliers leave alone.
+double RobustDeviation(const std::vector<Equation>& equations) {
+  std::vector<double> sizes(equations.size());
+  std::ranges::transform(equations, sizes.begin(), [](const Equation& e) { return std::abs(e.back()); });
+  const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
+  std::ranges::nth_element(sizes, middle);
+  return 1.4826 * *middle;
+}
+
+/// Solves the normal equations, whose upper triangle is given, by elimination. What they leave open is zero.
+Equation Solved(std::array<Equation, Unknowns>& normal) {
+  for (std::size_t i = 0; i < Unknowns; ++i) {
+    for (std::size_t k = 0; k < i; ++k) normal[i][k] = normal[k][i];
+  }
+  Equation solution{};
+  for (std::size_t i = 0; i < Unknowns; ++i) {
+    if (normal[i][i] <= 0) return solution;
+    for (std::size_t below = i + 1; below < Unknowns; ++below) {
+      const double factor = normal[below][i] / normal[i][i];
+      for (std::size_t k = i; k <= Unknowns; ++k) normal[below][k] -= factor * normal[i][k];
+    }
+  }
+  for (std::size_t i = Unknowns; i-- > 0;) {
+    solution[i] = normal[i][Unknowns];
+    for (std::size_t k = i + 1; k < Unknowns; ++k) solution[i] -= normal[i][k] * solution[k];
+    solution[i] /= normal[i][i];
+  }
+  return solution;
+}
+
+/// One layer of a picture on the canvas at the same scale.
+class Match {
+ public:
+  Match(const Layer& layer, const View& canvas, std::size_t level, Point centre)
+      : m_grey(layer.grey), m_trust(layer.trust), m_canvas(canvas), m_level(level), m_centre(centre) {}
+
+  /// Of shifts of the layer by even numbers of its pixels, that which correlates best.
+  Fit BestShift(const Fit& start) const {
+    Fit best = start;
+    double highest = -1;
+    for (int down = -SearchReach; down <= SearchReach; down += 2) {
+      for (int right = -SearchReach; right <= SearchReach; right += 2) {
+        Fit shifted = start;
+        shifted.pose.x += right << m_level;
+        shifted.pose.y += down << m_level;
+        if (const double found = Correlation(shifted); found > highest) {
+          highest = found;
+          best = shifted;
+        }
+      }
+    }
+    return best;
+  }
+
+  /// Steps until hardly anything moves.
+  void Refine(Fit& fit) const {
+    const double hardly = m_level == 0 ? 1e-3 : 2e-2;
+    for (int i = 0; i < 12; ++i) {
+      const std::vector<Equation> equations = Compare(fit);
+      if (equations.size() < FewestSamples) {
+        fit.agreeing = 0;
+        return;
+      }
+      // The first look knows gain and offset only roughly.
+      const double moved = Step(equations, fit) / static_cast<double>(1 << m_level);
+      if (i > 0 && moved < hardly) return;
+    }
+  }
+
+ private:
+  /// Calls visit(grey value, canvas point) for every `stride`th sample that can be trusted.
+  template <class Visit>
+  void ForSamples(const Fit& fit, int stride, Visit visit) const {
+    const Movement toCanvas = fit.pose.ToCanvas();
+    for (int y = 0; y < m_grey.height; y += stride) {
+      // Rows in turn start elsewhere, so that no column is left out.
+      for (int x = y / stride % stride; x < m_grey.width; x += stride) {
+        if (m_trust.Row(y)[x] == 0) continue;
+        const Point point =
+            toCanvas.Of(((x << m_level) - m_centre.x) / fit.zoom, ((y << m_level) - m_centre.y) / fit.zoom);
+        if (m_canvas.Holds(point.x, point.y)) visit(m_grey.Row(y)[x], point);
+      }
+    }
+  }
+
+  double Correlation(const Fit& fit) const {
+    double count = 0, sumA = 0, sumB = 0, sumAA = 0, sumBB = 0, sumAB = 0;
+    ForSamples(fit, 2, [&](double a, Point point) {
+      const double b = m_canvas.At(point.x, point.y);
+      count += 1;
+      sumA += a;
+      sumB += b;
+      sumAA += a * a;
+      sumBB += b * b;
+      sumAB += a * b;
+    });
+    const double varianceA = count * sumAA - sumA * sumA, varianceB = count * sumBB - sumB * sumB;
+    if (count < static_cast<double>(FewestSamples) || varianceA <= 0 || varianceB <= 0) return -1;
+    return (count * sumAB - sumA * sumB) / std::sqrt(varianceA * varianceB);
+  }
+
+  /// The residuals, and how they answer to the unknowns.
+  std::vector<Equation> Compare(const Fit& fit) const {
+    const double pixels = static_cast<double>(m_grey.width) * m_grey.height;
+    const int stride = static_cast<int>(std::ceil(std::sqrt(std::max(pixels / SamplesAtMost, 1.0))));
+    std::vector<Equation> equations;
+    equations.reserve(static_cast<std::size_t>(SamplesAtMost));
+    ForSamples(fit, stride, [&](double grey, Point point) {
+      const auto [value, slopeX, slopeY] = m_canvas.WithSlopes(point.x, point.y);
+      // Turning the picture moves the point under it at a right angle to its way from the centre.
+      const double fromX = point.x - fit.pose.x, fromY = point.y - fit.pose.y;
+      const double turning = slopeX * fromY - slopeY * fromX, growing = -(slopeX * fromX + slopeY * fromY);
+      equations.push_back({fit.gain * slopeX, fit.gain * slopeY, fit.gain * turning, fit.gain * growing,
+                           value, 1, grey - (fit.gain * value + fit.offset)});
+    });
+    return equations;
+  }
+
+  /// One Gauss-Newton step; returns how far it moves the picture, at most, in pixels.
+  double Step(const std::vector<Equation>& equations, Fit& fit) const {
+    const double cut = 4.685 * std::max(RobustDeviation(equations), LeastScale * std::max(fit.gain, 0.02));
+    std::array<Equation, Unknowns> normal{};
+    std::size_t agreeing = 0;
+    for (const Equation& equation : equations) {
+      const double ratio = equation.back() / cut;
+      if (std::abs(ratio) >= 1) continue;
+      ++agreeing;
+      const double weight = (1 - ratio * ratio) * (1 - ratio * ratio);
+      for (std::size_t i = 0; i < Unknowns; ++i) {
+        for (std::size_t k = i; k <= Unknowns; ++k) normal[i][k] += weight * equation[i] * equation[k];
+      }
+    }
+    const auto [x, y, roll, zoom, gain, offset, rest] = Solved(normal);
+    fit.pose.x += x;
+    fit.pose.y += y;
+    fit.pose.degrees += roll * DegreesARadian;
+    fit.zoom *= std::exp(zoom);
+    fit.gain += gain;
+    fit.offset += offset;
+    fit.agreeing = static_cast<double>(agreeing) / static_cast<double>(equations.size());
+    return std::max(std::hypot(x, y), std::hypot(roll, zoom) * m_centre.x);
+  }
+
+  const Plane &m_grey, &m_trust;
+  const View& m_canvas;
+  std::size_t m_level;
+  Point m_centre;  // of the picture, in pixels of the finest layer
+};
+
+}  // namespace
+
+Registration::Registration(Canvas canvas, int width, int height)
+    : m_centre{(width - 1) / 2.0, (height - 1) / 2.0} {
+  // The filter's taps lie a layer's pixel apart, as in the picture's layers.
+  const int spacing = static_cast<int>(1 / canvas.pitch);
+  for (int count = CountLayers(width); count > 0; --count) {
+    canvas.samples = Blurred(canvas.samples, spacing);
+    m_canvas.emplace_back(canvas);
+    canvas.samples = Halved(canvas.samples);
+    canvas.pitch *= 2;
+  }
+}
+
+Fit Registration::Find(const Layer& picture, const Fit& start) const {
+  const std::vector<Layer> layers = Layers(picture);
+  std::vector<Match> matches;
+  for (std::size_t level = 0; level < layers.size(); ++level) {
+    matches.emplace_back(layers[level], m_canvas[level], level, m_centre);
+  }
+  Fit fit = matches.back().BestShift(start);
+  while (!matches.empty()) {
+    matches.back().Refine(fit);
+    matches.pop_back();
+  }
+  return fit;
+}

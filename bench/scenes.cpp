@@ -1,0 +1,211 @@
+#include "scenes.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <numbers>
+#include <stdexcept>
+
+#include "random.h"
+
+namespace {
+
+constexpr double Pi = std::numbers::pi;
+
+enum class Pan { none, drift, startAndStop, whip };
+enum class Light { steady, flicker, flash, fade };
+
+struct Recipe {
+  std::string_view name;
+  int width = 640, height = 480;
+  int frames = 150;
+  Pan pan = Pan::drift;
+  double shake = 1, roll = 1;  // times the usual
+  double contrast = 1, noise = 0;
+  double objectShare = 0;
+  Light light = Light::steady;
+  int shots = 1;
+};
+
+constexpr std::array Recipes = {
+    Recipe{.name = "plain"},
+    Recipe{.name = "plain-240", .width = 320, .height = 240},
+    Recipe{.name = "plain-720", .width = 1280, .height = 720},
+    Recipe{.name = "plain-1080", .width = 1920, .height = 1080},
+    Recipe{.name = "shift", .roll = 0},
+    Recipe{.name = "foreground", .objectShare = 1.0 / 3},
+    Recipe{.name = "noise", .noise = 10},
+    Recipe{.name = "exposure", .light = Light::flicker},
+    Recipe{.name = "faint", .contrast = 0.18},
+    Recipe{.name = "faint-noise", .contrast = 0.18, .noise = 5},
+    Recipe{.name = "still", .pan = Pan::none, .shake = 0, .roll = 0, .noise = 2, .objectShare = 0.25},
+    Recipe{.name = "cuts", .frames = 21 * 32, .shots = 21},
+    Recipe{.name = "pan", .frames = 200, .pan = Pan::startAndStop},
+    Recipe{.name = "whip", .frames = 200, .pan = Pan::whip},
+    Recipe{.name = "flash", .light = Light::flash},
+    Recipe{.name = "fade", .light = Light::fade},
+};
+
+/// A sum of waves from a fifth of a hertz to ten, at 30 frames a second, whose height falls with their
+/// frequency as a hand's tremble does.
+class Tremble {
+ public:
+  explicit Tremble(std::uint32_t seed) {
+    Random random(seed);
+    for (std::size_t i = 0; i < m_waves.size(); ++i) {
+      const double octaves =
+          (static_cast<double>(i) + random.Between(0, 1)) / static_cast<double>(m_waves.size()) * 5.6;
+      const double cyclesAFrame = 0.2 / 30 * std::exp2(octaves);
+      m_waves[i] = {2 * Pi * cyclesAFrame, random.Between(0, 2 * Pi), std::exp2(-0.6 * octaves)};
+    }
+  }
+
+  double At(double frame) const {
+    double sum = 0;
+    for (const Wave& wave : m_waves) sum += wave.height * std::sin(wave.speed * frame + wave.phase);
+    return sum;
+  }
+
+ private:
+  struct Wave {
+    double speed, phase, height;
+  };
+  std::array<Wave, 28> m_waves{};
+};
+
+/// How far a movement has come that takes up its speed of one pixel a frame within `ramp` frames from `start`
+/// on, and lays it down again within `ramp` frames from `stop` on; the speed follows half a cosine wave.
+double Moved(double frame, double start, double stop, double ramp) {
+  const auto since = [=](double begin) {
+    const double t = std::clamp(frame - begin, 0.0, ramp);
+    const double rising = t / 2 - ramp / (2 * Pi) * std::sin(Pi * t / ramp);
+    return rising + std::max(frame - begin - ramp, 0.0);
+  };
+  return since(start) - since(stop);
+}
+
+/// Where the camera's owner means to point it.
+Pose Aim(Pan pan, double frame) {
+  switch (pan) {
+    case Pan::drift:
+      return {0.8 * frame + 12 * std::sin(frame / 40), 0.3 * frame + 8 * std::cos(frame / 33), 0};
+    case Pan::startAndStop:
+      return {6 * Moved(frame, 50, 115, 20), 0, 0};
+    case Pan::whip:
+      return {60 * Moved(frame, 30, 108, 62), 0, 0};
+    case Pan::none:
+      break;
+  }
+  return {};
+}
+
+void Expose(Light light, std::size_t number, std::size_t count, Random& random, SceneFrame& frame) {
+  const std::size_t middle = count / 2;
+  const auto away = static_cast<double>(number > middle ? number - middle : middle - number);
+  switch (light) {
+    case Light::flicker:
+      frame.gain = random.Between(0.8, 1.2);
+      frame.bias = random.Between(-12, 12);
+      break;
+    case Light::flash:
+      if (number == middle) {
+        frame.gain = 1.4;
+        frame.bias = 85;
+      }
+      break;
+    case Light::fade:
+      frame.gain = std::clamp((away - 4) / 20, 0.0, 1.0);
+      frame.bias = -112 * (1 - frame.gain);
+      break;
+    case Light::steady:
+      break;
+  }
+}
+
+/// Shots of 24 to 40 frames, where there are several.
+int ShotFrames(const Recipe& recipe, int shot) {
+  const int mean = recipe.frames / recipe.shots;
+  return recipe.shots == 1 ? mean : mean + (shot * 7 % 5 - 2) * 4;
+}
+
+/// A shot's frames, under a steady light.
+std::vector<SceneFrame> Shoot(const Recipe& recipe, int shot) {
+  const std::uint32_t seed = 10 * static_cast<std::uint32_t>(shot);
+  const Tremble right(seed + 1), down(seed + 2), roll(seed + 3);
+  std::vector<SceneFrame> frames;
+  for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
+    SceneFrame frame;
+    const Pose aim = Aim(recipe.pan, number);
+    frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number),
+                    aim.y + recipe.shake * 1.5 * down.At(number), recipe.roll * 0.1 * roll.At(number)};
+    frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0),
+                    aim.y + 10 * std::sin(number / 9.0), 0};
+    frame.shot = shot;
+    // Every other cut leads to a scene of the same brightness.
+    frame.bias = recipe.shots > 1 ? 12 * (shot / 2 % 3 - 1) : 0;
+    frames.push_back(frame);
+  }
+  return frames;
+}
+
+/// All that pictures of this size see from these poses, and some more on each side.
+Area Surroundings(const std::vector<SceneFrame>& frames, double width, double height) {
+  constexpr double more = 96;
+  const auto [left, right] = std::ranges::minmax(frames, {}, [](const SceneFrame& f) { return f.camera.x; });
+  const auto [top, bottom] = std::ranges::minmax(frames, {}, [](const SceneFrame& f) { return f.camera.y; });
+  const double across = width / 2 + more, down = height / 2 + more;
+  return {left.camera.x - across, top.camera.y - down, right.camera.x + across, bottom.camera.y + down};
+}
+
+Scene Prepare(const Recipe& recipe) {
+  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {},
+              {}};
+  for (int shot = 0; shot < recipe.shots; ++shot) {
+    const std::vector<SceneFrame> frames = Shoot(recipe, shot);
+    scene.frames.insert(scene.frames.end(), frames.begin(), frames.end());
+    scene.shots.push_back(Surroundings(frames, recipe.width, recipe.height));
+  }
+  Random random(7);
+  for (std::size_t i = 0; i < scene.frames.size(); ++i) {
+    Expose(recipe.light, i, scene.frames.size(), random, scene.frames[i]);
+  }
+  return scene;
+}
+
+}  // namespace
+
+Movement Pose::ToCanvas() const { return {std::cos(degrees * Pi / 180), std::sin(degrees * Pi / 180), x, y}; }
+
+Movement Pose::ToPicture() const {
+  const auto [cosine, sine, right, down] = ToCanvas();
+  return {cosine, -sine, sine * down - cosine * right, -sine * right - cosine * down};
+}
+
+std::vector<std::string_view> SceneNames() {
+  std::vector<std::string_view> names;
+  for (const Recipe& recipe : Recipes) names.push_back(recipe.name);
+  return names;
+}
+
+Scene FindScene(const std::string& name) {
+  const auto at = std::min(name.find('@'), name.size());
+  const auto* recipe = std::ranges::find(Recipes, name.substr(0, at), &Recipe::name);
+  std::size_t frames = std::string::npos;
+  const char* const end = name.data() + name.size();
+  const bool isWhole = at == name.size();
+  if (!isWhole && std::from_chars(name.data() + at + 1, end, frames).ptr != end) frames = 0;
+  if (recipe == Recipes.end() || frames == 0) {
+    std::string names;
+    for (const std::string_view known : SceneNames()) names += ' ' + std::string(known);
+    throw std::invalid_argument("no scene '" + name + "'; scenes are NAME or NAME@FRAMES with a name of" +
+                                names);
+  }
+  Scene scene = Prepare(*recipe);
+  scene.frames.resize(std::min(frames, scene.frames.size()));
+  return scene;
+}
+
+Canvas PaintShot(const Scene& scene, int shot) {
+  return PaintCanvas(scene.shots[static_cast<std::size_t>(shot)], 1000 + static_cast<std::uint32_t>(shot));
+}

@@ -1,0 +1,184 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "precise/loops.h"
+
+// Loops that compilers turn into vector code by themselves. Each file of loops has a copy of its own,
+// compiled for its processors; so nothing here may be shared, and no inline function of a library may be
+// called that the compiler might leave as a function.
+
+namespace precise {
+namespace {
+
+// Weights of the splines count 16384. The first pass of a separable mean keeps four more bits than planes
+// have.
+constexpr int kWeightBits = 14;
+constexpr int kFirstPassBits = kWeightBits - 4, kSecondPassBits = kWeightBits + 4;
+constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassBits - 1),
+                       kHalfOfSecondPass = 1 << (kSecondPassBits - 1);
+
+constexpr int kBrightnessBits = 10;
+
+/// The cubic B-spline at a sample: of the sample, and of its neighbours.
+constexpr std::int32_t kSplineMiddle = 10922, kSplineSide = 2731;
+
+constexpr std::int32_t LargestSample(int bits) { return (1 << bits) - 1; }
+
+/// The first pass of a bicubic warp keeps 14 bits, or all that samples have where these are more.
+constexpr int FirstPassBits(int bits) { return bits < kWeightBits ? bits : kWeightBits; }
+
+/// Sample i of a row, at most `largest`.
+template <class Sample>
+std::int32_t SampleAt(const std::uint8_t* row, std::ptrdiff_t i, std::int32_t largest) {
+  if constexpr (sizeof(Sample) == 1) {
+    return row[i];
+  } else {
+    Sample sample;
+    std::memcpy(&sample, row + i * static_cast<std::ptrdiff_t>(sizeof sample), sizeof sample);
+    return sample < largest ? sample : largest;
+  }
+}
+
+template <class Sum>
+void AddPairs(const Sum* from, Sum* to, std::int32_t count) {
+  for (std::int32_t i = 0; i < count; ++i) to[i] = static_cast<Sum>(from[2 * i] + from[2 * i + 1]);
+}
+
+/// Sums columns first and then, in pairs, along the row.
+template <class Sample, class Sum>
+void AverageBlocksOf(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
+                     std::int16_t* out, std::int32_t count) {
+  constexpr std::int32_t kColumns = 512;
+  const std::int32_t largest = LargestSample(bits), blocksAtOnce = kColumns >> blockShift;
+  const int shift = 2 * blockShift + bits - kBrightnessBits;
+  Sum sums[2][kColumns];  // of bytes, 128 rows keep within 16 bits
+  for (std::int32_t first = 0; first < count; first += blocksAtOnce) {
+    const std::int32_t blocks = count - first < blocksAtOnce ? count - first : blocksAtOnce;
+    std::int32_t width = blocks << blockShift;
+    for (std::int32_t i = 0; i < width; ++i) sums[0][i] = 0;
+    for (std::int32_t row = 0; row < 1 << blockShift; ++row) {
+      const std::uint8_t* const from = samples + row * strideBytes +
+                                       (std::ptrdiff_t{first} << blockShift) * std::ptrdiff_t{sizeof(Sample)};
+      for (std::int32_t i = 0; i < width; ++i)
+        sums[0][i] = static_cast<Sum>(sums[0][i] + SampleAt<Sample>(from, i, largest));
+    }
+    for (int halving = 0; halving < blockShift; ++halving)
+      AddPairs(sums[halving % 2], sums[(halving + 1) % 2], width >>= 1);
+    const Sum* const whole = sums[blockShift % 2];
+    for (std::int32_t i = 0; i < blocks; ++i)
+      out[first + i] =
+          static_cast<std::int16_t>(shift > 0 ? (whole[i] + (std::uint32_t{1} << (shift - 1))) >> shift
+                                              : std::uint32_t{whole[i]} << -shift);
+  }
+}
+
+void AverageBlocks(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
+                   std::int16_t* out, std::int32_t count) {
+  if (bits == 8)
+    AverageBlocksOf<std::uint8_t, std::uint16_t>(samples, strideBytes, bits, blockShift, out, count);
+  else
+    AverageBlocksOf<std::uint16_t, std::uint32_t>(samples, strideBytes, bits, blockShift, out, count);
+}
+
+/// Calls `work(first, count)` for stretches of a row that small buffers hold.
+constexpr std::int32_t kStretch = 512;
+template <class Work>
+void InStretches(std::int32_t count, Work work) {
+  for (std::int32_t first = 0; first < count; first += kStretch)
+    work(first, count - first < kStretch ? count - first : kStretch);
+}
+
+// Rounds along rows first, as `ResidualRow` does: two equal frames must leave no residual.
+void SmoothRow(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
+  InStretches(count, [&](std::int32_t first, std::int32_t columns) {
+    const std::int32_t last = first + columns;
+    std::int16_t padded[kStretch + 2], sums[3][kStretch];
+    for (std::size_t row = 0; row < 3; ++row) {
+      const std::int16_t* const samples = rows[row];
+      padded[0] = samples[first > 0 ? first - 1 : 0];
+      std::memcpy(padded + 1, samples + first, static_cast<std::size_t>(columns) * sizeof(std::int16_t));
+      padded[columns + 1] = samples[last < count ? last : last - 1];
+      for (std::int32_t i = 0; i < columns; ++i)
+        sums[row][i] = static_cast<std::int16_t>(
+            (kSplineSide * (padded[i] + padded[i + 2]) + kSplineMiddle * padded[i + 1] + kHalfOfFirstPass) >>
+            kFirstPassBits);
+    }
+    for (std::int32_t i = 0; i < columns; ++i)
+      out[first + i] = static_cast<std::int16_t>(
+          (kSplineSide * (sums[0][i] + sums[2][i]) + kSplineMiddle * sums[1][i] + kHalfOfSecondPass) >>
+          kSecondPassBits);
+  });
+}
+
+void HalveRow(const std::array<const std::int16_t*, 4>& rows, std::int16_t* out, std::int32_t count) {
+  const std::int16_t *const a = rows[0], *const b = rows[1], *const c = rows[2], *const d = rows[3];
+  const auto inColumn = [=](std::int32_t i) {
+    return static_cast<std::int16_t>(a[i] + 3 * (b[i] + c[i]) + d[i]);
+  };
+  InStretches(count, [=](std::int32_t first, std::int32_t pairs) {
+    std::int16_t sums[2 * kStretch + 2];
+    const std::int32_t last = first + pairs;
+    for (std::int32_t i = 0; i < 2 * pairs; ++i) sums[i + 1] = inColumn(2 * first + i);
+    sums[0] = inColumn(first > 0 ? 2 * first - 1 : 0);
+    sums[2 * pairs + 1] = inColumn(last < count ? 2 * last : 2 * last - 1);
+    for (std::int32_t i = 0; i < pairs; ++i)
+      out[first + i] = static_cast<std::int16_t>(
+          (sums[2 * i] + 3 * (sums[2 * i + 1] + sums[2 * i + 2]) + sums[2 * i + 3] + 32) >> 6);
+  });
+}
+
+std::int32_t CountBelow(const std::int16_t* residuals, std::int32_t count, std::int32_t limit) {
+  const auto high = static_cast<std::int16_t>(limit), low = static_cast<std::int16_t>(-limit);
+  std::int32_t below = 0;
+  InStretches(count, [&](std::int32_t first, std::int32_t columns) {
+    std::int16_t inStretch = 0;
+    for (std::int32_t i = first; i < first + columns; ++i)
+      inStretch = static_cast<std::int16_t>(inStretch + ((residuals[i] < high) & (residuals[i] > low)));
+    below += inStretch;
+  });
+  return below;
+}
+
+struct Gradient {
+  std::int32_t x, y;
+};
+
+Gradient GradientAt(const std::int16_t* above, const std::int16_t* row, const std::int16_t* below,
+                    std::int32_t i) {
+  return {row[i + 1] - row[i - 1], below[i] - above[i]};
+}
+
+void AddGradientProducts(const std::array<const std::int16_t*, 3>& a,
+                         const std::array<const std::int16_t*, 3>& b, ColumnRun run,
+                         GradientProducts& products) {
+  // In 32 bits, which hold a stretch: gradients are within ±1024.
+  InStretches(run.end - run.begin, [&](std::int32_t first, std::int32_t columns) {
+    std::uint32_t aa = 0, bb = 0;
+    std::int32_t ab = 0;
+    for (std::int32_t i = run.begin + first; i < run.begin + first + columns; ++i) {
+      const Gradient ga = GradientAt(a[0], a[1], a[2], i), gb = GradientAt(b[0], b[1], b[2], i);
+      aa += static_cast<std::uint32_t>(ga.x * ga.x + ga.y * ga.y);
+      ab += ga.x * gb.x + ga.y * gb.y;
+      bb += static_cast<std::uint32_t>(gb.x * gb.x + gb.y * gb.y);
+    }
+    products.aa += aa;
+    products.ab += ab;
+    products.bb += bb;
+  });
+}
+
+std::int32_t SumCappedDifferences(const std::int16_t* a, const std::int16_t* b, std::int32_t count,
+                                  std::int32_t offset, std::int32_t cap) {
+  std::int32_t sum = 0;
+  for (std::int32_t i = 0; i < count; ++i) {
+    const std::int32_t difference = b[i] - a[i] - offset, size = difference < 0 ? -difference : difference;
+    sum += size < cap ? size : cap;
+  }
+  return sum;
+}
+
+}  // namespace
+}  // namespace precise

@@ -1,0 +1,596 @@
+// One source for AVX2 and NEON.
+// Instructions that come with AVX2 on most processors are not asked for.
+#define HWY_COMPILE_ONLY_STATIC
+#define HWY_DISABLE_BMI2_FMA
+#define HWY_DISABLE_F16C
+#define HWY_DISABLE_PCLMUL_AES
+#include <hwy/highway.h>
+#include <limits>
+
+#include "precise/loops.h"
+#include "precise/loops_rows.h"
+
+// What is left over at a row's end is done once more together with its neighbours, by a last step that ends
+// with the run. Runs shorter than a step are left to the scalar loops.
+
+namespace precise {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+constexpr hn::ScalableTag<std::int32_t> kInts;
+constexpr hn::ScalableTag<std::uint32_t> kWords;
+constexpr hn::ScalableTag<std::int16_t> kShorts;
+constexpr hn::ScalableTag<std::uint16_t> kHalfWords;
+constexpr hn::ScalableTag<std::uint8_t> kBytes;
+
+using Ints = hn::Vec<decltype(kInts)>;
+using Words = hn::Vec<decltype(kWords)>;
+using Shorts = hn::Vec<decltype(kShorts)>;
+using Bytes = hn::Vec<decltype(kBytes)>;
+
+/// Outputs of a step, in blocks of four.
+constexpr std::int32_t kLanes = hn::MaxLanes(kInts), kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
+
+/// A vector that is kept. A constant that the compiler knows it makes anew in each step, by two instructions
+/// that wait for the same unit as all shuffles; so it is told by way of memory.
+template <class Tag>
+hn::Vec<Tag> Kept(Tag tag, hn::TFromD<Tag> value) {
+  const volatile auto hidden = value;
+  return hn::Set(tag, hidden);
+}
+
+/// A vector of 16 bytes from each place, or from the first where a vector has no more.
+template <class Tag, class Lane>
+hn::Vec<Tag> LoadBlocks(Tag tag, const Lane* first, const Lane* second) {
+  constexpr hn::FixedTag<Lane, 16 / sizeof(Lane)> kBlock;
+  if constexpr (hn::MaxLanes(tag) == hn::MaxLanes(kBlock))
+    return hn::LoadU(tag, first);
+  else
+    return hn::Combine(tag, hn::LoadU(kBlock, second), hn::LoadU(kBlock, first));
+}
+
+/// Sums of products of neighbours.
+Ints SumsOfPairs(Shorts a, Shorts b) {
+  Ints odd = hn::Zero(kInts);
+  const Ints even = hn::ReorderWidenMulAccumulate(kInts, a, b, hn::Zero(kInts), odd);
+  return hn::RearrangeToOddPlusEven(even, odd);
+}
+
+/// The low halves, or the high halves, of both: those of `odd` above those of `even`.
+Shorts EvenPairs(Shorts even, Shorts odd) {
+  return hn::OddEven(hn::BitCast(kShorts, hn::ShiftLeft<16>(hn::BitCast(kInts, odd))), even);
+}
+Shorts OddPairs(Shorts even, Shorts odd) {
+  return hn::OddEven(odd, hn::BitCast(kShorts, hn::ShiftRight<16>(hn::BitCast(kWords, even))));
+}
+
+/// `work(column)` for steps that cover the run.
+template <class Work>
+void InSteps(ColumnRun run, Work work) {
+  for (std::int32_t column = run.begin; column < run.end; column += kLanes)
+    work(column + kLanes <= run.end ? column : run.end - kLanes);
+}
+
+/// Where a step's lanes stand on one axis.
+struct Spots {
+  std::int64_t whole;  ///< of the first lane
+  Ints fractions;      ///< in 2^32 of a sample, the highest bit inverted
+  Ints carries;        ///< -1 where the fractions' sum came over a sample
+};
+
+/// One axis of a source line.
+class Axis {
+ public:
+  Axis(std::int64_t start, std::int64_t step) : m_start(start), m_step(step) {
+    HWY_ALIGN std::int32_t lows[kLanes], wholes[kLanes];
+    for (std::int32_t i = 0; i < kLanes; ++i) {
+      lows[i] = static_cast<std::int32_t>(static_cast<std::uint32_t>(i * step));
+      wholes[i] = static_cast<std::int32_t>((i * step) >> kPositionBits);
+    }
+    m_lows = hn::Load(kInts, lows);
+    m_wholes = hn::Load(kInts, wholes);
+    m_flippedLows = hn::Xor(m_lows, hn::Set(kInts, kFlip));
+  }
+
+  std::int64_t WholeAt(std::int32_t column) const { return (m_start + column * m_step) >> kPositionBits; }
+
+  Spots At(std::int32_t column) const {
+    const std::int64_t position = m_start + column * m_step;
+    const auto fraction = static_cast<std::int32_t>(static_cast<std::uint32_t>(position));
+    const Ints fractions = hn::Add(m_lows, hn::Set(kInts, fraction ^ kFlip));
+    return {position >> kPositionBits, fractions, hn::VecFromMask(kInts, hn::Lt(fractions, m_flippedLows))};
+  }
+
+  /// Whole samples beyond the first lane's, before carries are subtracted.
+  Ints WholesBeforeCarries() const { return m_wholes; }
+
+ private:
+  static constexpr std::int32_t kFlip = std::numeric_limits<std::int32_t>::min();
+  std::int64_t m_start, m_step;
+  Ints m_lows, m_wholes, m_flippedLows;
+};
+
+/// The phases in 256 of a sample: of x in the low halves, of y in the high ones.
+class Phases {
+ public:
+  Shorts Of(const Spots& x, const Spots& y) const {
+    const Words across = hn::ShiftRight<24>(hn::BitCast(kWords, x.fractions));
+    const Words down = hn::ShiftRight<8>(hn::BitCast(kWords, y.fractions));
+    return hn::Xor(hn::OddEven(hn::BitCast(kShorts, down), hn::BitCast(kShorts, across)), m_flip);
+  }
+
+ private:
+  Shorts m_flip = Kept(kShorts, 0x80);
+};
+
+/// Weights of four neighbours.
+struct Weights {
+  Shorts first, second, third, fourth;
+};
+
+/// The weights of the bicubic warp, by the formula that defines them.
+class SharpWeights {
+ public:
+  Weights At(Shorts t) const {
+    const Shorts p = hn::Mul(t, hn::Sub(m_one, t)), q = hn::Add(p, hn::MulFixedPoint15(p, p));
+    const Shorts t16 = hn::ShiftLeft<4>(t), t64 = hn::ShiftLeft<6>(t);
+    const Shorts first = hn::Neg(hn::MulFixedPoint15(q, hn::Sub(m_one16, t16)));
+    const Shorts fourth = hn::Neg(hn::MulFixedPoint15(q, t16));
+    const Shorts third = hn::Add(t64, hn::MulFixedPoint15(q, hn::Sub(hn::Sub(t64, t16), m_one16)));
+    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
+  }
+
+ private:
+  Shorts m_one = Kept(kShorts, 256), m_one16 = Kept(kShorts, 256 * 16),
+         m_whole = Kept(kShorts, 1 << kWeightBits);
+};
+
+/// The cubic B-spline's weights (1 - t)³ / 6, (1 + 3·t·(1 + t) - 3·t³) / 6 and t³ / 6. Three times each is
+/// made in 1/8192 with 3/2 added, so that a third of it, rounded down, is the weight in 1/16384 rounded to
+/// the nearest.
+class SplineWeights {
+ public:
+  Weights At(Shorts phases) const {
+    const HalfWords t = hn::BitCast(kHalfWords, phases);
+    const HalfWords square = hn::Mul(t, t), t64 = hn::ShiftLeft<6>(t),
+                    t96 = hn::Add(t64, hn::ShiftLeft<5>(t));
+    const Shorts first = Third(hn::Add(hn::Sub(m_8192, t96), Cubic(square, hn::Sub(m_768, t64))));
+    const Shorts third =
+        Third(hn::Add(hn::Add(m_8192, t96), Cubic(square, hn::Sub(m_768, hn::Add(t96, t96)))));
+    const Shorts fourth = Third(Cubic(square, t64));
+    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
+  }
+
+ private:
+  using HalfWords = hn::Vec<decltype(kHalfWords)>;
+
+  /// square · factor / 2^17 + 3/2, rounded down.
+  HalfWords Cubic(HalfWords square, HalfWords factor) const {
+    return hn::ShiftRight<1>(hn::Add(hn::MulHigh(square, factor), m_3));
+  }
+
+  Shorts Third(HalfWords triple) const {
+    return hn::BitCast(kShorts, hn::ShiftRight<1>(hn::MulHigh(triple, m_twoThirds)));
+  }
+
+  HalfWords m_3 = Kept(kHalfWords, 3), m_8192 = Kept(kHalfWords, 8192);
+  HalfWords m_768 = Kept(kHalfWords, 64 * 768);     // three times 256, as factors count 64
+  HalfWords m_twoThirds = Kept(kHalfWords, 43691);  // of 2^16
+  Shorts m_whole = Kept(kShorts, 1 << kWeightBits);
+};
+
+/// Sixteen bytes of a source row for each block of lanes, or for all of them, and which of these the lanes
+/// take. `kSize` is that of a sample.
+template <int kSize>
+struct Window {
+  static constexpr bool kIsShared = kSize == 1;
+  static constexpr std::int32_t kSamples = 16 / kSize, kLanesOfOne = kIsShared ? kLanes : kLanesOfBlock;
+
+  Bytes Load(const std::uint8_t* row) const {
+    if constexpr (kIsShared)
+      return hn::LoadDup128(kBytes, row + offsets[0]);
+    else
+      return LoadBlocks(kBytes, row + offsets[0], row + offsets[kBlocks - 1]);
+  }
+
+  /// Samples as 16-bit pairs, in the order that a lane has them.
+  static Shorts Pairs(Bytes window, Bytes order) {
+    return hn::BitCast(kShorts, hn::TableLookupBytesOr0(window, order));
+  }
+
+  std::ptrdiff_t offsets[kBlocks];
+  Bytes first, third;  ///< orders of the samples 0 and 1, and 2 and 3
+};
+
+/// Makes the windows along a row.
+template <int kSize>
+class Windows {
+ public:
+  Windows(const Axis& axis, std::int32_t width, std::int32_t before)
+      : m_axis(axis), m_width(width), m_before(before), m_steps(Replicated(axis.WholesBeforeCarries())) {}
+
+  /// Windows hold `taps` samples for each lane.
+  static bool Hold(const SourceLine& line, std::int32_t width, std::int32_t taps) {
+    return width >= kSamples && line.stepX >= 0 &&
+           (Window<kSize>::kLanesOfOne - 1) * line.stepX <= std::int64_t{kSamples - taps} << kPositionBits;
+  }
+
+  Window<kSize> At(const Spots& spots, std::int32_t column) const {
+    Window<kSize> window;
+    Bytes samples = hn::Sub(m_steps, hn::BitCast(kBytes, spots.carries));
+    if constexpr (!kIsShared)
+      samples = hn::Sub(samples, hn::BitCast(kBytes, hn::Broadcast<0>(hn::BitCast(kInts, samples))));
+    HWY_ALIGN std::int32_t moved[kLanes];
+    std::int64_t anyMoved = 0;
+    for (std::int32_t block = 0; block < (kIsShared ? 1 : kBlocks); ++block) {
+      const std::int64_t whole = block == 0 ? spots.whole : m_axis.WholeAt(column + block * kLanesOfBlock);
+      // No window reaches beyond the row.
+      const std::int64_t wanted = whole - m_before, last = m_width - kSamples;
+      const std::int64_t begin = wanted < last ? wanted : last;
+      window.offsets[block] = begin * kSize;
+      anyMoved |= wanted - begin;
+      for (std::int32_t i = 0; i < Window<kSize>::kLanesOfOne; ++i)
+        moved[block * kLanesOfBlock + i] = static_cast<std::int32_t>(wanted - begin);
+    }
+    if (anyMoved != 0) samples = hn::Add(samples, Replicated(hn::Load(kInts, moved)));
+    if constexpr (kSize == 2) samples = hn::Add(samples, samples);
+    window.first = hn::Add(samples, hn::BitCast(kBytes, m_first));
+    window.third = hn::Add(samples, hn::BitCast(kBytes, m_third));
+    return window;
+  }
+
+ private:
+  static constexpr std::int32_t kSamples = Window<kSize>::kSamples;
+  static constexpr bool kIsShared = Window<kSize>::kIsShared;
+
+  /// A small number in each byte of its lane.
+  static Bytes Replicated(Ints numbers) {
+    return hn::BitCast(kBytes, hn::Mul(numbers, hn::Set(kInts, 0x01010101)));
+  }
+
+  const Axis& m_axis;
+  std::int32_t m_width, m_before;
+  Bytes m_steps;
+  // Bytes of a lane's pairs; what comes from 128 or above is 0.
+  Ints m_first = Kept(kInts, kSize == 1 ? -0x7FFE8000 : 0x03020100);
+  Ints m_third = Kept(kInts, kSize == 1 ? -0x7FFC7FFE : 0x07060504);
+};
+
+/// Source rows of a step. Lanes read from one row, or from two neighbours.
+class SourceRows {
+ public:
+  SourceRows(const std::uint8_t* plane, std::ptrdiff_t strideBytes, const Axis& axis, const Spots& spots,
+             std::int32_t column, std::int32_t before)
+      : m_strideBytes(strideBytes), m_axis(axis), m_spots(spots) {
+    const std::int64_t last = axis.WholeAt(column + kLanes - 1);
+    m_first = spots.whole < last ? spots.whole : last;
+    m_extent = spots.whole + last - 2 * m_first;
+    m_pFirst = plane + (m_first - before) * strideBytes;
+  }
+
+  bool AreTooMany() const { return m_extent > 1; }
+
+  /// What `across` makes of each of `kRows` rows that each lane reads.
+  template <std::size_t kRows, class Across>
+  std::array<Ints, kRows> Make(Across across) const {
+    std::array<Ints, kRows> made;
+    for (std::size_t row = 0; row < kRows; ++row)
+      made[row] = across(m_pFirst + static_cast<std::ptrdiff_t>(row) * m_strideBytes);
+    if (m_extent == 0) return made;
+    const Ints wholes = hn::Sub(m_axis.WholesBeforeCarries(), m_spots.carries);
+    const auto isBelow = hn::Gt(wholes, hn::Set(kInts, static_cast<std::int32_t>(m_first - m_spots.whole)));
+    for (std::size_t row = 0; row + 1 < kRows; ++row)
+      made[row] = hn::IfThenElse(isBelow, made[row + 1], made[row]);
+    const Ints last = across(m_pFirst + static_cast<std::ptrdiff_t>(kRows) * m_strideBytes);
+    made[kRows - 1] = hn::IfThenElse(isBelow, last, made[kRows - 1]);
+    return made;
+  }
+
+ private:
+  std::ptrdiff_t m_strideBytes;
+  const Axis& m_axis;
+  const Spots& m_spots;
+  std::int64_t m_first, m_extent;
+  const std::uint8_t* m_pFirst;
+};
+
+/// Samples as they are.
+struct Plain {
+  Bytes operator()(Bytes window) const { return window; }
+};
+
+/// 16-bit samples of so many bits, less 2^15.
+class Signed {
+ public:
+  explicit Signed(int bits) : m_largest(Kept(kHalfWords, static_cast<std::uint16_t>(LargestSample(bits)))) {}
+
+  Bytes operator()(Bytes window) const {
+    const auto samples = hn::Min(hn::BitCast(kHalfWords, window), m_largest);
+    return hn::BitCast(kBytes, hn::Xor(samples, m_middle));
+  }
+
+ private:
+  hn::Vec<decltype(kHalfWords)> m_largest, m_middle = Kept(kHalfWords, 0x8000);
+};
+
+/// Means of 4 × 4 samples, in two passes that drop bits: of samples that two passes of 16 bits hold.
+class ShortCubic {
+ public:
+  ShortCubic(int firstBits, int secondBits)
+      : m_firstBits(firstBits),
+        m_secondBits(secondBits),
+        m_firstHalf(Kept(kInts, 1 << (firstBits - 1))),
+        m_secondHalf(Kept(kInts, 1 << (secondBits - 1))) {}
+
+  template <int kSize>
+  Ints Mean(const Window<kSize>& window, const SourceRows& rows, const Weights& weights) const {
+    const Shorts near = EvenPairs(weights.first, weights.second),
+                 far = EvenPairs(weights.third, weights.fourth);
+    const auto made = rows.Make<4>([&](const std::uint8_t* row) {
+      const Bytes samples = window.Load(row);
+      return hn::Add(hn::Add(SumsOfPairs(window.Pairs(samples, window.first), near), m_firstHalf),
+                     SumsOfPairs(window.Pairs(samples, window.third), far));
+    });
+    const Ints sums =
+        hn::Add(SumsOfPairs(ShiftedPairs(made[0], made[1]), OddPairs(weights.first, weights.second)),
+                SumsOfPairs(ShiftedPairs(made[2], made[3]), OddPairs(weights.third, weights.fourth)));
+    return hn::ShiftRightSame(hn::Add(sums, m_secondHalf), m_secondBits);
+  }
+
+ private:
+  Shorts ShiftedPairs(Ints low, Ints high) const {
+    return hn::OddEven(hn::BitCast(kShorts, hn::ShiftLeftSame(high, 16 - m_firstBits)),
+                       hn::BitCast(kShorts, hn::ShiftRightSame(low, m_firstBits)));
+  }
+
+  int m_firstBits, m_secondBits;
+  Ints m_firstHalf, m_secondHalf;
+};
+
+/// The same of 16-bit samples, which take products of 32 bits in the second pass.
+class LongCubic {
+ public:
+  LongCubic(int bits, int firstBits, int secondBits)
+      : m_signed(bits),
+        m_firstBits(firstBits),
+        m_secondBits(secondBits),
+        m_firstHalf(Kept(kInts, (1 << (firstBits - 1)) + (1 << (15 + kWeightBits)))),
+        m_secondHalf(Kept(kInts, 1 << (secondBits - 1))) {}
+
+  Ints Mean(const Window<2>& window, const SourceRows& rows, const Weights& weights) const {
+    const Shorts near = EvenPairs(weights.first, weights.second),
+                 far = EvenPairs(weights.third, weights.fourth);
+    const auto made = rows.Make<4>([&](const std::uint8_t* row) {
+      const Bytes samples = m_signed(window.Load(row));
+      const Ints sums = hn::Add(SumsOfPairs(window.Pairs(samples, window.first), near),
+                                SumsOfPairs(window.Pairs(samples, window.third), far));
+      return hn::ShiftRightSame(hn::Add(sums, m_firstHalf), m_firstBits);
+    });
+    const auto product = [](Ints row, Shorts weight) {
+      return hn::Mul(row, hn::ShiftRight<16>(hn::BitCast(kInts, weight)));
+    };
+    const Ints sums = hn::Add(hn::Add(product(made[0], weights.first), product(made[1], weights.second)),
+                              hn::Add(product(made[2], weights.third), product(made[3], weights.fourth)));
+    return hn::ShiftRightSame(hn::Add(sums, m_secondHalf), m_secondBits);
+  }
+
+ private:
+  Signed m_signed;
+  int m_firstBits, m_secondBits;
+  Ints m_firstHalf, m_secondHalf;
+};
+
+void ResidualRowInSteps(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line,
+                        ColumnRun run, const std::int16_t* reference, const Exposure& exposure,
+                        std::int16_t* out) {
+  constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
+  constexpr int kSize = sizeof(std::int16_t);
+  const auto width = static_cast<std::int32_t>(pitch);
+  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, width, 4))
+    return kScalarLoops.residualRow(plane, pitch, line, run, reference, exposure, out);
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(plane);
+  const Axis xs(line.startX, line.stepX), ys(line.startY, line.stepY);
+  const Windows<kSize> windows(xs, width, 1);
+  const Phases phases;
+  const SplineWeights weights;
+  const ShortCubic cubic(kFirstPassBits, kSecondPassBits);
+  const Ints gain = Kept(kInts, exposure.gain),
+             offset = Kept(kInts, exposure.offset + (1 << (kExposureBits - 1)));
+  InSteps(run, [&](std::int32_t column) {
+    const Spots x = xs.At(column), y = ys.At(column);
+    const SourceRows rows(bytes, pitch * kSize, ys, y, column, 1);
+    if (rows.AreTooMany())
+      return kScalarLoops.residualRow(plane, pitch, line, {column, column + kLanes}, reference, exposure,
+                                      out);
+    const Ints samples = cubic.Mean(windows.At(x, column), rows, weights.At(phases.Of(x, y)));
+    const Ints unexposed = hn::PromoteTo(kInts, hn::LoadU(kOutputs, reference + column));
+    const Ints expected = hn::ShiftRight<kExposureBits>(hn::Add(hn::Mul(unexposed, gain), offset));
+    hn::StoreU(hn::DemoteTo(kOutputs, hn::Sub(samples, expected)), kOutputs, out + column);
+  });
+}
+
+template <int kSize>
+class Bicubic {
+ public:
+  static constexpr std::int32_t kTaps = 4, kBefore = 1;
+  static constexpr WarpRow Loops::*kScalar = &Loops::warpBicubic;
+
+  explicit Bicubic(int bits) : m_mean(MakeMean(bits)) {}
+
+  Ints Sample(const Window<kSize>& window, const SourceRows& rows, Shorts phases) const {
+    return m_mean.Mean(window, rows, m_weights.At(phases));
+  }
+
+ private:
+  static auto MakeMean(int bits) {
+    if constexpr (kSize == 1)
+      return ShortCubic(FirstPassBits(8), 2 * kWeightBits - FirstPassBits(8));
+    else
+      return LongCubic(bits, FirstPassBits(bits), 2 * kWeightBits - FirstPassBits(bits));
+  }
+
+  SharpWeights m_weights;
+  decltype(MakeMean(8)) m_mean;
+};
+
+template <int kSize>
+class Bilinear {
+ public:
+  static constexpr std::int32_t kTaps = 2, kBefore = 0;
+  static constexpr WarpRow Loops::*kScalar = &Loops::warpBilinear;
+
+  explicit Bilinear(int bits) : m_signed(bits) {}
+
+  Ints Sample(const Window<kSize>& window, const SourceRows& rows, Shorts phases) const {
+    const Shorts pairs = EvenPairs(hn::Sub(m_one, phases), phases);
+    const auto made = rows.Make<2>([&](const std::uint8_t* row) {
+      const Bytes samples = window.Load(row);
+      if constexpr (kSize == 1)
+        return SumsOfPairs(window.Pairs(samples, window.first), pairs);
+      else
+        return hn::Add(SumsOfPairs(window.Pairs(m_signed(samples), window.first), pairs), m_middle);
+    });
+    const Ints down = hn::ShiftRight<16>(hn::BitCast(kInts, phases));
+    const Ints sums = hn::Add(hn::ShiftLeft<8>(made[0]), hn::Mul(hn::Sub(made[1], made[0]), down));
+    return hn::BitCast(kInts, hn::ShiftRight<16>(hn::BitCast(kWords, hn::Add(sums, m_half))));
+  }
+
+ private:
+  Signed m_signed;
+  Shorts m_one = Kept(kShorts, 256);
+  Ints m_middle = Kept(kInts, 1 << (15 + 8)), m_half = Kept(kInts, 1 << 15);
+};
+
+template <template <int kSize> class Sampler, int kSize>
+void WarpOf(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  using Of = Sampler<kSize>;
+  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, plane.width, Of::kTaps))
+    return (kScalarLoops.*Of::kScalar)(plane, line, run, out);
+  // Positions are rounded to 1/256.
+  constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
+  const Axis xs(line.startX + kHalfPhase, line.stepX), ys(line.startY + kHalfPhase, line.stepY);
+  const Windows<kSize> windows(xs, plane.width, Of::kBefore);
+  const Phases phases;
+  const Of sampler(plane.bits);
+  const Ints largest = Kept(kInts, LargestSample(plane.bits));
+  InSteps(run, [&](std::int32_t column) {
+    const Spots x = xs.At(column), y = ys.At(column);
+    const SourceRows rows(plane.samples, plane.strideBytes, ys, y, column, Of::kBefore);
+    if (rows.AreTooMany()) return (kScalarLoops.*Of::kScalar)(plane, line, {column, column + kLanes}, out);
+    const Ints samples = sampler.Sample(windows.At(x, column), rows, phases.Of(x, y));
+    std::uint8_t* const to = out + column * std::ptrdiff_t{kSize};
+    if constexpr (kSize == 1) {
+      constexpr hn::Rebind<std::uint8_t, decltype(kInts)> kOutputs;
+      hn::StoreU(hn::DemoteTo(kOutputs, samples), kOutputs, to);
+    } else {
+      constexpr hn::Rebind<std::uint16_t, decltype(kInts)> kOutputs;
+      constexpr hn::Repartition<std::uint8_t, decltype(kOutputs)> kOutputBytes;
+      const auto clamped = hn::DemoteTo(kOutputs, hn::Min(samples, largest));
+      hn::StoreU(hn::BitCast(kOutputBytes, clamped), kOutputBytes, to);
+    }
+  });
+}
+
+template <template <int kSize> class Sampler>
+void Warp(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  if (plane.bits == 8)
+    WarpOf<Sampler, 1>(plane, line, run, out);
+  else
+    WarpOf<Sampler, 2>(plane, line, run, out);
+}
+
+void WarpNearest(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+  kScalarLoops.warpNearest(plane, line, run, out);
+}
+
+/// Sixteen samples of a row of 8 to 16, in as many vectors as needed: the first eight and the last eight.
+class CellColumns {
+ public:
+  static constexpr int kVectors = 16 / hn::MaxLanes(kShorts);
+
+  explicit CellColumns(std::int32_t width) : m_last(width - 8) {
+    HWY_ALIGN std::int16_t counts[16];
+    for (std::int32_t i = 0; i < 16; ++i) counts[i] = i < 8 || i >= 16 - m_last ? -1 : 0;
+    for (int i = 0; i < kVectors; ++i) m_counts[i] = hn::Load(kShorts, counts + 8 * i);
+  }
+
+  Shorts Load(const std::int16_t* row, int vector) const {
+    return LoadBlocks(kShorts, row + vector * m_last, row + m_last);
+  }
+
+  /// What counts, for no sample counts twice.
+  Shorts Counted(Shorts values, int vector) const { return hn::And(values, m_counts[vector]); }
+
+ private:
+  std::ptrdiff_t m_last;
+  Shorts m_counts[kVectors];
+};
+
+struct CellVectors {
+  Ints xx, xy, yy, xb, yb, x, y, bb, b, one, xr, yr, br, r;
+};
+
+Shorts WeightsOf(Shorts residuals, const RobustWeight& weight) {
+  const auto limit = static_cast<std::int16_t>(weight.limit < 32767 ? weight.limit : 32767);
+  const Shorts distance = hn::Abs(residuals);
+  const Shorts share = hn::Mul(distance, hn::Set(kShorts, static_cast<std::int16_t>(weight.scale)));
+  const Shorts root = hn::Sub(hn::Set(kShorts, 32767), hn::MulFixedPoint15(share, share));
+  return hn::IfThenElseZero(hn::Lt(distance, hn::Set(kShorts, limit)), hn::MulFixedPoint15(root, root));
+}
+
+CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* residuals, std::ptrdiff_t pitch,
+                        std::int32_t width, std::int32_t height, const RobustWeight& weight) {
+  if (width < 8) return kScalarLoops.sumCell(reference, residuals, pitch, width, height, weight);
+  const CellColumns columns(width);
+  const Ints zero = hn::Zero(kInts);
+  const Shorts one = hn::Set(kShorts, 1);
+  CellVectors sums = {zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero};
+  const auto add = [](Ints& sum, Shorts a, Shorts b) { sum = hn::Add(sum, SumsOfPairs(a, b)); };
+  for (std::int32_t row = 0; row < height; ++row, reference += pitch, residuals += pitch) {
+    for (int i = 0; i < CellColumns::kVectors; ++i) {
+      const Shorts r = columns.Load(residuals, i);
+      const Shorts w = columns.Counted(WeightsOf(r, weight), i);
+      const Shorts x = hn::Sub(columns.Load(reference + 1, i), columns.Load(reference - 1, i));
+      const Shorts y = hn::Sub(columns.Load(reference + pitch, i), columns.Load(reference - pitch, i));
+      const Shorts b = hn::Sub(columns.Load(reference, i), hn::Set(kShorts, kMiddleBrightness));
+      const Shorts wx = hn::MulFixedPoint15(w, x), wy = hn::MulFixedPoint15(w, y),
+                   wb = hn::MulFixedPoint15(w, b);
+      add(sums.xx, wx, x);
+      add(sums.xy, wx, y);
+      add(sums.yy, wy, y);
+      add(sums.xb, wx, b);
+      add(sums.yb, wy, b);
+      add(sums.x, wx, one);
+      add(sums.y, wy, one);
+      add(sums.bb, wb, b);
+      add(sums.b, wb, one);
+      add(sums.one, w, one);
+      add(sums.xr, wx, r);
+      add(sums.yr, wy, r);
+      add(sums.br, wb, r);
+      add(sums.r, hn::MulFixedPoint15(w, r), one);
+    }
+  }
+  const auto total = [](Ints sum) { return hn::GetLane(hn::SumOfLanes(kInts, sum)); };
+  return {total(sums.xx), total(sums.xy), total(sums.yy), total(sums.xb), total(sums.yb),
+          total(sums.x),  total(sums.y),  total(sums.bb), total(sums.b),  total(sums.one),
+          total(sums.xr), total(sums.yr), total(sums.br), total(sums.r)};
+}
+
+}  // namespace
+
+constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
+                                      AverageBlocks,
+                                      SmoothRow,
+                                      HalveRow,
+                                      ResidualRowInSteps,
+                                      CountBelow,
+                                      SumCellInSteps,
+                                      AddGradientProducts,
+                                      SumCappedDifferences,
+                                      WarpNearest,
+                                      Warp<Bilinear>,
+                                      Warp<Bicubic>};
+
+}  // namespace precise

@@ -1,0 +1,123 @@
+#include <cmath>
+#include <gtest/gtest.h>
+#include <numbers>
+
+#include "precise/margins.h"
+#include "precise/run.h"
+
+namespace precise {
+namespace {
+
+double Degrees(double radians) { return radians * 180 / std::numbers::pi; }
+
+TEST(Path, AConstantPanStaysAsItIs) {
+  for (const double margin : {0.0, 3.0}) {
+    std::vector<Take> takes;
+    for (int i = 0; i < 14; ++i) takes.push_back({.pose = MakePose(3.3 * i, -1.2 * i)});
+    const Settings settings = {.window = 8, .marginX = margin, .marginY = margin};
+    for (const FrameReport& report : Stabilize(kGrey, settings, ShootAll(kGrey, takes)).reports) {
+      EXPECT_NEAR(report.correction.x, 0, 0.05);
+      EXPECT_NEAR(report.correction.y, 0, 0.05);
+      EXPECT_NEAR(Degrees(report.correction.roll), 0, 0.005);
+    }
+  }
+}
+
+/// Where the content stands at a frame; beyond the ends the path goes on as its mirror image in a point.
+double Continued(std::span<const double> path, std::ptrdiff_t frame) {
+  const std::ptrdiff_t last = std::ssize(path) - 1;
+  if (frame < 0) return 2 * path[0] - Continued(path, -frame);
+  if (frame > last) return 2 * path[static_cast<std::size_t>(last)] - Continued(path, 2 * last - frame);
+  return path[static_cast<std::size_t>(frame)];
+}
+
+TEST(Path, IsAveragedWithTheWeightsGiven) {
+  for (const std::size_t count : {13U, 3U, 2U}) {
+    std::vector<double> path = {0, 3, 4, -2, -6, -1, 0, 5, 9, 12, 10, 11, 13};
+    path.resize(count);
+    std::vector<Take> takes;
+    for (const double x : path) takes.push_back({.pose = MakePose(x, -x / 2)});
+    const Settings settings = {.window = 8, .pathWeights = std::vector<double>(5, 0.3)};
+    const Outcome run = Stabilize(kGrey, settings, ShootAll(kGrey, takes));
+    for (std::size_t i = 0; i < count; ++i) {
+      double mean = 0;
+      for (std::ptrdiff_t near = -4; near <= 4; ++near)
+        mean += Continued(path, static_cast<std::ptrdiff_t>(i) + near) / 9;
+      EXPECT_NEAR(run.reports[i].correction.x, mean - path[i], 0.15) << "frame " << i << " of " << count;
+      EXPECT_NEAR(run.reports[i].correction.y, (path[i] - mean) / 2, 0.15)
+          << "frame " << i << " of " << count;
+    }
+  }
+}
+
+/// Poses are averaged as the delivered frame sees them, so what the camera turns about does not matter.
+TEST(Path, IsAveragedAsTheDeliveredFrameSeesIt) {
+  const double degrees[] = {0, 3, -2, 4, 1};
+  const Similarity pivot = MakePose(60, 40);
+  std::vector<Take> takes;
+  for (const double roll : degrees)
+    takes.push_back({.pose = Compose(pivot, Compose(MakePose(0, 0, roll), Inverse(pivot)))});
+  const Settings settings = {.window = 4, .pathWeights = {3, 2, 1}};
+  const FrameReport report = Stabilize(kGrey, settings, ShootAll(kGrey, takes)).reports[2];
+  Complex mean;
+  const double weights[] = {1, 2, 3, 2, 1};
+  for (std::size_t i = 0; i < takes.size(); ++i)
+    mean = mean + weights[i] / 9 * Compose(takes[i].pose, Inverse(takes[2].pose)).shift;
+  EXPECT_NEAR(report.correction.x, mean.re, 0.1);
+  EXPECT_NEAR(report.correction.y, mean.im, 0.1);
+  EXPECT_NEAR(Degrees(report.correction.roll), (6.0 - 6 + 8 + 1) / 9 + 2, 0.02);
+}
+
+/// A camera that starts to pan faster than the margins let the path follow late.
+TEST(Path, BendsGraduallyInsideTheMargins) {
+  std::vector<Take> takes;
+  for (int i = 0; i < 44; ++i) takes.push_back({.pose = MakePose(i < 22 ? 0 : 7.0 * (i - 22), 0)});
+  const Settings settings = {.window = 16, .marginX = 8, .marginY = 6};
+  const Outcome run = Stabilize(kGrey, settings, ShootAll(kGrey, takes));
+  double largest = 0;
+  const auto position = [&](std::size_t i) { return takes[i].pose.shift.re + run.reports[i].correction.x; };
+  for (std::size_t i = 1; i + 1 < takes.size(); ++i) {
+    EXPECT_NEAR(position(i + 1) - 2 * position(i) + position(i - 1), 0, 1.8) << "frame " << i;
+    largest = std::max(largest, std::abs(run.reports[i].correction.x));
+  }
+  // The margins are made use of.
+  EXPECT_GT(largest, 4);
+}
+
+TEST(Path, NeverReachesFurtherThanAFrameAllows) {
+  const std::vector<double> weights = {3, 2, 1};
+  for (std::size_t low = 0; low < 9; ++low) {
+    std::vector<double> reaches(9, CLadder::kHighest);
+    reaches[low] = 1;
+    for (std::size_t i = 0; i < reaches.size(); ++i) {
+      const double reach = SmoothReach(reaches, static_cast<std::int64_t>(i), weights);
+      const std::size_t distance = i < low ? low - i : i - low;
+      EXPECT_LE(reach, reaches[i]);
+      EXPECT_EQ(reach < CLadder::kHighest, distance <= 4) << "frame " << i << ", lowest at " << low;
+    }
+  }
+}
+
+TEST(Path, LaysEveryFrameOnTheFirstOfItsShotOnATripod) {
+  for (const bool correctRoll : {true, false}) {
+    std::vector<Take> takes = ShakyTakes("aaaaaaaaaaaaaaaaaaaaWaaaaabbbbbc");
+    for (Take& take : takes) take.noise = 8;
+    if (!correctRoll)
+      for (Take& take : takes) take.pose.turn = {1, 0};
+    const Settings settings = {.window = 4, .correctRoll = correctRoll, .tripod = true};
+    const Outcome run = Stabilize(kGrey, settings, ShootAll(kGrey, takes));
+    for (std::size_t i = 0; i < takes.size(); ++i) {
+      if (takes[i].scene == 0) continue;
+      const std::size_t begin = i < 26 ? 0 : i < 31 ? 26 : 31;
+      const Similarity expected = Compose(takes[begin].pose, Inverse(takes[i].pose));
+      const Movement& correction = run.reports[i].correction;
+      EXPECT_EQ(run.reports[i].shot, i < 26 ? 0 : i < 31 ? 1 : 2);
+      EXPECT_NEAR(correction.x, expected.shift.re, 0.1) << "frame " << i;
+      EXPECT_NEAR(correction.y, expected.shift.im, 0.1) << "frame " << i;
+      EXPECT_NEAR(Degrees(correction.roll - Angle(expected.turn)), 0, 0.06) << "frame " << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace precise

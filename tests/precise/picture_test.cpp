@@ -1,0 +1,155 @@
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+
+#include "precise/run.h"
+
+namespace precise {
+namespace {
+
+Similarity MapOf(const Movement& movement, double aspect) {
+  return {{std::cos(movement.roll), std::sin(movement.roll)}, {movement.x * aspect, movement.y}};
+}
+
+struct PictureCase {
+  const char* name;
+  PictureFormat format;
+  Settings settings;
+  double bound;  ///< mean difference
+};
+
+constexpr PictureFormat k420Left = {
+    .width = 161, .height = 119, .planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .chromaSiteY = 0.5};
+constexpr PictureFormat k420Centre = {.width = 160,
+                                      .height = 120,
+                                      .planes = 3,
+                                      .bitsPerSample = 10,
+                                      .chromaShiftX = 1,
+                                      .chromaShiftY = 1,
+                                      .chromaSiteX = 0.5,
+                                      .chromaSiteY = 0.5};
+constexpr PictureFormat k411 = {
+    .width = 160, .height = 90, .planes = 4, .chromaShiftX = 2, .pixelAspect = 0.5};
+constexpr PictureFormat kGreyAlpha = {.width = 120, .height = 160, .planes = 2, .pixelAspect = 2};
+
+const PictureCase kPictureCases[] = {
+    {"sited left", k420Left, {.marginX = 40, .marginY = 20}, 0.45},
+    {"sited in the middle", k420Centre, {.marginX = 30, .marginY = 30}, 0.45},
+    {"sited at the corner", k411, {.marginX = 40, .marginY = 11}, 0.45},
+    {"cropped by odd margins", k420Centre, {.marginX = 15, .marginY = 11, .clipping = Clipping::Crop}, 0.45},
+    {"cropped narrow pixels", k411, {.marginX = 14, .marginY = 9, .clipping = Clipping::Crop}, 0.45},
+    {"wide pixels", kGreyAlpha, {.marginX = 10, .marginY = 20}, 0.45},
+    {"bilinear", k420Left, {.marginX = 12, .marginY = 12, .interpolation = Interpolation::Bilinear}, 0.8},
+    {"nearest", k420Left, {.marginX = 12, .marginY = 12, .interpolation = Interpolation::Nearest}, 3.0},
+    {"a tripod", k420Left, {.marginX = 12, .marginY = 12, .tripod = true}, 0.45},
+};
+
+/// The camera as it would stand with the correction and the magnification.
+TEST(Picture, IsWhatTheCorrectedCameraWouldTake) {
+  for (const PictureCase& test : kPictureCases) {
+    const std::vector<Take> takes = ShakyTakes("aaaaaa", 6);
+    Settings settings = test.settings;
+    settings.window = 4;
+    const Outcome run = Stabilize(test.format, settings, ShootAll(test.format, takes));
+    const double width = test.format.width, height = test.format.height;
+    const double zoom =
+        settings.clipping == Clipping::Crop
+            ? 1
+            : std::min(width / (width - 2 * settings.marginX), height / (height - 2 * settings.marginY));
+    const PictureFormat shown = OutputFormat(test.format, settings);
+    for (std::size_t i = 0; i < takes.size(); ++i) {
+      Take ideal = takes[i];
+      const Similarity correction = MapOf(run.reports[i].correction, test.format.pixelAspect);
+      ideal.pose = Compose({{zoom, 0}, {}}, Compose(correction, takes[i].pose));
+      const PlanarFrame expected = Shoot(shown, ideal);
+      for (std::size_t plane = 0; plane < static_cast<std::size_t>(shown.planes); ++plane) {
+        double difference = 0;
+        for (std::size_t k = 0; k < expected[plane].size(); ++k)
+          difference += std::abs(expected[plane][k] - run.frames[i][plane][k]);
+        EXPECT_LT(difference / static_cast<double>(expected[plane].size()), test.bound)
+            << test.name << ", frame " << i << ", plane " << plane;
+      }
+    }
+  }
+}
+
+constexpr std::uint8_t kBackground = 255;  // which the scene never has
+constexpr Settings kUncovering = {.window = 4, .background = {255, 255, 255, 255}};
+
+TEST(Picture, ShowsBackgroundWhereNoSampleLies) {
+  for (PictureFormat format : {k420Left, k420Centre, k411, kGreyAlpha}) {
+    for (const bool keep : {false, true}) {
+      Settings settings = kUncovering;
+      settings.keepBackground = keep;
+      for (std::uint16_t& value : settings.background)
+        value = static_cast<std::uint16_t>(value << (format.bitsPerSample - 8));
+      const std::vector<Take> takes = ShakyTakes("aaaaaabbbbb", 16);
+      const Outcome run = Stabilize(format, settings, ShootAll(format, takes));
+      PlanarFrame last;
+      for (std::size_t i = 0; i < takes.size(); ++i) {
+        const Similarity toSource = Inverse(MapOf(run.reports[i].correction, format.pixelAspect));
+        const bool beginsShot = i == 0 || run.reports[i].shot != run.reports[i - 1].shot;
+        for (int plane = 0; plane < format.planes; ++plane) {
+          const auto index = static_cast<std::size_t>(plane);
+          const bool isChroma = format.IsChroma(plane);
+          const double stepX = isChroma ? 1 << format.chromaShiftX : 1,
+                       siteX = isChroma ? format.chromaSiteX : 0;
+          const double stepY = isChroma ? 1 << format.chromaShiftY : 1,
+                       siteY = isChroma ? format.chromaSiteY : 0;
+          const std::int32_t width = format.PlaneWidth(plane), height = format.PlaneHeight(plane);
+          std::size_t wrong = 0, uncovered = 0;
+          for (std::int32_t row = 0; row < height; ++row) {
+            for (std::int32_t column = 0; column < width; ++column) {
+              const Complex point = {(column * stepX + siteX - (format.width - 1) / 2.0) * format.pixelAspect,
+                                     row * stepY + siteY - (format.height - 1) / 2.0};
+              const Complex source = toSource(point);
+              // Distances from the edges of what the plane's samples stand for, positive inside.
+              const double x = source.re / format.pixelAspect + format.width / 2.0;
+              const double y = source.im + format.height / 2.0;
+              const double inside = std::min({x, y, width * stepX - x, height * stepY - y});
+              if (std::abs(inside) < 0.01) continue;
+              const auto sample = static_cast<std::size_t>(row * width + column);
+              const std::uint8_t shown = run.frames[i][index][sample];
+              const std::uint8_t background = format.IsAlpha(plane) ? 0 : kBackground;
+              const std::uint8_t expected = keep && !beginsShot ? last[index][sample] : background;
+              uncovered += inside < 0;
+              wrong += inside < 0 ? shown != expected : shown == background;
+            }
+          }
+          EXPECT_EQ(wrong, 0U) << "plane " << plane << " of " << format.planes << ", frame " << i << ", keep "
+                               << keep;
+          if (plane == 0 && i == 2) {
+            EXPECT_GT(uncovered, 50U);
+          }
+        }
+        last = run.frames[i];
+      }
+    }
+  }
+}
+
+TEST(Picture, IsCoveredInsideTheMargins) {
+  for (const PictureFormat& format : {k420Left, k411, kGreyAlpha}) {
+    std::vector<Take> takes = ShakyTakes("aaaaaaaaaaaaaaaabbbbbb", 20);
+    for (std::size_t i = 6; i < 16; ++i) takes[i].pose.shift.re += 12.0 * static_cast<double>(i - 6);
+    const std::vector<PlanarFrame> frames = ShootAll(format, takes);
+    for (Settings settings : {Settings{.clipping = Clipping::Stretch}, Settings{.clipping = Clipping::Crop},
+                              Settings{.tripod = true}}) {
+      settings.window = 8;
+      settings.marginX = 9;
+      settings.marginY = 5;
+      settings.background = kUncovering.background;
+      const Outcome run = Stabilize(format, settings, frames);
+      for (std::size_t i = 0; i < takes.size(); ++i)
+        for (int plane = 0; plane < format.planes; ++plane)
+          EXPECT_EQ(std::ranges::count(run.frames[i][static_cast<std::size_t>(plane)],
+                                       format.IsAlpha(plane) ? 0 : kBackground),
+                    0)
+              << "frame " << i << ", plane " << plane << " of " << format.planes << ", clipping "
+              << static_cast<int>(settings.clipping) << ", tripod " << settings.tripod;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace precise

@@ -1,0 +1,202 @@
+#include <cmath>
+#include <functional>
+#include <gtest/gtest.h>
+
+#include "precise/run.h"
+#include "precise/similarity.h"
+#include "support/scene.h"
+
+namespace precise {
+namespace {
+
+constexpr PictureFormat kFormats[] = {
+    {.planes = 1},
+    {.planes = 2},
+    {.planes = 3},
+    {.planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .chromaSiteY = 0.5},
+    {.planes = 3, .chromaShiftX = 2, .chromaSiteX = 1.5, .pixelAspect = 2},
+    {.planes = 4, .chromaShiftX = 1},
+};
+
+/// What a still camera shows with margins that do not magnify: the picture less what is cut off, or with a
+/// border.
+PlanarFrame Clipped(const PictureFormat& format, const Settings& settings, const PlanarFrame& frame) {
+  const PictureFormat shown = OutputFormat(format, settings);
+  const bool isCrop = settings.clipping == Clipping::Crop;
+  PlanarFrame out;
+  for (int plane = 0; plane < format.planes; ++plane) {
+    const auto index = static_cast<std::size_t>(plane);
+    const std::int32_t width = format.PlaneWidth(plane), height = format.PlaneHeight(plane);
+    const int shiftX = format.IsChroma(plane) ? format.chromaShiftX : 0;
+    const int shiftY = format.IsChroma(plane) ? format.chromaShiftY : 0;
+    const std::int32_t left = isCrop ? (format.width - shown.width) / 2 >> shiftX : 0;
+    const std::int32_t top = isCrop ? (format.height - shown.height) / 2 >> shiftY : 0;
+    for (std::int32_t row = top; row < top + shown.PlaneHeight(plane); ++row) {
+      for (std::int32_t column = left; column < left + shown.PlaneWidth(plane); ++column) {
+        // A border covers a chroma sample of which it covers a column or row.
+        const auto covers = [](std::int32_t i, std::int32_t count, int shift, double margin) {
+          return std::min(i, count - 1 - i) << shift < margin;
+        };
+        const bool isBorder = !isCrop && (covers(column, width, shiftX, settings.marginX) ||
+                                          covers(row, height, shiftY, settings.marginY));
+        const std::uint8_t uncovered =
+            format.IsAlpha(plane)
+                ? 0
+                : static_cast<std::uint8_t>(settings.background[index] >> (format.bitsPerSample - 8));
+        out[index].push_back(isBorder ? uncovered
+                                      : frame[index][static_cast<std::size_t>(row * width + column)]);
+      }
+    }
+  }
+  return out;
+}
+
+TEST(Stream, GivesAStillCamerasFramesBack) {
+  struct Size {
+    std::int32_t width, height, marginX, marginY;
+  };
+  constexpr Size kSizes[] = {{1, 1, 0, 0}, {3, 2, 0, 0}, {17, 5, 3, 1}, {33, 33, 5, 6}, {50, 37, 4, 9}};
+  constexpr std::size_t kCounts[] = {0, 1, 2, 7};
+  unsigned turn = 0;
+  for (PictureFormat format : kFormats) {
+    for (const Size& size : kSizes) {
+      for (const std::size_t count : kCounts) {
+        for (const Clipping clipping : {Clipping::Crop, Clipping::Outline}) {
+          ++turn;
+          format.width = size.width;
+          format.height = size.height;
+          format.bitsPerSample = turn % 3 == 0 ? 8 : turn % 3 == 1 ? 10 : 16;
+          Settings settings = {.window = turn % 5 == 0 ? 256 : 2,
+                               .marginX = static_cast<double>(size.marginX),
+                               .marginY = static_cast<double>(size.marginY),
+                               .clipping = clipping,
+                               .interpolation = static_cast<Interpolation>(turn / 3 % 3),
+                               .background = {9, 8, 7, 6},
+                               .keepBackground = turn % 7 == 0};
+          for (std::uint16_t& value : settings.background)
+            value = static_cast<std::uint16_t>(value << (format.bitsPerSample - 8));
+          if (!AreUsable(format, settings)) settings.marginX = settings.marginY = 0;
+          SCOPED_TRACE(testing::Message()
+                       << format.planes << " planes, shifts " << format.chromaShiftX << format.chromaShiftY
+                       << ", " << size.width << "x" << size.height << ", " << count << " frames, clipping "
+                       << static_cast<int>(clipping) << ", interpolation " << turn / 3 % 3 << ", "
+                       << format.bitsPerSample << " bits");
+          PlanarFrame frame;
+          for (int plane = 0; plane < format.planes; ++plane)
+            frame[static_cast<std::size_t>(plane)] = RandomBytes(
+                static_cast<std::size_t>(format.PlaneWidth(plane) * format.PlaneHeight(plane)), turn);
+          const Outcome run =
+              Stabilize(format, settings, std::vector(count, frame), {.bottomUp = turn % 2 == 0});
+          const PlanarFrame expected = Clipped(format, settings, frame);
+          for (const PlanarFrame& out : run.frames) EXPECT_TRUE(out == expected);
+          for (const FrameReport& report : run.reports)
+            EXPECT_EQ(Length({report.motion.x, report.motion.y}), 0);
+        }
+      }
+    }
+  }
+}
+
+TEST(Stream, HoldsTheLongestWindow) {
+  const std::vector<PlanarFrame> few = ShootAll(kSmall420, ShakyTakes(std::string(6, 'a')));
+  std::vector<PlanarFrame> frames;
+  for (int i = 0; i < 300; ++i) frames.push_back(few[static_cast<std::size_t>(i) % few.size()]);
+  const Settings settings = {.window = 256, .marginX = 3, .marginY = 3};
+  EXPECT_EQ(Stabilize(kSmall420, settings, frames).reports.back().shot, 0);
+}
+
+TEST(Stream, RefusesWhatItCannotStabilize) {
+  struct Refusal {
+    const char* name;
+    std::function<void(PictureFormat&, Settings&)> spoil;
+  };
+  const Refusal kRefusals[] = {
+      {"no column", [](auto& format, auto&) { format.width = 0; }},
+      {"no row", [](auto& format, auto&) { format.height = 0; }},
+      {"too wide", [](auto& format, auto&) { format.width = 32768; }},
+      {"no plane", [](auto& format, auto&) { format.planes = 0; }},
+      {"five planes", [](auto& format, auto&) { format.planes = 5; }},
+      {"7 bits", [](auto& format, auto&) { format.bitsPerSample = 7; }},
+      {"17 bits", [](auto& format, auto&) { format.bitsPerSample = 17; }},
+      {"chroma of an eighth", [](auto& format, auto&) { format.chromaShiftX = 3; }},
+      {"chroma shift below 0", [](auto& format, auto&) { format.chromaShiftY = -1; }},
+      {"chroma far off", [](auto& format, auto&) { format.chromaSiteX = 5; }},
+      {"chroma nowhere", [](auto& format, auto&) { format.chromaSiteY = NAN; }},
+      {"aspect 0", [](auto& format, auto&) { format.pixelAspect = 0; }},
+      {"aspect 17", [](auto& format, auto&) { format.pixelAspect = 17; }},
+      {"aspect unknown", [](auto& format, auto&) { format.pixelAspect = NAN; }},
+      {"window 0", [](auto&, auto& settings) { settings.window = 0; }},
+      {"window 5", [](auto&, auto& settings) { settings.window = 5; }},
+      {"window 258", [](auto&, auto& settings) { settings.window = 258; }},
+      {"margin below 0", [](auto&, auto& settings) { settings.marginX = -1; }},
+      {"margin that leaves no column", [](auto&, auto& settings) { settings.marginX = 31.75; }},
+      {"margin that leaves no row", [](auto&, auto& settings) { settings.marginY = 24; }},
+      {"margin unknown", [](auto&, auto& settings) { settings.marginY = NAN; }},
+      {"region beside the picture",
+       [](auto&, auto& settings) {
+         settings.estimateFrom = {64, 0, 90, 40};
+       }},
+      {"region upside down",
+       [](auto&, auto& settings) {
+         settings.estimateFrom = {0, 30, 20, 10};
+       }},
+      {"weights of another window",
+       [](auto&, auto& settings) {
+         settings.pathWeights = {1, 1};
+       }},
+  };
+  const PictureFormat format = {
+      .width = 64, .height = 48, .planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .pixelAspect = 16};
+  const Settings settings = {.window = 256,
+                             .marginX = 31,
+                             .marginY = 23,
+                             .estimateFrom = Region{-9, 47, 1, 99},
+                             .pathWeights = std::vector<double>(129, 1.0)};
+  EXPECT_TRUE(AreUsable(format, settings));
+  for (const Refusal& refusal : kRefusals) {
+    PictureFormat spoiltFormat = format;
+    Settings spoiltSettings = settings;
+    refusal.spoil(spoiltFormat, spoiltSettings);
+    EXPECT_FALSE(AreUsable(spoiltFormat, spoiltSettings)) << refusal.name;
+  }
+}
+
+std::uint64_t Fnv1a(std::span<const PlanarFrame> frames) {
+  std::uint64_t digest = 14695981039346656037U;
+  for (const PlanarFrame& frame : frames)
+    for (const std::vector<std::uint8_t>& plane : frame)
+      for (const std::uint8_t sample : plane) digest = (digest ^ sample) * 1099511628211U;
+  return digest;
+}
+
+void FromTheLast(std::int32_t rows, RowWork work, const void* context) {
+  for (std::int32_t end = rows; end > 0; end -= std::min(end, 7)) work(context, std::max(end - 7, 0), end);
+}
+
+/// The bytes are the same with every compiler and on every machine. They change with the engine: then the
+/// numbers here do, too.
+TEST(Stream, BytesAreThese) {
+  struct DigestCase {
+    Settings settings;
+    std::uint64_t digest;
+  };
+  const DigestCase kCases[] = {
+      {{.window = 8}, 14764298449670128809U},
+      {{.window = 8, .marginX = 4, .marginY = 3, .interpolation = Interpolation::Bilinear},
+       16912059577666543479U},
+      {{.window = 4, .marginX = 5, .marginY = 5, .clipping = Clipping::Crop, .tripod = true},
+       5713447428545100831U},
+      {{.window = 8, .interpolation = Interpolation::Nearest, .correctRoll = false, .keepBackground = true},
+       2445520182962496266U},
+  };
+  const std::vector<PlanarFrame> frames = ShootAll(kSmall420, ShakyTakes("aaaaaaaaWaaaabbbbbbb"));
+  for (const DigestCase& test : kCases) {
+    for (const Way& way :
+         {Way{.cap = SimdLevel::Scalar}, Way{.cap = SimdLevel::Avx2}, Way{.runner = FromTheLast}})
+      EXPECT_EQ(Fnv1a(Stabilize(kSmall420, test.settings, frames, way).frames), test.digest)
+          << "case " << &test - kCases << ", level " << static_cast<int>(way.cap);
+  }
+}
+
+}  // namespace
+}  // namespace precise

@@ -1,0 +1,106 @@
+#include "support/planarscene.h"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "kernel/sampling.h"
+#include "kernel/sinecosine.h"
+
+namespace {
+
+using precise::Complex;
+using precise::PictureFormat;
+using precise::Similarity;
+
+/// Random values on a lattice that repeats, interpolated by cubic B-splines.
+class Texture {
+ public:
+  Texture(double cell, double strength, std::uint32_t seed) : m_cell(cell), m_values(kSide * kSide) {
+    std::mt19937 random(seed);
+    for (double& value : m_values) value = strength * (static_cast<double>(random() % 2001) / 1000 - 1);
+  }
+
+  double operator()(Complex point) const {
+    const double x = point.re / m_cell, y = point.im / m_cell;
+    const double wholeX = std::floor(x), wholeY = std::floor(y);
+    const std::array<double, 4> across = Weights(x - wholeX), down = Weights(y - wholeY);
+    // Adding periods keeps the indices from being negative.
+    const auto column = static_cast<std::size_t>(wholeX + 1000 * kSide);
+    const auto row = static_cast<std::size_t>(wholeY + 1000 * kSide);
+    double sum = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+      for (std::size_t j = 0; j < 4; ++j)
+        sum += down[i] * across[j] * m_values[(row + i) % kSide * kSide + (column + j) % kSide];
+    return sum;
+  }
+
+ private:
+  static constexpr std::size_t kSide = 64;
+
+  static std::array<double, 4> Weights(double t) {
+    const double rest = 1 - t;
+    return {rest * rest * rest / 6, (4 - 6 * t * t + 3 * t * t * t) / 6,
+            (4 - 6 * rest * rest + 3 * rest * rest * rest) / 6, t * t * t / 6};
+  }
+
+  double m_cell;
+  std::vector<double> m_values;
+};
+
+class Brightness {
+ public:
+  explicit Brightness(std::uint32_t scene)
+      : m_textures{Texture(40, 80, 3 * scene), Texture(13, 60, 3 * scene + 1), Texture(5, 50, 3 * scene + 2)},
+        m_isFlat(scene == 0) {}
+
+  double operator()(Complex point) const {
+    if (m_isFlat) return 128;
+    return std::clamp(128 + m_textures[0](point) + m_textures[1](point) + m_textures[2](point), 16.0, 240.0);
+  }
+
+ private:
+  std::array<Texture, 3> m_textures;
+  bool m_isFlat;
+};
+
+/// Nearly normal noise of sigma 1.
+double Noise(std::mt19937& random) {
+  double sum = -6;
+  for (int i = 0; i < 12; ++i) sum += static_cast<double>(random()) / 4294967296.0;
+  return sum;
+}
+
+}  // namespace
+
+Similarity MakePose(double x, double y, double degrees, double zoom) {
+  const SineCosine angle = ComputeSineCosine(RadiansFromDegrees(degrees));
+  return {zoom * Complex{angle.cosine, angle.sine}, {x, y}};
+}
+
+PlanarFrame Shoot(const PictureFormat& format, const Take& take) {
+  const Brightness behind(take.scene), before(take.scene + 1000);
+  const Similarity toScene = Inverse(take.pose), toForeground = Inverse(take.foregroundPose);
+  std::mt19937 random(take.noiseSeed);
+  PlanarFrame frame;
+  for (int plane = 0; plane < format.planes; ++plane) {
+    const bool isChroma = format.IsChroma(plane);
+    const double stepX = isChroma ? 1 << format.chromaShiftX : 1, siteX = isChroma ? format.chromaSiteX : 0;
+    const double stepY = isChroma ? 1 << format.chromaShiftY : 1, siteY = isChroma ? format.chromaSiteY : 0;
+    for (std::int32_t row = 0; row < format.PlaneHeight(plane); ++row) {
+      for (std::int32_t column = 0; column < format.PlaneWidth(plane); ++column) {
+        const double x = column * stepX + siteX, y = row * stepY + siteY;
+        const Complex point = {(x - (format.width - 1) / 2.0) * format.pixelAspect,
+                               y - (format.height - 1) / 2.0};
+        const bool isHidden = x < take.foreground * format.width;
+        double value = isHidden ? before(toForeground(point)) : behind(toScene(point));
+        value = take.gain * (128 + take.contrast * (value - 128)) + take.offset;
+        if (take.noise > 0) value += take.noise * Noise(random);
+        if (format.IsAlpha(plane)) value = 200;
+        frame[static_cast<std::size_t>(plane)].push_back(
+            static_cast<std::uint8_t>(std::clamp(value + 0.5, 0.0, 255.0)));
+      }
+    }
+  }
+  return frame;
+}
