@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <numbers>
 #include <system_error>
 
 #include "host/platform.h"
@@ -34,4 +35,11 @@ void MotionLog::Close() {
 
 void MotionLog::Fail() const {
   throw WorkError("cannot write the motion file " + m_fileName + ": " + std::strerror(errno));
+}
+
+void WriteReport(MotionLog& log, const precise::FrameReport& report) {
+  constexpr double kDegrees = 180 / std::numbers::pi;
+  const precise::Movement &motion = report.motion, &correction = report.correction;
+  log.WriteLine(report.frame, motion.x, -motion.y, -motion.roll * kDegrees, correction.x, -correction.y,
+                correction.roll * kDegrees, report.shot, report.zoom);
 }

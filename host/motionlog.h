@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "precise/stabilizer.h"
+
 /// Throws WorkError when the name is that of the stream's input or output, whatever way it is spelt, or of
 /// another file that is not to be overwritten.
 void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* input, std::FILE* output);
@@ -51,3 +53,10 @@ class MotionLog {
   std::unique_ptr<std::FILE, FileCloser> m_pFile;
   std::string m_line;
 };
+
+/// The columns that the precise engine adds.
+inline constexpr std::string_view kPreciseColumns = ",shot,zoom";
+
+/// A line of the precise engine, with the classic engine's signs: y upward, roll of the motion against the
+/// clock, and that of the correction with it. Throws WorkError.
+void WriteReport(MotionLog& log, const precise::FrameReport& report);

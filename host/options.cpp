@@ -13,8 +13,6 @@
 
 namespace {
 
-using std::string_literals::operator""s;
-
 constexpr std::string_view kEngines[] = {"precise", "kernel", "transform"};
 
 template <class Number>
@@ -127,6 +125,23 @@ void SetTotalFrames(Options& options, std::string_view name, std::string_view va
     Refuse(name, value, "give the number of frames that the input holds");
 }
 
+template <std::string Encoding::*field>
+void SetEncoding(Options& options, std::string_view name, std::string_view value) {
+  if (value.empty()) Refuse(name, value, "the value is missing");
+  options.encoding.*field = value;
+}
+
+void SetCrf(Options& options, std::string_view name, std::string_view value) {
+  double crf = 0;
+  if (!ParseNumber(value, crf) || !(crf >= 0)) Refuse(name, value, "give a number, such as 18");
+  options.encoding.crf = crf;
+}
+
+void SetFolder(Options& options, std::string_view name, std::string_view value) {
+  if (value.empty()) Refuse(name, value, "give the folder for the outputs");
+  options.folder = value;
+}
+
 void SetSimd(Options& options, std::string_view name, std::string_view value) {
   static constexpr std::string_view kLevels[] = {"scalar", "avx2"};
   options.simd = static_cast<SimdLevel>(IndexOf(name, value, kLevels));
@@ -169,9 +184,14 @@ constexpr unsigned kPrecise = Bit(Engine::Precise), kKernel = Bit(Engine::Kernel
                    kTransform = Bit(Engine::Transform), kClassic = kKernel | kTransform,
                    kAll = kPrecise | kClassic;
 
+constexpr unsigned Bit(Program program) { return 1U << static_cast<unsigned>(program); }
+
+constexpr unsigned kPipe = Bit(Program::Pipe), kFiles = Bit(Program::Files), kBoth = kPipe | kFiles;
+
 struct OptionRow {
   std::string_view name;
   std::string_view value;  ///< what the help calls it; empty for an option without a value
+  unsigned programs;       ///< those that have it
   unsigned engines;        ///< those that have it
   std::string_view help;
   void (*set)(Options& options, std::string_view name, std::string_view value);
@@ -179,47 +199,63 @@ struct OptionRow {
 
 // In the help a line break stands before what differs between the engines.
 constexpr OptionRow kOptions[] = {
-    {"--size", "WxH", kClassic, "size of raw frames in pixels; without it the input is YUV4MPEG2", SetSize},
-    {"--engine", "NAME", kAll, "precise, kernel (classic)\nor on Windows transform (classic, through COM)",
-     SetEngine},
-    {"--window", "N", kAll,
+    {"--size", "WxH", kPipe, kClassic, "size of raw frames in pixels; without it the input is YUV4MPEG2",
+     SetSize},
+    {"--engine", "NAME", kBoth, kAll,
+     "precise, kernel (classic)\nor on Windows transform (classic, through COM)", SetEngine},
+    {"--window", "N", kBoth, kAll,
      "smoothing window in frames\nprecise: even, 2 to 256 (default one second, 16 to 64)\n"
      "classic: 4, 8, 12, 16, 24, 32, 64, 128 (default 32)",
      SetWindow},
-    {"--crop", "P%|X,Y", kAll,
+    {"--crop", "P%|X,Y", kBoth, kAll,
      "margins of each side, in percent, or left/right and top/bottom in pixels\n"
      "(default precise: 5%; classic: 0, none)",
      SetCrop},
-    {"--clip", "HOW", kAll,
+    {"--clip", "HOW", kBoth, kAll,
      "what the margins do: stretch, crop, outline\n(default precise: stretch; classic: outline)", SetClip},
-    {"--interpolation", "HOW", kAll,
+    {"--interpolation", "HOW", kBoth, kAll,
      "nearest, bilinear, bicubic\n(default precise: bicubic; classic, which has no bicubic: bilinear)",
      SetInterpolation},
-    {"--background", "RRGGBB", kAll,
+    {"--background", "RRGGBB", kBoth, kAll,
      "fill of uncovered pixels (default 000000)\nor keep, what was last seen there (precise)", SetBackground},
-    {"--rotation", "", kAll, "correct roll too (default of precise)", Set<&Options::rotation>},
-    {"--no-rotation", "", kAll, "do not correct roll (default of classic)", Set<&Options::rotation, false>},
-    {"--tripod", "", kPrecise, "hold still: lay every frame of a shot on its first (precise)",
+    {"--rotation", "", kBoth, kAll, "correct roll too (default of precise)", Set<&Options::rotation>},
+    {"--no-rotation", "", kBoth, kAll, "do not correct roll (default of classic)",
+     Set<&Options::rotation, false>},
+    {"--tripod", "", kBoth, kPrecise, "hold still: lay every frame of a shot on its first (precise)",
      Set<&Options::tripod>},
-    {"--no-cuts", "", kPrecise, "take the clip as one shot (precise)", Set<&Options::findCuts, false>},
-    {"--roi", "L,T,R,B", kAll, "estimate from this region only (default the whole frame)", SetRoi},
-    {"--quality", "1..4", kClassic,
+    {"--no-cuts", "", kBoth, kPrecise, "take the clip as one shot (precise)", Set<&Options::findCuts, false>},
+    {"--roi", "L,T,R,B", kBoth, kAll, "estimate from this region only (default the whole frame)", SetRoi},
+    {"--quality", "1..4", kBoth, kClassic,
      "precision of the motion estimate, 1 finest and slowest (classic; default 3)", SetQuality},
-    {"--motion", "FILE", kPrecise | kKernel, "write each frame's motion and correction as CSV",
+    {"--motion", "FILE", kBoth, kPrecise | kKernel, "write each frame's motion and correction as CSV",
      SetMotionFile},
-    {"--force", "", kAll, "overwrite a motion file that exists", Set<&Options::overwrite>},
-    {"--frames", "N", kAll, "number of frames in the input, for the progress bar", SetTotalFrames},
-    {"--simd", "LEVEL", kPrecise | kKernel,
+    {"--force", "", kPipe, kAll, "overwrite a motion file that exists", Set<&Options::overwrite>},
+    {"--force", "", kFiles, kAll, "overwrite OUTPUT and the motion file", Set<&Options::overwrite>},
+    {"--into", "FOLDER", kFiles, kAll, "write each output there, under its input's name", SetFolder},
+    {"--codec", "NAME", kFiles, kAll,
+     "of the picture, or the name of an encoder (default by OUTPUT's extension)",
+     SetEncoding<&Encoding::codec>},
+    {"--crf", "N", kFiles, kAll, "quality of the encoding, lower is better (default by codec)", SetCrf},
+    {"--preset", "NAME", kFiles, kAll, "of the encoder: its speed against size (default by codec)",
+     SetEncoding<&Encoding::preset>},
+    {"--encoder-options", "K=V:K=V", kFiles, kAll, "further options of the encoder",
+     SetEncoding<&Encoding::options>},
+    {"--keep-partial", "", kFiles, kAll, "keep what there is of a clip that breaks off",
+     Set<&Options::keepPartial>},
+    {"--frames", "N", kPipe, kAll, "number of frames in the input, for the progress bar", SetTotalFrames},
+    {"--simd", "LEVEL", kBoth, kPrecise | kKernel,
      "cap on the instruction set: scalar, avx2 (default the best of this machine)", SetSimd},
-    {"--registered", "", kTransform,
+    {"--registered", "", kPipe, kTransform,
      "the transform that is registered, not the one beside the program (Windows)", SetRegistered},
-    {"--settings", "", kTransform,
+    {"--settings", "", kPipe, kTransform,
      "show the transform's property pages, save what is applied, and end (Windows)", SetShowSettings},
-    {"--output-size", "", kAll, "check the settings, print the size of the frames that come out, and end",
+    {"--output-size", "", kPipe, kAll,
+     "check the settings, print the size of the frames that come out, and end",
      SetAction<Action::PrintOutputSize>},
-    {"--quiet", "", kAll, "no progress bar", Set<&Options::quiet>},
-    {"--help", "", kAll, "print this text", SetAction<Action::PrintHelp>},
-    {"--version", "", kAll, "print the version", SetAction<Action::PrintVersion>},
+    {"--quiet", "", kBoth, kAll, "no progress bar", Set<&Options::quiet>},
+    {"--verbose", "", kFiles, kAll, "tell more, and without a terminal too", Set<&Options::verbose>},
+    {"--help", "", kBoth, kAll, "print this text", SetAction<Action::PrintHelp>},
+    {"--version", "", kBoth, kAll, "print the version", SetAction<Action::PrintVersion>},
 };
 
 constexpr std::size_t kLongestName =
@@ -240,12 +276,20 @@ std::size_t EditDistance(std::string_view from, std::string_view to) {
   return costs[to.size()];
 }
 
-[[noreturn]] void RefuseUnknown(std::string_view argument, std::string_view name) {
-  const auto distance = [name](const OptionRow& row) { return EditDistance(name, row.name); };
+[[noreturn]] void RefuseUnknown(std::string_view argument, std::string_view name, Program program) {
+  const auto distance = [=](const OptionRow& row) {
+    return (row.programs & Bit(program)) != 0 ? EditDistance(name, row.name) : name.size() + kLongestName;
+  };
   const OptionRow& nearest = *std::ranges::min_element(kOptions, {}, distance);
   const std::string hint =
       distance(nearest) <= 2 ? ", is it " + std::string(nearest.name) + "?" : "; see --help";
   throw UsageError("unknown option " + std::string(argument) + hint);
+}
+
+const OptionRow& FindOption(std::string_view argument, std::string_view name, Program program) {
+  for (const OptionRow& row : kOptions)
+    if (row.name == name && (row.programs & Bit(program)) != 0) return row;
+  RefuseUnknown(argument, name, program);
 }
 
 using Given = std::vector<const OptionRow*>;
@@ -254,7 +298,7 @@ bool AllServe(const Given& given, unsigned engine) {
   return std::ranges::all_of(given, [engine](const OptionRow* row) { return (row->engines & engine) != 0; });
 }
 
-/// The engine where none is named.
+/// The engine of the pipe where none is named.
 Engine DefaultEngine(const Options& options, const Given& given) {
   if (options.registered) return Engine::Transform;
   if (options.size.width == 0) return Engine::Precise;
@@ -263,24 +307,69 @@ Engine DefaultEngine(const Options& options, const Given& given) {
   return transformCan ? Engine::Transform : Engine::Kernel;
 }
 
-void CheckServed(const OptionRow& row, Engine engine) {
+void CheckServed(const OptionRow& row, Engine engine, Program program) {
   if ((row.engines & Bit(engine)) != 0) return;
-  const std::string_view wayOut =
-      engine == Engine::Precise         ? "leave it out, or choose --engine kernel with --size WxH"
-      : (row.engines & kKernel) != 0    ? "choose --engine kernel"
-      : (row.engines & kTransform) != 0 ? "choose --engine transform"
-                                        : "the precise engine has it: give YUV4MPEG2, without --size";
+  const bool isPipe = program == Program::Pipe;
+  const std::string_view wayOut = engine == Engine::Precise
+                                      ? isPipe ? "leave it out, or choose --engine kernel with --size WxH"
+                                               : "leave it out, or choose --engine kernel"
+                                  : (row.engines & kKernel) != 0    ? "choose --engine kernel"
+                                  : (row.engines & kTransform) != 0 ? "choose --engine transform"
+                                  : isPipe ? "the precise engine has it: give YUV4MPEG2, without --size"
+                                           : "choose --engine precise";
   throw UsageError(std::string(row.name) + " is no option of the engine " +
                    std::string(kEngines[static_cast<std::size_t>(engine)]) + "; " + std::string(wayOut));
 }
 
-void CheckWhole(Options& options, const Given& given) {
+void CheckFiles(const Options& options) {
+  if (options.engine == Engine::Transform) Refuse("--engine", "transform", "files take precise or kernel");
+  if (options.folder.empty() ? options.files.size() != 2 : options.files.empty())
+    throw UsageError(
+        "give INPUT and OUTPUT, or INPUT... --into FOLDER, and settings if you like; see --help");
+}
+
+void CheckWhole(Options& options, const Given& given, Program program) {
   const auto isEngine = [](const OptionRow* row) { return row->name == "--engine"; };
-  if (std::ranges::none_of(given, isEngine)) options.engine = DefaultEngine(options, given);
-  for (const OptionRow* row : given) CheckServed(*row, options.engine);
+  if (program == Program::Pipe && std::ranges::none_of(given, isEngine))
+    options.engine = DefaultEngine(options, given);
+  for (const OptionRow* row : given) CheckServed(*row, options.engine, program);
+  if (program == Program::Files) return CheckFiles(options);
   if (options.engine != Engine::Precise && options.size.width == 0)
     throw UsageError("the frame size is missing: give --size WxH");
 }
+
+/// The value of an option, which may be the next argument.
+std::string_view ValueOf(const OptionRow& row, std::span<const char* const> arguments, std::size_t& i) {
+  const std::string_view argument = arguments[i];
+  const std::size_t equals = argument.find('=');
+  if (row.value.empty()) {
+    if (equals != std::string_view::npos) throw UsageError(std::string(row.name) + " takes no value");
+    return {};
+  }
+  if (equals != std::string_view::npos) return argument.substr(equals + 1);
+  if (++i < arguments.size()) return arguments[i];
+  throw UsageError(std::string(row.name) + " needs a value: " + std::string(row.value));
+}
+
+constexpr std::string_view kPipeUsage =
+    "usage: vstabilize [settings] < in.y4m > out.y4m         YUV4MPEG2, precise engine\n"
+    "       vstabilize --size WxH [settings] < in > out      raw bgr24, classic engine\n"
+    "\n"
+    "Stabilizes video in a pipe. As many frames come out as went in.\n"
+    "Raw frames are 24-bit blue-green-red without padding, top row first.\n"
+    "\n";
+
+constexpr std::string_view kFilesUsage =
+    "usage: stabilize INPUT OUTPUT [settings]\n"
+    "       stabilize INPUT... --into FOLDER [settings]\n"
+    "\n"
+    "Takes the shake out of a video. OUTPUT's extension decides its format. Sound, subtitles, time stamps "
+    "and\n"
+    "colours stay those of INPUT. Behind -- all arguments are file names.\n"
+    "\n"
+    "  stabilize shaky.mp4 steady.mp4\n"
+    "  stabilize shaky.mov steady.mkv --crop 8% --window 60\n"
+    "\n";
 
 }  // namespace
 
@@ -288,49 +377,40 @@ void Refuse(std::string_view option, std::string_view value, const std::string& 
   throw UsageError(std::string(option) + ' ' + std::string(value) + ": " + wanted);
 }
 
-Options ParseOptions(std::span<const char* const> arguments) {
+Options ParseOptions(std::span<const char* const> arguments, Program program) {
   Options options;
   Given given;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
-    const std::size_t equals = argument.find('=');
-    const std::string_view name = argument.substr(0, equals);
-    const auto* const row = std::ranges::find(kOptions, name, &OptionRow::name);
-    if (row == std::end(kOptions)) RefuseUnknown(argument, name);
-
-    std::string_view value;
-    if (row->value.empty()) {
-      if (equals != std::string_view::npos) throw UsageError(std::string(name) + " takes no value");
-    } else if (equals != std::string_view::npos) {
-      value = argument.substr(equals + 1);
-    } else if (++i < arguments.size()) {
-      value = arguments[i];
-    } else {
-      throw UsageError(std::string(name) + " needs a value: " + std::string(row->value));
+    if (program == Program::Files && argument == "--") {
+      options.files.insert(options.files.end(), arguments.begin() + static_cast<std::ptrdiff_t>(i) + 1,
+                           arguments.end());
+      break;
     }
-    row->set(options, name, value);
-    given.push_back(row);
+    if (program == Program::Files && !argument.starts_with("--")) {
+      options.files.emplace_back(argument);
+      continue;
+    }
+    const OptionRow& row = FindOption(argument, argument.substr(0, argument.find('=')), program);
+    row.set(options, row.name, ValueOf(row, arguments, i));
+    given.push_back(&row);
     if (options.action == Action::PrintHelp || options.action == Action::PrintVersion) return options;
   }
-  if (options.action != Action::ShowSettings) CheckWhole(options, given);
+  if (options.action != Action::ShowSettings) CheckWhole(options, given, program);
   return options;
 }
 
-std::string HelpText() {
+std::string HelpText(Program program) {
   constexpr std::size_t kIndent = 26;
-  std::string text =
-      "usage: vstabilize [settings] < in.y4m > out.y4m         YUV4MPEG2, precise engine\n"
-      "       vstabilize --size WxH [settings] < in > out      raw bgr24, classic engine\n"
-      "\n"
-      "Stabilizes video in a pipe. As many frames come out as went in.\n"
-      "Raw frames are 24-bit blue-green-red without padding, top row first.\n"
-      "\n"s;
+  std::string text(program == Program::Pipe ? kPipeUsage : kFilesUsage);
   for (const OptionRow& row : kOptions) {
+    if ((row.programs & Bit(program)) == 0) continue;
     std::string left = "  " + std::string(row.name) + ' ' + std::string(row.value);
     left.resize(kIndent, ' ');
     text += left;
     for (const char c : row.help) text += c == '\n' ? '\n' + std::string(kIndent, ' ') : std::string(1, c);
     text += '\n';
   }
-  return text + "\nExit codes: 0 done, 1 the work failed, 2 wrong usage.\n";
+  text += "\nExit codes: 0 done, 1 the work failed, 2 wrong usage";
+  return text + (program == Program::Pipe ? ".\n" : ", 130 interrupted.\n");
 }

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/simd.h"
 #include "engine/stabilizersettings.h"
@@ -34,6 +35,16 @@ struct Margins {
   bool isPercent = false;  ///< of the frame's width and height; otherwise pixels
 };
 
+/// The programs that share the options: `vstabilize` works in a pipe, `stabilize` on files.
+enum class Program { Pipe, Files };
+
+/// How `stabilize` encodes the picture. What is empty follows from the output's format.
+struct Encoding {
+  std::string codec, preset;
+  std::optional<double> crf;
+  std::string options;  ///< of the encoder: k=v:k=v
+};
+
 /// What was asked for. An empty optional leaves the choice to the engine, see `host/settings.h`.
 struct Options {
   Action action = Action::Stabilize;
@@ -52,12 +63,18 @@ struct Options {
   bool registered = false;              ///< the transform that is registered, not the one beside the program
   SimdLevel simd = SimdLevel::Avx2;     ///< at most
   std::string motionFile;               ///< empty: none
-  bool overwrite = false;               ///< a motion file that exists
+  bool overwrite = false;               ///< files that exist
   std::int64_t totalFrames = 0;         ///< 0: unknown
   bool quiet = false;
+
+  // Of `stabilize` alone.
+  std::vector<std::string> files;
+  std::string folder;  ///< for the outputs; empty: the last of the files is the output
+  Encoding encoding;
+  bool keepPartial = false, verbose = false;
 };
 
 /// Reads the arguments after the program's name. Throws UsageError.
-Options ParseOptions(std::span<const char* const> arguments);
+Options ParseOptions(std::span<const char* const> arguments, Program program = Program::Pipe);
 
-std::string HelpText();
+std::string HelpText(Program program = Program::Pipe);

@@ -1,5 +1,4 @@
 #include <new>
-#include <numbers>
 #include <optional>
 #include <string>
 #include <utility>
@@ -44,15 +43,6 @@ precise::ConstPicture ConstPlanesOf(const precise::PictureFormat& format, const 
   return picture;
 }
 
-/// The classic engine's log counts y upward, roll of the motion against the clock, and that of the correction
-/// with it; this one follows.
-void Log(MotionLog& log, const precise::FrameReport& report) {
-  constexpr double kDegrees = 180 / std::numbers::pi;
-  const precise::Movement &motion = report.motion, &correction = report.correction;
-  log.WriteLine(report.frame, motion.x, -motion.y, -motion.roll * kDegrees, correction.x, -correction.y,
-                correction.roll * kDegrees, report.shot, report.zoom);
-}
-
 class PrecisePipeline final : public Pipeline {
  public:
   PrecisePipeline(const Options& options, Y4mReader reader, const precise::Settings& settings,
@@ -62,7 +52,7 @@ class PrecisePipeline final : public Pipeline {
         m_stabilizer(m_reader.Facts().format, settings, options.simd),
         m_held(static_cast<std::size_t>(m_stabilizer.DelayFrames()) + 1, FrameBytes(m_reader.Facts().format)),
         m_output(FrameBytes(m_outputFormat)) {
-    if (!options.motionFile.empty()) m_log.emplace(options.motionFile, ",shot,zoom");
+    if (!options.motionFile.empty()) m_log.emplace(options.motionFile, kPreciseColumns);
     // This writes the head, so nothing that can fail follows.
     m_writer.emplace(output, m_reader.Head(), m_outputFormat);
   }
@@ -82,7 +72,7 @@ class PrecisePipeline final : public Pipeline {
     const precise::FrameReport report =
         m_stabilizer.Deliver(PlanesOf(m_outputFormat, m_output.samples.get()));
     m_writer->Write(m_held[report.frame].parameters, {m_output.samples.get(), m_output.bytes});
-    if (m_log) Log(*m_log, report);
+    if (m_log) WriteReport(*m_log, report);
     return true;
   }
 

@@ -48,8 +48,8 @@ struct Weights {
 /// A colour as samples of luma, blue and red difference, and alpha, which nothing covers.
 std::array<std::uint16_t, precise::kMaxPlanes> ColourSamples(const std::array<std::uint8_t, 3>& blueGreenRed,
                                                              const StreamFacts& stream) {
-  const auto [redWeight, blueWeight] =
-      stream.matrix == ColourMatrix::Bt709 ? Weights{0.2126, 0.0722} : Weights{0.299, 0.114};
+  static constexpr Weights kWeights[] = {{0.299, 0.114}, {0.2126, 0.0722}, {0.2627, 0.0593}, {0, 0}};
+  const auto [redWeight, blueWeight] = kWeights[static_cast<std::size_t>(stream.matrix)];
   const double blue = blueGreenRed[0] / 255.0, green = blueGreenRed[1] / 255.0, red = blueGreenRed[2] / 255.0;
   const double luma = redWeight * red + (1 - redWeight - blueWeight) * green + blueWeight * blue;
   const double blueDifference = (blue - luma) / (2 * (1 - blueWeight));
@@ -61,6 +61,9 @@ std::array<std::uint16_t, precise::kMaxPlanes> ColourSamples(const std::array<st
   const auto sample = [highest](double value) {
     return static_cast<std::uint16_t>(std::clamp(std::floor(value + 0.5), 0.0, highest));
   };
+  if (stream.matrix == ColourMatrix::Rgb)
+    return {sample(black + lumaSpan * green), sample(black + lumaSpan * blue),
+            sample(black + lumaSpan * red)};
   const std::uint16_t y = sample(black + lumaSpan * luma);
   if (stream.format.planes < 3) return {y};
   return {y, sample(grey + chromaSpan * blueDifference), sample(grey + chromaSpan * redDifference)};

@@ -16,7 +16,8 @@ std::optional<Rect> ShareFarEdge(Rect roi, FrameSize size);
 /// Settings of the classic engine for frames of `options.size`. Throws UsageError.
 StabilizerSettings MakeClassicSettings(const Options& options);
 
-enum class ColourMatrix { Bt601, Bt709 };
+/// What planes hold: luma and differences by a recommendation, or green, blue and red.
+enum class ColourMatrix { Bt601, Bt709, Bt2020, Rgb };
 
 /// What a stream of planar frames tells about itself.
 struct StreamFacts {

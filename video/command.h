@@ -1,0 +1,8 @@
+#pragma once
+
+#include <cstdio>
+#include <span>
+
+/// The program but for the process around it. Messages go to `messages`. Returns the exit code: 0 done, 1 the
+/// work failed, 2 wrong usage, 130 interrupted.
+int RunStabilize(std::span<const char* const> arguments, std::FILE* output, std::FILE* messages);

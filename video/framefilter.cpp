@@ -1,0 +1,83 @@
+#include "video/framefilter.h"
+
+#include <utility>
+
+#include "video/pixelformats.h"
+
+namespace {
+
+std::string Fraction(AVRational value) { return std::to_string(value.num) + '/' + std::to_string(value.den); }
+
+}  // namespace
+
+bool FrameFilter::IsAsWanted(const Kind& kind) const {
+  const bool isRange = m_target.range == AVCOL_RANGE_UNSPECIFIED || kind.range == m_target.range;
+  return kind.format == m_target.format && kind.width == m_target.width && kind.height == m_target.height &&
+         isRange && m_target.turn.empty() && !kind.isInterlaced;
+}
+
+void FrameFilter::Push(FramePtr frame) {
+  if (!frame) return Drain();
+  const auto format = static_cast<AVPixelFormat>(frame->format);
+  if (MeansFullRange(format)) {
+    frame->format = WithoutRange(format);
+    frame->color_range = AVCOL_RANGE_JPEG;
+  }
+  m_deinterlaces = m_deinterlaces || frame->interlaced_frame != 0;
+  const Kind kind = {frame->format,      frame->width,      frame->height,
+                     frame->color_range, frame->colorspace, m_deinterlaces};
+  if (kind != m_kind) {
+    Drain();
+    m_kind = kind;
+    if (!IsAsWanted(kind)) Build(*frame, kind);
+  }
+  if (!m_chain) return m_ready.push_back(std::move(frame));
+  m_chain->Push(frame.get());
+  Collect();
+}
+
+FramePtr FrameFilter::Pull() {
+  if (m_ready.empty()) return nullptr;
+  FramePtr frame = std::move(m_ready.front());
+  m_ready.pop_front();
+  return frame;
+}
+
+void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
+  const AVRational aspect = frame.sample_aspect_ratio.num > 0 ? frame.sample_aspect_ratio : AVRational{0, 1};
+  const std::string arguments = "video_size=" + std::to_string(kind.width) + 'x' +
+                                std::to_string(kind.height) + ":pix_fmt=" + std::to_string(kind.format) +
+                                ":time_base=" + Fraction(m_timeBase) + ":pixel_aspect=" + Fraction(aspect);
+  std::string filters = kind.isInterlaced ? "bwdif=mode=send_frame:deint=interlaced," : "";
+  if (!m_target.turn.empty()) filters += m_target.turn + ',';
+  filters += "scale=" + std::to_string(m_target.width) + ':' + std::to_string(m_target.height) +
+             ":flags=bicubic+accurate_rnd+full_chroma_int";
+  if (!m_target.matrix.empty()) filters += ":out_color_matrix=" + m_target.matrix;
+  // What the scaler says of the range of RGB is not that of the YUV made from it.
+  const AVColorRange asItComes =
+      IsRgb(static_cast<AVPixelFormat>(kind.format)) ? AVCOL_RANGE_MPEG : kind.range;
+  const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : asItComes;
+  if (range != AVCOL_RANGE_UNSPECIFIED && !IsRgb(m_target.format))
+    filters += range == AVCOL_RANGE_JPEG ? ":out_range=full" : ":out_range=limited";
+  filters += std::string(",format=pix_fmts=") + av_get_pix_fmt_name(m_target.format);
+  m_chain.emplace("buffer", arguments, filters, "buffersink");
+}
+
+void FrameFilter::Collect() {
+  FramePtr frame = NewFrame();
+  while (m_chain->Pull(*frame)) {
+    // A deinterlacer counts in half ticks.
+    if (frame->pts != AV_NOPTS_VALUE)
+      frame->pts = av_rescale_q(frame->pts, av_buffersink_get_time_base(&m_chain->Sink()), m_timeBase);
+    frame->interlaced_frame = frame->top_field_first = 0;
+    m_ready.push_back(std::move(frame));
+    frame = NewFrame();
+  }
+}
+
+void FrameFilter::Drain() {
+  if (!m_chain) return;
+  m_chain->Push(nullptr);
+  Collect();
+  m_chain.reset();
+}

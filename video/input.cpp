@@ -1,0 +1,101 @@
+#include "video/input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "host/workerror.h"
+#include "video/interruption.h"
+
+namespace {
+
+AVFormatContext* Open(const std::string& fileName) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(fileName, ignored)) throw WorkError("no such file: " + fileName);
+  if (std::filesystem::is_directory(fileName, ignored)) throw WorkError("is a folder: " + fileName);
+  AVFormatContext* format = Made(avformat_alloc_context());
+  format->interrupt_callback.callback = [](void*) { return IsInterrupted() ? 1 : 0; };
+  Dictionary options;
+  options.Set("protocol_whitelist", "file,pipe");
+  const int result = avformat_open_input(&format, ("file:" + fileName).c_str(), nullptr, options.Entries());
+  CheckInterruption();
+  Check(result, "not a video that can be read: " + fileName);
+  return format;
+}
+
+}  // namespace
+
+Input::Input(const std::string& fileName) : m_fileName(fileName), m_pFormat(Open(fileName)) {
+  Check(avformat_find_stream_info(m_pFormat.get(), nullptr), "cannot read " + fileName);
+  for (unsigned i = 0; i < m_pFormat->nb_streams && !m_pPicture; ++i) {
+    AVStream* stream = m_pFormat->streams[i];
+    const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isCover) m_pPicture = stream;
+  }
+  if (!m_pPicture) throw WorkError("no video stream in " + fileName);
+}
+
+bool Input::Read(AVPacket& packet) {
+  CheckInterruption();
+  const int result = av_read_frame(m_pFormat.get(), &packet);
+  CheckInterruption();
+  if (result < 0) return false;
+  const AVRational base = m_pFormat->streams[packet.stream_index]->time_base;
+  const std::int64_t origin = OriginIn(base);
+  if (packet.pts != AV_NOPTS_VALUE) packet.pts -= origin;
+  if (packet.dts != AV_NOPTS_VALUE) packet.dts -= origin;
+  if (packet.pts != AV_NOPTS_VALUE)
+    m_end = std::max(m_end, ToSeconds(packet.pts + std::max<std::int64_t>(packet.duration, 0), base));
+  return true;
+}
+
+std::int64_t Input::OriginIn(AVRational base) const {
+  const bool hasAnyClock = (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0;
+  if (!hasAnyClock || m_pFormat->start_time == AV_NOPTS_VALUE) return 0;
+  return av_rescale_q(m_pFormat->start_time, AV_TIME_BASE_Q, base);
+}
+
+AVRational Input::Rate() const {
+  const AVRational average = m_pPicture->avg_frame_rate;
+  const bool hasAverage = average.num > 0 && average.den > 0;
+  const AVRational nominal = NominalRate();
+  return hasAverage && (!HasConstantRate() || nominal.num == 0) ? average : nominal;
+}
+
+AVRational Input::NominalRate() const {
+  // A clock of milliseconds is taken for a rate where there is none.
+  constexpr double kHighest = 300;
+  const AVRational nominal = m_pPicture->r_frame_rate;
+  if (nominal.num <= 0 || nominal.den <= 0 || av_q2d(nominal) > kHighest) return {0, 1};
+  return nominal;
+}
+
+bool Input::HasConstantRate() const {
+  const double average = av_q2d(m_pPicture->avg_frame_rate), nominal = av_q2d(m_pPicture->r_frame_rate);
+  return m_pPicture->avg_frame_rate.den == 0 || !(average > 0) ||
+         (nominal > 0 && std::abs(nominal - average) < 0.002 * nominal);
+}
+
+std::int64_t Input::ExpectedFrames() const {
+  if (m_pPicture->nb_frames > 0) return m_pPicture->nb_frames;
+  const double rate = av_q2d(Rate());
+  const double seconds = m_pPicture->duration > 0  ? ToSeconds(m_pPicture->duration, m_pPicture->time_base)
+                         : m_pFormat->duration > 0 ? ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q)
+                                                   : 0;
+  return static_cast<std::int64_t>(std::clamp(rate * seconds, 0.0, 1e12));
+}
+
+std::optional<double> Input::PartReached(double pictureEnd) const {
+  if (m_pFormat->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE) return std::nullopt;
+  const AVRational base = m_pPicture->time_base;
+  if (m_pPicture->duration > 0 && m_pPicture->start_time != AV_NOPTS_VALUE) {
+    const double start = ToSeconds(m_pPicture->start_time - OriginIn(base), base);
+    return (pictureEnd - start) / ToSeconds(m_pPicture->duration, base);
+  }
+  if (m_pFormat->duration <= 0) return std::nullopt;
+  const double start = (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0
+                           ? 0
+                           : ToSeconds(m_pFormat->start_time, AV_TIME_BASE_Q);
+  return (std::max(m_end, pictureEnd) - start) / ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q);
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <exception>
+
+/// A signal asked the program to end.
+struct Interruption : std::exception {
+  const char* what() const noexcept override { return "interrupted"; }
+};
+
+/// From now on SIGINT, SIGTERM and SIGHUP are remembered, and end nothing by themselves.
+void CatchSignals();
+
+bool IsInterrupted();
+
+/// Throws Interruption after such a signal.
+void CheckInterruption();

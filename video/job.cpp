@@ -1,0 +1,321 @@
+#include "video/job.h"
+
+#include <chrono>
+#include <cmath>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include "host/progress.h"
+#include "host/workerror.h"
+#include "video/decoder.h"
+#include "video/output.h"
+#include "video/pictureplan.h"
+#include "video/sidestreams.h"
+#include "video/streamcopy.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool IsSameFile(const fs::path& one, const fs::path& other) {
+  std::error_code error;
+  return fs::equivalent(one, other, error) ||
+         fs::weakly_canonical(one, error) == fs::weakly_canonical(other, error);
+}
+
+void CheckTarget(const std::string& name, const char* kind, bool overwrite) {
+  std::error_code ignored;
+  if (!fs::exists(name, ignored)) return;
+  if (!fs::is_regular_file(name, ignored)) throw WorkError("exists and is not a file: " + name);
+  if (!overwrite) throw WorkError(std::string(kind) + " exists already, --force overwrites it: " + name);
+}
+
+void CheckFiles(const Options& options, const std::string& input, const std::string& output) {
+  FormatOf(output);
+  if (IsSameFile(input, output)) throw WorkError("OUTPUT is the same file as INPUT: " + output);
+  CheckTarget(output, "OUTPUT", options.overwrite);
+  if (options.motionFile.empty()) return;
+  if (IsSameFile(options.motionFile, input) || IsSameFile(options.motionFile, output))
+    throw WorkError("the motion file is the same file as INPUT or OUTPUT: " + options.motionFile);
+  CheckTarget(options.motionFile, "the motion file", options.overwrite);
+}
+
+/// Bytes that the machine can give; nothing where it does not tell.
+std::optional<std::int64_t> AvailableMemory() {
+  std::ifstream file("/proc/meminfo");
+  std::string name;
+  std::int64_t kilobytes = 0;
+  for (std::string rest; file >> name >> kilobytes; std::getline(file, rest))
+    if (name == "MemAvailable:") return kilobytes * 1024;
+  return std::nullopt;
+}
+
+std::string Megabytes(std::int64_t bytes) { return std::to_string((bytes + 999'999) / 1'000'000) + " MB"; }
+
+std::string Tenths(double value) {
+  const auto tenths = std::llround(value * 10);
+  return std::to_string(tenths / 10) + '.' + std::to_string(tenths % 10);
+}
+
+/// A motion file is removed again when the work fails.
+class MotionFileGuard {
+ public:
+  explicit MotionFileGuard(std::string name) : m_name(std::move(name)) {}
+  ~MotionFileGuard() {
+    std::error_code ignored;
+    if (!m_name.empty()) fs::remove(m_name, ignored);
+  }
+  MotionFileGuard(const MotionFileGuard&) = delete;
+  MotionFileGuard& operator=(const MotionFileGuard&) = delete;
+  void Keep() { m_name.clear(); }
+
+ private:
+  std::string m_name;
+};
+
+/// Times of pictures, each later than the one before, also where the file gives none or one twice.
+class PictureClock {
+ public:
+  explicit PictureClock(const Input& input) : m_base(input.Picture().time_base) {
+    const AVRational rate = input.Rate();
+    m_usual = rate.num > 0 ? std::max<std::int64_t>(1, av_rescale_q(1, av_inv_q(rate), m_base)) : 1;
+  }
+
+  void Stamp(AVFrame& frame) {
+    const std::int64_t duration = frame.pkt_duration > 0 ? frame.pkt_duration : m_usual;
+    std::int64_t pts = frame.best_effort_timestamp;
+    if (pts == AV_NOPTS_VALUE) pts = m_last == AV_NOPTS_VALUE ? 0 : m_last + m_lastDuration;
+    if (m_last != AV_NOPTS_VALUE) pts = std::max(pts, m_last + 1);
+    frame.pts = m_last = pts;
+    m_lastDuration = duration;
+  }
+
+  /// Where the last picture ends, in seconds.
+  double End() const { return m_last == AV_NOPTS_VALUE ? 0 : ToSeconds(m_last + m_lastDuration, m_base); }
+
+ private:
+  AVRational m_base;
+  std::int64_t m_usual, m_last = AV_NOPTS_VALUE, m_lastDuration = 0;
+};
+
+/// All that works on pictures once the first one is known.
+struct PictureWay {
+  PictureWay(const PicturePlan& plan, const Encoding& encoding, Output& output)
+      : prepare(plan.prepared, plan.facts.timeBase),
+        pStabilizer(MakePictureStabilizer(plan.options, plan.stream, plan.prepared.format)),
+        finish(plan.finished, plan.facts.timeBase),
+        encoder(*plan.encoder, plan.finished.format, encoding, plan.facts, *output.Format().oformat) {}
+
+  FrameFilter prepare;
+  std::unique_ptr<PictureStabilizer> pStabilizer;
+  FrameFilter finish;
+  PictureEncoder encoder;
+};
+
+class Job {
+ public:
+  Job(const Options& options, const std::string& inputName, const std::string& outputName, const Notes& notes,
+      std::FILE* terminal)
+      : m_options(options),
+        m_notes(notes),
+        m_pTerminal(terminal),
+        m_input(inputName),
+        m_output(outputName),
+        m_decoder(m_input.Picture(), inputName, 0),
+        m_clock(m_input) {}
+
+  void Run();
+
+ private:
+  FramePtr ReadFirstFrame();
+  void SetUp(const AVFrame& first);
+  void CheckMemory(const StabilizerFacts& facts) const;
+  void TakePacket(AVPacket& packet);
+  void TakePicture(FramePtr frame);
+  void Stabilize();
+  void Encode();
+  void WritePackets();
+  void End();
+  void CheckLength() const;
+  void Close();
+
+  const Options& m_options;
+  const Notes& m_notes;
+  std::FILE* m_pTerminal;
+  std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+  Input m_input;
+  Output m_output;
+  Decoder m_decoder;
+  PictureClock m_clock;
+  std::optional<PictureWay> m_way;
+  std::optional<SideStreams> m_sides;
+  int m_pictureIndex = 0;
+  std::deque<PacketPtr> m_waiting;  // read before the first picture
+  std::optional<Progress> m_progress;
+  std::int64_t m_frames = 0;
+};
+
+/// Packets that come before it, and its own, wait.
+FramePtr Job::ReadFirstFrame() {
+  FramePtr frame = NewFrame();
+  for (bool isEnd = false; !isEnd;) {
+    PacketPtr packet = NewPacket();
+    isEnd = !m_input.Read(*packet);
+    const bool isPicture = !isEnd && packet->stream_index == m_input.Picture().index;
+    if (isPicture || isEnd) {
+      m_decoder.Send(isEnd ? nullptr : packet.get());
+      if (m_decoder.Receive(*frame)) return frame;
+    } else {
+      m_waiting.push_back(std::move(packet));
+    }
+  }
+  throw WorkError("no picture of " + m_input.FileName() + " can be decoded");
+}
+
+void Job::CheckMemory(const StabilizerFacts& facts) const {
+  const std::string needed =
+      std::to_string(facts.framesHeld) + " frames in memory at once, " + Megabytes(facts.bytesHeld);
+  const std::optional<std::int64_t> available = AvailableMemory();
+  if (available && facts.bytesHeld > *available)
+    throw WorkError("the window needs " + needed + ", and this machine has " + Megabytes(*available) +
+                    " left; a shorter --window needs less");
+  m_notes.Tell("holds " + needed);
+}
+
+void Job::SetUp(const AVFrame& first) {
+  const PicturePlan plan =
+      MakePicturePlan(m_options, m_input, first, *m_output.Format().oformat, m_output.FileName());
+  CheckMemory(plan.stabilizer);
+  m_way.emplace(plan, m_options.encoding, m_output);
+  const AVCodecContext& encoder = m_way->encoder.Context();
+  AVStream& stream = m_output.AddStream();
+  Check(avcodec_parameters_from_context(stream.codecpar, &encoder), "cannot write " + m_output.FileName());
+  m_pictureIndex = stream.index;
+  stream.time_base = encoder.time_base;
+  stream.sample_aspect_ratio = encoder.sample_aspect_ratio;
+  if (plan.facts.hasConstantRate || m_way->encoder.HasFixedTicks()) stream.avg_frame_rate = encoder.framerate;
+  CopyTags(m_input.Picture(), stream, true);
+  AddPictureData(plan, m_input.Picture(), stream);
+  m_sides.emplace(m_input, m_output);
+  CopyFileTags(m_input, m_output);
+  // The picture comes a window and the encoder's look-ahead later than the sound.
+  const double rate = std::max(1.0, av_q2d(encoder.framerate));
+  const double late = static_cast<double>(plan.stabilizer.framesHeld + 100) / rate + 10;
+  m_output.Format().max_interleave_delta = static_cast<std::int64_t>(late * AV_TIME_BASE);
+  m_output.Begin();
+  if (m_way->encoder.HasFixedTicks())
+    m_notes.Tell("this format has a fixed rate: pictures stand at the nearest of " +
+                 Tenths(av_q2d(encoder.framerate)) + " ticks a second");
+  m_progress.emplace(m_pTerminal, m_input.ExpectedFrames(), m_pTerminal != nullptr);
+}
+
+void Job::TakePacket(AVPacket& packet) {
+  if (packet.stream_index != m_input.Picture().index) return m_sides->Take(packet);
+  m_decoder.Send(&packet);
+  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame())
+    TakePicture(std::move(frame));
+}
+
+/// Null: no picture follows.
+void Job::TakePicture(FramePtr frame) {
+  if (frame) m_clock.Stamp(*frame);
+  m_way->prepare.Push(std::move(frame));
+  while (FramePtr prepared = m_way->prepare.Pull()) {
+    m_way->pStabilizer->Push(std::move(prepared));
+    Stabilize();
+  }
+}
+
+void Job::Stabilize() {
+  while (FramePtr frame = m_way->pStabilizer->Deliver()) {
+    m_way->finish.Push(std::move(frame));
+    Encode();
+    m_progress->Update(++m_frames);
+  }
+}
+
+void Job::Encode() {
+  while (const FramePtr frame = m_way->finish.Pull()) {
+    m_way->encoder.Send(frame.get());
+    WritePackets();
+  }
+}
+
+void Job::WritePackets() {
+  const PacketPtr packet = NewPacket();
+  while (m_way->encoder.Receive(*packet))
+    m_output.Write(*packet, m_pictureIndex, m_way->encoder.Context().time_base);
+}
+
+void Job::End() {
+  m_decoder.Send(nullptr);
+  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame())
+    TakePicture(std::move(frame));
+  TakePicture(nullptr);
+  m_way->pStabilizer->End();
+  Stabilize();
+  m_way->pStabilizer->Finish();
+  m_way->finish.Push(nullptr);
+  Encode();
+  m_way->encoder.Send(nullptr);
+  WritePackets();
+  m_sides->End();
+}
+
+void Job::CheckLength() const {
+  const std::optional<double> part = m_input.PartReached(m_clock.End());
+  if (!part || *part >= 0.95) return;
+  const std::string text = m_input.FileName() + " breaks off after " + std::to_string(m_frames) +
+                           " frames, at " + std::to_string(static_cast<int>(std::max(0.0, *part) * 100)) +
+                           " % of its length";
+  if (!m_options.keepPartial) throw WorkError(text + "; --keep-partial keeps what there is");
+  m_notes.Warn(text);
+}
+
+void Job::Close() {
+  m_output.Finish();
+  m_progress.reset();
+  if (m_decoder.DamagedPackets() > 0)
+    m_notes.Warn(m_input.FileName() + " is damaged: " + std::to_string(m_decoder.DamagedPackets()) +
+                 " pictures were skipped or mended");
+  std::string leftOut;
+  for (const std::string& text : m_sides->LeftOut())
+    leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
+  if (m_way->prepare.Deinterlaces())
+    m_notes.Tell("the clip is interlaced: each frame was made of both its fields");
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - m_start;
+  if (m_notes.IsTalkative())
+    m_notes.Tell("wrote " + m_output.FileName() + ": " + std::to_string(m_frames) + " frames in " +
+                 Tenths(took.count()) + " s" + (leftOut.empty() ? "" : "; " + leftOut));
+  else if (!leftOut.empty())
+    m_notes.Warn(leftOut);
+}
+
+void Job::Run() {
+  const FramePtr first = ReadFirstFrame();
+  MotionFileGuard motionFile(m_options.motionFile);
+  SetUp(*first);
+  TakePicture(FramePtr(Made(av_frame_clone(first.get()))));
+  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame())
+    TakePicture(std::move(frame));
+  for (; !m_waiting.empty(); m_waiting.pop_front()) TakePacket(*m_waiting.front());
+  const PacketPtr packet = NewPacket();
+  while (m_input.Read(*packet)) {
+    TakePacket(*packet);
+    av_packet_unref(packet.get());
+  }
+  End();
+  CheckLength();
+  Close();
+  motionFile.Keep();
+}
+
+}  // namespace
+
+void StabilizeFile(const Options& options, const std::string& inputName, const std::string& outputName,
+                   const Notes& notes, std::FILE* terminal) {
+  CheckFiles(options, inputName, outputName);
+  Job(options, inputName, outputName, notes, terminal).Run();
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "host/options.h"
+#include "video/notes.h"
+
+/// Stabilizes one file into another. The progress bar goes to `terminal`; null: none. Throws UsageError,
+/// WorkError, Interruption and std::bad_alloc; then no output is left.
+void StabilizeFile(const Options& options, const std::string& inputName, const std::string& outputName,
+                   const Notes& notes, std::FILE* terminal);

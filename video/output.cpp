@@ -1,0 +1,112 @@
+#include "video/output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+#include "host/options.h"
+#include "host/stream.h"
+#include "host/workerror.h"
+#include "video/interruption.h"
+
+const AVOutputFormat& FormatOf(const std::string& fileName) {
+  const std::filesystem::path extension = std::filesystem::path(fileName).extension();
+  if (extension.empty())
+    throw UsageError("OUTPUT needs an extension that names its format, such as .mp4: " + fileName);
+  const AVOutputFormat* const format = av_guess_format(nullptr, fileName.c_str(), nullptr);
+  if (!format)
+    throw UsageError("no format is known by the extension " + extension.string() + ": " + fileName);
+  // Formats for sound take a picture as their cover.
+  const bool isSound = format->audio_codec != AV_CODEC_ID_NONE && format->video_codec == AV_CODEC_ID_PNG;
+  if (format->video_codec == AV_CODEC_ID_NONE || isSound || (format->flags & AVFMT_NOFILE) != 0 ||
+      av_match_ext(fileName.c_str(), "m4a,m4b"))
+    throw UsageError(extension.string() + " files hold no video: " + fileName);
+  return *format;
+}
+
+bool IsMovFamily(const AVOutputFormat& format) {
+  return av_match_name(format.name, "mov,mp4,ipod,3gp,3g2,psp,f4v") != 0;
+}
+
+bool HasFixedRate(const AVOutputFormat& format) {
+  return (format.flags & AVFMT_VARIABLE_FPS) == 0 && !IsMovFamily(format) &&
+         av_match_name(format.name, "asf") == 0;
+}
+
+Output::Output(const std::string& fileName) : m_fileName(fileName) {
+  AVFormatContext* format = nullptr;
+  Check(avformat_alloc_output_context2(&format, &FormatOf(fileName), nullptr, nullptr),
+        "cannot write " + fileName);
+  m_pFormat.reset(format);
+  MakeTemporary();
+  format->url = Made(av_strdup(("file:" + m_temporary).c_str()));
+  // As a new file gets its rights, so does this one; it is empty until the libraries open it again.
+  Check(avio_open(&format->pb, format->url, AVIO_FLAG_WRITE), "cannot write " + fileName);
+}
+
+Output::~Output() {
+  avio_closep(&m_pFormat->pb);
+  if (!m_temporary.empty()) unlink(m_temporary.c_str());
+}
+
+void Output::MakeTemporary() {
+  const std::filesystem::path path(m_fileName);
+  const std::string folder = path.has_parent_path() ? path.parent_path().string() + '/' : "./";
+  for (int attempt = 0;; ++attempt) {
+    const std::string name = folder + ".stabilize." + std::to_string(getpid()) + '.' +
+                             std::to_string(attempt) + path.extension().string();
+    const int file = open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+    if (file >= 0) {
+      close(file);
+      m_temporary = name;
+      return;
+    }
+    if (errno != EEXIST)
+      throw WorkError("cannot write into the folder " + folder + ": " + SystemReason(errno));
+  }
+}
+
+AVStream& Output::AddStream() { return *Made(avformat_new_stream(m_pFormat.get(), nullptr)); }
+
+void Output::Begin() {
+  Dictionary options;
+  if (IsMovFamily(*m_pFormat->oformat)) options.Set("movflags", "+faststart");
+  Check(avformat_write_header(m_pFormat.get(), options.Entries()), "cannot write " + m_fileName);
+  m_lastDts.assign(m_pFormat->nb_streams, AV_NOPTS_VALUE);
+}
+
+void Output::KeepOrder(AVPacket& packet) {
+  std::int64_t& last = m_lastDts[static_cast<std::size_t>(packet.stream_index)];
+  if (packet.dts == AV_NOPTS_VALUE) packet.dts = packet.pts;
+  if (packet.dts == AV_NOPTS_VALUE) packet.dts = last == AV_NOPTS_VALUE ? 0 : last + 1;
+  if (last != AV_NOPTS_VALUE) {
+    const bool mayRepeat = (m_pFormat->oformat->flags & AVFMT_TS_NONSTRICT) != 0;
+    packet.dts = std::max(packet.dts, mayRepeat ? last : last + 1);
+  }
+  last = packet.dts;
+  if (packet.pts != AV_NOPTS_VALUE) packet.pts = std::max(packet.pts, packet.dts);
+}
+
+void Output::Write(AVPacket& packet, int stream, AVRational base) {
+  CheckInterruption();
+  packet.stream_index = stream;
+  packet.pos = -1;
+  av_packet_rescale_ts(&packet, base, m_pFormat->streams[stream]->time_base);
+  KeepOrder(packet);
+  Check(av_interleaved_write_frame(m_pFormat.get(), &packet), "cannot write " + m_fileName);
+}
+
+void Output::Finish() {
+  const std::string what = "cannot write " + m_fileName;
+  Check(av_write_trailer(m_pFormat.get()), what);
+  if (m_pFormat->pb) Check(m_pFormat->pb->error, what);
+  Check(avio_closep(&m_pFormat->pb), what);
+  CheckInterruption();
+  std::error_code error;
+  std::filesystem::rename(m_temporary, m_fileName, error);
+  if (error) throw WorkError(what + ": " + error.message());
+  m_temporary.clear();
+}

@@ -1,0 +1,180 @@
+#include "video/pictureplan.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "video/output.h"
+#include "video/pixelformats.h"
+
+namespace {
+
+constexpr int kFirstRowsOfBt709 = 720;
+
+template <class T>
+const T* Find(const AVFrame& frame, AVFrameSideDataType ofFrame, const AVStream& stream,
+              AVPacketSideDataType ofStream) {
+  if (const AVFrameSideData* const data = av_frame_get_side_data(&frame, ofFrame))
+    return reinterpret_cast<const T*>(data->data);
+  return reinterpret_cast<const T*>(av_stream_get_side_data(&stream, ofStream, nullptr));
+}
+
+std::optional<DisplayMatrix> MatrixOf(const AVStream& stream, const AVFrame& frame) {
+  const auto* const data =
+      Find<std::uint8_t>(frame, AV_FRAME_DATA_DISPLAYMATRIX, stream, AV_PKT_DATA_DISPLAYMATRIX);
+  if (!data) return std::nullopt;
+  DisplayMatrix matrix;
+  std::memcpy(matrix.data(), data, sizeof matrix);
+  return matrix;
+}
+
+/// The scaler's word for a matrix; empty: its default.
+std::string ScalerMatrix(AVColorSpace matrix) {
+  switch (matrix) {
+    case AVCOL_SPC_BT709:
+    case AVCOL_SPC_SMPTE170M:
+    case AVCOL_SPC_SMPTE240M:
+    case AVCOL_SPC_FCC:
+      return av_color_space_name(matrix);
+    case AVCOL_SPC_BT470BG:
+      return "bt470";
+    case AVCOL_SPC_BT2020_NCL:
+    case AVCOL_SPC_BT2020_CL:
+      return "bt2020";
+    default:
+      return "";
+  }
+}
+
+ColourMatrix EngineMatrix(const PictureFacts& facts, AVPixelFormat format) {
+  if (IsRgb(format)) return ColourMatrix::Rgb;
+  if (facts.matrix == AVCOL_SPC_BT2020_NCL || facts.matrix == AVCOL_SPC_BT2020_CL)
+    return ColourMatrix::Bt2020;
+  const bool isOld = facts.matrix == AVCOL_SPC_UNSPECIFIED ? facts.height < kFirstRowsOfBt709
+                                                           : facts.matrix != AVCOL_SPC_BT709;
+  return isOld ? ColourMatrix::Bt601 : ColourMatrix::Bt709;
+}
+
+PictureFacts SourceFacts(const Input& input, const AVFrame& first) {
+  const AVStream& stream = input.Picture();
+  PictureFacts facts;
+  facts.source = static_cast<AVPixelFormat>(first.format);
+  facts.width = first.width;
+  facts.height = first.height;
+  facts.pixelAspect = av_guess_sample_aspect_ratio(&input.Format(), &input.Picture(), nullptr);
+  facts.primaries = first.color_primaries;
+  facts.transfer = first.color_trc;
+  facts.matrix = first.colorspace;
+  facts.range = MeansFullRange(facts.source) ? AVCOL_RANGE_JPEG : first.color_range;
+  facts.chromaSite = first.chroma_location;
+  facts.rate = input.Rate();
+  facts.nominalRate = input.NominalRate();
+  facts.hasConstantRate = input.HasConstantRate();
+  facts.timeBase = stream.time_base;
+  facts.mastering = Find<AVMasteringDisplayMetadata>(first, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA, stream,
+                                                     AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
+  facts.light = Find<AVContentLightMetadata>(first, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL, stream,
+                                             AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
+  return facts;
+}
+
+/// Keeps the matrix where the output tells it, and turns the pictures upright where not.
+void Orient(PicturePlan& plan, const AVStream& stream, const AVFrame& first, bool keepsMatrix) {
+  const std::optional<DisplayMatrix> matrix = MatrixOf(stream, first);
+  if (!matrix) return;
+  if (keepsMatrix) {
+    plan.matrix = matrix;
+    plan.options = AsStored(plan.options, *matrix, first.width, first.height);
+    return;
+  }
+  plan.prepared.turn = TurnFilters(*matrix);
+  if (!SwapsSides(*matrix)) return;
+  std::swap(plan.facts.width, plan.facts.height);
+  if (plan.facts.pixelAspect.num > 0) plan.facts.pixelAspect = av_inv_q(plan.facts.pixelAspect);
+}
+
+/// The colours of the encoder's pictures, where they are made from another model than the source's.
+void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
+  PictureFacts& facts = plan.facts;
+  const bool wasRgb = IsRgb(facts.source);
+  if (IsRgb(encoded)) {
+    facts.matrix = AVCOL_SPC_RGB;
+    facts.range = AVCOL_RANGE_JPEG;
+  } else if (wasRgb) {
+    facts.matrix = facts.height < kFirstRowsOfBt709 ? AVCOL_SPC_SMPTE170M : AVCOL_SPC_BT709;
+    facts.range = AVCOL_RANGE_MPEG;
+  }
+  if (MeansFullRange(encoded)) facts.range = AVCOL_RANGE_JPEG;
+  plan.finished.matrix = plan.prepared.matrix = ScalerMatrix(facts.matrix);
+  plan.finished.range = plan.prepared.range = facts.range;
+}
+
+precise::PictureFormat StoredFormat(const PictureFacts& facts, AVPixelFormat format) {
+  precise::PictureFormat picture = EngineFormat(format, facts.width, facts.height)
+                                       .value_or(precise::PictureFormat{facts.width, facts.height});
+  const AVRational aspect = facts.pixelAspect;
+  if (aspect.num > 0 && aspect.den > 0) picture.pixelAspect = std::clamp(av_q2d(aspect), 1.0 / 16, 16.0);
+  int x = 0, y = 0;
+  const AVChromaLocation site =
+      facts.chromaSite == AVCHROMA_LOC_UNSPECIFIED ? AVCHROMA_LOC_LEFT : facts.chromaSite;
+  if (avcodec_enum_to_chroma_pos(&x, &y, site) < 0) return picture;
+  if (picture.chromaShiftX > 0) picture.chromaSiteX = x / 256.0;
+  if (picture.chromaShiftY > 0) picture.chromaSiteY = y / 256.0;
+  return picture;
+}
+
+void CheckRest(const PicturePlan& plan) {
+  if (plan.options.engine != Engine::Precise) return;
+  const precise::PictureFormat& format = plan.stream.format;
+  const precise::Settings settings = MakePreciseSettings(plan.options, plan.stream);
+  const double rest = (1 - 2 * settings.marginX / format.width) * (1 - 2 * settings.marginY / format.height);
+  if (rest < 0.1)
+    throw UsageError("--crop: less than a tenth of the picture would be left; give smaller margins");
+}
+
+}  // namespace
+
+PicturePlan MakePicturePlan(const Options& options, const Input& input, const AVFrame& first,
+                            const AVOutputFormat& format, const std::string& outputName) {
+  PicturePlan plan;
+  plan.options = options;
+  plan.facts = SourceFacts(input, first);
+  Orient(plan, input.Picture(), first, IsMovFamily(format));
+  plan.encoder = &ChooseEncoder(options.encoding, format, outputName, plan.facts);
+
+  const AVPixelFormat encoded = ChoosePixelFormat(*plan.encoder, plan.facts);
+  SetColours(plan, encoded);
+  AVPixelFormat held = WithoutRange(encoded);
+  if (options.engine == Engine::Kernel)
+    held = AV_PIX_FMT_BGR24;
+  else if (!EngineFormat(held, plan.facts.width, plan.facts.height))
+    held = Nearest(held, EngineFormats());
+  plan.prepared.format = held;
+  plan.prepared.width = plan.facts.width;
+  plan.prepared.height = plan.facts.height;
+  plan.stream = {.format = StoredFormat(plan.facts, held),
+                 .rateNumerator = plan.facts.rate.num,
+                 .rateDenominator = plan.facts.rate.den,
+                 .matrix = EngineMatrix(plan.facts, held),
+                 .isFullRange = plan.facts.range == AVCOL_RANGE_JPEG};
+  plan.stabilizer = FactsOf(plan.options, plan.stream, held);
+  CheckRest(plan);
+  plan.facts.width = plan.finished.width = plan.stabilizer.width;
+  plan.facts.height = plan.finished.height = plan.stabilizer.height;
+  plan.finished.format = encoded;
+  return plan;
+}
+
+void AddPictureData(const PicturePlan& plan, const AVStream& from, AVStream& to) {
+  const auto add = [&](AVPacketSideDataType type, const void* data, std::size_t size) {
+    if (!data) return;
+    std::memcpy(Made(av_stream_new_side_data(&to, type, size)), data, size);
+  };
+  for (const AVPacketSideDataType type : {AV_PKT_DATA_STEREO3D, AV_PKT_DATA_SPHERICAL}) {
+    std::size_t size = 0;
+    const std::uint8_t* const data = av_stream_get_side_data(&from, type, &size);
+    add(type, data, size);
+  }
+  if (plan.matrix) add(AV_PKT_DATA_DISPLAYMATRIX, plan.matrix->data(), sizeof(DisplayMatrix));
+  add(AV_PKT_DATA_MASTERING_DISPLAY_METADATA, plan.facts.mastering, sizeof(AVMasteringDisplayMetadata));
+  add(AV_PKT_DATA_CONTENT_LIGHT_LEVEL, plan.facts.light, sizeof(AVContentLightMetadata));
+}

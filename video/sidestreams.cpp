@@ -1,0 +1,217 @@
+#include "video/sidestreams.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <string_view>
+
+#include "host/workerror.h"
+#include "video/input.h"
+#include "video/output.h"
+#include "video/soundencoder.h"
+#include "video/streamcopy.h"
+#include "video/subtitleconverter.h"
+#include "video/trial.h"
+
+namespace {
+
+constexpr std::size_t kTrialPackets = 32;
+
+class CopiedStream final : public SideStream {
+ public:
+  CopiedStream(const AVStream& stream, Output& output) : m_base(stream.time_base), m_output(output) {
+    AVStream& target = output.AddStream();
+    Check(CopyParameters(stream, target, output.Format().oformat), "cannot copy a stream");
+    CopyTags(stream, target, false);
+    m_index = target.index;
+  }
+
+  void Take(AVPacket& packet) override {
+    // A packet without a time, such as the second of a pair of fields, follows the one before.
+    if (packet.dts == AV_NOPTS_VALUE && packet.pts == AV_NOPTS_VALUE && m_next != AV_NOPTS_VALUE)
+      packet.pts = packet.dts = m_next;
+    if (packet.dts != AV_NOPTS_VALUE) m_next = packet.dts + packet.duration;
+    m_output.Write(packet, m_index, m_base);
+  }
+
+ private:
+  AVRational m_base;
+  Output& m_output;
+  int m_index = 0;
+  std::int64_t m_next = AV_NOPTS_VALUE;
+};
+
+/// A file within the file: Matroska's attachments, and its covers, which are such files.
+void AddAttachment(const AVStream& stream, Output& output) {
+  AVStream& target = output.AddStream();
+  Check(CopyParameters(stream, target), "cannot copy an attachment");
+  CopyTags(stream, target, false);
+  if (stream.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) return;
+  const bool isPng = stream.codecpar->codec_id == AV_CODEC_ID_PNG;
+  const auto size = static_cast<std::size_t>(stream.attached_pic.size);
+  target.codecpar->codec_type = AVMEDIA_TYPE_ATTACHMENT;
+  target.disposition = 0;
+  av_freep(&target.codecpar->extradata);
+  target.codecpar->extradata =
+      static_cast<std::uint8_t*>(Made(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE)));
+  target.codecpar->extradata_size = stream.attached_pic.size;
+  std::copy_n(stream.attached_pic.data, size, target.codecpar->extradata);
+  av_dict_set(&target.metadata, "filename", isPng ? "cover.png" : "cover.jpg", AV_DICT_DONT_OVERWRITE);
+  av_dict_set(&target.metadata, "mimetype", isPng ? "image/png" : "image/jpeg", AV_DICT_DONT_OVERWRITE);
+}
+
+/// The first packets of each stream of sound.
+std::map<int, std::vector<PacketPtr>> ReadSound(const std::string& fileName) {
+  constexpr int kMostPackets = 2000;
+  std::map<int, std::vector<PacketPtr>> sound;
+  Input input(fileName);
+  AVFormatContext& format = input.Format();
+  for (unsigned i = 0; i < format.nb_streams; ++i)
+    if (format.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) sound[static_cast<int>(i)];
+  std::size_t missing = sound.size();
+  PacketPtr packet = NewPacket();
+  for (int count = 0; missing > 0 && count < kMostPackets && input.Read(*packet); ++count) {
+    const auto found = sound.find(packet->stream_index);
+    if (found != sound.end() && found->second.size() < kTrialPackets) {
+      found->second.push_back(std::move(packet));
+      packet = NewPacket();
+      if (found->second.size() == kTrialPackets) --missing;
+    }
+    av_packet_unref(packet.get());
+  }
+  return sound;
+}
+
+/// Chooses a way for one stream after the other.
+class Planner {
+ public:
+  Planner(const Input& input, Output& output)
+      : m_input(input), m_output(output), m_format(*output.Format().oformat) {}
+
+  /// Null where none is needed or none is there; `isLeftOut` tells which.
+  std::unique_ptr<SideStream> Plan(const AVStream& stream, bool& isLeftOut) {
+    if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) return PlanCover(stream, isLeftOut);
+    switch (stream.codecpar->codec_type) {
+      case AVMEDIA_TYPE_AUDIO:
+        return PlanSound(stream, isLeftOut);
+      case AVMEDIA_TYPE_SUBTITLE:
+        return PlanSubtitles(stream, isLeftOut);
+      case AVMEDIA_TYPE_ATTACHMENT:
+        isLeftOut = m_format.name != std::string_view("matroska");
+        if (!isLeftOut) AddAttachment(stream, m_output);
+        return nullptr;
+      default:
+        return PlanOther(stream, isLeftOut);
+    }
+  }
+
+ private:
+  std::unique_ptr<SideStream> Copy(const AVStream& stream) {
+    return std::make_unique<CopiedStream>(stream, m_output);
+  }
+
+  bool IsSameFormat() const { return av_match_name(m_format.name, m_input.Format().iformat->name) != 0; }
+
+  /// Some formats do not tell what they take; their own files hold it.
+  bool Takes(AVCodecID codec) const {
+    const int answer = avformat_query_codec(&m_format, codec, FF_COMPLIANCE_NORMAL);
+    return answer == 1 || (answer < 0 && IsSameFormat());
+  }
+
+  std::unique_ptr<SideStream> PlanCover(const AVStream& stream, bool& isLeftOut) {
+    if (m_format.name == std::string_view("matroska")) {
+      AddAttachment(stream, m_output);
+      return nullptr;
+    }
+    if (av_match_name(m_format.name, "mp4,ipod") != 0 && Takes(stream.codecpar->codec_id))
+      return Copy(stream);
+    isLeftOut = true;
+    return nullptr;
+  }
+
+  std::unique_ptr<SideStream> PlanSound(const AVStream& stream, bool& isLeftOut) {
+    const bool fillsStart = m_format.name == std::string_view("avi");
+    // There sound begins with the picture, whatever its times say.
+    const double start = ToSeconds(stream.start_time, stream.time_base) -
+                         ToSeconds(m_input.OriginIn(stream.time_base), stream.time_base);
+    const bool canCopy =
+        avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
+        !(fillsStart && std::abs(start) > 0.01);
+    if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input.FileName());
+    if (canCopy && DecodesFrom(m_format, stream, m_sound[stream.index])) return Copy(stream);
+    const AVCodecID codec =
+        av_guess_codec(&m_format, nullptr, m_output.FileName().c_str(), nullptr, AVMEDIA_TYPE_AUDIO);
+    const AVCodec* const encoder = FindEncoder(codec);
+    isLeftOut =
+        !encoder || !avcodec_find_decoder(stream.codecpar->codec_id) || stream.codecpar->sample_rate <= 0;
+    if (isLeftOut) return nullptr;
+    return std::make_unique<SoundEncoder>(m_input, stream, m_output, *encoder, fillsStart);
+  }
+
+  std::unique_ptr<SideStream> PlanSubtitles(const AVStream& stream, bool& isLeftOut) {
+    if (Takes(stream.codecpar->codec_id)) return Copy(stream);
+    const AVCodecDescriptor* const from = avcodec_descriptor_get(stream.codecpar->codec_id);
+    if (from && (from->props & AV_CODEC_PROP_TEXT_SUB) != 0 && avcodec_find_decoder(from->id)) {
+      for (const AVCodecID codec : {m_format.subtitle_codec, AV_CODEC_ID_SUBRIP, AV_CODEC_ID_MOV_TEXT,
+                                    AV_CODEC_ID_WEBVTT, AV_CODEC_ID_ASS}) {
+        const AVCodecDescriptor* const to = avcodec_descriptor_get(codec);
+        const AVCodec* const encoder = FindEncoder(codec);
+        if (to && encoder && (to->props & AV_CODEC_PROP_TEXT_SUB) != 0 &&
+            avformat_query_codec(&m_format, codec, FF_COMPLIANCE_NORMAL) == 1)
+          return std::make_unique<SubtitleConverter>(m_input, stream, m_output, *encoder);
+      }
+    }
+    isLeftOut = true;
+    return nullptr;
+  }
+
+  std::unique_ptr<SideStream> PlanOther(const AVStream& stream, bool& isLeftOut) {
+    // A chapter's titles and a time code are written anew from what the demuxer read there.
+    if (stream.discard == AVDISCARD_ALL || stream.codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd'))
+      return nullptr;
+    if (stream.codecpar->codec_id != AV_CODEC_ID_NONE && Takes(stream.codecpar->codec_id))
+      return Copy(stream);
+    isLeftOut = true;
+    return nullptr;
+  }
+
+  const Input& m_input;
+  Output& m_output;
+  const AVOutputFormat& m_format;
+  std::map<int, std::vector<PacketPtr>> m_sound;
+};
+
+std::string Describe(const AVStream& stream) {
+  const char* const kind = av_get_media_type_string(stream.codecpar->codec_type);
+  const bool isCover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+  return "stream " + std::to_string(stream.index) + " (" +
+         (isCover ? "cover"
+          : kind  ? kind
+                  : "unknown") +
+         ' ' + avcodec_get_name(stream.codecpar->codec_id) + ')';
+}
+
+}  // namespace
+
+SideStreams::SideStreams(const Input& input, Output& output) {
+  Planner planner(input, output);
+  const AVFormatContext& format = input.Format();
+  for (unsigned i = 0; i < format.nb_streams; ++i) {
+    const AVStream& stream = *format.streams[i];
+    bool isLeftOut = false;
+    m_streams.push_back(&stream == &input.Picture() ? nullptr : planner.Plan(stream, isLeftOut));
+    if (isLeftOut) m_leftOut.push_back(Describe(stream));
+  }
+  if (format.nb_chapters > 0 && !HoldsChapters(*output.Format().oformat)) m_leftOut.emplace_back("chapters");
+}
+
+void SideStreams::Take(AVPacket& packet) {
+  // Some formats announce a stream only when its first packet comes.
+  const auto index = static_cast<std::size_t>(packet.stream_index);
+  if (index < m_streams.size() && m_streams[index]) m_streams[index]->Take(packet);
+}
+
+void SideStreams::End() {
+  for (const auto& stream : m_streams)
+    if (stream) stream->End();
+}

@@ -1,0 +1,81 @@
+#include "video/streamcopy.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "video/input.h"
+#include "video/output.h"
+
+namespace {
+
+/// Tags that tell of the file that was read, not of what is in it.
+constexpr const char* kOfTheFile[] = {"encoder", "major_brand", "minor_version", "compatible_brands",
+                                      "duration"};
+constexpr const char* kOfTheCoding[] = {"encoder",
+                                        "vendor_id",
+                                        "BPS",
+                                        "NUMBER_OF_FRAMES",
+                                        "NUMBER_OF_BYTES",
+                                        "DURATION",
+                                        "_STATISTICS_WRITING_APP",
+                                        "_STATISTICS_WRITING_DATE_UTC",
+                                        "_STATISTICS_TAGS"};
+
+void CopyDictionary(const AVDictionary* from, AVDictionary** to) { av_dict_copy(to, from, 0); }
+
+}  // namespace
+
+int CopyParameters(const AVStream& from, AVStream& to, const AVOutputFormat* format) {
+  const int result = avcodec_parameters_copy(to.codecpar, from.codecpar);
+  const AVCodecParameters& codec = *from.codecpar;
+  unsigned int tag = 0;
+  const bool knowsTag = format && format->codec_tag &&
+                        (av_codec_get_id(format->codec_tag, codec.codec_tag) == codec.codec_id ||
+                         av_codec_get_tag2(format->codec_tag, codec.codec_id, &tag) == 0);
+  if (!knowsTag) to.codecpar->codec_tag = 0;
+  to.time_base = from.time_base;
+  to.avg_frame_rate = from.avg_frame_rate;
+  to.sample_aspect_ratio = from.sample_aspect_ratio;
+  for (int i = 0; i < from.nb_side_data; ++i) {
+    const AVPacketSideData& data = from.side_data[i];
+    if (std::uint8_t* const copy = av_stream_new_side_data(&to, data.type, data.size))
+      std::copy_n(data.data, data.size, copy);
+  }
+  return result;
+}
+
+void CopyTags(const AVStream& from, AVStream& to, bool isEncodedAnew) {
+  CopyDictionary(from.metadata, &to.metadata);
+  to.disposition = from.disposition;
+  if (!isEncodedAnew) return;
+  for (const char* const tag : kOfTheCoding) {
+    // Some writers add a language behind a dash.
+    while (const AVDictionaryEntry* const entry =
+               av_dict_get(to.metadata, tag, nullptr, tag[0] < 'a' ? AV_DICT_IGNORE_SUFFIX : 0))
+      av_dict_set(&to.metadata, std::string(entry->key).c_str(), nullptr, 0);
+  }
+}
+
+bool HoldsChapters(const AVOutputFormat& format) {
+  return IsMovFamily(format) || av_match_name(format.name, "matroska,webm,ogg,ogv,asf,nut") != 0;
+}
+
+void CopyFileTags(const Input& input, Output& output) {
+  const AVFormatContext& from = input.Format();
+  AVFormatContext& to = output.Format();
+  CopyDictionary(from.metadata, &to.metadata);
+  for (const char* const tag : kOfTheFile) av_dict_set(&to.metadata, tag, nullptr, 0);
+  if (from.nb_chapters == 0 || !HoldsChapters(*to.oformat)) return;
+  to.chapters = static_cast<AVChapter**>(Made(av_calloc(from.nb_chapters, sizeof(AVChapter*))));
+  for (unsigned i = 0; i < from.nb_chapters; ++i) {
+    const AVChapter& chapter = *from.chapters[i];
+    auto* const copy = static_cast<AVChapter*>(Made(av_mallocz(sizeof(AVChapter))));
+    const std::int64_t origin = input.OriginIn(chapter.time_base);
+    copy->id = chapter.id;
+    copy->time_base = chapter.time_base;
+    copy->start = chapter.start - origin;
+    copy->end = chapter.end - origin;
+    CopyDictionary(chapter.metadata, &copy->metadata);
+    to.chapters[to.nb_chapters++] = copy;
+  }
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <vector>
+
+#include "video/sidestreams.h"
+
+/// Subtitles of text that the output takes only in another coding.
+class SubtitleConverter final : public SideStream {
+ public:
+  /// Adds a stream to the output. Throws WorkError.
+  SubtitleConverter(const Input& input, const AVStream& stream, Output& output, const AVCodec& encoder);
+
+  void Take(AVPacket& packet) override;
+
+ private:
+  void Encode(AVSubtitle& subtitle, std::int64_t duration);
+
+  AVRational m_sourceBase;
+  Output& m_output;
+  CodecPtr m_pDecoder, m_pEncoder;
+  AVStream* m_pTarget = nullptr;
+  std::vector<std::uint8_t> m_buffer;
+};
