@@ -151,6 +151,7 @@ class Job {
   PictureClock m_clock;
   std::optional<PictureWay> m_way;
   std::optional<SideStreams> m_sides;
+  std::vector<std::string> m_leftOut;
   int m_pictureIndex = 0;
   std::deque<PacketPtr> m_waiting;  // read before the first picture
   std::optional<Progress> m_progress;
@@ -199,6 +200,8 @@ void Job::SetUp(const AVFrame& first) {
   CopyTags(m_input.Picture(), stream, true);
   AddPictureData(plan, m_input.Picture(), stream);
   m_sides.emplace(m_input, m_output);
+  m_leftOut = plan.leftOut;
+  m_leftOut.insert(m_leftOut.end(), m_sides->LeftOut().begin(), m_sides->LeftOut().end());
   CopyFileTags(m_input, m_output);
   // The picture comes a window and the encoder's look-ahead later than the sound.
   const double rate = std::max(1.0, av_q2d(encoder.framerate));
@@ -281,8 +284,7 @@ void Job::Close() {
     m_notes.Warn(m_input.FileName() + " is damaged: " + std::to_string(m_decoder.DamagedPackets()) +
                  " pictures were skipped or mended");
   std::string leftOut;
-  for (const std::string& text : m_sides->LeftOut())
-    leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
+  for (const std::string& text : m_leftOut) leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
   if (m_way->prepare.Deinterlaces())
     m_notes.Tell("the clip is interlaced: each frame was made of both its fields");
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - m_start;

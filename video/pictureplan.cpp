@@ -131,6 +131,19 @@ void CheckRest(const PicturePlan& plan) {
     throw UsageError("--crop: less than a tenth of the picture would be left; give smaller margins");
 }
 
+std::vector<std::string> FindLosses(AVPixelFormat source, AVPixelFormat encoded) {
+  const auto hasAlpha = [](AVPixelFormat format) {
+    const std::uint64_t flags = av_pix_fmt_desc_get(format)->flags;
+    return (flags & AV_PIX_FMT_FLAG_ALPHA) != 0 && (flags & AV_PIX_FMT_FLAG_PAL) == 0;
+  };
+  std::vector<std::string> losses;
+  if (hasAlpha(source) && !hasAlpha(encoded)) losses.emplace_back("transparency");
+  if (BitsOf(encoded) < BitsOf(source))
+    losses.push_back(std::to_string(BitsOf(encoded)) + " of " + std::to_string(BitsOf(source)) +
+                     " bits a sample are kept");
+  return losses;
+}
+
 }  // namespace
 
 PicturePlan MakePicturePlan(const Options& options, const Input& input, const AVFrame& first,
@@ -143,6 +156,7 @@ PicturePlan MakePicturePlan(const Options& options, const Input& input, const AV
 
   const AVPixelFormat encoded = ChoosePixelFormat(*plan.encoder, plan.facts);
   SetColours(plan, encoded);
+  plan.leftOut = FindLosses(plan.facts.source, encoded);
   AVPixelFormat held = WithoutRange(encoded);
   if (options.engine == Engine::Kernel)
     held = AV_PIX_FMT_BGR24;

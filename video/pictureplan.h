@@ -1,6 +1,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "host/settings.h"
 #include "video/encoder.h"
@@ -19,6 +21,7 @@ struct PicturePlan {
   PictureFacts facts;  ///< of the encoder's pictures
   StabilizerFacts stabilizer;
   std::optional<DisplayMatrix> matrix;  ///< that the output tells
+  std::vector<std::string> leftOut;     ///< of the pictures, what the encoder cannot hold
 };
 
 /// Decides by the first frame, whose data it refers to. Throws UsageError.
