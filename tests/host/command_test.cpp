@@ -301,7 +301,8 @@ TEST(Progress, TellsFramesSpeedAndTimeLeft) {
 
 TEST(Command, LogsMotionAndCorrectionOfEachFrame) {
   const std::string fileName = ::testing::TempDir() + "motion.csv";
-  const Outcome outcome = RunWords("--size 101x90 --window 4 --rotation --motion " + fileName, ShotClip());
+  const Outcome outcome =
+      RunWords("--size 101x90 --window 4 --rotation --force --motion " + fileName, ShotClip());
   EXPECT_EQ(outcome.code, 0) << outcome.messages;
   std::ifstream file(fileName);
   std::string line;
@@ -315,6 +316,7 @@ TEST(Command, LogsMotionAndCorrectionOfEachFrame) {
     for (std::string field; std::getline(fields, field, ',');) rows.back().push_back(std::stod(field));
     ASSERT_EQ(rows.back().size(), 7U);
   }
+  file.close();
   std::remove(fileName.c_str());
   ASSERT_EQ(rows.size(), static_cast<std::size_t>(kFrames));
   EXPECT_EQ(rows[0][1], 0.0);
