@@ -55,8 +55,11 @@ double CLadder::Reach(const Frames& frames) const {
 
 Correction CLadder::FittingAt(double position, const Frames& frames) const {
   // A mixture of two turned pictures that fit may miss by a hair. A small step down mends that.
-  for (; position > 0; position -= kPositionStep)
-    if (const Correction correction = At(position); Fits(correction, frames)) return correction;
+  while (position > 0) {
+    const Correction correction = At(position);
+    if (Fits(correction, frames)) return correction;
+    position -= kPositionStep;
+  }
   return {};
 }
 
