@@ -115,7 +115,8 @@ struct Loops {
                                        std::int32_t offset, std::int32_t cap);
 
   WarpRow warpNearest, warpBilinear;
-  /// Keys' cubic convolution (1981).
+  /// Four neighbours on each axis, sharper than Keys' cubic convolution (1981); the weights are defined in
+  /// loops_scalar.cpp.
   WarpRow warpBicubic;
 };
 

@@ -116,6 +116,10 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
   return output;
 }
 
+std::int32_t DelayFrames(const PictureFormat& format, const Settings& settings) {
+  return HaveMargins(MakeFrames(MakeShown(format, settings))) ? settings.window : settings.window / 2;
+}
+
 /// All that one stream needs. Frames are numbered from 0.
 struct CStabilizer::Stream {
   Stream(const PictureFormat& format, const Settings& wanted, SimdLevel cap, RowRunner rowRunner)
@@ -127,7 +131,7 @@ struct CStabilizer::Stream {
         hasMargins(HaveMargins(frames)),
         half(settings.window / 2),
         bend(half / 2),
-        delay(hasMargins ? settings.window : half),
+        delay(precise::DelayFrames(format, settings)),
         estimator(format, settings.estimateFrom, loops),
         reference(format),
         lent(delay + 1),

@@ -67,6 +67,10 @@ bool AreUsable(const PictureFormat& format, const Settings& settings);
 /// off in whole chroma samples.
 PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings);
 
+/// How many frames beyond a frame must come before it is delivered: half the window, a whole one with
+/// margins. One more is held then.
+std::int32_t DelayFrames(const PictureFormat& format, const Settings& settings);
+
 /// Stabilizes one stream of planar frames, with a delay of `DelayFrames`.
 ///
 /// Frames are borrowed: `Push` keeps the addresses of the planes and reads them until the frame is delivered.
@@ -86,8 +90,7 @@ class CStabilizer {
   CStabilizer(const CStabilizer&) = delete;
   CStabilizer& operator=(const CStabilizer&) = delete;
 
-  /// How many frames beyond a frame must come before it is delivered: half the window, a whole one with
-  /// margins. One more is held then.
+  /// The delay that its format and settings ask for.
   std::int32_t DelayFrames() const;
 
   /// Takes the next frame. `CanDeliver` is false before.

@@ -41,6 +41,20 @@ constexpr Sampling kSamplings[] = {{&Loops::warpNearest, WarpNearestAtEdges, 0, 
                                    {&Loops::warpBilinear, WarpBilinearAtEdges, 0, 1},
                                    {&Loops::warpBicubic, WarpBicubicAtEdges, 1, 2}};
 
+/// Where the columns of an output row read in the source plane.
+SourceLine LineOfRow(const Shown& shown, const Correction& correction, const Grid& grid, std::int32_t row) {
+  const PictureFormat& input = shown.input;
+  const Complex centre = {(input.width - 1) / 2.0, (input.height - 1) / 2.0};
+  const Complex turn = 1 / shown.zoom * Conjugate(correction.turn);
+  const Complex shift = Conjugate(correction.turn) * correction.shift;
+  const double x = (shown.left + grid.siteX - centre.re) * input.pixelAspect;
+  const double y = shown.top + row * grid.stepY + grid.siteY - centre.im;
+  const Complex start = turn * Complex{x, y} - shift;
+  return MakeSourceLine((start.re / input.pixelAspect + centre.re - grid.siteX) / grid.stepX,
+                        (start.im + centre.im - grid.siteY) / grid.stepY, turn.re,
+                        turn.im * input.pixelAspect * grid.stepX / grid.stepY);
+}
+
 }  // namespace
 
 void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample) {
@@ -62,9 +76,6 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
   const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
   const Grid grid(input, plane);
   const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
-  const Complex centre = {(input.width - 1) / 2.0, (input.height - 1) / 2.0};
-  const Complex turn = 1 / shown.zoom * Conjugate(correction.turn);
-  const Complex shift = Conjugate(correction.turn) * correction.shift;
 
   // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
   // samples ends off the middle, too.
@@ -83,13 +94,7 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
   const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
 
   for (std::int32_t row = beginRow; row < endRow; ++row) {
-    const double x = (shown.left + grid.siteX - centre.re) * input.pixelAspect;
-    const double y = shown.top + row * grid.stepY + grid.siteY - centre.im;
-    const Complex start = turn * Complex{x, y} - shift;
-    const SourceLine line =
-        MakeSourceLine((start.re / input.pixelAspect + centre.re - grid.siteX) / grid.stepX,
-                       (start.im + centre.im - grid.siteY) / grid.stepY, turn.re,
-                       turn.im * input.pixelAspect * grid.stepX / grid.stepY);
+    const SourceLine line = LineOfRow(shown, correction, grid, row);
     ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
     if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
     const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);

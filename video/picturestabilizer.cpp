@@ -147,13 +147,6 @@ class ClassicStabilizer final : public PictureStabilizer {
   bool m_hasEnded = false;
 };
 
-/// Frames that the engine keeps until they are delivered, as its header says.
-std::int64_t DelayFrames(const precise::Settings& settings) {
-  const bool hasMargins =
-      settings.clipping != precise::Clipping::Outline && settings.marginX > 0 && settings.marginY > 0;
-  return hasMargins ? settings.window : settings.window / 2;
-}
-
 }  // namespace
 
 StabilizerFacts FactsOf(const Options& options, const StreamFacts& stream, AVPixelFormat format) {
@@ -161,7 +154,7 @@ StabilizerFacts FactsOf(const Options& options, const StreamFacts& stream, AVPix
   if (options.engine == Engine::Precise) {
     const precise::Settings settings = MakePreciseSettings(options, stream);
     const precise::PictureFormat output = precise::OutputFormat(stream.format, settings);
-    const std::int64_t frames = DelayFrames(settings) + 1;
+    const std::int64_t frames = std::int64_t{precise::DelayFrames(stream.format, settings)} + 1;
     return {output.width, output.height, frames, frames * frameBytes};
   }
   const StabilizerSettings settings = MakeClassicSettings(WithSize(options, stream));
