@@ -16,21 +16,12 @@ constexpr guint kBuffersForOthers = 3;
 // Of streams that do not tell their rate, until the second frame does.
 constexpr GstClockTime kUsualInterval = 40 * GST_MSECOND;
 
-GstVideoInfo InfoOf(const GstCaps& caps) {
-  GstVideoInfo info;
-  gst_video_info_init(&info);
-  gst_video_info_from_caps(&info, &caps);
-  return info;
-}
-
 /// Gives the structure the size that frames of its caps have on the other side of a crop: any, where they
 /// have none yet.
 void SetSizeBehindCrop(const Options& options, GstPadDirection direction, GstStructure& structure) {
   const CapsPtr caps(gst_caps_new_full(gst_structure_copy(&structure), nullptr));
-  GstVideoInfo info;
-  if (direction == GST_PAD_SINK && gst_caps_is_fixed(caps.get()) &&
-      gst_video_info_from_caps(&info, caps.get())) {
-    const StreamFacts facts = FactsOf(info);
+  if (direction == GST_PAD_SINK && gst_caps_is_fixed(caps.get())) {
+    const StreamFacts facts = FactsOf(InfoOf(*caps));
     const precise::PictureFormat format =
         precise::OutputFormat(facts.format, MakePreciseSettings(options, facts));
     gst_structure_set(&structure, "width", G_TYPE_INT, format.width, "height", G_TYPE_INT, format.height,
@@ -212,10 +203,10 @@ bool CStabilizerElement::KeepsMeta(const GstMeta& meta) const {
 }
 
 /// Lets the stream run with the options that the properties ask for.
-void CStabilizerElement::TakeOptions() {
+bool CStabilizerElement::TakeOptions() {
   {
     const ObjectLock lock(*this);
-    if (!m_hasNewOptions) return;
+    if (!m_hasNewOptions) return true;
   }
   Drain();
   {
@@ -223,14 +214,16 @@ void CStabilizerElement::TakeOptions() {
     m_hasNewOptions = false;
     m_options = m_properties.options;
   }
+  // Frames may have another size now.
   gst_base_transform_reconfigure_src(&m_base);
+  return m_input.width == 0 || Prepare();
 }
 
 GstFlowReturn CStabilizerElement::Submit(bool isDiscontinuous, GstBuffer* frame) {
   BufferPtr taken(frame);
   // The base class says so of all frames until the first is out, which comes late here.
   if (GST_BUFFER_IS_DISCONT(frame)) Drain();
-  TakeOptions();
+  if (!TakeOptions()) return GST_FLOW_ERROR;
   return m_parent.submit_input_buffer(&m_base, isDiscontinuous, taken.release());
 }
 
@@ -267,10 +260,13 @@ BufferPtr CStabilizerElement::Copied(BufferPtr frame) {
   GstBuffer* copy = nullptr;
   if (gst_buffer_pool_acquire_buffer(m_copies.get(), &copy, nullptr) != GST_FLOW_OK) return nullptr;
   BufferPtr held(copy);
-  const CMappedFrame from(m_input, frame.get(), GST_MAP_READ), to(m_input, copy, GST_MAP_WRITE);
-  GstVideoFrame target = to.Frame();
-  if (!from.IsMapped() || !to.IsMapped() || !gst_video_frame_copy(&target, &from.Frame())) return nullptr;
-  m_parent.copy_metadata(&m_base, frame.get(), copy);
+  {
+    const CMappedFrame from(m_input, frame.get(), GST_MAP_READ), to(m_input, copy, GST_MAP_WRITE);
+    GstVideoFrame target = to.Frame();
+    if (!from.IsMapped() || !to.IsMapped() || !gst_video_frame_copy(&target, &from.Frame())) return nullptr;
+  }
+  // Mapped, it could not be written to.
+  if (!m_parent.copy_metadata(&m_base, frame.get(), copy)) return nullptr;
   return held;
 }
 
@@ -366,7 +362,7 @@ bool CStabilizerElement::SinkEvent(GstEvent* event) {
       break;
     }
     case GST_EVENT_CAPS:
-      TakeOptions();
+      if (!TakeOptions()) return false;
       break;
     case GST_EVENT_STREAM_START:
     case GST_EVENT_SEGMENT:

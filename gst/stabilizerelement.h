@@ -37,7 +37,7 @@ class CStabilizerElement {
   template <class Work>
   bool Try(const Work& work);
   bool Prepare();
-  void TakeOptions();
+  bool TakeOptions();
   void SetLatency();
   BufferPtr Lasting(BufferPtr frame);
   BufferPtr Copied(BufferPtr frame);

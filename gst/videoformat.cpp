@@ -57,6 +57,15 @@ std::uint8_t* ChromaRow(const GstVideoFrame& frame, guint component, std::size_t
 
 }  // namespace
 
+GstVideoInfo InfoOf(const GstCaps& caps) {
+  GstVideoInfo info;
+  gst_video_info_init(&info);
+  gst_video_info_from_caps(&info, &caps);
+  const char* const site = gst_structure_get_string(gst_caps_get_structure(&caps, 0), "chroma-site");
+  if (site) info.chroma_site = gst_video_chroma_site_from_string(site);
+  return info;
+}
+
 StreamFacts FactsOf(const GstVideoInfo& info) {
   StreamFacts facts;
   precise::PictureFormat& format = facts.format;

@@ -10,8 +10,11 @@
 /// Caps of all raw video that can be stabilized.
 extern const char kRawVideo[];
 
-/// What a stream of such frames tells about itself. Where the caps tell no chroma site, it is that of the
-/// library's defaults; horizontally 4:2:2 lies on the luma then, as everywhere.
+/// What fixed caps of such video tell. The library forgets the chroma site where it knows the colours badly.
+GstVideoInfo InfoOf(const GstCaps& caps);
+
+/// What a stream of such frames tells about itself. Chroma of 4:2:2 lies on luma samples, whatever the caps
+/// tell.
 StreamFacts FactsOf(const GstVideoInfo& info);
 
 /// True where both chroma components share a plane, sample by sample.
