@@ -105,7 +105,8 @@ TEST(Pipeline, PassesAsManyFramesAsCome) {
 }
 
 TEST(Pipeline, SurvivesChangesOfStateAndOfProperties) {
-  Pipeline pipeline(std::string("videotestsrc num-buffers=200 ! vstabilize name=it window=16 ! queue") +
+  Pipeline pipeline(std::string("videotestsrc num-buffers=200 ! video/x-raw,width=96,height=64 ! vstabilize "
+                                "name=it window=16 ! queue") +
                     kSink);
   GstElement* const element = pipeline.Find("it");
   std::mt19937 random(1);
@@ -121,8 +122,8 @@ TEST(Pipeline, SurvivesChangesOfStateAndOfProperties) {
 
 TEST(Pipeline, SurvivesSeeks) {
   const Clip clip;
-  for (const std::string& source :
-       {"filesrc location=" + ClipName() + " ! decodebin", std::string("videotestsrc")}) {
+  for (const std::string& source : {"filesrc location=" + ClipName() + " ! decodebin",
+                                    std::string("videotestsrc ! video/x-raw,width=160,height=120")}) {
     SCOPED_TRACE(source);
     Pipeline pipeline(source + " ! vstabilize window=16 ! queue" + kSink);
     gst_element_set_state(pipeline.Get(), GST_STATE_PAUSED);
