@@ -58,7 +58,7 @@ std::uint8_t* ChromaRow(const GstVideoFrame& frame, guint component, std::size_t
 }  // namespace
 
 GstVideoInfo InfoOf(const GstCaps& caps) {
-  GstVideoInfo info;
+  GstVideoInfo info = {};
   gst_video_info_init(&info);
   gst_video_info_from_caps(&info, &caps);
   const char* const site = gst_structure_get_string(gst_caps_get_structure(&caps, 0), "chroma-site");

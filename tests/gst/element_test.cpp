@@ -91,12 +91,6 @@ TEST(Element, GivesTheBytesOfTheCommand) {
   }
 }
 
-void Set(GstHarness& harness, const char* name, const char* value) {
-  GstElement* const element = gst_harness_find_element(&harness, "vstabilize");
-  gst_util_set_object_arg(G_OBJECT(element), name, value);
-  gst_object_unref(element);
-}
-
 void Send(GstHarness& harness, GstEvent* event) { gst_harness_push_event(&harness, event); }
 
 void SendCaps(GstHarness& harness, const std::string& caps) {
@@ -289,6 +283,37 @@ TEST(Element, NeverStarvesABoundedPool) {
     gst_buffer_pool_set_active(pool, FALSE);
     gst_object_unref(pool);
   }
+}
+
+TEST(Element, TakesAndRefusesCapsInNegotiation) {
+  const HarnessPtr harness = Harness("", CapsText("I420"));
+  for (const auto& [more, isTaken] : {std::pair{"", TRUE},
+                                      {",interlace-mode=progressive", TRUE},
+                                      {",interlace-mode=interleaved", FALSE},
+                                      {",interlace-mode=mixed", FALSE}})
+    EXPECT_EQ(gst_pad_peer_query_accept_caps(
+                  harness->srcpad, CapsPtr(gst_caps_from_string(CapsText("I420", more).c_str())).get()),
+              isTaken)
+        << more;
+}
+
+TEST(Element, RaisesTheLeastAndTheMostLatency) {
+  const std::string caps = CapsText("I420");
+  const HarnessPtr harness = Harness("window=8", caps);
+  gst_pad_set_query_function(harness->srcpad, [](GstPad*, GstObject*, GstQuery* query) -> gboolean {
+    gst_query_set_latency(query, TRUE, kFrameTime, 3 * kFrameTime);
+    return TRUE;
+  });
+  Push(*harness, caps, 0, 0);
+  GstQuery* const query = gst_query_new_latency();
+  EXPECT_TRUE(gst_pad_peer_query(harness->sinkpad, query));
+  gboolean isLive = FALSE;
+  GstClockTime least = 0, most = 0;
+  gst_query_parse_latency(query, &isLive, &least, &most);
+  gst_query_unref(query);
+  EXPECT_TRUE(isLive);
+  EXPECT_EQ(least, 9 * kFrameTime);
+  EXPECT_EQ(most, 11 * kFrameTime);
 }
 
 }  // namespace

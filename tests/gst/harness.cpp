@@ -81,6 +81,12 @@ HarnessPtr Harness(const std::string& properties, const std::string& caps) {
   return harness;
 }
 
+void Set(GstHarness& harness, const char* name, const char* value) {
+  GstElement* const element = gst_harness_find_element(&harness, "vstabilize");
+  gst_util_set_object_arg(G_OBJECT(element), name, value);
+  gst_object_unref(element);
+}
+
 std::string CapsText(const std::string& format, const std::string& more) {
   return "video/x-raw,width=67,height=51,framerate=25/1,format=" + format + more;
 }

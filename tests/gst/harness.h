@@ -20,6 +20,9 @@ inline constexpr GstClockTime kFrameTime = 40 * GST_MSECOND;
 /// The element alone, with these properties, between pads of these caps.
 HarnessPtr Harness(const std::string& properties, const std::string& caps);
 
+/// Sets a property of the element.
+void Set(GstHarness& harness, const char* name, const char* value);
+
 /// Caps of frames of 67x51 pixels at 25 frames a second.
 std::string CapsText(const std::string& format, const std::string& more = "");
 
