@@ -65,11 +65,21 @@ struct SourcePlane {
   int bits;
 };
 
-/// Sample c of the row at `out` = sample of the plane for each column of the run. Positions are rounded to
-/// 1/256 sample, or to a whole one.
-using WarpRow = void (*)(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
+/// A row that a warp writes: sample c at `out` = sample of the source along the line, for each column of the
+/// run.
+struct WarpedRow {
+  SourceLine line;
+  ColumnRun run;
+  std::uint8_t* out;
+};
 
-/// The per-pixel loops, one row a call. Pyramid planes hold brightness in quarters of an 8-bit step, 0 …
+/// Writes rows of a picture, at most `kMaxWarpedRows`, whose lines have the same steps. Positions are rounded
+/// to 1/256 sample, or to a whole one.
+using WarpRows = void (*)(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
+
+inline constexpr std::int32_t kMaxWarpedRows = 32;
+
+/// The per-pixel loops. Pyramid planes hold brightness in quarters of an 8-bit step, 0 …
 /// 1024. Callers guarantee that every sample read exists; no loop checks.
 ///
 /// The scalar loops define the results; other tables give the same bytes.
@@ -114,19 +124,19 @@ struct Loops {
   std::int32_t (*sumCappedDifferences)(const std::int16_t* a, const std::int16_t* b, std::int32_t count,
                                        std::int32_t offset, std::int32_t cap);
 
-  WarpRow warpNearest, warpBilinear;
+  WarpRows warpNearest, warpBilinear;
   /// Four neighbours on each axis, sharper than Keys' cubic convolution (1981); the weights are defined in
   /// loops_scalar.cpp.
-  WarpRow warpBicubic;
+  WarpRows warpBicubic;
 };
 
 /// The loops as they are defined.
 extern const Loops kScalarLoops;
 
 /// The same where positions may lie off the plane: beyond its edges its end samples go on.
-void WarpNearestAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
-void WarpBilinearAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
-void WarpBicubicAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
+void WarpNearestAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
+void WarpBilinearAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
+void WarpBicubicAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
 
 /// The loops for vectors, for AVX2 or for NEON.
 extern const Loops kVectorLoops;

@@ -146,20 +146,22 @@ struct Bicubic {
 };
 
 template <class Sampler, class Sample, class Read>
-void WarpRowOf(const Read& read, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  for (std::int32_t column = run.begin; column < run.end; ++column) {
+void WarpRow(const Read& read, const WarpedRow& row) {
+  const SourceLine& line = row.line;
+  for (std::int32_t column = row.run.begin; column < row.run.end; ++column) {
     const auto sample = static_cast<Sample>(Sampler::At(
         read, read.plane.bits, line.startX + column * line.stepX, line.startY + column * line.stepY));
-    std::memcpy(out + column * std::ptrdiff_t{sizeof sample}, &sample, sizeof sample);
+    std::memcpy(row.out + column * std::ptrdiff_t{sizeof sample}, &sample, sizeof sample);
   }
 }
 
 template <class Sampler, template <class Sample> class Read>
-void Warp(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  if (plane.bits == 8)
-    WarpRowOf<Sampler, std::uint8_t>(Read<std::uint8_t>{plane}, line, run, out);
-  else
-    WarpRowOf<Sampler, std::uint16_t>(Read<std::uint16_t>{plane}, line, run, out);
+void Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+  for (const WarpedRow* row = rows; row != rows + count; ++row)
+    if (plane.bits == 8)
+      WarpRow<Sampler, std::uint8_t>(Read<std::uint8_t>{plane}, *row);
+    else
+      WarpRow<Sampler, std::uint16_t>(Read<std::uint16_t>{plane}, *row);
 }
 
 void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
@@ -228,16 +230,16 @@ constinit const Loops kScalarLoops = {"scalar",
                                       Warp<Bilinear, Inside>,
                                       Warp<Bicubic, Inside>};
 
-void WarpNearestAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  Warp<Nearest, AtEdges>(plane, line, run, out);
+void WarpNearestAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+  Warp<Nearest, AtEdges>(plane, rows, count);
 }
 
-void WarpBilinearAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  Warp<Bilinear, AtEdges>(plane, line, run, out);
+void WarpBilinearAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+  Warp<Bilinear, AtEdges>(plane, rows, count);
 }
 
-void WarpBicubicAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  Warp<Bicubic, AtEdges>(plane, line, run, out);
+void WarpBicubicAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+  Warp<Bicubic, AtEdges>(plane, rows, count);
 }
 
 }  // namespace precise

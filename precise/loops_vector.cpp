@@ -1,14 +1,9 @@
-// One source for AVX2 and NEON.
-// Instructions that come with AVX2 on most processors are not asked for.
-#define HWY_COMPILE_ONLY_STATIC
-#define HWY_DISABLE_BMI2_FMA
-#define HWY_DISABLE_F16C
-#define HWY_DISABLE_PCLMUL_AES
-#include <hwy/highway.h>
 #include <limits>
 
 #include "precise/loops.h"
 #include "precise/loops_rows.h"
+#include "precise/straightwarp.h"
+#include "precise/vectors.h"
 
 // What is left over at a row's end is done once more together with its neighbours, by a last step that ends
 // with the run. Runs shorter than a step are left to the scalar loops.
@@ -16,29 +11,8 @@
 namespace precise {
 namespace {
 
-namespace hn = hwy::HWY_NAMESPACE;
-
-constexpr hn::ScalableTag<std::int32_t> kInts;
-constexpr hn::ScalableTag<std::uint32_t> kWords;
-constexpr hn::ScalableTag<std::int16_t> kShorts;
-constexpr hn::ScalableTag<std::uint16_t> kHalfWords;
-constexpr hn::ScalableTag<std::uint8_t> kBytes;
-
-using Ints = hn::Vec<decltype(kInts)>;
-using Words = hn::Vec<decltype(kWords)>;
-using Shorts = hn::Vec<decltype(kShorts)>;
-using Bytes = hn::Vec<decltype(kBytes)>;
-
 /// Outputs of a step, in blocks of four.
-constexpr std::int32_t kLanes = hn::MaxLanes(kInts), kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
-
-/// A vector that is kept. A constant that the compiler knows it makes anew in each step, by two instructions
-/// that wait for the same unit as all shuffles; so it is told by way of memory.
-template <class Tag>
-hn::Vec<Tag> Kept(Tag tag, hn::TFromD<Tag> value) {
-  const volatile auto hidden = value;
-  return hn::Set(tag, hidden);
-}
+constexpr std::int32_t kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
 
 /// A vector of 16 bytes from each place, or from the first where a vector has no more.
 template <class Tag, class Lane>
@@ -50,13 +24,6 @@ hn::Vec<Tag> LoadBlocks(Tag tag, const Lane* first, const Lane* second) {
     return hn::Combine(tag, hn::LoadU(kBlock, second), hn::LoadU(kBlock, first));
 }
 
-/// Sums of products of neighbours.
-Ints SumsOfPairs(Shorts a, Shorts b) {
-  Ints odd = hn::Zero(kInts);
-  const Ints even = hn::ReorderWidenMulAccumulate(kInts, a, b, hn::Zero(kInts), odd);
-  return hn::RearrangeToOddPlusEven(even, odd);
-}
-
 /// The low halves, or the high halves, of both: those of `odd` above those of `even`.
 Shorts EvenPairs(Shorts even, Shorts odd) {
   return hn::OddEven(hn::BitCast(kShorts, hn::ShiftLeft<16>(hn::BitCast(kInts, odd))), even);
@@ -64,6 +31,9 @@ Shorts EvenPairs(Shorts even, Shorts odd) {
 Shorts OddPairs(Shorts even, Shorts odd) {
   return hn::OddEven(odd, hn::BitCast(kShorts, hn::ShiftRight<16>(hn::BitCast(kWords, even))));
 }
+
+/// Positions are rounded to 1/256.
+constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
 
 /// `work(column)` for steps that cover the run.
 template <class Work>
@@ -122,28 +92,6 @@ class Phases {
 
  private:
   Shorts m_flip = Kept(kShorts, 0x80);
-};
-
-/// Weights of four neighbours.
-struct Weights {
-  Shorts first, second, third, fourth;
-};
-
-/// The weights of the bicubic warp, by the formula that defines them.
-class SharpWeights {
- public:
-  Weights At(Shorts t) const {
-    const Shorts p = hn::Mul(t, hn::Sub(m_one, t)), q = hn::Add(p, hn::MulFixedPoint15(p, p));
-    const Shorts t16 = hn::ShiftLeft<4>(t), t64 = hn::ShiftLeft<6>(t);
-    const Shorts first = hn::Neg(hn::MulFixedPoint15(q, hn::Sub(m_one16, t16)));
-    const Shorts fourth = hn::Neg(hn::MulFixedPoint15(q, t16));
-    const Shorts third = hn::Add(t64, hn::MulFixedPoint15(q, hn::Sub(hn::Sub(t64, t16), m_one16)));
-    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
-  }
-
- private:
-  Shorts m_one = Kept(kShorts, 256), m_one16 = Kept(kShorts, 256 * 16),
-         m_whole = Kept(kShorts, 1 << kWeightBits);
 };
 
 /// The cubic B-spline's weights (1 - t)³ / 6, (1 + 3·t·(1 + t) - 3·t³) / 6 and t³ / 6. Three times each is
@@ -414,7 +362,8 @@ template <int kSize>
 class Bicubic {
  public:
   static constexpr std::int32_t kTaps = 4, kBefore = 1;
-  static constexpr WarpRow Loops::*kScalar = &Loops::warpBicubic;
+  static constexpr WarpRows Loops::*kScalar = &Loops::warpBicubic;
+  static constexpr auto kWarpStraight = WarpStraightBicubic;
 
   explicit Bicubic(int bits) : m_mean(MakeMean(bits)) {}
 
@@ -438,7 +387,8 @@ template <int kSize>
 class Bilinear {
  public:
   static constexpr std::int32_t kTaps = 2, kBefore = 0;
-  static constexpr WarpRow Loops::*kScalar = &Loops::warpBilinear;
+  static constexpr WarpRows Loops::*kScalar = &Loops::warpBilinear;
+  static constexpr auto kWarpStraight = WarpStraightBilinear;
 
   explicit Bilinear(int bits) : m_signed(bits) {}
 
@@ -463,23 +413,26 @@ class Bilinear {
 };
 
 template <template <int kSize> class Sampler, int kSize>
-void WarpOf(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
   using Of = Sampler<kSize>;
-  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, plane.width, Of::kTaps))
-    return (kScalarLoops.*Of::kScalar)(plane, line, run, out);
-  // Positions are rounded to 1/256.
-  constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
-  const Axis xs(line.startX + kHalfPhase, line.stepX), ys(line.startY + kHalfPhase, line.stepY);
+  const auto warpAsDefined = [&](ColumnRun run) {
+    const WarpedRow part = {row.line, run, row.out};
+    (kScalarLoops.*Of::kScalar)(plane, &part, 1);
+  };
+  if (row.run.end - row.run.begin < kLanes || !Windows<kSize>::Hold(row.line, plane.width, Of::kTaps))
+    return warpAsDefined(row.run);
+  const Axis xs(row.line.startX + kHalfPhase, row.line.stepX),
+      ys(row.line.startY + kHalfPhase, row.line.stepY);
   const Windows<kSize> windows(xs, plane.width, Of::kBefore);
   const Phases phases;
   const Of sampler(plane.bits);
   const Ints largest = Kept(kInts, LargestSample(plane.bits));
-  InSteps(run, [&](std::int32_t column) {
+  InSteps(row.run, [&](std::int32_t column) {
     const Spots x = xs.At(column), y = ys.At(column);
     const SourceRows rows(plane.samples, plane.strideBytes, ys, y, column, Of::kBefore);
-    if (rows.AreTooMany()) return (kScalarLoops.*Of::kScalar)(plane, line, {column, column + kLanes}, out);
+    if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes});
     const Ints samples = sampler.Sample(windows.At(x, column), rows, phases.Of(x, y));
-    std::uint8_t* const to = out + column * std::ptrdiff_t{kSize};
+    std::uint8_t* const to = row.out + column * std::ptrdiff_t{kSize};
     if constexpr (kSize == 1) {
       constexpr hn::Rebind<std::uint8_t, decltype(kInts)> kOutputs;
       hn::StoreU(hn::DemoteTo(kOutputs, samples), kOutputs, to);
@@ -493,15 +446,17 @@ void WarpOf(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std
 }
 
 template <template <int kSize> class Sampler>
-void Warp(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  if (plane.bits == 8)
-    WarpOf<Sampler, 1>(plane, line, run, out);
-  else
-    WarpOf<Sampler, 2>(plane, line, run, out);
+void Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+  if (Sampler<1>::kWarpStraight(plane, rows, count)) return;
+  for (const WarpedRow* row = rows; row != rows + count; ++row)
+    if (plane.bits == 8)
+      WarpRow<Sampler, 1>(plane, *row);
+    else
+      WarpRow<Sampler, 2>(plane, *row);
 }
 
-void WarpNearest(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  kScalarLoops.warpNearest(plane, line, run, out);
+void WarpNearest(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+  kScalarLoops.warpNearest(plane, rows, count);
 }
 
 /// Sixteen samples of a row of 8 to 16, in as many vectors as needed: the first eight and the last eight.

@@ -31,8 +31,8 @@ ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
 
 /// How a picture is sampled.
 struct Sampling {
-  WarpRow Loops::*inside;
-  WarpRow atEdges;
+  WarpRows Loops::*inside;
+  WarpRows atEdges;
   /// Samples that are read before and after the one that a position is rounded down to.
   std::int32_t before, after;
 };
@@ -93,7 +93,8 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
   const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
   const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
 
-  for (std::int32_t row = beginRow; row < endRow; ++row) {
+  /// Writes what lies outside of the plane or at its edges.
+  const auto warpEnds = [&](std::int32_t row) {
     const SourceLine line = LineOfRow(shown, correction, grid, row);
     ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
     if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
@@ -103,9 +104,16 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
       FillSamples(samples, {0, covered.begin}, shown.background[index], input.BytesPerSample());
       FillSamples(samples, {covered.end, width}, shown.background[index], input.BytesPerSample());
     }
-    sampling.atEdges(source, line, {covered.begin, inside.begin}, samples);
-    (loops.*sampling.inside)(source, line, inside, samples);
-    sampling.atEdges(source, line, {inside.end, covered.end}, samples);
+    const WarpedRow ends[] = {{line, {covered.begin, inside.begin}, samples},
+                              {line, {inside.end, covered.end}, samples}};
+    sampling.atEdges(source, ends, 2);
+    return WarpedRow{line, inside, samples};
+  };
+  for (std::int32_t first = beginRow; first < endRow; first += kMaxWarpedRows) {
+    const std::int32_t count = std::min(kMaxWarpedRows, endRow - first);
+    std::array<WarpedRow, kMaxWarpedRows> inside;
+    for (std::int32_t i = 0; i < count; ++i) inside[static_cast<std::size_t>(i)] = warpEnds(first + i);
+    (loops.*sampling.inside)(source, inside.data(), count);
   }
 }
 

@@ -209,8 +209,10 @@ TEST_F(LoopTwins, WarpPlanesAlongAnyLine) {
                                height, bits};
     for (const auto warp : {&Loops::warpNearest, &Loops::warpBilinear, &Loops::warpBicubic})
       ExpectSameBytes(Tables(), static_cast<std::size_t>(size * kOutWidth), m_random() % 64,
-                      "round " + std::to_string(round),
-                      [&](const Loops& loops, std::uint8_t* out) { (loops.*warp)(plane, line, run, out); });
+                      "round " + std::to_string(round), [&](const Loops& loops, std::uint8_t* out) {
+                        const WarpedRow row = {line, run, out};
+                        (loops.*warp)(plane, &row, 1);
+                      });
     if (HasFailure()) return;
   }
 }
@@ -263,8 +265,9 @@ TEST(WarpRows, FollowTheFormulasAtEveryDepthUpToRounding) {
         const double stepX = isWhole ? 1 : 71 / 256.0, stepY = isWhole ? 0 : 1 / 256.0;
         const SourceLine line = MakeSourceLine(-2, startY, stepX, stepY);
         std::uint8_t cubic[2 * kColumns], linear[2 * kColumns];
-        WarpBicubicAtEdges(source, line, {0, kColumns}, cubic);
-        WarpBilinearAtEdges(source, line, {0, kColumns}, linear);
+        const WarpedRow cubicRow = {line, {0, kColumns}, cubic}, linearRow = {line, {0, kColumns}, linear};
+        WarpBicubicAtEdges(source, &cubicRow, 1);
+        WarpBilinearAtEdges(source, &linearRow, 1);
         for (int column = 0; column < kColumns; ++column) {
           const double x = column * stepX - 2, y = startY + column * stepY;
           const auto sampleOf = [&](const std::uint8_t* row) {
