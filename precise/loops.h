@@ -65,16 +65,17 @@ struct SourcePlane {
   int bits;
 };
 
-/// A row that a warp writes: sample c at `out` = sample of the source along the line, for each column of the
-/// run.
+/// A row that a warp writes.
 struct WarpedRow {
   SourceLine line;
-  ColumnRun run;
+  ColumnRun covered;  ///< columns that are written
+  ColumnRun inside;   ///< those of them for which all source samples exist
   std::uint8_t* out;
 };
 
-/// Writes rows of a picture, at most `kMaxWarpedRows`, whose lines have the same steps. Positions are rounded
-/// to 1/256 sample, or to a whole one.
+/// Sample c at `out` = sample of the plane along the line, for each covered column of each row. Beyond the
+/// plane's edges its end samples go on. The rows are at most `kMaxWarpedRows`, of lines with the same steps.
+/// Positions are rounded to 1/256 sample, or to a whole one.
 using WarpRows = void (*)(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
 
 inline constexpr std::int32_t kMaxWarpedRows = 32;
@@ -125,18 +126,12 @@ struct Loops {
                                        std::int32_t offset, std::int32_t cap);
 
   WarpRows warpNearest, warpBilinear;
-  /// Four neighbours on each axis, sharper than Keys' cubic convolution (1981); the weights are defined in
-  /// loops_scalar.cpp.
+  /// Four neighbours on each axis, sharper than Keys' cubic convolution (1981); see cubicweights.h.
   WarpRows warpBicubic;
 };
 
 /// The loops as they are defined.
 extern const Loops kScalarLoops;
-
-/// The same where positions may lie off the plane: beyond its edges its end samples go on.
-void WarpNearestAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
-void WarpBilinearAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
-void WarpBicubicAtEdges(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
 
 /// The loops for vectors, for AVX2 or for NEON.
 extern const Loops kVectorLoops;

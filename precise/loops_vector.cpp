@@ -415,22 +415,25 @@ class Bilinear {
 template <template <int kSize> class Sampler, int kSize>
 void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
   using Of = Sampler<kSize>;
-  const auto warpAsDefined = [&](ColumnRun run) {
-    const WarpedRow part = {row.line, run, row.out};
+  const ColumnRun inside = row.inside;
+  const auto warpAsDefined = [&](ColumnRun run, ColumnRun insideOfRun) {
+    const WarpedRow part = {row.line, run, insideOfRun, row.out};
     (kScalarLoops.*Of::kScalar)(plane, &part, 1);
   };
-  if (row.run.end - row.run.begin < kLanes || !Windows<kSize>::Hold(row.line, plane.width, Of::kTaps))
-    return warpAsDefined(row.run);
+  if (inside.end - inside.begin < kLanes || !Windows<kSize>::Hold(row.line, plane.width, Of::kTaps))
+    return warpAsDefined(row.covered, inside);
+  warpAsDefined({row.covered.begin, inside.begin}, {inside.begin, inside.begin});
+  warpAsDefined({inside.end, row.covered.end}, {inside.end, inside.end});
   const Axis xs(row.line.startX + kHalfPhase, row.line.stepX),
       ys(row.line.startY + kHalfPhase, row.line.stepY);
   const Windows<kSize> windows(xs, plane.width, Of::kBefore);
   const Phases phases;
   const Of sampler(plane.bits);
   const Ints largest = Kept(kInts, LargestSample(plane.bits));
-  InSteps(row.run, [&](std::int32_t column) {
+  InSteps(inside, [&](std::int32_t column) {
     const Spots x = xs.At(column), y = ys.At(column);
     const SourceRows rows(plane.samples, plane.strideBytes, ys, y, column, Of::kBefore);
-    if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes});
+    if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes}, {column, column + kLanes});
     const Ints samples = sampler.Sample(windows.At(x, column), rows, phases.Of(x, y));
     std::uint8_t* const to = row.out + column * std::ptrdiff_t{kSize};
     if constexpr (kSize == 1) {

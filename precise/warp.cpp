@@ -31,15 +31,13 @@ ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
 
 /// How a picture is sampled.
 struct Sampling {
-  WarpRows Loops::*inside;
-  WarpRows atEdges;
+  WarpRows Loops::*warp;
   /// Samples that are read before and after the one that a position is rounded down to.
   std::int32_t before, after;
 };
 
-constexpr Sampling kSamplings[] = {{&Loops::warpNearest, WarpNearestAtEdges, 0, 1},
-                                   {&Loops::warpBilinear, WarpBilinearAtEdges, 0, 1},
-                                   {&Loops::warpBicubic, WarpBicubicAtEdges, 1, 2}};
+constexpr Sampling kSamplings[] = {
+    {&Loops::warpNearest, 0, 1}, {&Loops::warpBilinear, 0, 1}, {&Loops::warpBicubic, 1, 2}};
 
 /// Where the columns of an output row read in the source plane.
 SourceLine LineOfRow(const Shown& shown, const Correction& correction, const Grid& grid, std::int32_t row) {
@@ -93,8 +91,7 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
   const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
   const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
 
-  /// Writes what lies outside of the plane or at its edges.
-  const auto warpEnds = [&](std::int32_t row) {
+  const auto coverRow = [&](std::int32_t row) {
     const SourceLine line = LineOfRow(shown, correction, grid, row);
     ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
     if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
@@ -104,16 +101,13 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
       FillSamples(samples, {0, covered.begin}, shown.background[index], input.BytesPerSample());
       FillSamples(samples, {covered.end, width}, shown.background[index], input.BytesPerSample());
     }
-    const WarpedRow ends[] = {{line, {covered.begin, inside.begin}, samples},
-                              {line, {inside.end, covered.end}, samples}};
-    sampling.atEdges(source, ends, 2);
-    return WarpedRow{line, inside, samples};
+    return WarpedRow{line, covered, inside, samples};
   };
   for (std::int32_t first = beginRow; first < endRow; first += kMaxWarpedRows) {
     const std::int32_t count = std::min(kMaxWarpedRows, endRow - first);
-    std::array<WarpedRow, kMaxWarpedRows> inside;
-    for (std::int32_t i = 0; i < count; ++i) inside[static_cast<std::size_t>(i)] = warpEnds(first + i);
-    (loops.*sampling.inside)(source, inside.data(), count);
+    std::array<WarpedRow, kMaxWarpedRows> warped;
+    for (std::int32_t i = 0; i < count; ++i) warped[static_cast<std::size_t>(i)] = coverRow(first + i);
+    (loops.*sampling.warp)(source, warped.data(), count);
   }
 }
 
