@@ -1,8 +1,8 @@
 #include <limits>
 
+#include "precise/blockwarp.h"
 #include "precise/loops.h"
 #include "precise/loops_rows.h"
-#include "precise/straightwarp.h"
 #include "precise/vectors.h"
 
 // What is left over at a row's end is done once more together with its neighbours, by a last step that ends
@@ -10,19 +10,6 @@
 
 namespace precise {
 namespace {
-
-/// Outputs of a step, in blocks of four.
-constexpr std::int32_t kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
-
-/// A vector of 16 bytes from each place, or from the first where a vector has no more.
-template <class Tag, class Lane>
-hn::Vec<Tag> LoadBlocks(Tag tag, const Lane* first, const Lane* second) {
-  constexpr hn::FixedTag<Lane, 16 / sizeof(Lane)> kBlock;
-  if constexpr (hn::MaxLanes(tag) == hn::MaxLanes(kBlock))
-    return hn::LoadU(tag, first);
-  else
-    return hn::Combine(tag, hn::LoadU(kBlock, second), hn::LoadU(kBlock, first));
-}
 
 /// The low halves, or the high halves, of both: those of `odd` above those of `even`.
 Shorts EvenPairs(Shorts even, Shorts odd) {
@@ -363,7 +350,7 @@ class Bicubic {
  public:
   static constexpr std::int32_t kTaps = 4, kBefore = 1;
   static constexpr WarpRows Loops::*kScalar = &Loops::warpBicubic;
-  static constexpr auto kWarpStraight = WarpStraightBicubic;
+  static constexpr auto kWarpBlocks = WarpBlocksBicubic;
 
   explicit Bicubic(int bits) : m_mean(MakeMean(bits)) {}
 
@@ -388,7 +375,7 @@ class Bilinear {
  public:
   static constexpr std::int32_t kTaps = 2, kBefore = 0;
   static constexpr WarpRows Loops::*kScalar = &Loops::warpBilinear;
-  static constexpr auto kWarpStraight = WarpStraightBilinear;
+  static constexpr auto kWarpBlocks = WarpBlocksBilinear;
 
   explicit Bilinear(int bits) : m_signed(bits) {}
 
@@ -450,7 +437,7 @@ void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
 
 template <template <int kSize> class Sampler>
 void Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  if (Sampler<1>::kWarpStraight(plane, rows, count)) return;
+  if (Sampler<1>::kWarpBlocks(plane, rows, count)) return;
   for (const WarpedRow* row = rows; row != rows + count; ++row)
     if (plane.bits == 8)
       WarpRow<Sampler, 1>(plane, *row);

@@ -29,6 +29,7 @@ using Bytes = hn::Vec<decltype(kBytes)>;
 
 /// 32-bit lanes of a vector.
 constexpr std::int32_t kLanes = hn::MaxLanes(kInts);
+constexpr std::int32_t kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
 
 /// A vector that is kept. A constant that the compiler knows it makes anew in each step, by two instructions
 /// that wait for the same unit as all shuffles; so it is told by way of memory.
@@ -36,6 +37,16 @@ template <class Tag>
 hn::Vec<Tag> Kept(Tag tag, hn::TFromD<Tag> value) {
   const volatile auto hidden = value;
   return hn::Set(tag, hidden);
+}
+
+/// A vector of 16 bytes from each place, or from the first where a vector has no more.
+template <class Tag, class Lane>
+hn::Vec<Tag> LoadBlocks(Tag tag, const Lane* first, const Lane* second) {
+  constexpr hn::FixedTag<Lane, 16 / sizeof(Lane)> kBlock;
+  if constexpr (hn::MaxLanes(tag) == hn::MaxLanes(kBlock))
+    return hn::LoadU(tag, first);
+  else
+    return hn::Combine(tag, hn::LoadU(kBlock, second), hn::LoadU(kBlock, first));
 }
 
 /// Sums of products of neighbours.
