@@ -5,6 +5,9 @@ between a run over a clip and a run over its beginning, so that starting up and 
 it is taken less the same for a process that only passes the frames on. Everyone reads uncompressed frames from memory
 and throws its output away. Rounds run the rows in turn; figures are medians.
 
+The cost of window lengths is that of an engine's calls inside one process, on a made-up clip: a program that runs alone
+with a short window finds its few frames in the cache, however cheap its engine is.
+
 A job is a whole file, from H.264 to H.264, on as many threads as the programs choose.
 """
 
@@ -21,7 +24,7 @@ from pathlib import Path
 
 from report import BUILD, say, table, verdict
 
-PROGRAMS = ["vstabilize", "stabilize", "copy_clip", "make_scene"]
+PROGRAMS = ["vstabilize", "stabilize", "copy_clip", "make_scene", "floor_bench", "precise_bench"]
 
 SD, HD, FULL_HD, UHD = SIZES = ["640x480", "1280x720", "1920x1080", "3840x2160"]
 BGR, YUV, YUV10 = "bgr24", "yuv420p", "yuv420p10le"
@@ -29,7 +32,7 @@ BGR, YUV, YUV10 = "bgr24", "yuv420p", "yuv420p10le"
 OWN = "{build}/host/vstabilize --quiet"
 COPY = "{build}/bench/copy_clip"
 PAIR = ["vidstabdetect=result={folder}/motion", "vidstabtransform=input={folder}/motion"]
-PAIR_TITLE = "`vidstabdetect` + `vidstabtransform`"
+PAIR_TITLE = "the pair"
 
 
 def ffmpeg(video_filter):
@@ -48,7 +51,7 @@ class Row:
     idle: str  # command that only passes the frames on
     pixel_format: str = YUV
     once: bool = False  # whether one size is enough
-    delay: int = 32  # frames at most that wait within
+    delay: int = 16  # frames at most that wait within
 
     @property
     def is_own(self):
@@ -70,14 +73,10 @@ def peer(title, *filters):
 ROWS = {
     "bicubic": precise("bicubic, `--crop 0`", "--crop 0"),
     "bilinear": precise("bilinear, `--crop 0`", "--crop 0 --interpolation bilinear"),
-    "defaults": precise("defaults"),
+    "defaults": precise("defaults", delay=32),
     "10-bits": precise("bicubic, `--crop 0`, 10 bits", "--crop 0", pixel_format=YUV10, once=True),
-    "window-4": precise("window 4", "--window 4", once=True, delay=128),
-    "window-128": precise("window 128", "--window 128", once=True, delay=128),
     "classic": classic("defaults"),
     "classic-rotation": classic("rotation, quality 3", "--rotation"),
-    "classic-window-4": classic("window 4", "--window 4", once=True, delay=128),
-    "classic-window-128": classic("window 128", "--window 128", once=True, delay=128),
     "deshake": peer("`deshake`", "deshake"),
     "pair": peer(PAIR_TITLE, *PAIR),
 }
@@ -92,11 +91,16 @@ LIMITS = [
     ("bilinear", "pair", 1 / 18, [FULL_HD, UHD]),
     ("defaults", "pair", 1 / 10, [FULL_HD]),
     ("10-bits", "bicubic", 1.6, ANY),
-    ("window-128", "window-4", 1.1, ANY),
     *(("classic", name, 1 / 10, ANY) for name in PEERS),
     *(("classic-rotation", name, 1 / 2, [HD, FULL_HD, UHD]) for name in PEERS),
-    ("classic-window-128", "classic-window-4", 1.05, ANY),
 ]
+
+# An engine's program that measures a frame with several windows in turn, and how much dearer the longest may be.
+WINDOWS = {
+    "defaults": ("{build}/bench/precise_bench --benchmark_filter=WholeFrame/window --benchmark_repetitions=8 "
+                 "--benchmark_min_time=0.2 --benchmark_enable_random_interleaving=true", 1.1),
+    "classic, defaults": ("{build}/bench/floor_bench 1920 1080", 1.05),
+}
 
 JOBS = {
     "ffmpeg without a filter": [ffmpeg_job("null")],
@@ -105,6 +109,8 @@ JOBS = {
     PAIR_TITLE: [ffmpeg_job(PAIR[0], "-f null -"), ffmpeg_job(PAIR[1])],
 }
 JOB_FRAMES = 150
+
+ALL_ROWS = [*ROWS, "windows", "jobs"]
 
 
 @dataclasses.dataclass(frozen=True)
@@ -193,25 +199,35 @@ def film(folder, source, size, frames, outputs):
     scene.unlink(missing_ok=True)
 
 
-def make_clip(folder, source, size, delay, pixel_formats):
+def make_clip(folder, source, size, rows):
     """About the same work at every size, the delay line full within the beginning."""
     width, height = map(int, size.split("x"))
-    beginning = delay + 4
-    clip = Clip(folder, size, beginning, beginning + min(max(round(60 * 1920 * 1080 / (width * height)), 24), 220))
+    beginning = max(row.delay for row in rows) + 4
+    clip = Clip(folder, size, beginning, beginning + min(max(round(60 * 1920 * 1080 / (width * height)), 20), 220))
     film(folder, source, size, clip.frames, [
         ["-frames:v", str(frames), "-pix_fmt", pixel_format, "-strict", "-1",
          "-f", "rawvideo" if pixel_format == BGR else "yuv4mpegpipe", f"file:{clip.path(pixel_format, frames)}"]
-        for pixel_format in pixel_formats for frames in (clip.beginning, clip.frames)])
+        for pixel_format in dict.fromkeys(row.pixel_format for row in rows) for frames in (clip.beginning, clip.frames)])
     return clip
 
 
 def measure_size(folder, source, size, rows, rounds):
+    with tempfile.TemporaryDirectory(dir=folder) as place:
+        clip = make_clip(Path(place), source, size, rows.values())
+        return measure(rows, clip, rounds)
+
+
+def measure_windows(rounds):
+    """Engine to windows to the milliseconds that a frame takes."""
     results = {}
-    for delay in dict.fromkeys(row.delay for row in rows.values()):
-        group = {name: row for name, row in rows.items() if row.delay == delay}
-        with tempfile.TemporaryDirectory(dir=folder) as place:
-            clip = make_clip(Path(place), source, size, delay, dict.fromkeys(row.pixel_format for row in group.values()))
-            results |= measure(group, clip, rounds)
+    for engine, (command, _) in WINDOWS.items():
+        say(f"windows: {engine}")
+        found = {}
+        for _ in range(rounds):
+            lines = subprocess.run(command.format(build=BUILD).split(), check=True, capture_output=True, text=True).stdout
+            for window, time in re.findall(r"window (\d+)(?:/\S*_median +\S+ ms)? +([\d.]+)", lines):
+                found.setdefault(window, []).append(float(time))
+        results[engine] = {window: statistics.median(found[window]) for window in sorted(found, key=int)}
     return results
 
 
@@ -254,19 +270,23 @@ def job_table(jobs, size):
                        [[title, *map(significant, dataclasses.astuple(usage))] for title, usage in jobs.items()])]
 
 
+def window_table(windows):
+    head = [f"CPU ms a frame of 1920×1080", *(f"window {window}" for window in next(iter(windows.values())))]
+    return ["", *table(head, [[engine, *map(significant, found.values())] for engine, found in windows.items()])]
+
+
 def share(value):
     return f"1/{1 / value:.3g}" if value < 1 else f"{value:.3g}"
 
 
-def verdicts(results):
-    lines = []
-    for name, base, limit, sizes in LIMITS:
-        for size, found in results.items():
-            if (sizes is ANY or size in sizes) and name in found and base in found:
-                ratio = found[name].cpu / found[base].cpu
-                lines.append(verdict(f"{ROWS[name].title}, at {size.replace('x', '×')}: at most {share(limit)} of the cost "
-                                     f"of {ROWS[base].title}", ratio <= limit, share(ratio)))
-    return ["", *lines]
+def verdicts(results, windows):
+    ratios = [(f"{ROWS[name].title}, at {size.replace('x', '×')}: at most {share(limit)} times the cost of "
+               f"{ROWS[base].title}", limit, found[name].cpu / found[base].cpu)
+              for name, base, limit, sizes in LIMITS for size, found in results.items()
+              if name in found and base in found and (sizes is ANY or size in sizes)]
+    ratios += [(f"{engine}: the dearest window at most {share(WINDOWS[engine][1])} times the cost of the cheapest",
+                WINDOWS[engine][1], max(found.values()) / min(found.values())) for engine, found in windows.items()]
+    return ["", *(verdict(what, ratio <= limit, share(ratio)) for what, limit, ratio in ratios)]
 
 
 def parse_sizes(text):
@@ -279,27 +299,32 @@ def parse_sizes(text):
 
 def parse_rows(text):
     for name in text.split(","):
-        if name not in (*ROWS, "jobs"):
-            raise argparse.ArgumentTypeError(f"there is no row '{name}', only {', '.join(ROWS)} and jobs")
+        if name not in ALL_ROWS:
+            raise argparse.ArgumentTypeError(f"there is no row '{name}', only {', '.join(ALL_ROWS)}")
     return text.split(",")
 
 
 def add_options(parser):
     parser.add_argument("clip", nargs="?", help="a video to measure on (default a made-up shaky scene)")
     parser.add_argument("--sizes", type=parse_sizes, default=SIZES, help=f"default {','.join(SIZES)}")
-    parser.add_argument("--rows", type=parse_rows, default=[*ROWS, "jobs"],
-                        help=f"some of {','.join(ROWS)},jobs (default all); what they are compared with comes along")
+    parser.add_argument("--rows", type=parse_rows, default=ALL_ROWS,
+                        help=f"some of {','.join(ALL_ROWS)} (default all); what they are compared with comes along")
     parser.add_argument("--rounds", type=int, default=3, help="default 3")
 
 
 def compare(folder, arguments):
     wanted = {*arguments.rows, *(base for name, base, *_ in LIMITS if name in arguments.rows)}
     main = FULL_HD if FULL_HD in arguments.sizes else arguments.sizes[0]
-    results = {}
+    lines, results, windows = [], {}, {}
     for size in arguments.sizes:
         rows = {name: row for name, row in ROWS.items() if name in wanted and (size == main or not row.once)}
-        results[size] = measure_size(folder, arguments.clip, size, rows, arguments.rounds)
-    lines = [*size_tables(results)]
+        if rows:
+            results[size] = measure_size(folder, arguments.clip, size, rows, arguments.rounds)
+    if results:
+        lines += size_tables(results)
+    if "windows" in wanted:
+        windows = measure_windows(arguments.rounds)
+        lines += window_table(windows)
     if "jobs" in wanted:
         lines += job_table(measure_jobs(folder, arguments.clip, main, arguments.rounds), main)
-    return [*lines, *verdicts(results)]
+    return [*lines, *verdicts(results, windows)]
