@@ -13,6 +13,7 @@ A job is a whole file, from H.264 to H.264, on as many threads as the programs c
 
 import argparse
 import dataclasses
+import math
 import os
 import re
 import resource
@@ -95,7 +96,7 @@ LIMITS = [
     *(("classic-rotation", name, 1 / 2, [HD, FULL_HD, UHD]) for name in PEERS),
 ]
 
-# An engine's program that measures a frame with several windows in turn, and how much dearer the longest may be.
+# An engine's program that measures frames with several windows, and what the dearest may cost to the cheapest.
 WINDOWS = {
     "defaults": ("{build}/bench/precise_bench --benchmark_filter=WholeFrame/window --benchmark_repetitions=8 "
                  "--benchmark_min_time=0.2 --benchmark_enable_random_interleaving=true", 1.1),
@@ -115,10 +116,10 @@ ALL_ROWS = [*ROWS, "windows", "jobs"]
 
 @dataclasses.dataclass(frozen=True)
 class Usage:
-    """CPU seconds, or milliseconds a frame; seconds; MiB."""
+    """Seconds, or milliseconds a frame; and MiB."""
 
-    cpu: float
     wall: float
+    cpu: float
     peak: float
 
 
@@ -140,19 +141,23 @@ def cpu_of_children():
     return usage.ru_utime + usage.ru_stime
 
 
+def words(command, **places):
+    return [word.format(build=BUILD, **places) for word in command.split()]
+
+
 def run(commands, folder, size, source=Path(os.devnull), **environment):
     """What all commands take together, each of which reads the source, and the peak memory of the largest."""
     peak, cpu, wall = 0, cpu_of_children(), time.perf_counter()
     with tempfile.NamedTemporaryFile("r") as report:
         for command in commands:
-            words = [word.format(build=BUILD, folder=folder, size=size) for word in command.split()]
             with source.open("rb") as file:
                 # The peak of a child of this process would count this process's own.
-                subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", report.name, *words], check=True,
-                               stdin=file, stdout=subprocess.DEVNULL, env=os.environ | environment)
+                subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", report.name,
+                                *words(command, folder=folder, size=size)], check=True, stdin=file,
+                               stdout=subprocess.DEVNULL, env=os.environ | environment)
             report.seek(0)
             peak = max(peak, int(report.read()) / 1024)
-    return Usage(cpu_of_children() - cpu, time.perf_counter() - wall, peak)
+    return Usage(time.perf_counter() - wall, cpu_of_children() - cpu, peak)
 
 
 def median(usages):
@@ -164,7 +169,7 @@ def cost(row, clip):
     short, whole = (run(row.commands, clip.folder, clip.size, clip.path(row.pixel_format, frames), OMP_NUM_THREADS="1")
                     for frames in (clip.beginning, clip.frames))
     milliseconds = 1000 / (clip.frames - clip.beginning)
-    return Usage((whole.cpu - short.cpu) * milliseconds, (whole.wall - short.wall) * milliseconds, whole.peak)
+    return Usage((whole.wall - short.wall) * milliseconds, (whole.cpu - short.cpu) * milliseconds, whole.peak)
 
 
 def measure(rows, clip, rounds):
@@ -176,7 +181,7 @@ def measure(rows, clip, rounds):
         for name, row in (idle | rows).items():
             say(f"{clip.size}, round {number + 1} of {rounds}: {row.title}")
             # The own costs are the smallest, and all others are divided by them.
-            found[name] += [cost(row, clip) for _ in range(2 if row.is_own else 1)]
+            found[name] += [cost(row, clip) for _ in range(3 if row.is_own else 1)]
     results = {}
     for name, row in rows.items():
         whole, passing = median(found[name]), median(found[row.idle, row.pixel_format])
@@ -192,22 +197,23 @@ def film(folder, source, size, frames, outputs):
     if not source:
         with scene.open("wb") as file:
             subprocess.run([BUILD / "bench/make_scene", f"plain:{size}@{frames}"], check=True, stdout=file)
-    # A clip that is too short starts again; scaled to cover the size.
-    picture = f"scale={size}:force_original_aspect_ratio=increase,crop={size.replace('x', ':')}"
-    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-stream_loop", "-1", "-i", f"file:{source or scene}",
+    # A clip that is too short starts again; scaled to cover the size. The rate decides how long the window is.
+    picture = f"scale={size}:force_original_aspect_ratio=increase,crop={size.replace('x', ':')},setfield=prog"
+    subprocess.run(["ffmpeg", *"-nostdin -v error -y -stream_loop -1 -r 30".split(), "-i", f"file:{source or scene}",
                     *(word for output in outputs for word in ("-map", "0:V:0", "-vf", picture, *output))], check=True)
     scene.unlink(missing_ok=True)
 
 
 def make_clip(folder, source, size, rows):
     """About the same work at every size, the delay line full within the beginning."""
-    width, height = map(int, size.split("x"))
     beginning = max(row.delay for row in rows) + 4
-    clip = Clip(folder, size, beginning, beginning + min(max(round(60 * 1920 * 1080 / (width * height)), 20), 220))
+    frames = round(60 * 1920 * 1080 / math.prod(map(int, size.split("x"))))
+    clip = Clip(folder, size, beginning, beginning + min(max(frames, 20), 220))
+    formats = dict.fromkeys(row.pixel_format for row in rows)
     film(folder, source, size, clip.frames, [
         ["-frames:v", str(frames), "-pix_fmt", pixel_format, "-strict", "-1",
          "-f", "rawvideo" if pixel_format == BGR else "yuv4mpegpipe", f"file:{clip.path(pixel_format, frames)}"]
-        for pixel_format in dict.fromkeys(row.pixel_format for row in rows) for frames in (clip.beginning, clip.frames)])
+        for pixel_format in formats for frames in (clip.beginning, clip.frames)])
     return clip
 
 
@@ -224,9 +230,9 @@ def measure_windows(rounds):
         say(f"windows: {engine}")
         found = {}
         for _ in range(rounds):
-            lines = subprocess.run(command.format(build=BUILD).split(), check=True, capture_output=True, text=True).stdout
-            for window, time in re.findall(r"window (\d+)(?:/\S*_median +\S+ ms)? +([\d.]+)", lines):
-                found.setdefault(window, []).append(float(time))
+            output = subprocess.run(words(command), check=True, capture_output=True, text=True).stdout
+            for window, milliseconds in re.findall(r"window (\d+)(?:/\S*_median +\S+ ms)? +([\d.]+)", output):
+                found.setdefault(window, []).append(float(milliseconds))
         results[engine] = {window: statistics.median(found[window]) for window in sorted(found, key=int)}
     return results
 
@@ -265,14 +271,14 @@ def size_tables(results):
     return lines + grid("peak memory, MiB", names, results, lambda found, name: found[name].peak)
 
 
+def window_table(windows):
+    head = ["CPU ms a frame of 1920×1080", *(f"window {window}" for window in next(iter(windows.values())))]
+    return ["", *table(head, [[engine, *map(significant, found.values())] for engine, found in windows.items()])]
+
+
 def job_table(jobs, size):
     return ["", *table([f"job, {JOB_FRAMES} frames of {size.replace('x', '×')}", "seconds", "CPU seconds", "MiB"],
                        [[title, *map(significant, dataclasses.astuple(usage))] for title, usage in jobs.items()])]
-
-
-def window_table(windows):
-    head = [f"CPU ms a frame of 1920×1080", *(f"window {window}" for window in next(iter(windows.values())))]
-    return ["", *table(head, [[engine, *map(significant, found.values())] for engine, found in windows.items()])]
 
 
 def share(value):
