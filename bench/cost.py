@@ -196,7 +196,7 @@ def film(folder, source, size, frames, outputs):
     scene = folder / "scene.y4m"
     if not source:
         with scene.open("wb") as file:
-            subprocess.run([BUILD / "bench/make_scene", f"plain:{size}@{frames}"], check=True, stdout=file)
+            subprocess.run([BUILD / "bench/make_scene", f"plain_{size}@{frames}"], check=True, stdout=file)
     # A clip that is too short starts again; scaled to cover the size. The rate decides how long the window is.
     picture = f"scale={size}:force_original_aspect_ratio=increase,crop={size.replace('x', ':')},setfield=prog"
     subprocess.run(["ffmpeg", *"-nostdin -v error -y -stream_loop -1 -r 30".split(), "-i", f"file:{source or scene}",

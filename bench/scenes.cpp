@@ -167,10 +167,10 @@ bool Take(std::string_view& text, char sign, int& number) {
   return error == std::errc();
 }
 
-/// Changes a recipe as :WxH and @FRAMES tell, which may be missing; false when there is something else.
+/// Changes a recipe as _WxH and @FRAMES tell, which may be missing; false when there is something else.
 bool Vary(std::string_view text, Recipe& recipe, int& frames) {
   const auto isUsable = [](int side) { return side % 2 == 0 && side >= 64 && side <= 8192; };
-  if (text.starts_with(':') && !(Take(text, ':', recipe.width) && Take(text, 'x', recipe.height)))
+  if (text.starts_with('_') && !(Take(text, '_', recipe.width) && Take(text, 'x', recipe.height)))
     return false;
   if (text.starts_with('@') && !Take(text, '@', frames)) return false;
   if (recipe.shots == 1) recipe.frames = std::max(recipe.frames, frames);
@@ -208,7 +208,7 @@ std::vector<std::string_view> SceneNames() {
 }
 
 Scene FindScene(const std::string& name) {
-  const std::string base = name.substr(0, name.find_first_of(":@"));
+  const std::string base = name.substr(0, name.find_first_of("_@"));
   const auto* const known = std::ranges::find(Recipes, base, &Recipe::name);
   Recipe recipe = known == Recipes.end() ? Recipe{} : *known;
   int frames = recipe.frames;
@@ -216,7 +216,7 @@ Scene FindScene(const std::string& name) {
     std::string names;
     for (const std::string_view each : SceneNames()) names += ' ' + std::string(each);
     throw std::invalid_argument("no scene '" + name +
-                                "'; scenes are NAME[:WxH][@FRAMES], W and H even and 64 to 8192, up to 10000 "
+                                "'; scenes are NAME[_WxH][@FRAMES], W and H even and 64 to 8192, up to 10000 "
                                 "frames, with a name of" +
                                 names);
   }
