@@ -123,19 +123,6 @@ class Usage:
     peak: float
 
 
-@dataclasses.dataclass(frozen=True)
-class Clip:
-    """Two files a pixel format: the whole clip, and its beginning."""
-
-    folder: Path
-    size: str
-    beginning: int
-    frames: int
-
-    def path(self, pixel_format, frames):
-        return self.folder / f"{frames}.{pixel_format}"
-
-
 def cpu_of_children():
     usage = resource.getrusage(resource.RUSAGE_CHILDREN)
     return usage.ru_utime + usage.ru_stime
@@ -164,32 +151,6 @@ def median(usages):
     return Usage(*map(statistics.median, zip(*map(dataclasses.astuple, usages))))
 
 
-def cost(row, clip):
-    """What a frame takes."""
-    short, whole = (run(row.commands, clip.folder, clip.size, clip.path(row.pixel_format, frames), OMP_NUM_THREADS="1")
-                    for frames in (clip.beginning, clip.frames))
-    milliseconds = 1000 / (clip.frames - clip.beginning)
-    return Usage((whole.wall - short.wall) * milliseconds, (whole.cpu - short.cpu) * milliseconds, whole.peak)
-
-
-def measure(rows, clip, rounds):
-    """Name to what the stabilization alone takes a frame."""
-    idle = {(row.idle, row.pixel_format): Row("frames passed on", [row.idle], row.idle, row.pixel_format)
-            for row in rows.values()}
-    found = {name: [] for name in idle | rows}
-    for number in range(rounds):
-        for name, row in (idle | rows).items():
-            say(f"{clip.size}, round {number + 1} of {rounds}: {row.title}")
-            # The own costs are the smallest, and all others are divided by them.
-            found[name] += [cost(row, clip) for _ in range(3 if row.is_own else 1)]
-    results = {}
-    for name, row in rows.items():
-        whole, passing = median(found[name]), median(found[row.idle, row.pixel_format])
-        # Nothing shorter can be told from nothing.
-        results[name] = dataclasses.replace(whole, cpu=max(whole.cpu - len(row.commands) * passing.cpu, 0.001))
-    return results
-
-
 def film(folder, source, size, frames, outputs):
     """Has ffmpeg write the outputs, a list of options each, of the source or else of a made-up scene."""
     say(f"{size}: making the clip")
@@ -204,23 +165,49 @@ def film(folder, source, size, frames, outputs):
     scene.unlink(missing_ok=True)
 
 
-def make_clip(folder, source, size, rows):
-    """About the same work at every size, the delay line full within the beginning."""
+def clip_file(folder, pixel_format, frames):
+    return folder / f"{frames}.{pixel_format}"
+
+
+def make_clips(folder, source, size, rows):
+    """Writes two clips a pixel format and returns their numbers of frames. The shorter is the longer's beginning and
+    fills the delay line; the longer is about the same work at every size."""
     beginning = max(row.delay for row in rows) + 4
     frames = round(60 * 1920 * 1080 / math.prod(map(int, size.split("x"))))
-    clip = Clip(folder, size, beginning, beginning + min(max(frames, 20), 220))
-    formats = dict.fromkeys(row.pixel_format for row in rows)
-    film(folder, source, size, clip.frames, [
+    lengths = beginning, beginning + min(max(frames, 20), 220)
+    film(folder, source, size, lengths[1], [
         ["-frames:v", str(frames), "-pix_fmt", pixel_format, "-strict", "-1",
-         "-f", "rawvideo" if pixel_format == BGR else "yuv4mpegpipe", f"file:{clip.path(pixel_format, frames)}"]
-        for pixel_format in formats for frames in (clip.beginning, clip.frames)])
-    return clip
+         "-f", "rawvideo" if pixel_format == BGR else "yuv4mpegpipe", f"file:{clip_file(folder, pixel_format, frames)}"]
+        for pixel_format in dict.fromkeys(row.pixel_format for row in rows) for frames in lengths])
+    return lengths
+
+
+def cost(row, folder, size, lengths):
+    """What a frame takes."""
+    short, whole = (run(row.commands, folder, size, clip_file(folder, row.pixel_format, frames), OMP_NUM_THREADS="1")
+                    for frames in lengths)
+    milliseconds = 1000 / (lengths[1] - lengths[0])
+    return Usage((whole.wall - short.wall) * milliseconds, (whole.cpu - short.cpu) * milliseconds, whole.peak)
 
 
 def measure_size(folder, source, size, rows, rounds):
-    with tempfile.TemporaryDirectory(dir=folder) as place:
-        clip = make_clip(Path(place), source, size, rows.values())
-        return measure(rows, clip, rounds)
+    """Name to what the stabilization alone takes a frame."""
+    idle = {(row.idle, row.pixel_format): Row("frames passed on", [row.idle], row.idle, row.pixel_format)
+            for row in rows.values()}
+    found = {name: [] for name in idle | rows}
+    with tempfile.TemporaryDirectory(dir=folder) as clips:
+        lengths = make_clips(Path(clips), source, size, rows.values())
+        for number in range(rounds):
+            for name, row in (idle | rows).items():
+                say(f"{size}, round {number + 1} of {rounds}: {row.title}")
+                # The own costs are the smallest, and all others are divided by them.
+                found[name] += [cost(row, Path(clips), size, lengths) for _ in range(3 if row.is_own else 1)]
+    results = {}
+    for name, row in rows.items():
+        whole, passing = median(found[name]), median(found[row.idle, row.pixel_format])
+        # Nothing shorter can be told from nothing.
+        results[name] = dataclasses.replace(whole, cpu=max(whole.cpu - len(row.commands) * passing.cpu, 0.001))
+    return results
 
 
 def measure_windows(rounds):
