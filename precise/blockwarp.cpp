@@ -1,10 +1,8 @@
 #include "precise/blockwarp.h"
 
-#include <array>
 #include <limits>
 
-#include "precise/sourceline.h"
-#include "precise/vectors.h"
+#include "precise/columns.h"
 
 // A picture that is turned by less than a degree reads its source nearly as it lies. In a row, the phase
 // across stays for dozens of columns; in a column, the phase down stays for dozens of rows. So blocks of rows
@@ -18,21 +16,13 @@ namespace precise {
 namespace {
 
 constexpr int kMaxBits = 14;
-constexpr std::int32_t kStep = 2 * kLanes;  // columns of a strip, and words of a vector
 constexpr std::int32_t kBlockColumns = 256;
-
-/// Positions are rounded to 1/256 sample.
-constexpr int kPhaseBits = 8, kPhaseShift = kPositionBits - kPhaseBits;
-constexpr std::int64_t kOnePhase = std::int64_t{1} << kPhaseShift;
 
 /// Added to widened samples beside -2^15. The weights of a first pass sum to 2^14, so this adds the half of
 /// 2^16 that rounds its means.
 constexpr int kRounding = 2;
 
-struct Position {
-  std::int64_t x, y;
-};
-
+/// Positions are rounded to 1/256 sample.
 Position RoundedAt(const SourceLine& line, std::int32_t column) {
   constexpr std::int64_t kHalf = kOnePhase / 2;
   return {line.startX + column * line.stepX + kHalf, line.startY + column * line.stepY + kHalf};
@@ -120,62 +110,6 @@ class WideBlock {
   std::int16_t m_samples[std::ptrdiff_t{kRows} * kPitch] = {};
 };
 
-/// For how many columns a position keeps its bits above the lowest.
-std::int64_t ColumnsUntilChange(std::int64_t position, std::int64_t step, int lowBits) {
-  const std::int64_t size = std::int64_t{1} << lowBits, rest = position & (size - 1);
-  if (step == 0) return std::numeric_limits<std::int64_t>::max();
-  return step > 0 ? (size - 1 - rest) / step + 1 : rest / -step + 1;
-}
-
-Ints PhasesOf(Words fractions) { return hn::BitCast(kInts, hn::ShiftRight<kPhaseShift>(fractions)); }
-
-/// A strip's columns are made in two vectors.
-template <class Vector>
-using Both = std::array<Vector, 2>;
-
-/// Columns that stand a sample apart: all of a piece have the same phase. Even ones make a vector, and odd
-/// ones.
-class UnitColumns {
- public:
-  static constexpr bool kKeepWeightsDown = true;
-
-  explicit UnitColumns(std::int64_t step) : m_drift(step - kOneSample) {}
-
-  static constexpr std::int32_t ColumnOf(std::int32_t vector, std::int32_t lane) { return 2 * lane + vector; }
-
-  /// For how many columns the phase stays.
-  std::int64_t Stay(std::int64_t x) const { return ColumnsUntilChange(x, m_drift, kPhaseShift); }
-
-  /// `x` is that of a column so far in the strip.
-  class Taps {
-   public:
-    Taps(const UnitColumns&, std::int64_t x, std::int32_t column)
-        : m_phase(static_cast<std::int32_t>(x >> kPhaseShift) & 255),
-          m_first((x >> kPositionBits) - column) {}
-
-    Both<Ints> Phases() const { return {hn::Set(kInts, m_phase), hn::Set(kInts, m_phase)}; }
-
-    template <std::int32_t kTap>
-    Shorts Pairs(const std::int16_t* row, std::int32_t vector) const {
-      return hn::LoadU(kShorts, row + m_first + vector + kTap);
-    }
-
-   private:
-    std::int32_t m_phase;
-    std::ptrdiff_t m_first;
-  };
-
-  /// The sums without their lowest bits, in the order of columns.
-  template <int kDropped>
-  static Shorts Join(const Both<Ints>& sums) {
-    return hn::OddEven(hn::BitCast(kShorts, hn::ShiftLeft<16 - kDropped>(sums[1])),
-                       hn::BitCast(kShorts, hn::ShiftRight<kDropped>(sums[0])));
-  }
-
- private:
-  std::int64_t m_drift;
-};
-
 /// Columns that stand less than a sample apart. Blocks of four change between the vectors, so that samples
 /// for a block are in sixteen bytes.
 class DenseColumns {
@@ -200,6 +134,10 @@ class DenseColumns {
 
   static constexpr std::int32_t ColumnOf(std::int32_t vector, std::int32_t lane) {
     return lane / 4 * 8 + 4 * vector + lane % 4;
+  }
+
+  static bool Suit(const SourceLine& line) {
+    return line.stepX >= 0 && line.stepX <= kOneSample && IsNearlyLevel(line);
   }
 
   std::int64_t Stay(std::int64_t) const { return std::numeric_limits<std::int64_t>::max(); }
@@ -252,59 +190,11 @@ class DenseColumns {
   Both<Words> m_blocks;
 };
 
-/// The high halves of both: those of `odd` above those of `even`.
-Shorts HighHalves(Ints even, Ints odd) {
-  return hn::OddEven(hn::BitCast(kShorts, odd),
-                     hn::BitCast(kShorts, hn::ShiftRight<16>(hn::BitCast(kWords, even))));
-}
-
-/// Makes samples by four taps across and four down.
-class Cubic {
+/// The bicubic warp's. Its weights sum to 2^14, so the 2^13 that is missing from the first pass's means is
+/// missing 2^14 times.
+class WideCubic : public Cubic<SharpWeights, 16> {
  public:
-  static constexpr std::int32_t kTaps = 4, kBefore = 1;
-
-  /// Weights of the first two taps, and of the last two.
-  struct Pairs {
-    Both<Shorts> near, far;
-  };
-  using Across = Pairs;
-  using Down = Pairs;
-
-  // Weights sum to 2^14, so the 2^13 that is missing from the first pass's means is missing 2^14 times.
-  explicit Cubic(int bits)
-      : m_drop(kMaxBits - bits), m_offset(Kept(kInts, (1 << (13 + kWeightBits)) + (1 << (27 - bits)))) {}
-
-  Across AcrossAt(const Both<Ints>& phases) const { return DownAt(phases); }
-  Down DownAt(const Both<Ints>& phases) const {
-    const Weights weights = m_weights.At(hn::ReorderDemote2To(kShorts, phases[0], phases[1]));
-    return {{hn::InterleaveLower(kShorts, weights.first, weights.second),
-             hn::InterleaveUpper(kShorts, weights.first, weights.second)},
-            {hn::InterleaveLower(kShorts, weights.third, weights.fourth),
-             hn::InterleaveUpper(kShorts, weights.third, weights.fourth)}};
-  }
-
-  /// `row` is the first of the rows to read.
-  template <class Columns>
-  Shorts Samples(const std::int16_t* row, const typename Columns::Taps& taps, const Across& across,
-                 const Down& down) const {
-    const auto sums = [&](std::int32_t vector) {
-      const auto i = static_cast<std::size_t>(vector);
-      const auto inRow = [&](std::ptrdiff_t number) {
-        const std::int16_t* const samples = row + number * WideBlock::kPitch - kBefore;
-        return hn::Add(SumsOfPairs(taps.template Pairs<0>(samples, vector), across.near[i]),
-                       SumsOfPairs(taps.template Pairs<2>(samples, vector), across.far[i]));
-      };
-      const Ints upper = SumsOfPairs(HighHalves(inRow(0), inRow(1)), down.near[i]);
-      const Ints lower = SumsOfPairs(HighHalves(inRow(2), inRow(3)), down.far[i]);
-      return hn::Add(hn::Add(upper, m_offset), lower);
-    };
-    return hn::ShiftRightSame(Columns::template Join<kWeightBits>({sums(0), sums(1)}), m_drop);
-  }
-
- private:
-  SharpWeights m_weights;
-  int m_drop;
-  Ints m_offset;
+  explicit WideCubic(int bits) : Cubic(kMaxBits - bits, (1 << (13 + kWeightBits)) + (1 << (27 - bits))) {}
 };
 
 /// Makes samples by two taps across and two down.
@@ -328,12 +218,12 @@ class Linear {
   Down DownAt(const Both<Ints>& phases) const { return phases; }
 
   template <class Columns>
-  Shorts Samples(const std::int16_t* row, const typename Columns::Taps& taps, const Across& across,
-                 const Down& down) const {
+  Shorts Samples(const std::int16_t* row, std::ptrdiff_t pitch, const typename Columns::Taps& taps,
+                 const Across& across, const Down& down) const {
     const auto sums = [&](std::int32_t vector) {
       const auto i = static_cast<std::size_t>(vector);
       const Ints upper = SumsOfPairs(taps.template Pairs<0>(row, vector), across[i]);
-      const Ints lower = SumsOfPairs(taps.template Pairs<0>(row + WideBlock::kPitch, vector), across[i]);
+      const Ints lower = SumsOfPairs(taps.template Pairs<0>(row + pitch, vector), across[i]);
       return hn::Add(hn::Add(hn::ShiftLeft<kPhaseBits>(upper), m_offset),
                      hn::Mul(hn::Sub(lower, upper), down[i]));
     };
@@ -354,14 +244,8 @@ class Strips {
       : m_columns(line.stepX),
         m_stepY(line.stepY),
         m_sampler(plane.bits),
-        m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(plane.bits)))) {
-    for (std::int32_t vector = 0; vector < 2; ++vector) {
-      HWY_ALIGN std::uint32_t lows[kLanes];
-      for (std::int32_t lane = 0; lane < kLanes; ++lane)
-        lows[lane] = static_cast<std::uint32_t>(Columns::ColumnOf(vector, lane) * m_stepY);
-      m_fractions[static_cast<std::size_t>(vector)] = hn::Load(kWords, lows);
-    }
-  }
+        m_fractions(FractionsOf<Columns>(line.stepY)),
+        m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(plane.bits)))) {}
 
   /// Begins with another block's first column.
   void Begin(std::int32_t column) {
@@ -397,7 +281,8 @@ class Strips {
       const std::int32_t passed = piece.begin - column;
       const typename Columns::Taps taps(m_columns, begin.x, passed);
       const auto y = static_cast<std::uint32_t>(begin.y - passed * m_stepY);
-      Store(m_sampler.template Samples<Columns>(samples, taps, m_sampler.AcrossAt(taps.Phases()),
+      Store(m_sampler.template Samples<Columns>(samples, WideBlock::kPitch, taps,
+                                                m_sampler.AcrossAt(taps.Phases()),
                                                 WeightsDown(column / kStep, y)),
             row, column, piece);
     }
@@ -451,8 +336,8 @@ class Strips {
   Columns m_columns;
   std::int64_t m_stepY;
   Sampler m_sampler;
+  Both<Words> m_fractions;
   Shorts m_largest;
-  Both<Words> m_fractions;  ///< of a strip's columns, less that of the first one
   std::int32_t m_column = 0;
   KeptWeights m_kept[kBlockColumns / kStep];
 };
@@ -501,13 +386,10 @@ bool WarpBlocks(const SourcePlane& plane, const WarpedRow* rows, std::int32_t co
 
 template <class Sampler>
 bool Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  // Most pieces are two strips long or more.
-  constexpr std::int64_t kMaxDrift = kOnePhase / (2 * kStep), kMaxStepY = kOneSample / (2 * kStep);
-  const std::int64_t stepX = rows->line.stepX, stepY = rows->line.stepY;
-  if (plane.bits > kMaxBits || stepY < -kMaxStepY || stepY > kMaxStepY) return false;
-  if (stepX >= kOneSample - kMaxDrift && stepX <= kOneSample + kMaxDrift)
-    return WarpBlocks<Sampler, UnitColumns>(plane, rows, count);
-  return stepX >= 0 && stepX <= kOneSample && WarpBlocks<Sampler, DenseColumns>(plane, rows, count);
+  const SourceLine& line = rows->line;
+  if (plane.bits > kMaxBits) return false;
+  if (UnitColumns::Suit(line)) return WarpBlocks<Sampler, UnitColumns>(plane, rows, count);
+  return DenseColumns::Suit(line) && WarpBlocks<Sampler, DenseColumns>(plane, rows, count);
 }
 
 }  // namespace
@@ -517,7 +399,7 @@ bool WarpBlocksBilinear(const SourcePlane& plane, const WarpedRow* rows, std::in
 }
 
 bool WarpBlocksBicubic(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  return Warp<Cubic>(plane, rows, count);
+  return Warp<WideCubic>(plane, rows, count);
 }
 
 }  // namespace precise

@@ -1,9 +1,9 @@
 #include <limits>
 
 #include "precise/blockwarp.h"
+#include "precise/columns.h"
 #include "precise/loops.h"
 #include "precise/loops_rows.h"
-#include "precise/vectors.h"
 
 // What is left over at a row's end is done once more together with its neighbours, by a last step that ends
 // with the run. Runs shorter than a step are left to the scalar loops.
@@ -79,40 +79,6 @@ class Phases {
 
  private:
   Shorts m_flip = Kept(kShorts, 0x80);
-};
-
-/// The cubic B-spline's weights (1 - t)³ / 6, (1 + 3·t·(1 + t) - 3·t³) / 6 and t³ / 6. Three times each is
-/// made in 1/8192 with 3/2 added, so that a third of it, rounded down, is the weight in 1/16384 rounded to
-/// the nearest.
-class SplineWeights {
- public:
-  Weights At(Shorts phases) const {
-    const HalfWords t = hn::BitCast(kHalfWords, phases);
-    const HalfWords square = hn::Mul(t, t), t64 = hn::ShiftLeft<6>(t),
-                    t96 = hn::Add(t64, hn::ShiftLeft<5>(t));
-    const Shorts first = Third(hn::Add(hn::Sub(m_8192, t96), Cubic(square, hn::Sub(m_768, t64))));
-    const Shorts third =
-        Third(hn::Add(hn::Add(m_8192, t96), Cubic(square, hn::Sub(m_768, hn::Add(t96, t96)))));
-    const Shorts fourth = Third(Cubic(square, t64));
-    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
-  }
-
- private:
-  using HalfWords = hn::Vec<decltype(kHalfWords)>;
-
-  /// square · factor / 2^17 + 3/2, rounded down.
-  HalfWords Cubic(HalfWords square, HalfWords factor) const {
-    return hn::ShiftRight<1>(hn::Add(hn::MulHigh(square, factor), m_3));
-  }
-
-  Shorts Third(HalfWords triple) const {
-    return hn::BitCast(kShorts, hn::ShiftRight<1>(hn::MulHigh(triple, m_twoThirds)));
-  }
-
-  HalfWords m_3 = Kept(kHalfWords, 3), m_8192 = Kept(kHalfWords, 8192);
-  HalfWords m_768 = Kept(kHalfWords, 64 * 768);     // three times 256, as factors count 64
-  HalfWords m_twoThirds = Kept(kHalfWords, 43691);  // of 2^16
-  Shorts m_whole = Kept(kShorts, 1 << kWeightBits);
 };
 
 /// Sixteen bytes of a source row for each block of lanes, or for all of them, and which of these the lanes
@@ -316,33 +282,124 @@ class LongCubic {
   Ints m_firstHalf, m_secondHalf;
 };
 
-void ResidualRowInSteps(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line,
-                        ColumnRun run, const std::int16_t* reference, const Exposure& exposure,
-                        std::int16_t* out) {
-  constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
+/// What a residual row is compared with.
+class Expected {
+ public:
+  Expected(const std::int16_t* reference, const Exposure& exposure)
+      : m_reference(reference),
+        m_gain(Kept(kInts, exposure.gain)),
+        m_offset(Kept(kInts, exposure.offset + (1 << (kExposureBits - 1)))) {}
+
+  Ints WordsAt(std::int32_t column) const {
+    constexpr hn::Rebind<std::int16_t, decltype(kInts)> kSamples;
+    return Exposed(hn::PromoteTo(kInts, hn::LoadU(kSamples, m_reference + column)));
+  }
+
+  Shorts HalfWordsAt(std::int32_t column) const {
+    const Ints pairs = hn::BitCast(kInts, hn::LoadU(kShorts, m_reference + column));
+    return Halves<0>(Exposed(hn::ShiftRight<16>(hn::ShiftLeft<16>(pairs))),
+                     Exposed(hn::ShiftRight<16>(pairs)));
+  }
+
+ private:
+  Ints Exposed(Ints samples) const {
+    return hn::ShiftRight<kExposureBits>(hn::Add(hn::Mul(samples, m_gain), m_offset));
+  }
+
+  const std::int16_t* m_reference;
+  Ints m_gain, m_offset;
+};
+
+/// A plane of brightness that is sampled along a line.
+struct Sampled {
+  const std::int16_t* plane;
+  std::ptrdiff_t pitch;
+  const SourceLine& line;
+};
+
+/// Residuals along any line that windows hold.
+void SlopedResiduals(const Sampled& source, ColumnRun run, const Expected& expected, std::int16_t* out,
+                     const auto& asDefined) {
   constexpr int kSize = sizeof(std::int16_t);
-  const auto width = static_cast<std::int32_t>(pitch);
-  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, width, 4))
-    return kScalarLoops.residualRow(plane, pitch, line, run, reference, exposure, out);
-  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(plane);
+  const SourceLine& line = source.line;
+  const auto width = static_cast<std::int32_t>(source.pitch);
+  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, width, 4)) return asDefined(run);
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(source.plane);
   const Axis xs(line.startX, line.stepX), ys(line.startY, line.stepY);
   const Windows<kSize> windows(xs, width, 1);
   const Phases phases;
   const SplineWeights weights;
   const ShortCubic cubic(kFirstPassBits, kSecondPassBits);
-  const Ints gain = Kept(kInts, exposure.gain),
-             offset = Kept(kInts, exposure.offset + (1 << (kExposureBits - 1)));
   InSteps(run, [&](std::int32_t column) {
+    constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
     const Spots x = xs.At(column), y = ys.At(column);
-    const SourceRows rows(bytes, pitch * kSize, ys, y, column, 1);
-    if (rows.AreTooMany())
-      return kScalarLoops.residualRow(plane, pitch, line, {column, column + kLanes}, reference, exposure,
-                                      out);
+    const SourceRows rows(bytes, source.pitch * kSize, ys, y, column, 1);
+    if (rows.AreTooMany()) return asDefined({column, column + kLanes});
     const Ints samples = cubic.Mean(windows.At(x, column), rows, weights.At(phases.Of(x, y)));
-    const Ints unexposed = hn::PromoteTo(kInts, hn::LoadU(kOutputs, reference + column));
-    const Ints expected = hn::ShiftRight<kExposureBits>(hn::Add(hn::Mul(unexposed, gain), offset));
-    hn::StoreU(hn::DemoteTo(kOutputs, hn::Sub(samples, expected)), kOutputs, out + column);
+    hn::StoreU(hn::DemoteTo(kOutputs, hn::Sub(samples, expected.WordsAt(column))), kOutputs, out + column);
   });
+}
+
+/// Residuals of a piece of at least a step.
+class LevelResiduals {
+ public:
+  explicit LevelResiduals(const Sampled& source)
+      : m_source(source),
+        m_columns(source.line.stepX),
+        m_fractions(FractionsOf<UnitColumns>(source.line.stepY)) {}
+
+  /// Where the piece that begins at the column ends.
+  std::int32_t End(ColumnRun run) const {
+    const SourceLine& line = m_source.line;
+    const std::int64_t ofX = m_columns.Stay(line.startX + run.begin * line.stepX);
+    const std::int64_t ofY =
+        ColumnsUntilChange(line.startY + run.begin * line.stepY, line.stepY, kPositionBits);
+    const std::int64_t stay = ofX < ofY ? ofX : ofY;
+    return stay < run.end - run.begin ? run.begin + static_cast<std::int32_t>(stay) : run.end;
+  }
+
+  void Make(ColumnRun piece, const Expected& expected, std::int16_t* out) const {
+    const SourceLine& line = m_source.line;
+    const std::int64_t x = line.startX + piece.begin * line.stepX, y = line.startY + piece.begin * line.stepY;
+    const std::int16_t* const row = m_source.plane + ((y >> kPositionBits) - 1) * m_source.pitch;
+    const UnitColumns::Taps first(m_columns, x, 0);
+    const auto across = m_cubic.AcrossAt(first.Phases());
+    for (std::int32_t column = piece.begin; column < piece.end; column += kStep) {
+      if (column + kStep > piece.end) column = piece.end - kStep;
+      const UnitColumns::Taps taps(m_columns, x, piece.begin - column);
+      const Words start = hn::Set(kWords, static_cast<std::uint32_t>(line.startY + column * line.stepY));
+      const auto down = m_cubic.DownAt(
+          {PhasesOf(hn::Add(start, m_fractions[0])), PhasesOf(hn::Add(start, m_fractions[1]))});
+      const Shorts samples = m_cubic.Samples<UnitColumns>(row, m_source.pitch, taps, across, down);
+      hn::StoreU(hn::Sub(samples, expected.HalfWordsAt(column)), kShorts, out + column);
+    }
+  }
+
+ private:
+  const Sampled& m_source;
+  UnitColumns m_columns;
+  Both<Words> m_fractions;
+  Cubic<SplineWeights, kFirstPassBits> m_cubic{kSecondPassBits - kWeightBits, kHalfOfSecondPass};
+};
+
+void ResidualRowInSteps(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line,
+                        ColumnRun run, const std::int16_t* reference, const Exposure& exposure,
+                        std::int16_t* out) {
+  const Sampled source = {plane, pitch, line};
+  const Expected expected(reference, exposure);
+  const auto asDefined = [&](ColumnRun part) {
+    kScalarLoops.residualRow(plane, pitch, line, part, reference, exposure, out);
+  };
+  if (!UnitColumns::Suit(line)) return SlopedResiduals(source, run, expected, out, asDefined);
+  const LevelResiduals level(source);
+  while (run.begin < run.end) {
+    const ColumnRun piece = {run.begin, level.End(run)};
+    if (piece.end - piece.begin >= kStep)
+      level.Make(piece, expected, out);
+    else
+      SlopedResiduals(source, piece, expected, out, asDefined);
+    run.begin = piece.end;
+  }
 }
 
 template <int kSize>

@@ -78,5 +78,39 @@ class SharpWeights {
          m_whole = Kept(kShorts, 1 << kWeightBits);
 };
 
+/// The cubic B-spline's weights (1 - t)³ / 6, (1 + 3·t·(1 + t) - 3·t³) / 6 and t³ / 6. Three times each is
+/// made in 1/8192 with 3/2 added, so that a third of it, rounded down, is the weight in 1/16384 rounded to
+/// the nearest.
+class SplineWeights {
+ public:
+  Weights At(Shorts phases) const {
+    const HalfWords t = hn::BitCast(kHalfWords, phases);
+    const HalfWords square = hn::Mul(t, t), t64 = hn::ShiftLeft<6>(t),
+                    t96 = hn::Add(t64, hn::ShiftLeft<5>(t));
+    const Shorts first = Third(hn::Add(hn::Sub(m_8192, t96), Cubic(square, hn::Sub(m_768, t64))));
+    const Shorts third =
+        Third(hn::Add(hn::Add(m_8192, t96), Cubic(square, hn::Sub(m_768, hn::Add(t96, t96)))));
+    const Shorts fourth = Third(Cubic(square, t64));
+    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
+  }
+
+ private:
+  using HalfWords = hn::Vec<decltype(kHalfWords)>;
+
+  /// square · factor / 2^17 + 3/2, rounded down.
+  HalfWords Cubic(HalfWords square, HalfWords factor) const {
+    return hn::ShiftRight<1>(hn::Add(hn::MulHigh(square, factor), m_3));
+  }
+
+  Shorts Third(HalfWords triple) const {
+    return hn::BitCast(kShorts, hn::ShiftRight<1>(hn::MulHigh(triple, m_twoThirds)));
+  }
+
+  HalfWords m_3 = Kept(kHalfWords, 3), m_8192 = Kept(kHalfWords, 8192);
+  HalfWords m_768 = Kept(kHalfWords, 64 * 768);     // three times 256, as factors count 64
+  HalfWords m_twoThirds = Kept(kHalfWords, 43691);  // of 2^16
+  Shorts m_whole = Kept(kShorts, 1 << kWeightBits);
+};
+
 }  // namespace
 }  // namespace precise
