@@ -22,11 +22,52 @@ Shorts OddPairs(Shorts even, Shorts odd) {
 /// Positions are rounded to 1/256.
 constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
 
-/// `work(column)` for steps that cover the run.
-template <class Work>
+/// `work(column)` for steps of so many columns that cover the run.
+template <std::int32_t kColumns = kLanes, class Work>
 void InSteps(ColumnRun run, Work work) {
-  for (std::int32_t column = run.begin; column < run.end; column += kLanes)
-    work(column + kLanes <= run.end ? column : run.end - kLanes);
+  for (std::int32_t column = run.begin; column < run.end; column += kColumns)
+    work(column + kColumns <= run.end ? column : run.end - kColumns);
+}
+
+/// Makes the B-spline's mean of three neighbours at samples.
+class SplineMean {
+ public:
+  /// Of vectors of 16-bit words; drops bits, after `offset` was added.
+  template <int kDropped>
+  Shorts Of(Shorts before, Shorts middle, Shorts after, Ints offset) const {
+    const Shorts sides = hn::Add(before, after);
+    const auto mean = [&](Shorts pairs) {
+      return hn::ShiftRight<kDropped>(hn::Add(SumsOfPairs(pairs, m_weights), offset));
+    };
+    return hn::ReorderDemote2To(kShorts, mean(hn::InterleaveLower(kShorts, sides, middle)),
+                                mean(hn::InterleaveUpper(kShorts, sides, middle)));
+  }
+
+ private:
+  Shorts m_weights = hn::BitCast(kShorts, Kept(kInts, kSplineMiddle << 16 | kSplineSide));
+};
+
+// Means of the first pass are less by 2^13, or two of them would not fit.
+void SmoothRowInSteps(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
+  if (count < kStep + 2) return SmoothRow(rows, out, count);
+  std::int16_t ends[2];
+  SmoothRow(rows, ends, 2);
+  out[0] = ends[0];
+  const std::int32_t beforeLast = count - 2;
+  SmoothRow({rows[0] + beforeLast, rows[1] + beforeLast, rows[2] + beforeLast}, ends, 2);
+  out[count - 1] = ends[1];
+  const SplineMean mean;
+  const Ints across = Kept(kInts, kHalfOfFirstPass - (1 << (13 + kFirstPassBits)));
+  const Ints down = Kept(kInts, kHalfOfSecondPass + (1 << (13 + kWeightBits)));
+  InSteps<kStep>({1, count - 1}, [&](std::int32_t column) {
+    const auto inRow = [&](const std::int16_t* row) {
+      row += column;
+      return mean.Of<kFirstPassBits>(hn::LoadU(kShorts, row - 1), hn::LoadU(kShorts, row),
+                                     hn::LoadU(kShorts, row + 1), across);
+    };
+    const Shorts smooth = mean.Of<kSecondPassBits>(inRow(rows[0]), inRow(rows[1]), inRow(rows[2]), down);
+    hn::StoreU(smooth, kShorts, out + column);
+  });
 }
 
 /// Where a step's lanes stand on one axis.
@@ -584,7 +625,7 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
 
 constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
                                       AverageBlocks,
-                                      SmoothRow,
+                                      SmoothRowInSteps,
                                       HalveRow,
                                       ResidualRowInSteps,
                                       CountBelow,
