@@ -114,7 +114,7 @@ class WideBlock {
 /// for a block are in sixteen bytes.
 class DenseColumns {
  public:
-  static constexpr bool kKeepWeightsDown = false;
+  static constexpr bool kHaveOnePhase = false;
 
   explicit DenseColumns(std::int64_t step) : m_step(step) {
     HWY_ALIGN std::uint32_t lows[kLanes], pairs[kLanes];
@@ -209,10 +209,12 @@ class Linear {
   explicit Linear(int bits)
       : m_drop(16 - bits), m_offset(Kept(kInts, (1 << (31 - bits)) - (kRounding << 16))) {}
 
-  Across AcrossAt(const Both<Ints>& phases) const {
+  template <class Columns>
+  Across AcrossAt(const typename Columns::Taps& taps) const {
     const auto pairs = [&](Ints second) {
       return hn::BitCast(kShorts, hn::Or(hn::ShiftLeft<16>(second), hn::Sub(m_one, second)));
     };
+    const Both<Ints> phases = taps.Phases();
     return {pairs(phases[0]), pairs(phases[1])};
   }
   Down DownAt(const Both<Ints>& phases) const { return phases; }
@@ -282,7 +284,7 @@ class Strips {
       const typename Columns::Taps taps(m_columns, begin.x, passed);
       const auto y = static_cast<std::uint32_t>(begin.y - passed * m_stepY);
       Store(m_sampler.template Samples<Columns>(samples, WideBlock::kPitch, taps,
-                                                m_sampler.AcrossAt(taps.Phases()),
+                                                m_sampler.template AcrossAt<Columns>(taps),
                                                 WeightsDown(column / kStep, y)),
             row, column, piece);
     }
@@ -293,7 +295,8 @@ class Strips {
     const Both<Words> fractions = {hn::Add(hn::Set(kWords, y), m_fractions[0]),
                                    hn::Add(hn::Set(kWords, y), m_fractions[1])};
     const auto make = [&] { return m_sampler.DownAt({PhasesOf(fractions[0]), PhasesOf(fractions[1])}); };
-    if constexpr (!Columns::kKeepWeightsDown) return make();
+    // Rows of a magnified picture have other phases each.
+    if constexpr (!Columns::kHaveOnePhase) return make();
     KeptWeights& kept = m_kept[strip];
     if (y - kept.first >= kept.size) {
       const Words rest = hn::Set(kWords, static_cast<std::uint32_t>(kOnePhase - 1));

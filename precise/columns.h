@@ -63,7 +63,7 @@ Shorts Halves(Ints even, Ints odd) {
 /// ones.
 class UnitColumns {
  public:
-  static constexpr bool kKeepWeightsDown = true;
+  static constexpr bool kHaveOnePhase = true;
 
   explicit UnitColumns(std::int64_t step) : m_drift(step - kOneSample) {}
 
@@ -124,7 +124,16 @@ class Cubic {
 
   Cubic(int drop, std::int32_t offset) : m_drop(drop), m_offset(Kept(kInts, offset)) {}
 
-  Across AcrossAt(const Both<Ints>& phases) const { return DownAt(phases); }
+  template <class Columns>
+  Across AcrossAt(const typename Columns::Taps& taps) const {
+    const Both<Ints> phases = taps.Phases();
+    Across pairs = DownAt(phases);
+    // Compilers do not see that these are the same.
+    if constexpr (Columns::kHaveOnePhase)
+      pairs = {{pairs.near[0], pairs.near[0]}, {pairs.far[0], pairs.far[0]}};
+    return pairs;
+  }
+
   Down DownAt(const Both<Ints>& phases) const {
     const Weights weights = m_weights.At(hn::ReorderDemote2To(kShorts, phases[0], phases[1]));
     return {{hn::InterleaveLower(kShorts, weights.first, weights.second),

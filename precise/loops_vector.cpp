@@ -29,6 +29,39 @@ void InSteps(ColumnRun run, Work work) {
     work(column + kColumns <= run.end ? column : run.end - kColumns);
 }
 
+/// Sums of pairs of bytes over so many rows.
+hn::Vec<decltype(kHalfWords)> SumPairsOfBytes(const std::uint8_t* samples, std::ptrdiff_t strideBytes,
+                                              std::int32_t rows) {
+  auto even = hn::Zero(kHalfWords), odd = even;
+  for (std::int32_t row = 0; row < rows; ++row, samples += strideBytes) {
+    const auto both = hn::BitCast(kHalfWords, hn::LoadU(kBytes, samples));
+    even = hn::Add(even, hn::And(both, hn::Set(kHalfWords, 0xFF)));
+    odd = hn::Add(odd, hn::ShiftRight<8>(both));
+  }
+  return hn::Add(even, odd);
+}
+
+// Most pictures are averaged by blocks of 2 × 2 or 4 × 4 bytes.
+void AverageBlocksInSteps(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
+                          std::int16_t* out, std::int32_t count) {
+  if (bits == 8 && blockShift == 1 && count >= kStep) {
+    InSteps<kStep>({0, count}, [&](std::int32_t block) {
+      const auto sums = SumPairsOfBytes(samples + 2 * block, strideBytes, 2);
+      hn::StoreU(hn::BitCast(kShorts, sums), kShorts, out + block);
+    });
+  } else if (bits == 8 && blockShift == 2 && count >= kLanes) {
+    InSteps({0, count}, [&](std::int32_t block) {
+      const auto pairs = hn::BitCast(kInts, SumPairsOfBytes(samples + 4 * block, strideBytes, 4));
+      const Ints sums = hn::Add(hn::And(pairs, hn::Set(kInts, 0xFFFF)), hn::ShiftRight<16>(pairs));
+      constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
+      const Ints means = hn::ShiftRight<2>(hn::Add(sums, hn::Set(kInts, 2)));
+      hn::StoreU(hn::DemoteTo(kOutputs, means), kOutputs, out + block);
+    });
+  } else {
+    AverageBlocks(samples, strideBytes, bits, blockShift, out, count);
+  }
+}
+
 /// Makes the B-spline's mean of three neighbours at samples.
 class SplineMean {
  public:
@@ -404,7 +437,7 @@ class LevelResiduals {
     const std::int64_t x = line.startX + piece.begin * line.stepX, y = line.startY + piece.begin * line.stepY;
     const std::int16_t* const row = m_source.plane + ((y >> kPositionBits) - 1) * m_source.pitch;
     const UnitColumns::Taps first(m_columns, x, 0);
-    const auto across = m_cubic.AcrossAt(first.Phases());
+    const auto across = m_cubic.AcrossAt<UnitColumns>(first);
     for (std::int32_t column = piece.begin; column < piece.end; column += kStep) {
       if (column + kStep > piece.end) column = piece.end - kStep;
       const UnitColumns::Taps taps(m_columns, x, piece.begin - column);
@@ -624,7 +657,7 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
 }  // namespace
 
 constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
-                                      AverageBlocks,
+                                      AverageBlocksInSteps,
                                       SmoothRowInSteps,
                                       HalveRow,
                                       ResidualRowInSteps,

@@ -131,6 +131,17 @@ TEST_F(LoopTwins, ReduceRowsOfAnyLength) {
   }
 }
 
+TEST(AverageBlocks, HoldTheLargestSums) {
+  const std::vector<std::uint8_t> white(2 * 128 * 128, 0xFF);
+  for (const Loops* const loops : Tables())
+    for (const int bits : {8, 16})
+      for (int shift = 0; shift <= 7; ++shift) {
+        std::int16_t mean = 0;
+        loops->averageBlocks(white.data(), 128 * (bits / 8), bits, shift, &mean, 1);
+        EXPECT_EQ(mean, bits == 8 ? 1020 : 1024) << loops->name << ' ' << bits << ' ' << shift;
+      }
+}
+
 TEST_F(LoopTwins, SumRowsOfAnyLength) {
   SKIP_WITHOUT_TWINS();
   for (std::int32_t count = 1; count <= 1100; count += count < 80 ? 1 : 113) {
