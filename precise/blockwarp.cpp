@@ -46,7 +46,7 @@ struct Extent {
   }
 };
 
-/// A part of a source plane, which beyond the plane's edges goes on. A sample v of n bits is kept as
+/// A part of source planes, which beyond their edges goes on. A sample v of n bits is kept as
 /// v·2^(16 - n) - 2^15 + kRounding.
 class WideBlock {
  public:
@@ -54,25 +54,23 @@ class WideBlock {
   static constexpr std::int32_t kPitch = kBlockColumns + 16 + 2 * kStep, kRows = kMaxWarpedRows + 16;
 
   /// False where the extent is too large, or too much of it lies off the plane.
-  bool Load(const SourcePlane& plane, const Extent& extent) {
+  bool Load(const AlikePlanes& planes, const Extent& extent) {
     m_left = extent.left;
     m_top = extent.top;
-    const std::int64_t begin = extent.left > 0 ? extent.left : 0;
-    const std::int64_t end = extent.right < plane.width ? extent.right + 1 : plane.width;
-    if (end - begin < kStep || extent.right - extent.left >= kPitch - 2 * kStep ||
-        extent.bottom - extent.top >= kRows)
+    const std::int64_t begin = extent.left > 0 ? extent.left : 0, width = planes[0].width;
+    const std::int64_t end = extent.right < width ? extent.right + 1 : width;
+    const std::int64_t behind = extent.right + 1;
+    if (end - begin < kStep || begin - extent.left > kStep || behind - end > kStep ||
+        behind - extent.left > kPitch - 2 * kStep || extent.bottom - extent.top >= kRows)
       return false;
-    for (std::int64_t y = extent.top; y <= extent.bottom; ++y) {
-      const std::int64_t row = y < 0 ? 0 : y < plane.height ? y : plane.height - 1;
-      const std::uint8_t* const from = plane.samples + row * plane.strideBytes;
-      std::int16_t* const to = m_samples + (y - m_top) * kPitch + kStep - m_left;
-      if (plane.bits == 8)
-        LoadRow<1>(from, plane.bits, begin, end, to);
-      else
-        LoadRow<2>(from, plane.bits, begin, end, to);
-      for (std::int64_t x = extent.left; x < begin; ++x) to[x] = to[begin];
-      for (std::int64_t x = end; x <= extent.right; ++x) to[x] = to[end - 1];
-    }
+    for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
+      for (std::int64_t y = extent.top; y <= extent.bottom; ++y) {
+        std::int16_t* const to = m_samples[i] + (y - m_top) * kPitch + kStep - m_left;
+        LoadRow(planes[i], y, begin, end, to);
+        const Shorts first = hn::Set(kShorts, to[begin]), last = hn::Set(kShorts, to[end - 1]);
+        for (const std::int64_t x : {begin - kStep, extent.left - kStep}) hn::StoreU(first, kShorts, to + x);
+        for (const std::int64_t x : {end, behind}) hn::StoreU(last, kShorts, to + x);
+      }
     return true;
   }
 
@@ -81,14 +79,26 @@ class WideBlock {
     return {position.x - (m_left << kPositionBits), position.y - (m_top << kPositionBits)};
   }
 
-  /// Samples of a row from column 0 on.
-  const std::int16_t* Row(std::int64_t row) const { return m_samples + row * kPitch + kStep; }
+  /// Samples of a plane's row from column 0 on.
+  const std::int16_t* Row(std::size_t plane, std::int64_t row) const {
+    return m_samples[plane] + row * kPitch + kStep;
+  }
 
  private:
   /// Loads samples begin … end - 1, at least a vector.
-  template <int kSize>
-  static void LoadRow(const std::uint8_t* from, int bits, std::int64_t begin, std::int64_t end,
+  static void LoadRow(const SourcePlane& plane, std::int64_t y, std::int64_t begin, std::int64_t end,
                       std::int16_t* to) {
+    const std::int64_t row = y < 0 ? 0 : y < plane.height ? y : plane.height - 1;
+    const std::uint8_t* const from = plane.samples + row * plane.strideBytes;
+    if (plane.bits == 8)
+      LoadSamples<1>(from, plane.bits, begin, end, to);
+    else
+      LoadSamples<2>(from, plane.bits, begin, end, to);
+  }
+
+  template <int kSize>
+  static void LoadSamples(const std::uint8_t* from, int bits, std::int64_t begin, std::int64_t end,
+                          std::int16_t* to) {
     const auto offset = hn::Set(kHalfWords, 0x8000 + kRounding);
     const auto largest = hn::Set(kHalfWords, static_cast<std::uint16_t>(LargestSample(bits)));
     const auto load = [&](std::int64_t i) {
@@ -107,7 +117,7 @@ class WideBlock {
   }
 
   std::int64_t m_left = 0, m_top = 0;
-  std::int16_t m_samples[std::ptrdiff_t{kRows} * kPitch] = {};
+  std::int16_t m_samples[kMaxAlikePlanes][std::ptrdiff_t{kRows} * kPitch];
 };
 
 /// Columns that stand less than a sample apart. Blocks of four change between the vectors, so that samples
@@ -242,12 +252,13 @@ class Linear {
 template <class Sampler, class Columns, int kSize>
 class Strips {
  public:
-  Strips(const SourcePlane& plane, const SourceLine& line)
+  Strips(const AlikePlanes& planes, const SourceLine& line)
       : m_columns(line.stepX),
         m_stepY(line.stepY),
-        m_sampler(plane.bits),
+        m_sampler(planes[0].bits),
         m_fractions(FractionsOf<Columns>(line.stepY)),
-        m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(plane.bits)))) {}
+        m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
+        m_planes(planes[1].samples == nullptr ? 1 : 2) {}
 
   /// Begins with another block's first column.
   void Begin(std::int32_t column) {
@@ -264,7 +275,11 @@ class Strips {
       for (const std::int64_t stay : {m_columns.Stay(at.x), ColumnsUntilChange(at.y, m_stepY, kPositionBits)})
         count = stay < count ? stay : count;
       const std::int32_t end = begin + static_cast<std::int32_t>(count);
-      WarpPiece(block, row, at, {begin - m_column, end - m_column});
+      const ColumnRun piece = {begin - m_column, end - m_column};
+      if (m_planes == 1)
+        WarpPiece<1>(block, row, at, piece);
+      else
+        WarpPiece<2>(block, row, at, piece);
       begin = end;
     }
   }
@@ -277,27 +292,32 @@ class Strips {
   };
 
   /// The piece's columns count from the block's first.
+  template <std::size_t kPlanes>
   void WarpPiece(const WideBlock& block, const WarpedRow& row, const Position& begin, ColumnRun piece) {
-    const std::int16_t* const samples = block.Row((begin.y >> kPositionBits) - Sampler::kBefore);
+    const std::int64_t top = (begin.y >> kPositionBits) - Sampler::kBefore;
     for (std::int32_t column = piece.begin / kStep * kStep; column < piece.end; column += kStep) {
       const std::int32_t passed = piece.begin - column;
       const typename Columns::Taps taps(m_columns, begin.x, passed);
       const auto y = static_cast<std::uint32_t>(begin.y - passed * m_stepY);
-      Store(m_sampler.template Samples<Columns>(samples, WideBlock::kPitch, taps,
-                                                m_sampler.template AcrossAt<Columns>(taps),
-                                                WeightsDown(column / kStep, y)),
-            row, column, piece);
+      const auto across = m_sampler.template AcrossAt<Columns>(taps);
+      const typename Sampler::Down& down = WeightsDown(column / kStep, y);
+      for (std::size_t plane = 0; plane < kPlanes; ++plane)
+        Store(
+            m_sampler.template Samples<Columns>(block.Row(plane, top), WideBlock::kPitch, taps, across, down),
+            row, plane, column, piece);
     }
   }
 
   /// The weights down of a strip whose first column is at `y`.
-  typename Sampler::Down WeightsDown(std::int32_t strip, std::uint32_t y) {
+  const typename Sampler::Down& WeightsDown(std::int32_t strip, std::uint32_t y) {
+    KeptWeights& kept = m_kept[strip];
     const Both<Words> fractions = {hn::Add(hn::Set(kWords, y), m_fractions[0]),
                                    hn::Add(hn::Set(kWords, y), m_fractions[1])};
     const auto make = [&] { return m_sampler.DownAt({PhasesOf(fractions[0]), PhasesOf(fractions[1])}); };
-    // Rows of a magnified picture have other phases each.
-    if constexpr (!Columns::kHaveOnePhase) return make();
-    KeptWeights& kept = m_kept[strip];
+    if constexpr (!Columns::kHaveOnePhase) {
+      kept.down = make();  // rows of a magnified picture have other phases each
+      return kept.down;
+    }
     if (y - kept.first >= kept.size) {
       const Words rest = hn::Set(kWords, static_cast<std::uint32_t>(kOnePhase - 1));
       const Both<Words> rests = {hn::And(fractions[0], rest), hn::And(fractions[1], rest)};
@@ -310,8 +330,9 @@ class Strips {
 
   /// Writes a strip's samples from the piece's begin on. What is written behind the piece, the next one
   /// writes anew.
-  void Store(Shorts samples, const WarpedRow& row, std::int32_t column, ColumnRun piece) const {
-    std::uint8_t* const out = row.out + std::ptrdiff_t{m_column + column} * kSize;
+  void Store(Shorts samples, const WarpedRow& row, std::size_t plane, std::int32_t column,
+             ColumnRun piece) const {
+    std::uint8_t* const out = row.out[plane] + std::ptrdiff_t{m_column + column} * kSize;
     if (m_column + column + kStep > row.covered.end) {
       HWY_ALIGN std::uint8_t bytes[kStep * kSize];
       hn::Store(Narrow(samples), kOutputs, bytes);
@@ -341,6 +362,7 @@ class Strips {
   Sampler m_sampler;
   Both<Words> m_fractions;
   Shorts m_largest;
+  std::size_t m_planes;
   std::int32_t m_column = 0;
   KeptWeights m_kept[kBlockColumns / kStep];
 };
@@ -357,8 +379,8 @@ ColumnRun Union(const WarpedRow* rows, std::int32_t count) {
 }
 
 template <class Sampler, class Columns, int kSize>
-bool WarpBlocks(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  Strips<Sampler, Columns, kSize> strips(plane, rows->line);
+bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  Strips<Sampler, Columns, kSize> strips(planes, rows->line);
   WideBlock block;
   const ColumnRun all = Union(rows, count);
   for (std::int32_t begin = all.begin; begin < all.end; begin += kBlockColumns) {
@@ -372,8 +394,8 @@ bool WarpBlocks(const SourcePlane& plane, const WarpedRow* rows, std::int32_t co
     }
     if (extent.left > extent.right) continue;
     constexpr std::int32_t kAfter = Sampler::kTaps - 1 - Sampler::kBefore;
-    if (!block.Load(plane, {extent.left - Sampler::kBefore, extent.top - Sampler::kBefore,
-                            extent.right + kAfter, extent.bottom + kAfter}))
+    if (!block.Load(planes, {extent.left - Sampler::kBefore, extent.top - Sampler::kBefore,
+                             extent.right + kAfter, extent.bottom + kAfter}))
       return false;
     strips.Begin(begin);
     for (const WarpedRow* row = rows; row != rows + count; ++row) strips.WarpRow(block, *row);
@@ -382,27 +404,27 @@ bool WarpBlocks(const SourcePlane& plane, const WarpedRow* rows, std::int32_t co
 }
 
 template <class Sampler, class Columns>
-bool WarpBlocks(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  return plane.bits == 8 ? WarpBlocks<Sampler, Columns, 1>(plane, rows, count)
-                         : WarpBlocks<Sampler, Columns, 2>(plane, rows, count);
+bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  return planes[0].bits == 8 ? WarpBlocks<Sampler, Columns, 1>(planes, rows, count)
+                             : WarpBlocks<Sampler, Columns, 2>(planes, rows, count);
 }
 
 template <class Sampler>
-bool Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
+bool Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
   const SourceLine& line = rows->line;
-  if (plane.bits > kMaxBits) return false;
-  if (UnitColumns::Suit(line)) return WarpBlocks<Sampler, UnitColumns>(plane, rows, count);
-  return DenseColumns::Suit(line) && WarpBlocks<Sampler, DenseColumns>(plane, rows, count);
+  if (planes[0].bits > kMaxBits) return false;
+  if (UnitColumns::Suit(line)) return WarpBlocks<Sampler, UnitColumns>(planes, rows, count);
+  return DenseColumns::Suit(line) && WarpBlocks<Sampler, DenseColumns>(planes, rows, count);
 }
 
 }  // namespace
 
-bool WarpBlocksBilinear(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  return Warp<Linear>(plane, rows, count);
+bool WarpBlocksBilinear(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  return Warp<Linear>(planes, rows, count);
 }
 
-bool WarpBlocksBicubic(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  return Warp<WideCubic>(plane, rows, count);
+bool WarpBlocksBicubic(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  return Warp<WideCubic>(planes, rows, count);
 }
 
 }  // namespace precise

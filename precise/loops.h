@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/simd.h"
+#include "precise/picture.h"
 
 namespace precise {
 
@@ -65,20 +66,24 @@ struct SourcePlane {
   int bits;
 };
 
-/// A row that a warp writes.
+using AlikePlanes = std::array<SourcePlane, kMaxAlikePlanes>;
+
+/// A row that a warp writes, in each plane.
 struct WarpedRow {
   SourceLine line;
   ColumnRun covered;  ///< columns that are written
   ColumnRun inside;   ///< those of them for which all source samples exist
-  std::uint8_t* out;
+  std::array<std::uint8_t*, kMaxAlikePlanes> out;
 };
 
-/// Sample c at `out` = sample of the plane along the line, for each covered column of each row. Beyond the
-/// plane's edges its end samples go on. The rows are at most `kMaxWarpedRows`, of lines with the same steps.
-/// Positions are rounded to 1/256 sample, or to a whole one.
-using WarpRows = void (*)(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count);
-
 inline constexpr std::int32_t kMaxWarpedRows = 32;
+
+/// Sample c at `out` = sample of the plane along the line, for each covered column of each row. Beyond the
+/// plane's edges its end samples go on. Positions are rounded to 1/256 sample, or to a whole one.
+///
+/// The rows are at most `kMaxWarpedRows`, of lines with the same steps. The planes differ only in where their
+/// samples are; an absent one has none.
+using WarpRows = void (*)(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count);
 
 /// The per-pixel loops. Pyramid planes hold brightness in quarters of an 8-bit step, 0 …
 /// 1024. Callers guarantee that every sample read exists; no loop checks.

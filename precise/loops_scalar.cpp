@@ -119,30 +119,30 @@ struct Bicubic {
 };
 
 template <class Sampler, class Sample, class Read>
-void WarpRun(const Read& read, const WarpedRow& row, ColumnRun run) {
-  const SourceLine& line = row.line;
+void WarpRun(const Read& read, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
   for (std::int32_t column = run.begin; column < run.end; ++column) {
     const auto sample = static_cast<Sample>(Sampler::At(
         read, read.plane.bits, line.startX + column * line.stepX, line.startY + column * line.stepY));
-    std::memcpy(row.out + column * std::ptrdiff_t{sizeof sample}, &sample, sizeof sample);
+    std::memcpy(out + column * std::ptrdiff_t{sizeof sample}, &sample, sizeof sample);
   }
 }
 
 template <class Sampler, class Sample>
-void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
+void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
   const AtEdges<Sample> atEdges{plane};
-  WarpRun<Sampler, Sample>(atEdges, row, {row.covered.begin, row.inside.begin});
-  WarpRun<Sampler, Sample>(Inside<Sample>{plane}, row, row.inside);
-  WarpRun<Sampler, Sample>(atEdges, row, {row.inside.end, row.covered.end});
+  WarpRun<Sampler, Sample>(atEdges, row.line, {row.covered.begin, row.inside.begin}, out);
+  WarpRun<Sampler, Sample>(Inside<Sample>{plane}, row.line, row.inside, out);
+  WarpRun<Sampler, Sample>(atEdges, row.line, {row.inside.end, row.covered.end}, out);
 }
 
 template <class Sampler>
-void Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  for (const WarpedRow* row = rows; row != rows + count; ++row)
-    if (plane.bits == 8)
-      WarpRow<Sampler, std::uint8_t>(plane, *row);
-    else
-      WarpRow<Sampler, std::uint16_t>(plane, *row);
+void Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
+    for (const WarpedRow* row = rows; row != rows + count; ++row)
+      if (planes[i].bits == 8)
+        WarpRow<Sampler, std::uint8_t>(planes[i], *row, row->out[i]);
+      else
+        WarpRow<Sampler, std::uint16_t>(planes[i], *row, row->out[i]);
 }
 
 void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,

@@ -531,12 +531,12 @@ class Bilinear {
 };
 
 template <template <int kSize> class Sampler, int kSize>
-void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
+void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
   using Of = Sampler<kSize>;
   const ColumnRun inside = row.inside;
   const auto warpAsDefined = [&](ColumnRun run, ColumnRun insideOfRun) {
-    const WarpedRow part = {row.line, run, insideOfRun, row.out};
-    (kScalarLoops.*Of::kScalar)(plane, &part, 1);
+    const WarpedRow part = {row.line, run, insideOfRun, {out}};
+    (kScalarLoops.*Of::kScalar)({plane}, &part, 1);
   };
   if (inside.end - inside.begin < kLanes || !Windows<kSize>::Hold(row.line, plane.width, Of::kTaps))
     return warpAsDefined(row.covered, inside);
@@ -553,7 +553,7 @@ void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
     const SourceRows rows(plane.samples, plane.strideBytes, ys, y, column, Of::kBefore);
     if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes}, {column, column + kLanes});
     const Ints samples = sampler.Sample(windows.At(x, column), rows, phases.Of(x, y));
-    std::uint8_t* const to = row.out + column * std::ptrdiff_t{kSize};
+    std::uint8_t* const to = out + column * std::ptrdiff_t{kSize};
     if constexpr (kSize == 1) {
       constexpr hn::Rebind<std::uint8_t, decltype(kInts)> kOutputs;
       hn::StoreU(hn::DemoteTo(kOutputs, samples), kOutputs, to);
@@ -567,17 +567,18 @@ void WarpRow(const SourcePlane& plane, const WarpedRow& row) {
 }
 
 template <template <int kSize> class Sampler>
-void Warp(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  if (Sampler<1>::kWarpBlocks(plane, rows, count)) return;
-  for (const WarpedRow* row = rows; row != rows + count; ++row)
-    if (plane.bits == 8)
-      WarpRow<Sampler, 1>(plane, *row);
-    else
-      WarpRow<Sampler, 2>(plane, *row);
+void Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  if (Sampler<1>::kWarpBlocks(planes, rows, count)) return;
+  for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
+    for (const WarpedRow* row = rows; row != rows + count; ++row)
+      if (planes[i].bits == 8)
+        WarpRow<Sampler, 1>(planes[i], *row, row->out[i]);
+      else
+        WarpRow<Sampler, 2>(planes[i], *row, row->out[i]);
 }
 
-void WarpNearest(const SourcePlane& plane, const WarpedRow* rows, std::int32_t count) {
-  kScalarLoops.warpNearest(plane, rows, count);
+void WarpNearest(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  kScalarLoops.warpNearest(planes, rows, count);
 }
 
 /// Sixteen samples of a row of 8 to 16, in as many vectors as needed: the first eight and the last eight.

@@ -64,15 +64,20 @@ void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int byte
     std::memcpy(row + std::ptrdiff_t{column} * 2, &value, sizeof value);
 }
 
-void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
-               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
-               const Loops& loops) {
+void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma, const ConstPicture& in,
+                const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
+                const Loops& loops) {
   const PictureFormat& input = shown.input;
-  const auto index = static_cast<std::size_t>(plane);
-  const SourcePlane source = {in[index].data, in[index].strideBytes, input.PlaneWidth(plane),
-                              input.PlaneHeight(plane), input.bitsPerSample};
-  const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
-  const Grid grid(input, plane);
+  const std::array<int, kMaxAlikePlanes> planes = input.AlikePlanes(isChroma);
+  AlikePlanes sources = {};
+  for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
+    const auto& [samples, strideBytes] = in[static_cast<std::size_t>(planes[i])];
+    sources[i] = {samples, strideBytes, input.PlaneWidth(planes[i]), input.PlaneHeight(planes[i]),
+                  input.bitsPerSample};
+  }
+  const SourcePlane& source = sources[0];
+  const std::int32_t width = shown.output.PlaneWidth(planes[0]);
+  const Grid grid(input, planes[0]);
   const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
 
   // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
@@ -89,25 +94,28 @@ void WarpPlane(const Shown& shown, const Correction& correction, int plane, cons
                          (samples - sampling.after) * kOneSample - (kOneSample >> 9)};
   };
   const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
-  const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
+  const ColumnRun rows = InsideBorder(shown.output.PlaneHeight(planes[0]), shown.borderY, grid.stepY);
 
   const auto coverRow = [&](std::int32_t row) {
     const SourceLine line = LineOfRow(shown, correction, grid, row);
     ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
     if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
     const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);
-    std::uint8_t* const samples = out[index].data + row * out[index].strideBytes;
-    if (!keepUncovered) {
-      FillSamples(samples, {0, covered.begin}, shown.background[index], input.BytesPerSample());
-      FillSamples(samples, {covered.end, width}, shown.background[index], input.BytesPerSample());
+    WarpedRow warped = {line, covered, inside, {}};
+    for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
+      const auto plane = static_cast<std::size_t>(planes[i]);
+      warped.out[i] = out[plane].data + row * out[plane].strideBytes;
+      if (keepUncovered) continue;
+      FillSamples(warped.out[i], {0, covered.begin}, shown.background[plane], input.BytesPerSample());
+      FillSamples(warped.out[i], {covered.end, width}, shown.background[plane], input.BytesPerSample());
     }
-    return WarpedRow{line, covered, inside, samples};
+    return warped;
   };
   for (std::int32_t first = beginRow; first < endRow; first += kMaxWarpedRows) {
     const std::int32_t count = std::min(kMaxWarpedRows, endRow - first);
     std::array<WarpedRow, kMaxWarpedRows> warped;
     for (std::int32_t i = 0; i < count; ++i) warped[static_cast<std::size_t>(i)] = coverRow(first + i);
-    (loops.*sampling.warp)(source, warped.data(), count);
+    (loops.*sampling.warp)(sources, warped.data(), count);
   }
 }
 
