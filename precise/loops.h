@@ -76,7 +76,7 @@ struct WarpedRow {
   std::array<std::uint8_t*, kMaxAlikePlanes> out;
 };
 
-inline constexpr std::int32_t kMaxWarpedRows = 32;
+inline constexpr std::int32_t kMaxWarpedRows = 16;
 
 /// Sample c at `out` = sample of the plane along the line, for each covered column of each row. Beyond the
 /// plane's edges its end samples go on. Positions are rounded to 1/256 sample, or to a whole one.

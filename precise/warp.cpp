@@ -53,6 +53,47 @@ SourceLine LineOfRow(const Shown& shown, const Correction& correction, const Gri
                         turn.im * input.pixelAspect * grid.stepX / grid.stepY);
 }
 
+/// Lays the rows of planes alike into their output.
+class Layout {
+ public:
+  Layout(const Shown& shown, const Correction& correction, bool isChroma, const Sampling& sampling)
+      : m_shown(shown),
+        m_correction(correction),
+        m_grid(shown.input, isChroma ? 1 : 0),
+        m_inX(RangesOf(shown.input.PlaneWidth(isChroma ? 1 : 0), m_grid.stepX, m_grid.siteX, sampling)),
+        m_inY(RangesOf(shown.input.PlaneHeight(isChroma ? 1 : 0), m_grid.stepY, m_grid.siteY, sampling)),
+        m_columns(InsideBorder(shown.output.PlaneWidth(isChroma ? 1 : 0), shown.borderX, m_grid.stepX)),
+        m_rows(InsideBorder(shown.output.PlaneHeight(isChroma ? 1 : 0), shown.borderY, m_grid.stepY)) {}
+
+  /// The output row, without its samples.
+  WarpedRow Row(std::int32_t row) const {
+    const SourceLine line = LineOfRow(m_shown, m_correction, m_grid, row);
+    ColumnRun covered = ColumnsInside(line, m_inX.covered, m_inY.covered, m_columns);
+    if (row < m_rows.begin || row >= m_rows.end || covered.begin >= covered.end) covered = {0, 0};
+    return {line, covered, ColumnsInside(line, m_inX.inside, m_inY.inside, covered), {}};
+  }
+
+ private:
+  /// Positions on one axis that the plane covers, and for which all source samples exist.
+  struct Ranges {
+    PositionRange covered, inside;
+  };
+
+  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
+  // samples ends off the middle, too. Rounding may move a position up by half of 1/256 sample.
+  static Ranges RangesOf(std::int32_t samples, double step, double site, const Sampling& sampling) {
+    const double first = (-0.5 - site) / step;
+    return {{FixedPosition(first), FixedPosition(first + samples)},
+            {sampling.before * kOneSample, (samples - sampling.after) * kOneSample - (kOneSample >> 9)}};
+  }
+
+  const Shown& m_shown;
+  const Correction& m_correction;
+  Grid m_grid;
+  Ranges m_inX, m_inY;
+  ColumnRun m_columns, m_rows;
+};
+
 }  // namespace
 
 void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample) {
@@ -69,53 +110,30 @@ void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma,
                 const Loops& loops) {
   const PictureFormat& input = shown.input;
   const std::array<int, kMaxAlikePlanes> planes = input.AlikePlanes(isChroma);
+  const std::int32_t width = shown.output.PlaneWidth(planes[0]);
+  const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
+  const Layout layout(shown, correction, isChroma, sampling);
   AlikePlanes sources = {};
   for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
     const auto& [samples, strideBytes] = in[static_cast<std::size_t>(planes[i])];
     sources[i] = {samples, strideBytes, input.PlaneWidth(planes[i]), input.PlaneHeight(planes[i]),
                   input.bitsPerSample};
   }
-  const SourcePlane& source = sources[0];
-  const std::int32_t width = shown.output.PlaneWidth(planes[0]);
-  const Grid grid(input, planes[0]);
-  const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
-
-  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
-  // samples ends off the middle, too.
-  const auto coverage = [](std::int32_t samples, double step, double site) {
-    const double first = (-0.5 - site) / step;
-    return PositionRange{FixedPosition(first), FixedPosition(first + samples)};
-  };
-  const PositionRange coveredX = coverage(source.width, grid.stepX, grid.siteX);
-  const PositionRange coveredY = coverage(source.height, grid.stepY, grid.siteY);
-  // Rounding may move a position up by half of 1/256 sample.
-  const auto interior = [&](std::int32_t samples) {
-    return PositionRange{sampling.before * kOneSample,
-                         (samples - sampling.after) * kOneSample - (kOneSample >> 9)};
-  };
-  const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
-  const ColumnRun rows = InsideBorder(shown.output.PlaneHeight(planes[0]), shown.borderY, grid.stepY);
-
-  const auto coverRow = [&](std::int32_t row) {
-    const SourceLine line = LineOfRow(shown, correction, grid, row);
-    ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
-    if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
-    const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);
-    WarpedRow warped = {line, covered, inside, {}};
-    for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
-      const auto plane = static_cast<std::size_t>(planes[i]);
-      warped.out[i] = out[plane].data + row * out[plane].strideBytes;
-      if (keepUncovered) continue;
-      FillSamples(warped.out[i], {0, covered.begin}, shown.background[plane], input.BytesPerSample());
-      FillSamples(warped.out[i], {covered.end, width}, shown.background[plane], input.BytesPerSample());
-    }
-    return warped;
-  };
   for (std::int32_t first = beginRow; first < endRow; first += kMaxWarpedRows) {
     const std::int32_t count = std::min(kMaxWarpedRows, endRow - first);
-    std::array<WarpedRow, kMaxWarpedRows> warped;
-    for (std::int32_t i = 0; i < count; ++i) warped[static_cast<std::size_t>(i)] = coverRow(first + i);
-    (loops.*sampling.warp)(sources, warped.data(), count);
+    std::array<WarpedRow, kMaxWarpedRows> rows;
+    for (std::int32_t i = 0; i < count; ++i) {
+      WarpedRow& row = rows[static_cast<std::size_t>(i)] = layout.Row(first + i);
+      for (std::size_t of = 0; of < planes.size() && planes[of] >= 0; ++of) {
+        const auto plane = static_cast<std::size_t>(planes[of]);
+        row.out[of] = out[plane].data + (first + i) * out[plane].strideBytes;
+        if (keepUncovered) continue;
+        const std::uint16_t background = shown.background[plane];
+        FillSamples(row.out[of], {0, row.covered.begin}, background, input.BytesPerSample());
+        FillSamples(row.out[of], {row.covered.end, width}, background, input.BytesPerSample());
+      }
+    }
+    (loops.*sampling.warp)(sources, rows.data(), count);
   }
 }
 
