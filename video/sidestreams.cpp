@@ -82,6 +82,27 @@ std::map<int, std::vector<PacketPtr>> ReadSound(const std::string& fileName) {
   return sound;
 }
 
+/// True when the sound begins with the clip and has no gap: where a format has no times for it, its number of
+/// samples is the time.
+bool RunsThrough(const std::string& fileName, const AVStream& stream) {
+  constexpr double kMostSeconds = 0.03;
+  Input input(fileName);
+  const int index = stream.index;
+  for (unsigned i = 0; i < input.Format().nb_streams; ++i)
+    if (static_cast<int>(i) != index) input.Format().streams[i]->discard = AVDISCARD_ALL;
+  const PacketPtr packet = NewPacket();
+  for (double end = 0; input.Read(*packet); av_packet_unref(packet.get())) {
+    if (packet->stream_index != index) continue;
+    if (packet->pts != AV_NOPTS_VALUE &&
+        std::abs(ToSeconds(packet->pts, stream.time_base) - end) > kMostSeconds)
+      return false;
+    const int samples = av_get_audio_frame_duration2(stream.codecpar, packet->size);
+    end += samples > 0 ? static_cast<double>(samples) / std::max(1, stream.codecpar->sample_rate)
+                       : ToSeconds(packet->duration, stream.time_base);
+  }
+  return true;
+}
+
 /// Chooses a way for one stream after the other.
 class Planner {
  public:
@@ -131,12 +152,9 @@ class Planner {
 
   std::unique_ptr<SideStream> PlanSound(const AVStream& stream, bool& isLeftOut) {
     const bool fillsStart = m_format.name == std::string_view("avi");
-    // There sound begins with the picture, whatever its times say.
-    const double start = ToSeconds(stream.start_time, stream.time_base) -
-                         ToSeconds(m_input.OriginIn(stream.time_base), stream.time_base);
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
-        !(fillsStart && std::abs(start) > 0.01);
+        (!fillsStart || RunsThrough(m_input.FileName(), stream));
     if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input.FileName());
     if (canCopy && DecodesFrom(m_format, stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =
