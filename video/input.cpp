@@ -112,6 +112,6 @@ std::optional<double> Input::PartReached(double pictureEnd) const {
     return (pictureEnd - start) / ToSeconds(m_pPicture->duration, base);
   }
   if (m_pFormat->duration <= 0) return std::nullopt;
-  const double start = HasAnyClock() ? 0 : ToSeconds(m_pFormat->start_time, AV_TIME_BASE_Q);
-  return (std::max(m_end, pictureEnd) - start) / ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q);
+  // A file's length counts from zero: the end of what comes last.
+  return std::max(m_end, pictureEnd) / ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q);
 }

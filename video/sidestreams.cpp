@@ -27,6 +27,17 @@ class CopiedStream final : public SideStream {
   }
 
   void Take(AVPacket& packet) override {
+    // Of what an edit list leaves out, the last packet primes the decoder.
+    if ((packet.flags & AV_PKT_FLAG_DISCARD) != 0) {
+      m_pPrimer.reset(Made(av_packet_clone(&packet)));
+      return;
+    }
+    if (const PacketPtr primer = std::move(m_pPrimer)) Write(*primer);
+    Write(packet);
+  }
+
+ private:
+  void Write(AVPacket& packet) {
     // A packet without a time, such as the second of a pair of fields, follows the one before.
     if (packet.dts == AV_NOPTS_VALUE && packet.pts == AV_NOPTS_VALUE && m_next != AV_NOPTS_VALUE)
       packet.pts = packet.dts = m_next;
@@ -34,10 +45,10 @@ class CopiedStream final : public SideStream {
     m_output.Write(packet, m_index, m_base);
   }
 
- private:
   AVRational m_base;
   Output& m_output;
   int m_index = 0;
+  PacketPtr m_pPrimer;
   std::int64_t m_next = AV_NOPTS_VALUE;
 };
 
