@@ -107,9 +107,13 @@ std::optional<double> Input::PartReached(double pictureEnd) const {
   if (m_pFormat->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE || m_jumped != 0)
     return std::nullopt;
   const AVRational base = m_pPicture->time_base;
-  if (m_pPicture->duration > 0 && m_pPicture->start_time != AV_NOPTS_VALUE) {
+  std::int64_t duration = m_pPicture->duration;
+  // There the duration is made to fit what the file still holds; the number of ticks is the head's.
+  if (av_match_name(m_pFormat->iformat->name, "avi") != 0)
+    duration = std::max(duration, m_pPicture->nb_frames);
+  if (duration > 0 && m_pPicture->start_time != AV_NOPTS_VALUE) {
     const double start = ToSeconds(m_pPicture->start_time - OriginIn(base), base);
-    return (pictureEnd - start) / ToSeconds(m_pPicture->duration, base);
+    return (pictureEnd - start) / ToSeconds(duration, base);
   }
   if (m_pFormat->duration <= 0) return std::nullopt;
   // A file's length counts from zero: the end of what comes last.

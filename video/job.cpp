@@ -271,8 +271,8 @@ void Job::Close() {
   m_output.Finish();
   m_progress.reset();
   if (m_decoder.DamagedPackets() > 0)
-    m_notes.Warn(m_input.FileName() + " is damaged: " + std::to_string(m_decoder.DamagedPackets()) +
-                 " pictures were skipped or mended");
+    m_notes.Warn(m_input.FileName() +
+                 " is damaged; pictures skipped or mended: " + std::to_string(m_decoder.DamagedPackets()));
   std::string leftOut;
   for (const std::string& text : m_leftOut) leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
   if (m_way->prepare.Deinterlaces())

@@ -155,13 +155,26 @@ class Planner {
       AddAttachment(stream, m_output);
       return nullptr;
     }
-    if (av_match_name(m_format.name, "mp4,ipod") != 0 && Takes(stream.codecpar->codec_id))
-      return Copy(stream);
+    const AVCodecID codec = stream.codecpar->codec_id;
+    const bool isUsual = codec == AV_CODEC_ID_MJPEG || codec == AV_CODEC_ID_PNG || codec == AV_CODEC_ID_BMP;
+    if (av_match_name(m_format.name, "mp4,ipod") != 0 && isUsual) return Copy(stream);
     isLeftOut = true;
     return nullptr;
   }
 
+  bool HoldsFurtherSound() const {
+    const AVFormatContext& output = m_output.Format();
+    bool hasSound = false;
+    for (unsigned i = 0; i < output.nb_streams; ++i)
+      hasSound = hasSound || output.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    return !hasSound || m_format.name != std::string_view("flv");
+  }
+
   std::unique_ptr<SideStream> PlanSound(const AVStream& stream, bool& isLeftOut) {
+    if (!HoldsFurtherSound()) {
+      isLeftOut = true;
+      return nullptr;
+    }
     const bool fillsStart = m_format.name == std::string_view("avi");
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
