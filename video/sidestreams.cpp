@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <map>
 #include <string_view>
 
@@ -93,10 +94,12 @@ std::map<int, std::vector<PacketPtr>> ReadSound(const std::string& fileName) {
   return sound;
 }
 
-/// True when the sound begins with the clip and has no gap: where a format has no times for it, its number of
-/// samples is the time.
+/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all that
+/// a format tells of its time. A pipe cannot be read for that.
 bool RunsThrough(const std::string& fileName, const AVStream& stream) {
   constexpr double kMostSeconds = 0.03;
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(fileName, ignored)) return false;
   Input input(fileName);
   const int index = stream.index;
   for (unsigned i = 0; i < input.Format().nb_streams; ++i)
