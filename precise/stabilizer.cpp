@@ -163,7 +163,7 @@ struct CStabilizer::Stream {
   Correction CorrectionOf(std::int64_t frame);
   void Draw(const Correction& correction, const Picture& out);
   FrameReport Leave(const Correction& correction);
-  void DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
+  void DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in, const Picture& out,
                     std::int32_t begin, std::int32_t end, bool isNewOnCanvas);
 
   const Loops& loops;
@@ -266,13 +266,16 @@ Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
 void CStabilizer::Stream::Draw(const Correction& correction, const Picture& out) {
   const ConstPicture& in = lent[delivered];
   const bool isNewOnCanvas = std::exchange(canvasShot, track[delivered].shot) != track[delivered].shot;
-  for (int plane = 0; plane < shown.output.planes; ++plane)
+  for (const bool isChroma : {false, true}) {
+    const int plane = shown.output.AlikePlanes(isChroma)[0];
+    if (plane < 0) continue;
     RunRows(runner, shown.output.PlaneHeight(plane), [&](std::int32_t begin, std::int32_t end) {
       if (settings.keepBackground)
-        DrawOnCanvas(correction, plane, in, out, begin, end, isNewOnCanvas);
+        DrawOnCanvas(correction, isChroma, in, out, begin, end, isNewOnCanvas);
       else
-        WarpPlane(shown, correction, plane, in, out, begin, end, false, loops);
+        WarpPlanes(shown, correction, isChroma, in, out, begin, end, false, loops);
     });
+  }
 }
 
 /// Counts the oldest frame as delivered.
@@ -290,19 +293,27 @@ FrameReport CStabilizer::Stream::Leave(const Correction& correction) {
           .correction = movement(correction)};
 }
 
-void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in,
+void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in,
                                        const Picture& out, std::int32_t begin, std::int32_t end,
                                        bool isNewOnCanvas) {
-  const auto i = static_cast<std::size_t>(plane);
-  const auto& [samples, strideBytes] = canvasPlanes[i];
+  const auto forEachRow = [&](const auto& work) {
+    for (const int plane : shown.output.AlikePlanes(isChroma))
+      for (std::int32_t row = begin; plane >= 0 && row < end; ++row)
+        work(static_cast<std::size_t>(plane), row);
+  };
+  const std::int32_t width = shown.output.PlaneWidth(isChroma ? 1 : 0);
+  const int bytes = shown.output.BytesPerSample();
   if (isNewOnCanvas)
-    for (std::int32_t row = begin; row < end; ++row)
-      FillSamples(samples + row * strideBytes, {0, shown.output.PlaneWidth(plane)}, shown.background[i],
-                  shown.output.BytesPerSample());
-  WarpPlane(shown, correction, plane, in, canvasPlanes, begin, end, true, loops);
-  for (std::int32_t row = begin; row < end; ++row)
-    std::memcpy(out[i].data + row * out[i].strideBytes, samples + row * strideBytes,
+    forEachRow([&](std::size_t plane, std::int32_t row) {
+      const auto& [samples, strideBytes] = canvasPlanes[plane];
+      FillSamples(samples + row * strideBytes, {0, width}, shown.background[plane], bytes);
+    });
+  WarpPlanes(shown, correction, isChroma, in, canvasPlanes, begin, end, true, loops);
+  forEachRow([&](std::size_t plane, std::int32_t row) {
+    const auto& [samples, strideBytes] = canvasPlanes[plane];
+    std::memcpy(out[plane].data + row * out[plane].strideBytes, samples + row * strideBytes,
                 static_cast<std::size_t>(strideBytes));
+  });
 }
 
 CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap,
