@@ -305,8 +305,11 @@ TEST(Element, SkipsWhatComesTooLateAndMeasuresIt) {
     }
     harness.Send(gst_event_new_eos());
     std::vector<std::string> drawn(30);
-    while (const BufferPtr out = harness.Pull())
+    while (const BufferPtr out = harness.Pull()) {
       drawn[GST_BUFFER_OFFSET(out.get())] = Streamed(*CapsOf(kI420), out.get());
+      EXPECT_EQ(GST_BUFFER_IS_DISCONT(out.get()),
+                lastSkipped >= 4 && static_cast<int>(GST_BUFFER_OFFSET(out.get())) == lastSkipped + 1);
+    }
     if (inTime.empty()) inTime = drawn;
     for (std::size_t i = 0; i < drawn.size(); ++i) {
       const bool isSkipped = i >= 4 && static_cast<int>(i) <= lastSkipped;
@@ -317,7 +320,7 @@ TEST(Element, SkipsWhatComesTooLateAndMeasuresIt) {
 }
 
 TEST(Element, NeverStarvesABoundedPool) {
-  for (const auto& [most, isHeld] : {std::pair{2U, false}, {12U, true}, {0U, true}}) {
+  for (const auto& [most, isHeld] : {std::pair{2U, false}, {11U, false}, {12U, true}, {0U, true}}) {
     Harness harness("window=16 crop=0");
     GstBufferPool* const pool = gst_video_buffer_pool_new();
     GstStructure* const config = gst_buffer_pool_get_config(pool);
