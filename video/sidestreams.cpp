@@ -94,8 +94,8 @@ std::map<int, std::vector<PacketPtr>> ReadSound(const std::string& fileName) {
   return sound;
 }
 
-/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all that
-/// a format tells of its time. A pipe cannot be read for that.
+/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all
+/// that a format tells of its time. A pipe cannot be read for that.
 bool RunsThrough(const std::string& fileName, const AVStream& stream) {
   constexpr double kMostSeconds = 0.03;
   std::error_code ignored;
