@@ -70,8 +70,12 @@ struct Options {
   // Of `stabilize` alone.
   std::vector<std::string> files;
   std::string folder;  ///< for the outputs; empty: the last of the files is the output
+  std::string format;  ///< extension that names the outputs' format; empty: as their names say
+  std::optional<std::int64_t> start, end;  ///< of the range, in milliseconds; nothing: the clip's own
   Encoding encoding;
   bool keepPartial = false, verbose = false;
+
+  bool IsRange() const { return start || end; }
 };
 
 /// Reads the arguments after the program's name. Throws UsageError.

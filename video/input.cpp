@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
 #include "host/workerror.h"
 #include "video/interruption.h"
@@ -38,6 +39,12 @@ Input::Input(const std::string& fileName) : m_fileName(fileName), m_pFormat(Open
 
 bool Input::Read(AVPacket& packet) {
   CheckInterruption();
+  if (!m_ahead.empty()) {
+    av_packet_unref(&packet);
+    av_packet_move_ref(&packet, m_ahead.front().get());
+    m_ahead.pop_front();
+    return true;
+  }
   const int result = av_read_frame(m_pFormat.get(), &packet);
   CheckInterruption();
   if (result < 0) return false;
@@ -48,6 +55,16 @@ bool Input::Read(AVPacket& packet) {
   if (packet.pts != AV_NOPTS_VALUE)
     m_end = std::max(m_end, ToSeconds(packet.pts + std::max<std::int64_t>(packet.duration, 0), base));
   return true;
+}
+
+void Input::PutBack(std::deque<PacketPtr> packets) {
+  m_ahead.insert(m_ahead.begin(), std::make_move_iterator(packets.begin()),
+                 std::make_move_iterator(packets.end()));
+}
+
+std::int64_t Input::StartIn(AVRational base) const {
+  const std::int64_t start = m_pFormat->start_time;
+  return start == AV_NOPTS_VALUE ? 0 : av_rescale_q(start, AV_TIME_BASE_Q, base) - OriginIn(base);
 }
 
 std::int64_t Input::OriginIn(AVRational base) const {

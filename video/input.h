@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 
@@ -19,8 +20,14 @@ class Input {
   /// The next packet of any stream; false at the end. Its times count from the clip's origin.
   bool Read(AVPacket& packet);
 
+  /// These packets are read next.
+  void PutBack(std::deque<PacketPtr> packets);
+
   /// What is subtracted from the stream's times: the start of a broadcast, whose clock starts anywhere.
   std::int64_t OriginIn(AVRational base) const;
+
+  /// When the clip starts, in the times of packets.
+  std::int64_t StartIn(AVRational base) const;
 
   /// Frames a second; 0/1: unknown.
   AVRational Rate() const;
@@ -39,5 +46,6 @@ class Input {
   std::string m_fileName;
   InputPtr m_pFormat;
   AVStream* m_pPicture = nullptr;
+  std::deque<PacketPtr> m_ahead;
   double m_end = 0;  // of all packets, in seconds
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <map>
 #include <string_view>
 
@@ -61,31 +62,35 @@ void AddAttachment(const AVStream& stream, Output& output) {
 }
 
 /// The first packets of each stream of sound.
-std::map<int, std::vector<PacketPtr>> ReadSound(const std::string& fileName) {
-  constexpr int kMostPackets = 2000;
+std::map<int, std::vector<PacketPtr>> ReadSound(Input& input) {
+  constexpr std::int64_t kMostPackets = 2000, kMostBytes = 1 << 26;
   std::map<int, std::vector<PacketPtr>> sound;
-  Input input(fileName);
+  std::deque<PacketPtr> ahead;
   AVFormatContext& format = input.Format();
   for (unsigned i = 0; i < format.nb_streams; ++i)
     if (format.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) sound[static_cast<int>(i)];
   std::size_t missing = sound.size();
-  PacketPtr packet = NewPacket();
-  for (int count = 0; missing > 0 && count < kMostPackets && input.Read(*packet); ++count) {
-    const auto found = sound.find(packet->stream_index);
-    if (found != sound.end() && found->second.size() < kTrialPackets) {
-      found->second.push_back(std::move(packet));
-      packet = NewPacket();
-      if (found->second.size() == kTrialPackets) --missing;
+  std::int64_t bytes = 0;
+  for (std::int64_t count = 0; missing > 0 && count < kMostPackets && bytes < kMostBytes; ++count) {
+    const PacketPtr& packet = ahead.emplace_back(NewPacket());
+    if (!input.Read(*packet)) {
+      ahead.pop_back();
+      break;
     }
-    av_packet_unref(packet.get());
+    bytes += packet->size;
+    const auto found = sound.find(packet->stream_index);
+    if (found == sound.end() || found->second.size() >= kTrialPackets) continue;
+    found->second.emplace_back(Made(av_packet_clone(packet.get())));
+    if (found->second.size() == kTrialPackets) --missing;
   }
+  input.PutBack(std::move(ahead));
   return sound;
 }
 
 /// Chooses a way for one stream after the other.
 class Planner {
  public:
-  Planner(const Input& input, Output& output)
+  Planner(Input& input, Output& output)
       : m_input(input), m_output(output), m_format(*output.Format().oformat) {}
 
   /// Null where none is needed or none is there; `isLeftOut` tells which.
@@ -137,7 +142,7 @@ class Planner {
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
         !(fillsStart && std::abs(start) > 0.01);
-    if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input.FileName());
+    if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input);
     if (canCopy && DecodesFrom(m_format, stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =
         av_guess_codec(&m_format, nullptr, m_output.FileName().c_str(), nullptr, AVMEDIA_TYPE_AUDIO);
@@ -175,7 +180,7 @@ class Planner {
     return nullptr;
   }
 
-  const Input& m_input;
+  Input& m_input;
   Output& m_output;
   const AVOutputFormat& m_format;
   std::map<int, std::vector<PacketPtr>> m_sound;
@@ -193,7 +198,7 @@ std::string Describe(const AVStream& stream) {
 
 }  // namespace
 
-SideStreams::SideStreams(const Input& input, Output& output) {
+SideStreams::SideStreams(Input& input, Output& output) {
   Planner planner(input, output);
   const AVFormatContext& format = input.Format();
   for (unsigned i = 0; i < format.nb_streams; ++i) {
