@@ -410,6 +410,7 @@ constexpr std::string_view kPipeUsage =
 constexpr std::string_view kFilesUsage =
     "usage: stabilize INPUT OUTPUT [settings]\n"
     "       stabilize INPUT... --into FOLDER [settings]\n"
+    "       stabilize - - --format EXT [settings] < in > out\n"
     "\n"
     "Takes the shake out of a video. OUTPUT's extension decides its format. Sound, subtitles, time stamps "
     "and\n"

@@ -38,6 +38,9 @@ struct Margins {
 /// The programs that share the options: `vstabilize` works in a pipe, `stabilize` on files.
 enum class Program { Pipe, Files };
 
+/// What `stabilize` takes for the standard input or output where a file is to be named.
+inline constexpr std::string_view kStandardStream = "-";
+
 /// How `stabilize` encodes the picture. What is empty follows from the output's format.
 struct Encoding {
   std::string codec, preset;

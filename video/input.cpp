@@ -6,35 +6,39 @@
 #include <filesystem>
 #include <iterator>
 
+#include "host/options.h"
 #include "host/workerror.h"
 #include "video/interruption.h"
 
 namespace {
 
 AVFormatContext* Open(const std::string& fileName) {
+  const bool isPipe = fileName == kStandardStream;
   std::error_code ignored;
-  if (!std::filesystem::exists(fileName, ignored)) throw WorkError("no such file: " + fileName);
+  if (!isPipe && !std::filesystem::exists(fileName, ignored)) throw WorkError("no such file: " + fileName);
   if (std::filesystem::is_directory(fileName, ignored)) throw WorkError("is a folder: " + fileName);
   AVFormatContext* format = Made(avformat_alloc_context());
   format->interrupt_callback.callback = [](void*) { return IsInterrupted() ? 1 : 0; };
   Dictionary options;
   options.Set("protocol_whitelist", "file,pipe");
-  const int result = avformat_open_input(&format, ("file:" + fileName).c_str(), nullptr, options.Entries());
+  const std::string url = isPipe ? "pipe:0" : "file:" + fileName;
+  const int result = avformat_open_input(&format, url.c_str(), nullptr, options.Entries());
   CheckInterruption();
-  Check(result, "not a video that can be read: " + fileName);
+  Check(result, "not a video that can be read: " + StreamName(fileName, "standard input"));
   return format;
 }
 
 }  // namespace
 
-Input::Input(const std::string& fileName) : m_fileName(fileName), m_pFormat(Open(fileName)) {
-  Check(avformat_find_stream_info(m_pFormat.get(), nullptr), "cannot read " + fileName);
+Input::Input(const std::string& fileName)
+    : m_fileName(StreamName(fileName, "standard input")), m_pFormat(Open(fileName)) {
+  Check(avformat_find_stream_info(m_pFormat.get(), nullptr), "cannot read " + m_fileName);
   for (unsigned i = 0; i < m_pFormat->nb_streams && !m_pPicture; ++i) {
     AVStream* stream = m_pFormat->streams[i];
     const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
     if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isCover) m_pPicture = stream;
   }
-  if (!m_pPicture) throw WorkError("no video stream in " + fileName);
+  if (!m_pPicture) throw WorkError("no video stream in " + m_fileName);
 }
 
 bool Input::Read(AVPacket& packet) {

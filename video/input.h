@@ -10,7 +10,8 @@
 /// A file that is read: its streams and their packets.
 class Input {
  public:
-  /// Opens files and pipes only, whatever the file refers to. Throws WorkError when there is no picture.
+  /// Opens files and pipes only, whatever the file refers to; "-" is the standard input. Throws WorkError
+  /// when there is no picture.
   explicit Input(const std::string& fileName);
 
   const std::string& FileName() const { return m_fileName; }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <optional>
 
+#include "host/platform.h"
 #include "host/progress.h"
 #include "host/workerror.h"
 #include "video/decoder.h"
@@ -34,9 +35,13 @@ void CheckTarget(const std::string& name, const char* kind, bool overwrite) {
 }
 
 void CheckFiles(const Options& options, const std::string& input, const std::string& output) {
-  FormatOf(output);
-  if (IsSameFile(input, output)) throw WorkError("OUTPUT is the same file as INPUT: " + output);
-  CheckTarget(output, "OUTPUT", options.overwrite);
+  FormatOf(output, options.format);
+  if (output == kStandardStream) {
+    if (IsTerminal(stdout)) throw WorkError("the standard output is a terminal; lead it to a file or a pipe");
+  } else {
+    if (IsSameFile(input, output)) throw WorkError("OUTPUT is the same file as INPUT: " + output);
+    CheckTarget(output, "OUTPUT", options.overwrite);
+  }
   if (options.motionFile.empty()) return;
   if (IsSameFile(options.motionFile, input) || IsSameFile(options.motionFile, output))
     throw WorkError("the motion file is the same file as INPUT or OUTPUT: " + options.motionFile);
@@ -127,7 +132,7 @@ class Job {
         m_notes(notes),
         m_pTerminal(terminal),
         m_input(inputName),
-        m_output(outputName),
+        m_output(outputName, options.format),
         m_decoder(m_input.Picture(), inputName, 0),
         m_clock(m_input),
         m_range(options, m_input),
@@ -188,7 +193,9 @@ FramePtr Job::FindFirstFrame() {
       return frame;
     }
   }
-  throw WorkError("no picture of " + m_input.FileName() + " can be decoded");
+  const bool isSeekable = m_input.Format().pb && (m_input.Format().pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
+  throw WorkError("no picture of " + m_input.FileName() + " can be decoded" +
+                  (isSeekable ? "" : "; a pipe needs a format whose index, if any, stands in front"));
 }
 
 void Job::CheckMemory(const StabilizerFacts& facts) const {
@@ -369,6 +376,8 @@ void StabilizeFile(const Options& options, const std::string& inputName, const s
   try {
     Job(options, inputName, outputName, notes, terminal, options.tripod).Run();
   } catch (const LeadInTooShort&) {
+    if (inputName == kStandardStream)
+      throw WorkError("the standard input has no key frame to begin with before --start; give it as a file");
     Job(options, inputName, outputName, notes, terminal, true).Run();
   }
 }

@@ -143,7 +143,7 @@ class Planner {
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
         !(fillsStart && std::abs(start) > 0.01);
     if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input);
-    if (canCopy && DecodesFrom(m_format, stream, m_sound[stream.index])) return Copy(stream);
+    if (canCopy && DecodesFrom(m_output.Format(), stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =
         av_guess_codec(&m_format, nullptr, m_output.FileName().c_str(), nullptr, AVMEDIA_TYPE_AUDIO);
     const AVCodec* const encoder = FindEncoder(codec);

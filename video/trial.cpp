@@ -40,12 +40,13 @@ std::int64_t SeekMemory(void* opaque, std::int64_t offset, int whence) {
 }
 
 /// Throws WorkError when the muxer refuses.
-void WriteTrial(const AVOutputFormat& format, const AVStream& stream, std::span<const PacketPtr> packets,
+void WriteTrial(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets,
                 Memory& memory) {
   AVFormatContext* context = nullptr;
-  Check(avformat_alloc_output_context2(&context, &format, nullptr, nullptr), "trial");
+  Check(avformat_alloc_output_context2(&context, output.oformat, nullptr, nullptr), "trial");
   const MuxerPtr muxer(context);
   Check(avio_open_dyn_buf(&context->pb), "trial");
+  context->pb->seekable = output.pb->seekable;
   int result = CopyParameters(stream, *Made(avformat_new_stream(context, nullptr)));
   if (result >= 0) result = avformat_write_header(context, nullptr);
   for (std::size_t i = 0; i < packets.size() && result >= 0; ++i) {
@@ -85,10 +86,10 @@ bool DecodesSound(AVFormatContext& format, const AVCodecParameters& wanted) {
 
 }  // namespace
 
-bool DecodesFrom(const AVOutputFormat& format, const AVStream& stream, std::span<const PacketPtr> packets) {
+bool DecodesFrom(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets) {
   try {
     Memory memory;
-    WriteTrial(format, stream, packets, memory);
+    WriteTrial(output, stream, packets, memory);
     constexpr int kBufferBytes = 1 << 16;
     const std::unique_ptr<AVIOContext, IoFreer> io(
         Made(avio_alloc_context(static_cast<std::uint8_t*>(Made(av_malloc(kBufferBytes))), kBufferBytes, 0,
