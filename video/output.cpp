@@ -79,9 +79,12 @@ AVStream& Output::AddStream() { return *Made(avformat_new_stream(m_pFormat.get()
 
 void Output::Begin() {
   Dictionary options;
-  // Only a file has a start that can be written at the end.
-  if (IsMovFamily(*m_pFormat->oformat))
+  if (IsMovFamily(*m_pFormat->oformat)) {
+    // Only a file has a start that can be written at the end.
     options.Set("movflags", m_temporary.empty() ? "+frag_keyframe+delay_moov" : "+faststart");
+    // The length is to be exact, as files that are joined follow each other's ends.
+    options.Set("movie_timescale", "90000");
+  }
   Check(avformat_write_header(m_pFormat.get(), options.Entries()), "cannot write " + m_fileName);
   m_lastDts.assign(m_pFormat->nb_streams, AV_NOPTS_VALUE);
 }
