@@ -269,6 +269,8 @@ constexpr OptionRow kOptions[] = {
     {"--start", "T", kFiles, kAll, "begin with the first frame from here on: seconds or [HH:]MM:SS[.mmm]",
      SetTime<&Options::start>},
     {"--end", "T", kFiles, kAll, "end before the first frame from here on", SetTime<&Options::end>},
+    {"--compare", "", kFiles, kAll, "show the picture before and after, side by side",
+     Set<&Options::compare>},
     {"--codec", "NAME", kFiles, kAll,
      "of the picture, or the name of an encoder (default by OUTPUT's extension)",
      SetEncoding<&Encoding::codec>},

@@ -76,7 +76,7 @@ struct Options {
   std::string format;  ///< extension that names the outputs' format; empty: as their names say
   std::optional<std::int64_t> start, end;  ///< of the range, in milliseconds; nothing: the clip's own
   Encoding encoding;
-  bool keepPartial = false, verbose = false;
+  bool compare = false, keepPartial = false, verbose = false;
 
   bool IsRange() const { return start || end; }
 };

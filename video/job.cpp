@@ -150,6 +150,7 @@ class Job {
   void TakeSide(AVPacket& packet);
   void DecodePicture(const AVPacket* packet);
   void TakePicture(FramePtr frame);
+  FramePtr TakeUnstabilized(const AVFrame& stabilized);
   void Stabilize();
   void Encode();
   void WritePackets();
@@ -172,7 +173,8 @@ class Job {
   std::optional<SideStreams> m_sides;
   std::vector<std::string> m_leftOut;
   int m_pictureIndex = 0;
-  std::deque<PacketPtr> m_waiting;  // of other streams, before the range's first picture
+  std::deque<FramePtr> m_unstabilized;  // to compare with: the frames inside the stabilizer
+  std::deque<PacketPtr> m_waiting;      // of other streams, before the range's first picture
   std::optional<Progress> m_progress;
   std::int64_t m_frames = 0;
 };
@@ -267,6 +269,7 @@ void Job::TakePicture(FramePtr frame) {
   m_way->prepare.Push(std::move(frame));
   while (FramePtr prepared = m_way->prepare.Pull()) {
     if (!m_range.Place(*prepared)) throw LeadInTooShort();
+    if (m_options.compare) m_unstabilized.emplace_back(Made(av_frame_clone(prepared.get())));
     m_way->pStabilizer->Push(std::move(prepared));
     Stabilize();
   }
@@ -274,10 +277,25 @@ void Job::TakePicture(FramePtr frame) {
   for (; !m_waiting.empty(); m_waiting.pop_front()) TakeSide(*m_waiting.front());
 }
 
+/// The frame as it was, cut to the same size; null where none is to be shown.
+FramePtr Job::TakeUnstabilized(const AVFrame& stabilized) {
+  if (m_unstabilized.empty()) return nullptr;
+  FramePtr frame = std::move(m_unstabilized.front());
+  m_unstabilized.pop_front();
+  frame->crop_left = static_cast<std::size_t>(frame->width - stabilized.width) / 2;
+  frame->crop_top = static_cast<std::size_t>(frame->height - stabilized.height) / 2;
+  frame->crop_right = static_cast<std::size_t>(frame->width - stabilized.width) - frame->crop_left;
+  frame->crop_bottom = static_cast<std::size_t>(frame->height - stabilized.height) - frame->crop_top;
+  Check(av_frame_apply_cropping(frame.get(), AV_FRAME_CROP_UNALIGNED), "cannot cut a frame");
+  return frame;
+}
+
 void Job::Stabilize() {
   while (FramePtr frame = m_way->pStabilizer->Deliver()) {
     m_isComplete = m_isComplete || m_range.IsBehind(frame->pts);
+    FramePtr before = TakeUnstabilized(*frame);
     if ((frame->flags & AV_FRAME_FLAG_DISCARD) != 0) continue;
+    if (before) m_way->finish.Push(std::move(before));
     m_way->finish.Push(std::move(frame));
     Encode();
     m_progress->Update(++m_frames);
