@@ -47,6 +47,12 @@ int Report(const Notes& notes, const Work& work) {
 
 namespace fs = std::filesystem;
 
+[[noreturn]] void RefuseOneTarget(const std::string& one, const std::string& other,
+                                  const std::string& target) {
+  throw UsageError("both " + one + " and " + other + " would be written to " + target +
+                   "; give them one at a time");
+}
+
 /// One file for each input, in the folder. Throws WorkError and UsageError for what could never be written
 /// so.
 std::vector<std::string> PlanTargets(const Options& options) {
@@ -63,9 +69,7 @@ std::vector<std::string> PlanTargets(const Options& options) {
     const std::string target = (fs::path(options.folder) / name).string();
     FormatOf(target, "");
     const auto [other, isNew] = sources.emplace(target, file);
-    if (!isNew)
-      throw UsageError("both " + other->second + " and " + file + " would be written to " + target +
-                       "; give them one at a time");
+    if (!isNew) RefuseOneTarget(other->second, file, target);
     targets.push_back(target);
   }
   for (const std::string& file : options.files)
@@ -78,21 +82,19 @@ std::vector<std::string> PlanTargets(const Options& options) {
 /// Several files, one after the other; a failure of one does not stop the others.
 int StabilizeAll(const Options& options, const Notes& notes, std::FILE* terminal) {
   const std::vector<std::string> targets = PlanTargets(options);
-  std::string failed;
-  std::size_t written = 0;
+  std::vector<std::string> failed;
   for (std::size_t i = 0; i < targets.size(); ++i) {
     const int code = Report(notes, [&] {
       StabilizeFile(options, options.files[i], targets[i], notes, terminal);
       return kDone;
     });
     if (code == kInterrupted) return code;
-    if (code == kDone)
-      ++written;
-    else
-      failed += (failed.empty() ? "; not: " : ", ") + options.files[i];
+    if (code != kDone) failed.push_back(options.files[i]);
   }
-  const std::string summary = "wrote " + std::to_string(written) + " of " + std::to_string(targets.size()) +
-                              " clips to " + options.folder + failed;
+  std::string summary = "wrote " + std::to_string(targets.size() - failed.size()) + " of " +
+                        std::to_string(targets.size()) + " clips to " + options.folder;
+  for (const std::string& file : failed)
+    summary.append(&file == &failed.front() ? "; not: " : ", ").append(file);
   if (!failed.empty() || !options.quiet) notes.Warn(summary);
   return failed.empty() ? kDone : kWorkFailed;
 }

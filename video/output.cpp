@@ -68,7 +68,7 @@ std::string Output::MakeTemporary() {
     if (file >= 0) {
       close(file);
       m_temporary = name;
-      return name;
+      return m_temporary;
     }
     if (errno != EEXIST)
       throw WorkError("cannot write into the folder " + folder + ": " + SystemReason(errno));
