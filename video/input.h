@@ -21,6 +21,9 @@ class Input {
   /// The next packet of any stream; false at the end. Its times count from the clip's origin.
   bool Read(AVPacket& packet);
 
+  /// False for a pipe.
+  bool IsSeekable() const { return m_pFormat->pb && (m_pFormat->pb->seekable & AVIO_SEEKABLE_NORMAL) != 0; }
+
   /// These packets are read next.
   void PutBack(std::deque<PacketPtr> packets);
 

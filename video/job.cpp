@@ -195,9 +195,9 @@ FramePtr Job::FindFirstFrame() {
       return frame;
     }
   }
-  const bool isSeekable = m_input.Format().pb && (m_input.Format().pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
-  throw WorkError("no picture of " + m_input.FileName() + " can be decoded" +
-                  (isSeekable ? "" : "; a pipe needs a format whose index, if any, stands in front"));
+  throw WorkError(
+      "no picture of " + m_input.FileName() + " can be decoded" +
+      (m_input.IsSeekable() ? "" : "; a pipe needs a format whose index, if any, stands in front"));
 }
 
 void Job::CheckMemory(const StabilizerFacts& facts) const {
