@@ -97,6 +97,8 @@ inline std::string StreamName(const std::string& fileName, const char* stream) {
   return fileName == kStandardStream ? std::string("the ") + stream : fileName;
 }
 
+inline constexpr AVRational kMilliseconds = {1, 1000};
+
 /// 0 for unknown.
 inline double ToSeconds(std::int64_t time, AVRational base) {
   return time == AV_NOPTS_VALUE ? 0 : static_cast<double>(time) * av_q2d(base);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,9 @@ class Input {
 
   /// The next packet of any stream; false at the end. Its times count from the clip's origin.
   bool Read(AVPacket& packet);
+
+  /// False for a pipe.
+  bool IsSeekable() const { return m_pFormat->pb && (m_pFormat->pb->seekable & AVIO_SEEKABLE_NORMAL) != 0; }
 
   /// These packets are read next.
   void PutBack(std::deque<PacketPtr> packets);
@@ -44,9 +48,14 @@ class Input {
   std::optional<double> PartReached(double pictureEnd) const;
 
  private:
+  bool HasAnyClock() const;
+  void FollowClock(const AVPacket& packet, const AVStream& stream);
+
   std::string m_fileName;
   InputPtr m_pFormat;
   AVStream* m_pPicture = nullptr;
   std::deque<PacketPtr> m_ahead;
-  double m_end = 0;  // of all packets, in seconds
+  double m_end = 0;                    // of all packets, in seconds
+  std::map<int, std::int64_t> m_next;  // by stream, the time after its last packet; AV_TIME_BASE
+  std::int64_t m_jumped = 0;           // how far the clock went in jumps; AV_TIME_BASE
 };

@@ -8,9 +8,8 @@
 
 namespace {
 
-constexpr AVRational kMilliseconds = {1, 1000};
 // Of what is read ahead. A clip with fewer key frames is decoded from further back.
-constexpr std::size_t kMostPackets = 20'000;
+constexpr std::size_t kMostAhead = 20'000;
 
 }  // namespace
 
@@ -48,7 +47,7 @@ void Range::Skip(Input& input, std::size_t leadIn) {
     // Packets come in the order of decoding times, and those without times cannot be placed.
     if (isPicture)
       isDone = packet->dts == AV_NOPTS_VALUE || !IsBefore(packet->dts) ||
-               (isKey && packet->pts == AV_NOPTS_VALUE) || kept.size() >= kMostPackets;
+               (isKey && packet->pts == AV_NOPTS_VALUE) || kept.size() >= kMostAhead;
     kept.push_back(std::move(packet));
     if (isKey && !isDone) DropUnneeded(kept);
   }
