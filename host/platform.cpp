@@ -3,6 +3,7 @@
 #ifdef _WIN32
 #include <windows.h>
 
+#include <algorithm>
 #include <fcntl.h>
 #include <io.h>
 
@@ -15,6 +16,13 @@ bool Identify(HANDLE file, BY_HANDLE_FILE_INFORMATION& identity) {
 }  // namespace
 
 bool IsTerminal(std::FILE* stream) { return _isatty(_fileno(stream)) != 0; }
+
+std::size_t TerminalColumns(std::FILE* terminal) {
+  CONSOLE_SCREEN_BUFFER_INFO info = {};
+  const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(terminal)));
+  if (GetConsoleScreenBufferInfo(console, &info) == 0) return 0;
+  return static_cast<std::size_t>(std::max(0, info.srWindow.Right - info.srWindow.Left + 1));
+}
 
 bool IsFileOf(const std::string& path, std::FILE* stream) {
   const HANDLE file = CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -39,10 +47,16 @@ void PrepareStandardStreams() {
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
+
+std::size_t TerminalColumns(std::FILE* terminal) {
+  winsize size = {};
+  return ioctl(fileno(terminal), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
 
 bool IsFileOf(const std::string& path, std::FILE* stream) {
   struct stat named = {}, open = {};

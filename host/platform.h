@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -11,6 +12,9 @@ inline constexpr bool kHasTransform = false;
 #endif
 
 bool IsTerminal(std::FILE* stream);
+
+/// How wide a terminal is, in characters; 0: unknown.
+std::size_t TerminalColumns(std::FILE* terminal);
 
 /// True when the path leads to the very file that the stream reads or writes. A device is nobody's file.
 bool IsFileOf(const std::string& path, std::FILE* stream);

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
+
+#include "host/platform.h"
 
 namespace {
 
 constexpr auto kRedrawInterval = std::chrono::milliseconds(100);
-constexpr std::int64_t kBarWidth = 30;
 
 std::string Minutes(double seconds) {
   constexpr double kLongest = 1e9;
@@ -16,10 +18,13 @@ std::string Minutes(double seconds) {
   return std::to_string(whole / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
 }
 
-std::string Bar(std::int64_t frames, std::int64_t total) {
-  const std::int64_t done = kBarWidth * frames / total;
-  return '[' + std::string(static_cast<std::size_t>(done), '#') +
-         std::string(static_cast<std::size_t>(kBarWidth - done), '.') + "] ";
+/// As wide as there is room; empty where there is too little.
+std::string Bar(std::int64_t frames, std::int64_t total, std::size_t room) {
+  constexpr std::size_t kFrame = 3, kNarrowest = 5, kWidest = 30;
+  if (room < kFrame + kNarrowest) return "";
+  const std::size_t width = std::min(room - kFrame, kWidest);
+  const auto done = static_cast<std::size_t>(static_cast<std::int64_t>(width) * frames / total);
+  return '[' + std::string(done, '#') + std::string(width - done, '.') + "] ";
 }
 
 }  // namespace
@@ -49,16 +54,22 @@ void Progress::Draw(std::int64_t frames) {
   const double framesPerSecond = static_cast<double>(frames) / seconds;
   // The announced total may be too small: then the bar stays full.
   const std::int64_t total = std::max(m_totalFrames, frames);
-  std::string line = "\r";
-  if (m_totalFrames > 0) line += Bar(frames, total);
-  line += std::to_string(frames);
+  // A line that wraps would stay and be drawn anew below.
+  const std::size_t columns = TerminalColumns(m_pTerminal);
+  const std::size_t room = columns > 0 ? columns - 1 : std::numeric_limits<std::size_t>::max();
+  const std::string rate = ", " + std::to_string(std::llround(framesPerSecond)) + " a second";
+  std::string line = std::to_string(frames);
   if (m_totalFrames > 0) line += '/' + std::to_string(total);
-  line += " frames, " + std::to_string(std::llround(framesPerSecond)) + " a second";
+  line += " frames";
+  std::string left;
   if (m_totalFrames > 0)
-    line += ", " + Minutes(static_cast<double>(total - frames) / framesPerSecond) + " left";
+    left = ", " + Minutes(static_cast<double>(total - frames) / framesPerSecond) + " left";
+  if ((line + rate + left).size() <= room) line += rate;
+  line += left;
+  if (m_totalFrames > 0) line = Bar(frames, total, room - std::min(room, line.size())) + line;
   // Blanks cover a longer line before: not every Windows console follows control sequences.
-  m_lineLength = std::max(m_lineLength, line.size());
+  m_lineLength = std::min(room, std::max(m_lineLength, line.size()));
   line.resize(m_lineLength, ' ');
-  std::fputs(line.c_str(), m_pTerminal);
+  std::fputs(('\r' + line).c_str(), m_pTerminal);
   std::fflush(m_pTerminal);
 }

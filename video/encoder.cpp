@@ -138,9 +138,10 @@ const AVCodec& ChooseEncoder(const Encoding& wanted, const AVOutputFormat& forma
   // What these have by default is older than what they are used for.
   if (av_match_name(format.name, "mpegts,flv") != 0) codec = AV_CODEC_ID_H264;
   const bool isDeep = BitsOf(facts.source) > 8 || facts.IsHighDynamic();
-  if (codec == AV_CODEC_ID_H264 && isDeep &&
-      avformat_query_codec(&format, AV_CODEC_ID_HEVC, FF_COMPLIANCE_NORMAL) == 1)
-    codec = AV_CODEC_ID_HEVC;
+  // This one takes H.265, and does not tell.
+  const bool takesHevc = avformat_query_codec(&format, AV_CODEC_ID_HEVC, FF_COMPLIANCE_NORMAL) == 1 ||
+                         av_match_name(format.name, "mpegts") != 0;
+  if (codec == AV_CODEC_ID_H264 && isDeep && takesHevc) codec = AV_CODEC_ID_HEVC;
   const char* const name = codec == AV_CODEC_ID_HEVC ? "libx265" : codec == AV_CODEC_ID_H264 ? "libx264" : "";
   const AVCodec* encoder = avcodec_find_encoder_by_name(name);
   if (!encoder) encoder = FindEncoder(codec);

@@ -18,11 +18,8 @@ bool FrameFilter::IsAsWanted(const Kind& kind) const {
 
 void FrameFilter::Push(FramePtr frame) {
   if (!frame) return Drain();
-  const auto format = static_cast<AVPixelFormat>(frame->format);
-  if (MeansFullRange(format)) {
-    frame->format = WithoutRange(format);
-    frame->color_range = AVCOL_RANGE_JPEG;
-  }
+  frame->color_range = RangeOf(*frame);
+  frame->format = WithoutRange(static_cast<AVPixelFormat>(frame->format));
   m_deinterlaces = m_deinterlaces || frame->interlaced_frame != 0;
   const Kind kind = {frame->format,      frame->width,      frame->height,
                      frame->color_range, frame->colorspace, m_deinterlaces};
@@ -50,12 +47,14 @@ void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
                                 ":time_base=" + Fraction(m_timeBase) + ":pixel_aspect=" + Fraction(aspect);
   std::string filters = kind.isInterlaced ? "bwdif=mode=send_frame:deint=interlaced," : "";
   if (!m_target.filters.empty()) filters += m_target.filters + ',';
+  const auto source = static_cast<AVPixelFormat>(kind.format);
+  if (HasFewColours(source))
+    filters += std::string("format=pix_fmts=") + av_get_pix_fmt_name(kAllColours) + ',';
   filters += "scale=" + std::to_string(m_target.width) + ':' + std::to_string(m_target.height) +
              ":flags=bicubic+accurate_rnd+full_chroma_int";
   if (!m_target.matrix.empty()) filters += ":out_color_matrix=" + m_target.matrix;
   // What the scaler says of the range of RGB is not that of the YUV made from it.
-  const AVColorRange asItComes =
-      IsRgb(static_cast<AVPixelFormat>(kind.format)) ? AVCOL_RANGE_MPEG : kind.range;
+  const AVColorRange asItComes = IsRgb(source) ? AVCOL_RANGE_MPEG : kind.range;
   const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : asItComes;
   if (range != AVCOL_RANGE_UNSPECIFIED && !IsRgb(m_target.format))
     filters += range == AVCOL_RANGE_JPEG ? ":out_range=full" : ":out_range=limited";

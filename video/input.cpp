@@ -52,8 +52,10 @@ bool Input::Read(AVPacket& packet) {
   const int result = av_read_frame(m_pFormat.get(), &packet);
   CheckInterruption();
   if (result < 0) return false;
-  const AVRational base = m_pFormat->streams[packet.stream_index]->time_base;
-  const std::int64_t origin = OriginIn(base);
+  const AVStream& stream = *m_pFormat->streams[packet.stream_index];
+  const AVRational base = stream.time_base;
+  if (HasAnyClock()) FollowClock(packet, stream);
+  const std::int64_t origin = OriginIn(base) + av_rescale_q(m_jumped, AV_TIME_BASE_Q, base);
   if (packet.pts != AV_NOPTS_VALUE) packet.pts -= origin;
   if (packet.dts != AV_NOPTS_VALUE) packet.dts -= origin;
   if (packet.pts != AV_NOPTS_VALUE)
@@ -71,9 +73,24 @@ std::int64_t Input::StartIn(AVRational base) const {
   return start == AV_NOPTS_VALUE ? 0 : av_rescale_q(start, AV_TIME_BASE_Q, base) - OriginIn(base);
 }
 
+bool Input::HasAnyClock() const { return (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0; }
+
+/// Recordings are joined, and a broadcaster's clock is set anew: what follows a jump goes on where its stream
+/// stood, and takes the other streams with it.
+void Input::FollowClock(const AVPacket& packet, const AVStream& stream) {
+  constexpr std::int64_t kFurthestBack = AV_TIME_BASE / 10, kLongestGap = 10 * std::int64_t{AV_TIME_BASE};
+  const AVMediaType type = stream.codecpar->codec_type;
+  const bool isSteady = type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
+  if (!isSteady || packet.dts == AV_NOPTS_VALUE) return;
+  const std::int64_t time = av_rescale_q(packet.dts, stream.time_base, AV_TIME_BASE_Q);
+  const auto [found, isFirst] = m_next.try_emplace(packet.stream_index, time);
+  const std::int64_t ahead = time - m_jumped - found->second;
+  if (!isFirst && (ahead < -kFurthestBack || ahead > kLongestGap)) m_jumped += ahead;
+  found->second = time - m_jumped + av_rescale_q(packet.duration, stream.time_base, AV_TIME_BASE_Q);
+}
+
 std::int64_t Input::OriginIn(AVRational base) const {
-  const bool hasAnyClock = (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0;
-  if (!hasAnyClock || m_pFormat->start_time == AV_NOPTS_VALUE) return 0;
+  if (!HasAnyClock() || m_pFormat->start_time == AV_NOPTS_VALUE) return 0;
   return av_rescale_q(m_pFormat->start_time, AV_TIME_BASE_Q, base);
 }
 
@@ -108,15 +125,18 @@ std::int64_t Input::ExpectedFrames() const {
 }
 
 std::optional<double> Input::PartReached(double pictureEnd) const {
-  if (m_pFormat->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE) return std::nullopt;
+  if (m_pFormat->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE || m_jumped != 0)
+    return std::nullopt;
   const AVRational base = m_pPicture->time_base;
-  if (m_pPicture->duration > 0 && m_pPicture->start_time != AV_NOPTS_VALUE) {
+  std::int64_t duration = m_pPicture->duration;
+  // There the duration is made to fit what the file still holds; the number of ticks is the head's.
+  if (av_match_name(m_pFormat->iformat->name, "avi") != 0)
+    duration = std::max(duration, m_pPicture->nb_frames);
+  if (duration > 0 && m_pPicture->start_time != AV_NOPTS_VALUE) {
     const double start = ToSeconds(m_pPicture->start_time - OriginIn(base), base);
-    return (pictureEnd - start) / ToSeconds(m_pPicture->duration, base);
+    return (pictureEnd - start) / ToSeconds(duration, base);
   }
   if (m_pFormat->duration <= 0) return std::nullopt;
-  const double start = (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0
-                           ? 0
-                           : ToSeconds(m_pFormat->start_time, AV_TIME_BASE_Q);
-  return (std::max(m_end, pictureEnd) - start) / ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q);
+  // A file's length counts from zero: the end of what comes last.
+  return std::max(m_end, pictureEnd) / ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q);
 }

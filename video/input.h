@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -47,9 +48,14 @@ class Input {
   std::optional<double> PartReached(double pictureEnd) const;
 
  private:
+  bool HasAnyClock() const;
+  void FollowClock(const AVPacket& packet, const AVStream& stream);
+
   std::string m_fileName;
   InputPtr m_pFormat;
   AVStream* m_pPicture = nullptr;
   std::deque<PacketPtr> m_ahead;
-  double m_end = 0;  // of all packets, in seconds
+  double m_end = 0;                    // of all packets, in seconds
+  std::map<int, std::int64_t> m_next;  // by stream, the time after its last packet; AV_TIME_BASE
+  std::int64_t m_jumped = 0;           // how far the clock went in jumps; AV_TIME_BASE
 };

@@ -4,13 +4,13 @@
 #include <cmath>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
 #include "host/platform.h"
 #include "host/progress.h"
 #include "host/workerror.h"
 #include "video/decoder.h"
+#include "video/memory.h"
 #include "video/output.h"
 #include "video/pictureplan.h"
 #include "video/range.h"
@@ -46,16 +46,6 @@ void CheckFiles(const Options& options, const std::string& input, const std::str
   if (IsSameFile(options.motionFile, input) || IsSameFile(options.motionFile, output))
     throw WorkError("the motion file is the same file as INPUT or OUTPUT: " + options.motionFile);
   CheckTarget(options.motionFile, "the motion file", options.overwrite);
-}
-
-/// Bytes that the machine can give; nothing where it does not tell.
-std::optional<std::int64_t> AvailableMemory() {
-  std::ifstream file("/proc/meminfo");
-  std::string name;
-  std::int64_t kilobytes = 0;
-  for (std::string rest; file >> name >> kilobytes; std::getline(file, rest))
-    if (name == "MemAvailable:") return kilobytes * 1024;
-  return std::nullopt;
 }
 
 std::string Megabytes(std::int64_t bytes) { return std::to_string((bytes + 999'999) / 1'000'000) + " MB"; }
@@ -203,9 +193,9 @@ FramePtr Job::FindFirstFrame() {
 void Job::CheckMemory(const StabilizerFacts& facts) const {
   const std::string needed =
       std::to_string(facts.framesHeld) + " frames in memory at once, " + Megabytes(facts.bytesHeld);
-  const std::optional<std::int64_t> available = AvailableMemory();
-  if (available && facts.bytesHeld > *available)
-    throw WorkError("the window needs " + needed + ", and this machine has " + Megabytes(*available) +
+  const std::int64_t available = AvailableMemory();
+  if (facts.bytesHeld > available)
+    throw WorkError("the window needs " + needed + ", and this machine has " + Megabytes(available) +
                     " left; a shorter --window needs less");
   m_notes.Tell("holds " + needed);
 }
@@ -348,8 +338,8 @@ void Job::Close() {
   m_output.Finish();
   m_progress.reset();
   if (m_decoder.DamagedPackets() > 0)
-    m_notes.Warn(m_input.FileName() + " is damaged: " + std::to_string(m_decoder.DamagedPackets()) +
-                 " pictures were skipped or mended");
+    m_notes.Warn(m_input.FileName() +
+                 " is damaged; pictures skipped or mended: " + std::to_string(m_decoder.DamagedPackets()));
   std::string leftOut;
   for (const std::string& text : m_leftOut) leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
   if (m_way->prepare.Deinterlaces())

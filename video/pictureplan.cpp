@@ -64,7 +64,7 @@ PictureFacts SourceFacts(const Input& input, const AVFrame& first) {
   facts.primaries = first.color_primaries;
   facts.transfer = first.color_trc;
   facts.matrix = first.colorspace;
-  facts.range = MeansFullRange(facts.source) ? AVCOL_RANGE_JPEG : first.color_range;
+  facts.range = RangeOf(first);
   facts.chromaSite = first.chroma_location;
   facts.rate = input.Rate();
   facts.nominalRate = input.NominalRate();
@@ -138,6 +138,26 @@ void LaySideBySide(PictureTarget& target) {
   target.width = 2 * target.width + kDivider;
 }
 
+bool WritesCaptions(const AVCodec& encoder) {
+  const AVClass* own = encoder.priv_class;
+  const auto has = [&](const char* option) {
+    return av_opt_find(&own, option, nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
+  };
+  return own && (has("a53cc") || has("a53_cc"));
+}
+
+/// What stands beside the samples and gets lost.
+void AddDataLosses(const AVFrame& first, const AVStream& stream, const AVCodec& encoder,
+                   std::vector<std::string>& losses) {
+  const auto has = [&](AVFrameSideDataType type) { return av_frame_get_side_data(&first, type) != nullptr; };
+  if (has(AV_FRAME_DATA_DYNAMIC_HDR_PLUS) || has(AV_FRAME_DATA_DYNAMIC_HDR_VIVID))
+    losses.emplace_back("dynamic HDR metadata");
+  if (has(AV_FRAME_DATA_DOVI_RPU_BUFFER) || has(AV_FRAME_DATA_DOVI_METADATA) ||
+      av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, nullptr))
+    losses.emplace_back("Dolby Vision metadata");
+  if (has(AV_FRAME_DATA_A53_CC) && !WritesCaptions(encoder)) losses.emplace_back("closed captions");
+}
+
 std::vector<std::string> FindLosses(AVPixelFormat source, AVPixelFormat encoded) {
   const auto hasAlpha = [](AVPixelFormat format) {
     const std::uint64_t flags = av_pix_fmt_desc_get(format)->flags;
@@ -164,6 +184,7 @@ PicturePlan MakePicturePlan(const Options& options, const Input& input, const AV
   const AVPixelFormat encoded = ChoosePixelFormat(*plan.encoder, plan.facts);
   SetColours(plan, encoded);
   plan.leftOut = FindLosses(plan.facts.source, encoded);
+  AddDataLosses(first, input.Picture(), *plan.encoder, plan.leftOut);
   AVPixelFormat held = WithoutRange(encoded);
   if (options.engine == Engine::Kernel)
     held = AV_PIX_FMT_BGR24;

@@ -44,6 +44,13 @@ AVPixelFormat WithoutRange(AVPixelFormat format) {
 
 bool MeansFullRange(AVPixelFormat format) { return WithoutRange(format) != format; }
 
+AVColorRange RangeOf(const AVFrame& frame) {
+  const auto format = static_cast<AVPixelFormat>(frame.format);
+  const bool isGrey = !IsRgb(format) && av_pix_fmt_desc_get(format)->nb_components < 3;
+  const bool isUntold = frame.color_range == AVCOL_RANGE_UNSPECIFIED;
+  return MeansFullRange(format) || (isGrey && isUntold) ? AVCOL_RANGE_JPEG : frame.color_range;
+}
+
 std::optional<precise::PictureFormat> EngineFormat(AVPixelFormat format, int width, int height) {
   const AVPixFmtDescriptor* const description = av_pix_fmt_desc_get(format);
   if (!description || !IsPlanar(*description)) return std::nullopt;
@@ -61,6 +68,11 @@ bool IsRgb(AVPixelFormat format) {
   return (av_pix_fmt_desc_get(format)->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0;
 }
 
+bool HasFewColours(AVPixelFormat format) {
+  const AVPixFmtDescriptor& description = *av_pix_fmt_desc_get(format);
+  return IsRgb(format) && ((description.flags & AV_PIX_FMT_FLAG_PAL) != 0 || description.comp[0].depth < 8);
+}
+
 int BitsOf(AVPixelFormat format) { return av_pix_fmt_desc_get(format)->comp[0].depth; }
 
 bool CutsChroma(AVPixelFormat format, int width, int height) {
@@ -70,8 +82,12 @@ bool CutsChroma(AVPixelFormat format, int width, int height) {
 
 AVPixelFormat Nearest(AVPixelFormat source, std::span<const AVPixelFormat> candidates) {
   const bool hasAlpha = (av_pix_fmt_desc_get(source)->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
+  if (HasFewColours(source)) source = hasAlpha ? kAllColours : AV_PIX_FMT_BGR24;
+  // Of several that lose as little the library takes the first: that is to be the one with the fewest bits.
+  std::vector<AVPixelFormat> ordered(candidates.begin(), candidates.end());
+  std::ranges::stable_sort(ordered, {}, BitsOf);
   AVPixelFormat best = AV_PIX_FMT_NONE;
-  for (const AVPixelFormat candidate : candidates) {
+  for (const AVPixelFormat candidate : ordered) {
     if (candidate == source) return source;
     best = best == AV_PIX_FMT_NONE ? candidate
                                    : av_find_best_pix_fmt_of_2(best, candidate, source, hasAlpha, nullptr);

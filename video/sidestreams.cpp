@@ -28,6 +28,17 @@ class CopiedStream final : public SideStream {
   }
 
   void Take(AVPacket& packet) override {
+    // Of what an edit list leaves out, the last packet primes the decoder.
+    if ((packet.flags & AV_PKT_FLAG_DISCARD) != 0) {
+      m_pPrimer.reset(Made(av_packet_clone(&packet)));
+      return;
+    }
+    if (const PacketPtr primer = std::move(m_pPrimer)) Write(*primer);
+    Write(packet);
+  }
+
+ private:
+  void Write(AVPacket& packet) {
     // A packet without a time, such as the second of a pair of fields, follows the one before.
     if (packet.dts == AV_NOPTS_VALUE && packet.pts == AV_NOPTS_VALUE && m_next != AV_NOPTS_VALUE)
       packet.pts = packet.dts = m_next;
@@ -35,10 +46,10 @@ class CopiedStream final : public SideStream {
     m_output.Write(packet, m_index, m_base);
   }
 
- private:
   AVRational m_base;
   Output& m_output;
   int m_index = 0;
+  PacketPtr m_pPrimer;
   std::int64_t m_next = AV_NOPTS_VALUE;
 };
 
@@ -87,6 +98,27 @@ std::map<int, std::vector<PacketPtr>> ReadSound(Input& input) {
   return sound;
 }
 
+/// True when the sound begins with the clip and has no gap: where a format has no times for it, its number of
+/// samples is the time.
+bool RunsThrough(const std::string& fileName, const AVStream& stream) {
+  constexpr double kMostSeconds = 0.03;
+  Input input(fileName);
+  const int index = stream.index;
+  for (unsigned i = 0; i < input.Format().nb_streams; ++i)
+    if (static_cast<int>(i) != index) input.Format().streams[i]->discard = AVDISCARD_ALL;
+  const PacketPtr packet = NewPacket();
+  for (double end = 0; input.Read(*packet); av_packet_unref(packet.get())) {
+    if (packet->stream_index != index) continue;
+    if (packet->pts != AV_NOPTS_VALUE &&
+        std::abs(ToSeconds(packet->pts, stream.time_base) - end) > kMostSeconds)
+      return false;
+    const int samples = av_get_audio_frame_duration2(stream.codecpar, packet->size);
+    end += samples > 0 ? static_cast<double>(samples) / std::max(1, stream.codecpar->sample_rate)
+                       : ToSeconds(packet->duration, stream.time_base);
+  }
+  return true;
+}
+
 /// Chooses a way for one stream after the other.
 class Planner {
  public:
@@ -128,20 +160,30 @@ class Planner {
       AddAttachment(stream, m_output);
       return nullptr;
     }
-    if (av_match_name(m_format.name, "mp4,ipod") != 0 && Takes(stream.codecpar->codec_id))
-      return Copy(stream);
+    const AVCodecID codec = stream.codecpar->codec_id;
+    const bool isUsual = codec == AV_CODEC_ID_MJPEG || codec == AV_CODEC_ID_PNG || codec == AV_CODEC_ID_BMP;
+    if (av_match_name(m_format.name, "mp4,ipod") != 0 && isUsual) return Copy(stream);
     isLeftOut = true;
     return nullptr;
   }
 
+  bool HoldsFurtherSound() const {
+    const AVFormatContext& output = m_output.Format();
+    bool hasSound = false;
+    for (unsigned i = 0; i < output.nb_streams; ++i)
+      hasSound = hasSound || output.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    return !hasSound || m_format.name != std::string_view("flv");
+  }
+
   std::unique_ptr<SideStream> PlanSound(const AVStream& stream, bool& isLeftOut) {
+    if (!HoldsFurtherSound()) {
+      isLeftOut = true;
+      return nullptr;
+    }
     const bool fillsStart = m_format.name == std::string_view("avi");
-    // There sound begins with the picture, whatever its times say.
-    const double start = ToSeconds(stream.start_time, stream.time_base) -
-                         ToSeconds(m_input.OriginIn(stream.time_base), stream.time_base);
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
-        !(fillsStart && std::abs(start) > 0.01);
+        (!fillsStart || (m_input.IsSeekable() && RunsThrough(m_input.FileName(), stream)));
     if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input);
     if (canCopy && DecodesFrom(m_output.Format(), stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =

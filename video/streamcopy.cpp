@@ -58,7 +58,7 @@ void CopyTags(const AVStream& from, AVStream& to, bool isEncodedAnew) {
 }
 
 bool HoldsChapters(const AVOutputFormat& format) {
-  return IsMovFamily(format) || av_match_name(format.name, "matroska,webm,ogg,ogv,asf,nut") != 0;
+  return IsMovFamily(format) || av_match_name(format.name, "matroska,webm,asf,nut") != 0;
 }
 
 void CopyFileTags(const Input& input, const Range& range, Output& output) {

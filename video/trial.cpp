@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "host/workerror.h"
 #include "video/decoder.h"
@@ -11,54 +12,38 @@ namespace {
 
 /// A file in memory.
 struct Memory {
-  std::uint8_t* bytes = nullptr;
-  int size = 0;
-  std::int64_t position = 0;
-
-  Memory() = default;
-  Memory(const Memory&) = delete;
-  Memory& operator=(const Memory&) = delete;
-  ~Memory() { av_free(bytes); }
+  std::vector<std::uint8_t> bytes;
+  std::size_t position = 0;
 };
 
 int ReadMemory(void* opaque, std::uint8_t* buffer, int wanted) {
   Memory& memory = *static_cast<Memory*>(opaque);
-  const std::int64_t count = std::min<std::int64_t>(wanted, memory.size - memory.position);
-  if (count <= 0) return AVERROR_EOF;
-  std::memcpy(buffer, memory.bytes + memory.position, static_cast<std::size_t>(count));
+  const std::size_t left = memory.bytes.size() - std::min(memory.position, memory.bytes.size());
+  const std::size_t count = std::min(static_cast<std::size_t>(wanted), left);
+  if (count == 0) return AVERROR_EOF;
+  std::memcpy(buffer, memory.bytes.data() + memory.position, count);
   memory.position += count;
   return static_cast<int>(count);
 }
 
-std::int64_t SeekMemory(void* opaque, std::int64_t offset, int whence) {
+int WriteMemory(void* opaque, std::uint8_t* buffer, int size) {
   Memory& memory = *static_cast<Memory*>(opaque);
-  if (whence == AVSEEK_SIZE) return memory.size;
-  if (whence == SEEK_CUR) offset += memory.position;
-  if (whence == SEEK_END) offset += memory.size;
-  if (offset < 0 || offset > memory.size) return AVERROR(EINVAL);
-  return memory.position = offset;
+  const std::size_t end = memory.position + static_cast<std::size_t>(size);
+  memory.bytes.resize(std::max(memory.bytes.size(), end));
+  std::copy_n(buffer, size, memory.bytes.data() + memory.position);
+  memory.position = end;
+  return size;
 }
 
-/// Throws WorkError when the muxer refuses.
-void WriteTrial(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets,
-                Memory& memory) {
-  AVFormatContext* context = nullptr;
-  Check(avformat_alloc_output_context2(&context, output.oformat, nullptr, nullptr), "trial");
-  const MuxerPtr muxer(context);
-  Check(avio_open_dyn_buf(&context->pb), "trial");
-  context->pb->seekable = output.pb->seekable;
-  int result = CopyParameters(stream, *Made(avformat_new_stream(context, nullptr)));
-  if (result >= 0) result = avformat_write_header(context, nullptr);
-  for (std::size_t i = 0; i < packets.size() && result >= 0; ++i) {
-    const PacketPtr packet(Made(av_packet_clone(packets[i].get())));
-    packet->stream_index = 0;
-    av_packet_rescale_ts(packet.get(), stream.time_base, context->streams[0]->time_base);
-    result = av_interleaved_write_frame(context, packet.get());
-  }
-  if (result >= 0) result = av_write_trailer(context);
-  memory.size = avio_close_dyn_buf(context->pb, &memory.bytes);
-  context->pb = nullptr;
-  Check(result, "trial");
+std::int64_t SeekMemory(void* opaque, std::int64_t offset, int whence) {
+  Memory& memory = *static_cast<Memory*>(opaque);
+  const auto size = static_cast<std::int64_t>(memory.bytes.size());
+  if (whence == AVSEEK_SIZE) return size;
+  if (whence == SEEK_CUR) offset += static_cast<std::int64_t>(memory.position);
+  if (whence == SEEK_END) offset += size;
+  if (offset < 0 || offset > size) return AVERROR(EINVAL);
+  memory.position = static_cast<std::size_t>(offset);
+  return offset;
 }
 
 struct IoFreer {
@@ -67,6 +52,36 @@ struct IoFreer {
     avio_context_free(&io);
   }
 };
+using IoPtr = std::unique_ptr<AVIOContext, IoFreer>;
+
+IoPtr OpenMemory(Memory& memory, bool isOutput) {
+  constexpr int kBufferBytes = 1 << 16;
+  memory.position = 0;
+  auto* const buffer = static_cast<std::uint8_t*>(Made(av_malloc(kBufferBytes)));
+  return IoPtr(Made(avio_alloc_context(buffer, kBufferBytes, isOutput ? 1 : 0, &memory, ReadMemory,
+                                       WriteMemory, SeekMemory)));
+}
+
+/// Throws WorkError when the muxer refuses.
+void WriteTrial(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets,
+                Memory& memory) {
+  AVFormatContext* context = nullptr;
+  Check(avformat_alloc_output_context2(&context, output.oformat, nullptr, nullptr), "trial");
+  const MuxerPtr muxer(context);
+  const IoPtr io = OpenMemory(memory, true);
+  context->pb = io.get();
+  context->pb->seekable = output.pb->seekable;
+  Check(CopyParameters(stream, *Made(avformat_new_stream(context, nullptr))), "trial");
+  Check(avformat_write_header(context, nullptr), "trial");
+  for (const PacketPtr& original : packets) {
+    const PacketPtr packet(Made(av_packet_clone(original.get())));
+    packet->stream_index = 0;
+    av_packet_rescale_ts(packet.get(), stream.time_base, context->streams[0]->time_base);
+    Check(av_interleaved_write_frame(context, packet.get()), "trial");
+  }
+  Check(av_write_trailer(context), "trial");
+  avio_flush(context->pb);
+}
 
 bool DecodesSound(AVFormatContext& format, const AVCodecParameters& wanted) {
   if (avformat_find_stream_info(&format, nullptr) < 0 || format.nb_streams != 1) return false;
@@ -90,10 +105,7 @@ bool DecodesFrom(const AVFormatContext& output, const AVStream& stream, std::spa
   try {
     Memory memory;
     WriteTrial(output, stream, packets, memory);
-    constexpr int kBufferBytes = 1 << 16;
-    const std::unique_ptr<AVIOContext, IoFreer> io(
-        Made(avio_alloc_context(static_cast<std::uint8_t*>(Made(av_malloc(kBufferBytes))), kBufferBytes, 0,
-                                &memory, ReadMemory, nullptr, SeekMemory)));
+    const IoPtr io = OpenMemory(memory, false);
     AVFormatContext* context = Made(avformat_alloc_context());
     context->pb = io.get();
     Check(avformat_open_input(&context, nullptr, nullptr, nullptr), "trial");
