@@ -1,117 +1,124 @@
 """What stabilizing costs.
 
 A cost is the CPU time, user and system, of a whole process on one thread. It is taken per frame, as the difference
-between a run over a clip and a run over its end, so that starting up and filling the delay line cancel out; and it is
-taken less the same for a process that only passes the frames on. Everyone reads raw frames of its own pixel format
-from memory and throws its output away. Rounds run the contenders in turn; figures are medians.
+between a run over a clip and a run over its beginning, so that starting up and filling the delay line cancel out; and
+it is taken less the same for a process that only passes the frames on. Everyone reads uncompressed frames from memory
+and throws its output away. Rounds run the rows in turn; figures are medians.
 
-The cost of window lengths is that of the kernel's calls inside one process, on a made-up clip: the mapping of ever
-longer delay lines is too noisy to tell a few percent from outside.
+The cost of window lengths is that of an engine's calls inside one process, on a made-up clip: a program that runs alone
+with a short window finds its few frames in the cache, however cheap its engine is.
+
+A job is a whole file, from H.264 to H.264, on as many threads as the programs choose.
 """
 
 import argparse
 import dataclasses
+import math
 import os
 import re
 import resource
 import statistics
 import subprocess
 import tempfile
+import time
 from pathlib import Path
 
 from report import BUILD, say, table, verdict
 
-PROGRAMS = ["vstabilize", "copy_clip", "floor_bench"]
+PROGRAMS = ["vstabilize", "stabilize", "copy_clip", "make_scene", "floor_bench", "precise_bench"]
 
-SIZES = "640x480,1280x720,1920x1080,3840x2160"
-DEFAULT_WINDOW = 32
+SD, HD, FULL_HD, UHD = SIZES = ["640x480", "1280x720", "1920x1080", "3840x2160"]
+BGR, YUV, YUV10 = "bgr24", "yuv420p", "yuv420p10le"
 
-DEFAULTS = "defaults"
-ROTATION = "rotation, quality 3"
+OWN = "{build}/host/vstabilize --quiet"
+COPY = "{build}/bench/copy_clip"
+PAIR = ["vidstabdetect=result={folder}/motion", "vidstabtransform=input={folder}/motion"]
+PAIR_TITLE = "the pair"
 
-# What is to be reached.
-TIMES_FASTER_AT_DEFAULTS = 10
-TIMES_FASTER_WITH_ROTATION = 2
-ROTATION_COUNTS_FROM_HEIGHT = 720
-WINDOW_SPREAD = 0.05
 
-OWN = "bgr24"
-PEERS = "yuv420p"
-BYTES_PER_PIXEL = {OWN: 3, PEERS: 1.5}
-# The own costs are the smallest, and all others are divided by them.
-TRIES_A_ROUND = {OWN: 2, PEERS: 1}
+def ffmpeg(video_filter):
+    return ("ffmpeg -nostdin -v error -threads 1 -filter_threads 1 -f yuv4mpegpipe -i pipe:0 "
+            f"-vf {video_filter} -threads 1 -f null -")
+
+
+def ffmpeg_job(video_filter, output="-c:v libx264 -preset medium -crf 18 {folder}/steady.mp4"):
+    return f"ffmpeg -nostdin -v error -y -i {{folder}}/job.mp4 -vf {video_filter} {output}"
 
 
 @dataclasses.dataclass(frozen=True)
-class Size:
-    width: int
-    height: int
-
-    def __str__(self):
-        return f"{self.width}x{self.height}"
+class Row:
+    title: str
+    commands: list  # one for each time that the clip is read
+    idle: str  # command that only passes the frames on
+    pixel_format: str = YUV
+    once: bool = False  # whether one size is enough
+    delay: int = 16  # frames at most that wait within
 
     @property
-    def title(self):
-        return f"{self.width}×{self.height}"
+    def is_own(self):
+        return self.idle.startswith(COPY)
 
 
-@dataclasses.dataclass(frozen=True)
-class Clip:
-    """Raw frames in one file a pixel format, of which short runs take the last `end` frames."""
-
-    folder: Path
-    size: Size
-    frames: int
-    end: int
-
-    def path(self, pixel_format):
-        return self.folder / f"clip.{pixel_format}"
-
-    def open_at(self, frames, pixel_format):
-        """The file, positioned before its last frames."""
-        file = self.path(pixel_format).open("rb")
-        frame_bytes = int(self.size.width * self.size.height * BYTES_PER_PIXEL[pixel_format])
-        file.seek((self.frames - frames) * frame_bytes)
-        return file
+def precise(title, options="", **more):
+    return Row(title, [f"{OWN} {options}"], COPY, **more)
 
 
-@dataclasses.dataclass(frozen=True)
-class Contender:
-    name: str
-    pixel_format: str
-    passes: list  # one command for each time that the clip is read
+def classic(title, options="", **more):
+    return Row(f"classic, {title}", [f"{OWN} --size {{size}} {options}"], f"{COPY} --size {{size}}", BGR, **more)
 
 
-def own(clip, *settings, program="host/vstabilize"):
-    return [BUILD / program, "--size", str(clip.size), *settings]
+def peer(title, *filters):
+    return Row(title, list(map(ffmpeg, filters)), ffmpeg("null"))
 
 
-def peer(clip, video_filter):
-    return [*"ffmpeg -nostdin -v error -threads 1 -filter_threads 1 -f rawvideo".split(),
-            "-pixel_format", PEERS, "-video_size", str(clip.size), "-i", "pipe:0",
-            "-vf", video_filter, *"-threads 1 -f null -".split()]
+ROWS = {
+    "bicubic": precise("bicubic, `--crop 0`", "--crop 0"),
+    "bilinear": precise("bilinear, `--crop 0`", "--crop 0 --interpolation bilinear"),
+    "defaults": precise("defaults", delay=32),
+    "10-bits": precise("bicubic, `--crop 0`, 10 bits", "--crop 0", pixel_format=YUV10, once=True),
+    "classic": classic("defaults"),
+    "classic-rotation": classic("rotation, quality 3", "--rotation"),
+    "deshake": peer("`deshake`", "deshake"),
+    "pair": peer(PAIR_TITLE, *PAIR),
+}
+PEERS = ["deshake", "pair"]
 
+# What is to be reached: a row, the one that its cost is compared with, the share of that at most, and the sizes.
+ANY = None
+LIMITS = [
+    ("bicubic", "pair", 1 / 6, [SD]),
+    ("bicubic", "pair", 1 / 9, [HD]),
+    ("bicubic", "pair", 1 / 14, [FULL_HD, UHD]),
+    ("bilinear", "pair", 1 / 18, [FULL_HD, UHD]),
+    ("defaults", "pair", 1 / 10, [FULL_HD]),
+    ("10-bits", "bicubic", 1.6, ANY),
+    *(("classic", name, 1 / 10, ANY) for name in PEERS),
+    *(("classic-rotation", name, 1 / 2, [HD, FULL_HD, UHD]) for name in PEERS),
+]
 
-def contenders(clip):
-    motion = clip.folder / "motion"
-    pair = [f"vidstabdetect=result={motion}", f"vidstabtransform=input={motion}"]
-    return [
-        Contender(DEFAULTS, OWN, [own(clip)]),
-        Contender(ROTATION, OWN, [own(clip, "--rotation")]),
-        Contender("`deshake`", PEERS, [peer(clip, "deshake")]),
-        Contender("`vidstabdetect` + `vidstabtransform`", PEERS, [peer(clip, step) for step in pair]),
-    ]
+# An engine's program that measures frames with several windows, and what the dearest may cost to the cheapest.
+WINDOWS = {
+    "defaults": ("{build}/bench/precise_bench --benchmark_filter=WholeFrame/window --benchmark_repetitions=8 "
+                 "--benchmark_min_time=0.2 --benchmark_enable_random_interleaving=true", 1.1),
+    "classic, defaults": ("{build}/bench/floor_bench 1920 1080", 1.05),
+}
 
+JOBS = {
+    "ffmpeg without a filter": [ffmpeg_job("null")],
+    "`stabilize`": ["{build}/video/stabilize {folder}/job.mp4 {folder}/steady.mp4 --force --quiet --codec libx264 "
+                    "--preset medium --crf 18"],
+    PAIR_TITLE: [ffmpeg_job(PAIR[0], "-f null -"), ffmpeg_job(PAIR[1])],
+}
+JOB_FRAMES = 150
 
-def pass_through(clip, pixel_format):
-    command = own(clip, program="bench/copy_clip") if pixel_format == OWN else peer(clip, "null")
-    return Contender(f"{pixel_format} passed on", pixel_format, [command])
+ALL_ROWS = [*ROWS, "windows", "jobs"]
 
 
 @dataclasses.dataclass(frozen=True)
 class Usage:
-    """CPU seconds, or milliseconds a frame, and MiB."""
+    """Seconds, or milliseconds a frame; and MiB."""
 
+    wall: float
     cpu: float
     peak: float
 
@@ -121,108 +128,111 @@ def cpu_of_children():
     return usage.ru_utime + usage.ru_stime
 
 
-def run(contender, clip, frames):
-    """What all passes over the clip's last frames take together, and the peak memory of the largest."""
-    peak, start = 0, cpu_of_children()
+def words(command, **places):
+    return [word.format(build=BUILD, **places) for word in command.split()]
+
+
+def run(commands, folder, size, source=Path(os.devnull), **environment):
+    """What all commands take together, each of which reads the source, and the peak memory of the largest."""
+    peak, cpu, wall = 0, cpu_of_children(), time.perf_counter()
     with tempfile.NamedTemporaryFile("r") as report:
-        for command in contender.passes:
-            with clip.open_at(frames, contender.pixel_format) as source:
+        for command in commands:
+            with source.open("rb") as file:
                 # The peak of a child of this process would count this process's own.
-                subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", report.name, *command], check=True,
-                               stdin=source, stdout=subprocess.DEVNULL, env=os.environ | {"OMP_NUM_THREADS": "1"})
+                subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", report.name,
+                                *words(command, folder=folder, size=size)], check=True, stdin=file,
+                               stdout=subprocess.DEVNULL, env=os.environ | environment)
             report.seek(0)
             peak = max(peak, int(report.read()) / 1024)
-    return Usage(cpu_of_children() - start, peak)
-
-
-def cost(contender, clip):
-    """What a frame takes."""
-    short, whole = run(contender, clip, clip.end), run(contender, clip, clip.frames)
-    return Usage((whole.cpu - short.cpu) / (clip.frames - clip.end) * 1000, whole.peak)
+    return Usage(time.perf_counter() - wall, cpu_of_children() - cpu, peak)
 
 
 def median(usages):
     return Usage(*map(statistics.median, zip(*map(dataclasses.astuple, usages))))
 
 
-def measure(entrants, clip, rounds):
-    """Name to what the stabilization alone takes a frame."""
-    formats = dict.fromkeys(entrant.pixel_format for entrant in entrants)
-    everyone = [pass_through(clip, pixel_format) for pixel_format in formats] + entrants
-    found = {entrant.name: [] for entrant in everyone}
-    for number in range(rounds):
-        for entrant in everyone:
-            say(f"{clip.size}, round {number + 1} of {rounds}: {entrant.name}")
-            found[entrant.name] += [cost(entrant, clip) for _ in range(TRIES_A_ROUND[entrant.pixel_format])]
-    results = {}
-    for entrant in entrants:
-        whole = median(found[entrant.name])
-        idle = median(found[f"{entrant.pixel_format} passed on"])
-        # Nothing shorter can be told from nothing.
-        results[entrant.name] = Usage(max(whole.cpu - len(entrant.passes) * idle.cpu, 0.001), whole.peak)
-    return results
-
-
-def noise(size, scale, seed):
-    return (f"color=gray:{size.width // scale}x{size.height // scale},format=gbrp,noise=alls=100:all_seed={seed},"
-            f"scale={size}:flags=bicubic,trim=end_frame=1")
-
-
-def shaky_scene(size):
-    """A filter graph: a picture with detail at several scales, under a camera that pans, trembles and rolls."""
-    margin = size.width // 20
-    canvas = Size(size.width + 2 * margin, size.height + 2 * margin)
-    return (f"{noise(canvas, 64, 1)}[coarse];{noise(canvas, 16, 2)}[middle];{noise(canvas, 4, 3)}[fine];"
-            "[coarse][middle][fine]mix=3:weights='4 3 2',loop=-1:1,setpts=N/25/TB,"
-            "rotate='0.006*sin(n/5)+0.003*sin(n*1.3)',"
-            f"crop={size.width}:{size.height}:x='{margin}*(1+0.5*sin(n/17)+0.03*sin(n*1.1)+0.03*sin(n*2.3))'"
-            f":y='{margin}*(1+0.4*sin(n/13)+0.03*sin(n*1.4)+0.03*sin(n*1.9))'")
-
-
-def make_clip(folder, source, size, frames, end):
+def film(folder, source, size, frames, outputs):
+    """Has ffmpeg write the outputs, a list of options each, of the source or else of a made-up scene."""
     say(f"{size}: making the clip")
-    clip = Clip(folder, size, frames, end)
-    if source:
-        # A clip that is too short starts again; scaled to cover the size.
-        inputs = ["-stream_loop", "-1", "-i", f"file:{source}"]
-        picture = f"[0:V:0]scale={size}:force_original_aspect_ratio=increase,crop={size.width}:{size.height}"
-    else:
-        inputs, picture = [], shaky_scene(size)
-    outputs = []
-    for pixel_format in (OWN, PEERS):
-        outputs += ["-map", f"[{pixel_format}]", "-frames:v", str(frames), "-pix_fmt", pixel_format,
-                    "-f", "rawvideo", f"file:{clip.path(pixel_format)}"]
-    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *inputs, "-filter_complex",
-                    f"{picture},split[{OWN}][{PEERS}]", *outputs], check=True)
-    return clip
+    scene = folder / "scene.y4m"
+    if not source:
+        with scene.open("wb") as file:
+            subprocess.run([BUILD / "bench/make_scene", f"plain_{size}@{frames}"], check=True, stdout=file)
+    # A clip that is too short starts again; scaled to cover the size. The rate decides how long the window is.
+    picture = f"scale={size}:force_original_aspect_ratio=increase,crop={size.replace('x', ':')},setfield=prog"
+    subprocess.run(["ffmpeg", *"-nostdin -v error -y -stream_loop -1 -r 30".split(), "-i", f"file:{source or scene}",
+                    *(word for output in outputs for word in ("-map", "0:V:0", "-vf", picture, *output))], check=True)
+    scene.unlink(missing_ok=True)
 
 
-def frames_of(size):
-    """Length of a clip and of its end: about the same work at every size, the delay line full within the end."""
-    end = DEFAULT_WINDOW // 2 + 4
-    return end + min(max(round(60 * 1920 * 1080 / (size.width * size.height)), 28), 220), end
+def clip_file(folder, pixel_format, frames):
+    return folder / f"{frames}.{pixel_format}"
 
 
-def compare_sizes(folder, source, sizes, rounds):
-    """Size to the results of all contenders."""
+def make_clips(folder, source, size, rows):
+    """Writes two clips a pixel format and returns their numbers of frames. The shorter is the longer's beginning and
+    fills the delay line; the longer is about the same work at every size."""
+    beginning = max(row.delay for row in rows) + 4
+    frames = round(60 * 1920 * 1080 / math.prod(map(int, size.split("x"))))
+    lengths = beginning, beginning + min(max(frames, 20), 220)
+    film(folder, source, size, lengths[1], [
+        ["-frames:v", str(frames), "-pix_fmt", pixel_format, "-strict", "-1",
+         "-f", "rawvideo" if pixel_format == BGR else "yuv4mpegpipe", f"file:{clip_file(folder, pixel_format, frames)}"]
+        for pixel_format in dict.fromkeys(row.pixel_format for row in rows) for frames in lengths])
+    return lengths
+
+
+def cost(row, folder, size, lengths):
+    """What a frame takes."""
+    short, whole = (run(row.commands, folder, size, clip_file(folder, row.pixel_format, frames), OMP_NUM_THREADS="1")
+                    for frames in lengths)
+    milliseconds = 1000 / (lengths[1] - lengths[0])
+    return Usage((whole.wall - short.wall) * milliseconds, (whole.cpu - short.cpu) * milliseconds, whole.peak)
+
+
+def measure_size(folder, source, size, rows, rounds):
+    """Name to what the stabilization alone takes a frame."""
+    idle = {(row.idle, row.pixel_format): Row("frames passed on", [row.idle], row.idle, row.pixel_format)
+            for row in rows.values()}
+    found = {name: [] for name in idle | rows}
+    with tempfile.TemporaryDirectory(dir=folder) as clips:
+        lengths = make_clips(Path(clips), source, size, rows.values())
+        for number in range(rounds):
+            for name, row in (idle | rows).items():
+                say(f"{size}, round {number + 1} of {rounds}: {row.title}")
+                # The own costs are the smallest, and all others are divided by them.
+                found[name] += [cost(row, Path(clips), size, lengths) for _ in range(3 if row.is_own else 1)]
     results = {}
-    for size in sizes:
-        clip = make_clip(folder, source, size, *frames_of(size))
-        results[size] = measure(contenders(clip), clip, rounds)
+    for name, row in rows.items():
+        whole, passing = median(found[name]), median(found[row.idle, row.pixel_format])
+        # Nothing shorter can be told from nothing.
+        results[name] = dataclasses.replace(whole, cpu=max(whole.cpu - len(row.commands) * passing.cpu, 0.001))
     return results
 
 
-def compare_windows(size, rounds):
-    """Window to the CPU milliseconds that a kernel call takes with it: medians of kernels that run in turn, so that
-    a short delay line stays in no cache."""
-    say(f"{size}: window lengths")
-    times = {4: [], 32: [], 128: []}
-    for _ in range(rounds):
-        table = subprocess.run([BUILD / "bench/floor_bench", str(size.width), str(size.height)], check=True,
-                               capture_output=True, text=True).stdout
-        for window, time in re.findall(r"^defaults(?:, window (\d+)|:.*?) {2,}([\d.]+)", table, re.MULTILINE):
-            times[int(window or 32)].append(float(time))
-    return {window: statistics.median(medians) for window, medians in times.items()}
+def measure_windows(rounds):
+    """Engine to windows to the milliseconds that a frame takes."""
+    results = {}
+    for engine, (command, _) in WINDOWS.items():
+        say(f"windows: {engine}")
+        found = {}
+        for _ in range(rounds):
+            output = subprocess.run(words(command), check=True, capture_output=True, text=True).stdout
+            for window, milliseconds in re.findall(r"window (\d+)(?:/\S*_median +\S+ ms)? +([\d.]+)", output):
+                found.setdefault(window, []).append(float(milliseconds))
+        results[engine] = {window: statistics.median(found[window]) for window in sorted(found, key=int)}
+    return results
+
+
+def measure_jobs(folder, source, size, rounds):
+    film(folder, source, size, JOB_FRAMES,
+         [["-frames:v", str(JOB_FRAMES), "-pix_fmt", YUV, "-crf", "18", f"file:{folder / 'job.mp4'}"]])
+    found = {title: [] for title in JOBS}
+    for number in range(rounds):
+        for title, commands in JOBS.items():
+            say(f"{size}, round {number + 1} of {rounds}: job of {title}")
+            found[title].append(run(commands, folder, size))
+    return {title: median(usages) for title, usages in found.items()}
 
 
 def significant(value):
@@ -230,70 +240,84 @@ def significant(value):
     return f"{value:.{2 if value < 1 else 1 if value < 20 else 0}f}"
 
 
-def peers_among(names):
-    return [name for name in names if name not in (DEFAULTS, ROTATION)]
+def grid(title, names, results, value):
+    """A row a name, a column a size."""
+    return ["", *table([title, *(size.replace("x", "×") for size in results)],
+                       [[ROWS[name].title, *(significant(value(found, name)) if name in found else "–"
+                                             for found in results.values())] for name in names])]
 
 
 def size_tables(results):
-    names = list(next(iter(results.values())))
-    sizes = [size.title for size in results]
-
-    def rows(of_names, value):
-        return [[name, *(significant(value(found, name)) for found in results.values())] for name in of_names]
-
-    lines = ["", *table(["CPU ms a frame", *sizes], rows(names, lambda found, name: found[name].cpu))]
-    for base in (DEFAULTS, ROTATION):
-        ratios = rows(peers_among(names), lambda found, name, base=base: found[name].cpu / found[base].cpu)
-        lines += ["", *table([f"times the cost of {base}", *sizes], ratios)]
-    lines += ["", *table(["peak memory, MiB", *sizes], rows(names, lambda found, name: found[name].peak))]
-    return lines
+    names = [name for name in ROWS if any(name in found for found in results.values())]
+    own = [name for name in names if ROWS[name].is_own and not ROWS[name].once]
+    lines = grid("CPU ms a frame", names, results, lambda found, name: found[name].cpu)
+    for base in PEERS:
+        if base in names:
+            lines += grid(f"{ROWS[base].title}: times the cost of", own, results,
+                          lambda found, name, base=base: found[base].cpu / found[name].cpu)
+    return lines + grid("peak memory, MiB", names, results, lambda found, name: found[name].peak)
 
 
-def window_table(results, size):
-    head = [f"window, at {size.title}", *(str(window) for window in results)]
-    return ["", *table(head, [["CPU ms a frame", *(f"{milliseconds:.2f}" for milliseconds in results.values())]])]
+def window_table(windows):
+    head = ["CPU ms a frame of 1920×1080", *(f"window {window}" for window in next(iter(windows.values())))]
+    return ["", *table(head, [[engine, *map(significant, found.values())] for engine, found in windows.items()])]
 
 
-def least_ratio(results, base):
-    """The worst of all peers and sizes, and where that is."""
-    ratios = [(found[name].cpu / found[base].cpu, f"{name} at {size.title}")
-              for size, found in results.items() for name in peers_among(found)]
-    return min(ratios, default=None)
+def job_table(jobs, size):
+    return ["", *table([f"job, {JOB_FRAMES} frames of {size.replace('x', '×')}", "seconds", "CPU seconds", "MiB"],
+                       [[title, *map(significant, dataclasses.astuple(usage))] for title, usage in jobs.items()])]
 
 
-def verdicts(by_size, by_window):
-    lines = [""]
-    large = {size: found for size, found in by_size.items() if size.height >= ROTATION_COUNTS_FROM_HEIGHT}
-    for base, results, wanted, where in (
-            (DEFAULTS, by_size, TIMES_FASTER_AT_DEFAULTS, "every size"),
-            (ROTATION, large, TIMES_FASTER_WITH_ROTATION, "1280×720 and above")):
-        least = least_ratio(results, base)
-        if least:
-            lines.append(verdict(f"{base}: at least {wanted} times faster than each at {where}",
-                                 least[0] >= wanted, f"least {least[0]:.1f}, {least[1]}"))
-    spread = max(by_window.values()) / min(by_window.values()) - 1
-    lines.append(verdict(f"cost independent of the window within {WINDOW_SPREAD:.0%}", spread <= WINDOW_SPREAD,
-                         f"{spread:.1%}"))
-    return lines
+def share(value):
+    return f"1/{1 / value:.3g}" if value < 1 else f"{value:.3g}"
 
 
-def parse_size(text):
-    match = re.fullmatch(r"(\d+)x(\d+)", text)
-    size = Size(*map(int, match.groups())) if match else None
-    if not size or min(size.width, size.height) < 64 or size.width % 2 or size.height % 2:
-        raise argparse.ArgumentTypeError(f"'{text}' is not WxH, both even and 64 at least")
-    return size
+def verdicts(results, windows):
+    ratios = [(f"{ROWS[name].title}, at {size.replace('x', '×')}: at most {share(limit)} times the cost of "
+               f"{ROWS[base].title}", limit, found[name].cpu / found[base].cpu)
+              for name, base, limit, sizes in LIMITS for size, found in results.items()
+              if name in found and base in found and (sizes is ANY or size in sizes)]
+    ratios += [(f"{engine}: the dearest window at most {share(WINDOWS[engine][1])} times the cost of the cheapest",
+                WINDOWS[engine][1], max(found.values()) / min(found.values())) for engine, found in windows.items()]
+    return ["", *(verdict(what, ratio <= limit, share(ratio)) for what, limit, ratio in ratios)]
+
+
+def parse_sizes(text):
+    for size in text.split(","):
+        match = re.fullmatch(r"(\d+)x(\d+)", size)
+        if not match or any(int(side) < 64 or int(side) % 2 for side in match.groups()):
+            raise argparse.ArgumentTypeError(f"'{size}' is not WxH, both even and 64 at least")
+    return text.split(",")
+
+
+def parse_rows(text):
+    for name in text.split(","):
+        if name not in ALL_ROWS:
+            raise argparse.ArgumentTypeError(f"there is no row '{name}', only {', '.join(ALL_ROWS)}")
+    return text.split(",")
 
 
 def add_options(parser):
     parser.add_argument("clip", nargs="?", help="a video to measure on (default a made-up shaky scene)")
-    parser.add_argument("--sizes", type=lambda text: [parse_size(size) for size in text.split(",")], default=SIZES,
-                        help=f"default {SIZES}")
+    parser.add_argument("--sizes", type=parse_sizes, default=SIZES, help=f"default {','.join(SIZES)}")
+    parser.add_argument("--rows", type=parse_rows, default=ALL_ROWS,
+                        help=f"some of {','.join(ALL_ROWS)} (default all); what they are compared with comes along")
     parser.add_argument("--rounds", type=int, default=3, help="default 3")
 
 
 def compare(folder, arguments):
-    window_size = Size(1920, 1080) if any(size.width >= 1920 for size in arguments.sizes) else Size(640, 480)
-    by_size = compare_sizes(folder, arguments.clip, arguments.sizes, arguments.rounds)
-    by_window = compare_windows(window_size, arguments.rounds)
-    return [*size_tables(by_size), *window_table(by_window, window_size), *verdicts(by_size, by_window)]
+    wanted = {*arguments.rows, *(base for name, base, *_ in LIMITS if name in arguments.rows)}
+    main = FULL_HD if FULL_HD in arguments.sizes else arguments.sizes[0]
+    lines, results, windows = [], {}, {}
+    for size in arguments.sizes:
+        rows = {name: row for name, row in ROWS.items() if name in wanted and (size == main or not row.once)}
+        if rows:
+            results[size] = measure_size(folder, arguments.clip, size, rows, arguments.rounds)
+    if results:
+        lines += size_tables(results)
+    if "windows" in wanted:
+        windows = measure_windows(arguments.rounds)
+        lines += window_table(windows)
+    if "jobs" in wanted:
+        lines += job_table(measure_jobs(folder, arguments.clip, main, arguments.rounds), main)
+    return [*lines, *verdicts(results, windows)]

@@ -1,7 +1,8 @@
 // Films a made-up scene whose camera path is known:
 //
-//   make_scene                            lists the scenes' names; NAME@FRAMES is the beginning of one
+//   make_scene                            lists the scenes' names
 //   make_scene NAME [PATH.csv] > NAME.y4m
+//   make_scene NAME_1280x720@80           another size and number of frames
 //
 // The path has a line a frame: where the camera points (pixels, x to the right, y upward; degrees
 // counterclockwise), and the shot's number. The content moves the other way, and vstabilize's motion log

@@ -113,9 +113,9 @@ void Warp(benchmark::State& state, Interpolation interpolation, double zoom) {
   std::size_t number = 0;
   for (auto _ : state) {
     const precise::ConstPicture in = FrameAt(clip, number++).Planes();
-    for (int plane = 0; plane < format.planes; ++plane)
-      WarpPlane(shown, correction, plane, in, output.Planes(), 0, format.PlaneHeight(plane), false,
-                precise::SelectLoops());
+    for (const bool isChroma : {false, true})
+      WarpPlanes(shown, correction, isChroma, in, output.Planes(), 0, format.PlaneHeight(isChroma ? 1 : 0),
+                 false, precise::SelectLoops());
   }
 }
 

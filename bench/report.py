@@ -18,7 +18,8 @@ def say(message):
 
 
 def build(programs):
-    for command in ([ROOT / "tools/setup", "build", "tests", "video", "compare"], ["cmake", "--preset", "native"],
+    for command in ([ROOT / "tools/setup", "build", "tests", "video", "stabilize", "compare"],
+                    ["cmake", "--preset", "native"],
                     ["cmake", "--build", "--preset", "native", "--target", *programs]):
         subprocess.run(command, cwd=ROOT, check=True, stdout=sys.stderr)
     filters = subprocess.run(["ffmpeg", "-v", "error", "-filters"], check=True, capture_output=True, text=True).stdout
@@ -66,3 +67,7 @@ def table(head, rows):
 
 def verdict(what, reached, found):
     return f"- {'pass' if reached else 'miss'}: {what} ({found})"
+
+
+def has_misses(lines):
+    return any(line.startswith("- miss: ") for line in lines)

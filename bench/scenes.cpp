@@ -158,6 +158,25 @@ Area Surroundings(const std::vector<SceneFrame>& frames, double width, double he
   return {left.camera.x - across, top.camera.y - down, right.camera.x + across, bottom.camera.y + down};
 }
 
+/// Takes `sign` and the number behind it off the front of `text`; false when they do not stand there.
+bool Take(std::string_view& text, char sign, int& number) {
+  if (!text.starts_with(sign)) return false;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data() + 1, end, number);
+  text = {rest, end};
+  return error == std::errc();
+}
+
+/// Changes a recipe as _WxH and @FRAMES tell, which may be missing; false when there is something else.
+bool Vary(std::string_view text, Recipe& recipe, int& frames) {
+  const auto isUsable = [](int side) { return side % 2 == 0 && side >= 64 && side <= 8192; };
+  if (text.starts_with('_') && !(Take(text, '_', recipe.width) && Take(text, 'x', recipe.height)))
+    return false;
+  if (text.starts_with('@') && !Take(text, '@', frames)) return false;
+  if (recipe.shots == 1) recipe.frames = std::max(recipe.frames, frames);
+  return text.empty() && isUsable(recipe.width) && isUsable(recipe.height) && frames > 0 && frames <= 10000;
+}
+
 Scene Prepare(const Recipe& recipe) {
   Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {},
               {}};
@@ -189,20 +208,20 @@ std::vector<std::string_view> SceneNames() {
 }
 
 Scene FindScene(const std::string& name) {
-  const auto at = std::min(name.find('@'), name.size());
-  const auto* recipe = std::ranges::find(Recipes, name.substr(0, at), &Recipe::name);
-  std::size_t frames = std::string::npos;
-  const char* const end = name.data() + name.size();
-  const bool isWhole = at == name.size();
-  if (!isWhole && std::from_chars(name.data() + at + 1, end, frames).ptr != end) frames = 0;
-  if (recipe == Recipes.end() || frames == 0) {
+  const std::string base = name.substr(0, name.find_first_of("_@"));
+  const auto* const known = std::ranges::find(Recipes, base, &Recipe::name);
+  Recipe recipe = known == Recipes.end() ? Recipe{} : *known;
+  int frames = recipe.frames;
+  if (known == Recipes.end() || !Vary(std::string_view(name).substr(base.size()), recipe, frames)) {
     std::string names;
-    for (const std::string_view known : SceneNames()) names += ' ' + std::string(known);
-    throw std::invalid_argument("no scene '" + name + "'; scenes are NAME or NAME@FRAMES with a name of" +
+    for (const std::string_view each : SceneNames()) names += ' ' + std::string(each);
+    throw std::invalid_argument("no scene '" + name +
+                                "'; scenes are NAME[_WxH][@FRAMES], W and H even and 64 to 8192, up to 10000 "
+                                "frames, with a name of" +
                                 names);
   }
-  Scene scene = Prepare(*recipe);
-  scene.frames.resize(std::min(frames, scene.frames.size()));
+  Scene scene = Prepare(recipe);
+  scene.frames.resize(std::min(static_cast<std::size_t>(frames), scene.frames.size()));
   return scene;
 }
 

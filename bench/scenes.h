@@ -52,8 +52,8 @@ struct Scene {
 
 std::vector<std::string_view> SceneNames();
 
-/// The scene of that name; NAME@FRAMES is the beginning of one. Throws a std::invalid_argument that lists the
-/// names when there is none.
+/// The scene of that name. NAME_WxH is one of another size. NAME@FRAMES is the beginning of one, or goes on
+/// for so long if it has one shot. Throws a std::invalid_argument that lists the names when there is none.
 Scene FindScene(const std::string& name);
 
 /// What a shot's camera looks at.

@@ -12,6 +12,7 @@ import dataclasses
 import io
 import math
 import os
+import re
 import statistics
 import subprocess
 from pathlib import Path
@@ -145,8 +146,8 @@ def compare_scene(folder, name):
 
 
 def base(scene):
-    """Its name without the number of frames."""
-    return scene.split("@")[0]
+    """Its name without size and number of frames."""
+    return re.split("[_@]", scene)[0]
 
 
 def grid(title, results, cell):
@@ -242,7 +243,8 @@ def verdicts(results):
 
 def add_options(parser):
     parser.add_argument("--scenes", type=lambda text: text.split(","),
-                        help="default all that make_scene lists; NAME@FRAMES is the beginning of one")
+                        help="default all that make_scene lists; NAME@FRAMES is the beginning of one, NAME_WxH has "
+                             "another size")
     parser.add_argument("--taps", type=lambda text: [float(tap) for tap in text.split(",")], default=OWN_TAPS,
                         help="kernel of the second floor, from its centre outward (default a Kaiser window, shape 3)")
 

@@ -37,9 +37,16 @@ void MotionLog::Fail() const {
   throw WorkError("cannot write the motion file " + m_fileName + ": " + std::strerror(errno));
 }
 
-void WriteReport(MotionLog& log, const precise::FrameReport& report) {
+precise::FrameReport AsLogged(const precise::FrameReport& report) {
   constexpr double kDegrees = 180 / std::numbers::pi;
-  const precise::Movement &motion = report.motion, &correction = report.correction;
-  log.WriteLine(report.frame, motion.x, -motion.y, -motion.roll * kDegrees, correction.x, -correction.y,
-                correction.roll * kDegrees, report.shot, report.zoom);
+  precise::FrameReport logged = report;
+  logged.motion = {report.motion.x, -report.motion.y, -report.motion.roll * kDegrees};
+  logged.correction = {report.correction.x, -report.correction.y, report.correction.roll * kDegrees};
+  return logged;
+}
+
+void WriteReport(MotionLog& log, const precise::FrameReport& report) {
+  const auto& [frame, shot, motion, zoom, correction] = AsLogged(report);
+  log.WriteLine(frame, motion.x, motion.y, motion.roll, correction.x, correction.y, correction.roll, shot,
+                zoom);
 }

@@ -57,6 +57,9 @@ class MotionLog {
 /// The columns that the precise engine adds.
 inline constexpr std::string_view kPreciseColumns = ",shot,zoom";
 
-/// A line of the precise engine, with the classic engine's signs: y upward, roll of the motion against the
-/// clock, and that of the correction with it. Throws WorkError.
+/// The report with the classic engine's units and signs: y upward, degrees, roll of the motion against the
+/// clock, and that of the correction with it.
+precise::FrameReport AsLogged(const precise::FrameReport& report);
+
+/// A line of the precise engine, as logged. Throws WorkError.
 void WriteReport(MotionLog& log, const precise::FrameReport& report);

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr double kDefaultCropPercent = 5;
-
 std::string SizeText(std::int32_t width, std::int32_t height) {
   return std::to_string(width) + 'x' + std::to_string(height);
 }

@@ -9,6 +9,8 @@
 
 // What was asked for, as the engines take it.
 
+inline constexpr double kDefaultCropPercent = 5;  ///< of the precise engine
+
 /// A region with equal right and bottom edges, which is all that the transform takes, and the same part of
 /// the frame; nothing where there is none.
 std::optional<Rect> ShareFarEdge(Rect roi, FrameSize size);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/simd.h"
+#include "precise/picture.h"
 
 namespace precise {
 
@@ -65,11 +66,26 @@ struct SourcePlane {
   int bits;
 };
 
-/// Sample c of the row at `out` = sample of the plane for each column of the run. Positions are rounded to
-/// 1/256 sample, or to a whole one.
-using WarpRow = void (*)(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
+using AlikePlanes = std::array<SourcePlane, kMaxAlikePlanes>;
 
-/// The per-pixel loops, one row a call. Pyramid planes hold brightness in quarters of an 8-bit step, 0 …
+/// A row that a warp writes, in each plane.
+struct WarpedRow {
+  SourceLine line;
+  ColumnRun covered;  ///< columns that are written
+  ColumnRun inside;   ///< those of them for which all source samples exist
+  std::array<std::uint8_t*, kMaxAlikePlanes> out;
+};
+
+inline constexpr std::int32_t kMaxWarpedRows = 16;
+
+/// Sample c at `out` = sample of the plane along the line, for each covered column of each row. Beyond the
+/// plane's edges its end samples go on. Positions are rounded to 1/256 sample, or to a whole one.
+///
+/// The rows are at most `kMaxWarpedRows`, of lines with the same steps. The planes differ only in where their
+/// samples are; an absent one has none.
+using WarpRows = void (*)(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count);
+
+/// The per-pixel loops. Pyramid planes hold brightness in quarters of an 8-bit step, 0 …
 /// 1024. Callers guarantee that every sample read exists; no loop checks.
 ///
 /// The scalar loops define the results; other tables give the same bytes.
@@ -114,19 +130,13 @@ struct Loops {
   std::int32_t (*sumCappedDifferences)(const std::int16_t* a, const std::int16_t* b, std::int32_t count,
                                        std::int32_t offset, std::int32_t cap);
 
-  WarpRow warpNearest, warpBilinear;
-  /// Four neighbours on each axis, sharper than Keys' cubic convolution (1981); the weights are defined in
-  /// loops_scalar.cpp.
-  WarpRow warpBicubic;
+  WarpRows warpNearest, warpBilinear;
+  /// Four neighbours on each axis, sharper than Keys' cubic convolution (1981); see cubicweights.h.
+  WarpRows warpBicubic;
 };
 
 /// The loops as they are defined.
 extern const Loops kScalarLoops;
-
-/// The same where positions may lie off the plane: beyond its edges its end samples go on.
-void WarpNearestAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
-void WarpBilinearAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
-void WarpBicubicAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out);
 
 /// The loops for vectors, for AVX2 or for NEON.
 extern const Loops kVectorLoops;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "precise/fixedpoint.h"
 #include "precise/loops.h"
 
 // Loops that compilers turn into vector code by themselves. Each file of loops has a copy of its own,
@@ -12,23 +13,6 @@
 
 namespace precise {
 namespace {
-
-// Weights of the splines count 16384. The first pass of a separable mean keeps four more bits than planes
-// have.
-constexpr int kWeightBits = 14;
-constexpr int kFirstPassBits = kWeightBits - 4, kSecondPassBits = kWeightBits + 4;
-constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassBits - 1),
-                       kHalfOfSecondPass = 1 << (kSecondPassBits - 1);
-
-constexpr int kBrightnessBits = 10;
-
-/// The cubic B-spline at a sample: of the sample, and of its neighbours.
-constexpr std::int32_t kSplineMiddle = 10922, kSplineSide = 2731;
-
-constexpr std::int32_t LargestSample(int bits) { return (1 << bits) - 1; }
-
-/// The first pass of a bicubic warp keeps 14 bits, or all that samples have where these are more.
-constexpr int FirstPassBits(int bits) { return bits < kWeightBits ? bits : kWeightBits; }
 
 /// Sample i of a row, at most `largest`.
 template <class Sample>
@@ -42,36 +26,46 @@ std::int32_t SampleAt(const std::uint8_t* row, std::ptrdiff_t i, std::int32_t la
   }
 }
 
-template <class Sum>
-void AddPairs(const Sum* from, Sum* to, std::int32_t count) {
-  for (std::int32_t i = 0; i < count; ++i) to[i] = static_cast<Sum>(from[2 * i] + from[2 * i + 1]);
+/// to[i] = sum of column i over the rows. Sums of bytes fit 16 bits for up to 128 rows.
+template <class Sample, class Sum>
+void SumColumns(const std::uint8_t* samples, std::ptrdiff_t strideBytes, std::int32_t rows,
+                std::int32_t largest, Sum* to, std::int32_t columns) {
+  for (std::int32_t i = 0; i < columns; ++i) to[i] = 0;
+  for (std::int32_t row = 0; row < rows; ++row, samples += strideBytes)
+    for (std::int32_t i = 0; i < columns; ++i)
+      to[i] = static_cast<Sum>(to[i] + SampleAt<Sample>(samples, i, largest));
+}
+
+template <class From>
+void AddPairs(const From* from, std::uint32_t* to, std::int32_t count) {
+  for (std::int32_t i = 0; i < count; ++i) to[i] = std::uint32_t{from[2 * i]} + from[2 * i + 1];
 }
 
 /// Sums columns first and then, in pairs, along the row.
-template <class Sample, class Sum>
+template <class Sample, class ColumnSum>
 void AverageBlocksOf(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
                      std::int16_t* out, std::int32_t count) {
   constexpr std::int32_t kColumns = 512;
-  const std::int32_t largest = LargestSample(bits), blocksAtOnce = kColumns >> blockShift;
+  const std::int32_t blocksAtOnce = kColumns >> blockShift;
   const int shift = 2 * blockShift + bits - kBrightnessBits;
-  Sum sums[2][kColumns];  // of bytes, 128 rows keep within 16 bits
+  ColumnSum columns[kColumns];
+  std::uint32_t sums[2][kColumns];
   for (std::int32_t first = 0; first < count; first += blocksAtOnce) {
     const std::int32_t blocks = count - first < blocksAtOnce ? count - first : blocksAtOnce;
     std::int32_t width = blocks << blockShift;
-    for (std::int32_t i = 0; i < width; ++i) sums[0][i] = 0;
-    for (std::int32_t row = 0; row < 1 << blockShift; ++row) {
-      const std::uint8_t* const from = samples + row * strideBytes +
-                                       (std::ptrdiff_t{first} << blockShift) * std::ptrdiff_t{sizeof(Sample)};
-      for (std::int32_t i = 0; i < width; ++i)
-        sums[0][i] = static_cast<Sum>(sums[0][i] + SampleAt<Sample>(from, i, largest));
-    }
-    for (int halving = 0; halving < blockShift; ++halving)
+    const std::ptrdiff_t column = std::ptrdiff_t{first} << blockShift;
+    SumColumns<Sample>(samples + column * std::ptrdiff_t{sizeof(Sample)}, strideBytes, 1 << blockShift,
+                       LargestSample(bits), columns, width);
+    if (blockShift == 0)
+      for (std::int32_t i = 0; i < width; ++i) sums[0][i] = columns[i];
+    else
+      AddPairs(columns, sums[1], width >>= 1);
+    for (int halving = 1; halving < blockShift; ++halving)
       AddPairs(sums[halving % 2], sums[(halving + 1) % 2], width >>= 1);
-    const Sum* const whole = sums[blockShift % 2];
+    const std::uint32_t* const whole = sums[blockShift % 2];
     for (std::int32_t i = 0; i < blocks; ++i)
-      out[first + i] =
-          static_cast<std::int16_t>(shift > 0 ? (whole[i] + (std::uint32_t{1} << (shift - 1))) >> shift
-                                              : std::uint32_t{whole[i]} << -shift);
+      out[first + i] = static_cast<std::int16_t>(shift > 0 ? (whole[i] + (1u << (shift - 1))) >> shift
+                                                           : whole[i] << -shift);
   }
 }
 

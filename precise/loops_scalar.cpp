@@ -1,14 +1,12 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "precise/cubicweights.h"
 #include "precise/loops.h"
 #include "precise/loops_rows.h"
 
 namespace precise {
 namespace {
-
-constexpr int kPhaseBits = 8;
-constexpr std::size_t kPhases = 1 << kPhaseBits;
 
 std::size_t PhaseOf(std::int64_t position) {
   return static_cast<std::size_t>(position >> (kPositionBits - kPhaseBits)) & (kPhases - 1);
@@ -37,9 +35,6 @@ constexpr std::array<SplineWeights, kPhases> MakeSplineWeights() {
 constexpr std::array<SplineWeights, kPhases> kSplineWeights = MakeSplineWeights();
 static_assert(kSplineWeights[0] == SplineWeights{kSplineSide, kSplineMiddle, kSplineSide, 0});
 
-/// a·b for numbers that count 32768, rounded.
-constexpr std::int32_t MultiplyFractions(std::int32_t a, std::int32_t b) { return (a * b + (1 << 14)) >> 15; }
-
 std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   const std::int32_t distance = std::abs(residual);
   if (distance >= weight.limit) return 0;
@@ -47,28 +42,6 @@ std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   const std::int32_t root = 32767 - MultiplyFractions(share, share);
   return MultiplyFractions(root, root);
 }
-
-using CubicWeights = std::array<std::int16_t, 4>;
-
-/// Weights of four neighbours at each phase t: -(1 - t)·q, 1 - t + (2 - 3·t)·q, t + (3·t - 1)·q and -t·q.
-/// They move nothing, as they keep constants and slopes for any q. With q = p / 2, where p = t·(1 - t), they
-/// are Keys' (1981) for a = -1/2; q = p / 2 + p² sharpens between samples, where these blur.
-constexpr std::array<CubicWeights, kPhases> MakeCubicWeights() {
-  std::array<CubicWeights, kPhases> all = {};
-  constexpr auto kOne = static_cast<std::int32_t>(kPhases);
-  for (std::int32_t t = 0; t < kOne; ++t) {
-    const std::int32_t p = t * (kOne - t), q = p + MultiplyFractions(p, p);  // in 2^-16, in 2^-17
-    const auto share = [q](std::int32_t phases) { return MultiplyFractions(q, phases << 4); };
-    const std::int32_t first = -share(kOne - t), fourth = -share(t);
-    const std::int32_t third = (t << (kWeightBits - kPhaseBits)) + share(3 * t - kOne);
-    const std::int32_t second = (1 << kWeightBits) - first - third - fourth;
-    all[static_cast<std::size_t>(t)] = {static_cast<std::int16_t>(first), static_cast<std::int16_t>(second),
-                                        static_cast<std::int16_t>(third), static_cast<std::int16_t>(fourth)};
-  }
-  return all;
-}
-
-constexpr std::array<CubicWeights, kPhases> kCubicWeights = MakeCubicWeights();
 
 /// A position rounded to a phase of a sample.
 struct RoundedPosition {
@@ -146,7 +119,7 @@ struct Bicubic {
 };
 
 template <class Sampler, class Sample, class Read>
-void WarpRowOf(const Read& read, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+void WarpRun(const Read& read, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
   for (std::int32_t column = run.begin; column < run.end; ++column) {
     const auto sample = static_cast<Sample>(Sampler::At(
         read, read.plane.bits, line.startX + column * line.stepX, line.startY + column * line.stepY));
@@ -154,12 +127,22 @@ void WarpRowOf(const Read& read, const SourceLine& line, ColumnRun run, std::uin
   }
 }
 
-template <class Sampler, template <class Sample> class Read>
-void Warp(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  if (plane.bits == 8)
-    WarpRowOf<Sampler, std::uint8_t>(Read<std::uint8_t>{plane}, line, run, out);
-  else
-    WarpRowOf<Sampler, std::uint16_t>(Read<std::uint16_t>{plane}, line, run, out);
+template <class Sampler, class Sample>
+void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
+  const AtEdges<Sample> atEdges{plane};
+  WarpRun<Sampler, Sample>(atEdges, row.line, {row.covered.begin, row.inside.begin}, out);
+  WarpRun<Sampler, Sample>(Inside<Sample>{plane}, row.line, row.inside, out);
+  WarpRun<Sampler, Sample>(atEdges, row.line, {row.inside.end, row.covered.end}, out);
+}
+
+template <class Sampler>
+void Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
+    for (const WarpedRow* row = rows; row != rows + count; ++row)
+      if (planes[i].bits == 8)
+        WarpRow<Sampler, std::uint8_t>(planes[i], *row, row->out[i]);
+      else
+        WarpRow<Sampler, std::uint16_t>(planes[i], *row, row->out[i]);
 }
 
 void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, ColumnRun run,
@@ -215,29 +198,9 @@ CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, s
 
 }  // namespace
 
-constinit const Loops kScalarLoops = {"scalar",
-                                      AverageBlocks,
-                                      SmoothRow,
-                                      HalveRow,
-                                      ResidualRow,
-                                      CountBelow,
-                                      SumCell,
-                                      AddGradientProducts,
-                                      SumCappedDifferences,
-                                      Warp<Nearest, Inside>,
-                                      Warp<Bilinear, Inside>,
-                                      Warp<Bicubic, Inside>};
-
-void WarpNearestAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  Warp<Nearest, AtEdges>(plane, line, run, out);
-}
-
-void WarpBilinearAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  Warp<Bilinear, AtEdges>(plane, line, run, out);
-}
-
-void WarpBicubicAtEdges(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  Warp<Bicubic, AtEdges>(plane, line, run, out);
-}
+constinit const Loops kScalarLoops = {"scalar",      AverageBlocks,       SmoothRow,
+                                      HalveRow,      ResidualRow,         CountBelow,
+                                      SumCell,       AddGradientProducts, SumCappedDifferences,
+                                      Warp<Nearest>, Warp<Bilinear>,      Warp<Bicubic>};
 
 }  // namespace precise

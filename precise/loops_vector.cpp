@@ -1,12 +1,7 @@
-// One source for AVX2 and NEON.
-// Instructions that come with AVX2 on most processors are not asked for.
-#define HWY_COMPILE_ONLY_STATIC
-#define HWY_DISABLE_BMI2_FMA
-#define HWY_DISABLE_F16C
-#define HWY_DISABLE_PCLMUL_AES
-#include <hwy/highway.h>
 #include <limits>
 
+#include "precise/blockwarp.h"
+#include "precise/columns.h"
 #include "precise/loops.h"
 #include "precise/loops_rows.h"
 
@@ -16,47 +11,6 @@
 namespace precise {
 namespace {
 
-namespace hn = hwy::HWY_NAMESPACE;
-
-constexpr hn::ScalableTag<std::int32_t> kInts;
-constexpr hn::ScalableTag<std::uint32_t> kWords;
-constexpr hn::ScalableTag<std::int16_t> kShorts;
-constexpr hn::ScalableTag<std::uint16_t> kHalfWords;
-constexpr hn::ScalableTag<std::uint8_t> kBytes;
-
-using Ints = hn::Vec<decltype(kInts)>;
-using Words = hn::Vec<decltype(kWords)>;
-using Shorts = hn::Vec<decltype(kShorts)>;
-using Bytes = hn::Vec<decltype(kBytes)>;
-
-/// Outputs of a step, in blocks of four.
-constexpr std::int32_t kLanes = hn::MaxLanes(kInts), kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
-
-/// A vector that is kept. A constant that the compiler knows it makes anew in each step, by two instructions
-/// that wait for the same unit as all shuffles; so it is told by way of memory.
-template <class Tag>
-hn::Vec<Tag> Kept(Tag tag, hn::TFromD<Tag> value) {
-  const volatile auto hidden = value;
-  return hn::Set(tag, hidden);
-}
-
-/// A vector of 16 bytes from each place, or from the first where a vector has no more.
-template <class Tag, class Lane>
-hn::Vec<Tag> LoadBlocks(Tag tag, const Lane* first, const Lane* second) {
-  constexpr hn::FixedTag<Lane, 16 / sizeof(Lane)> kBlock;
-  if constexpr (hn::MaxLanes(tag) == hn::MaxLanes(kBlock))
-    return hn::LoadU(tag, first);
-  else
-    return hn::Combine(tag, hn::LoadU(kBlock, second), hn::LoadU(kBlock, first));
-}
-
-/// Sums of products of neighbours.
-Ints SumsOfPairs(Shorts a, Shorts b) {
-  Ints odd = hn::Zero(kInts);
-  const Ints even = hn::ReorderWidenMulAccumulate(kInts, a, b, hn::Zero(kInts), odd);
-  return hn::RearrangeToOddPlusEven(even, odd);
-}
-
 /// The low halves, or the high halves, of both: those of `odd` above those of `even`.
 Shorts EvenPairs(Shorts even, Shorts odd) {
   return hn::OddEven(hn::BitCast(kShorts, hn::ShiftLeft<16>(hn::BitCast(kInts, odd))), even);
@@ -65,11 +19,88 @@ Shorts OddPairs(Shorts even, Shorts odd) {
   return hn::OddEven(odd, hn::BitCast(kShorts, hn::ShiftRight<16>(hn::BitCast(kWords, even))));
 }
 
-/// `work(column)` for steps that cover the run.
-template <class Work>
+/// Positions are rounded to 1/256.
+constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
+
+/// `work(column)` for steps of so many columns that cover the run.
+template <std::int32_t kColumns = kLanes, class Work>
 void InSteps(ColumnRun run, Work work) {
-  for (std::int32_t column = run.begin; column < run.end; column += kLanes)
-    work(column + kLanes <= run.end ? column : run.end - kLanes);
+  for (std::int32_t column = run.begin; column < run.end; column += kColumns)
+    work(column + kColumns <= run.end ? column : run.end - kColumns);
+}
+
+/// Sums of pairs of bytes over so many rows.
+hn::Vec<decltype(kHalfWords)> SumPairsOfBytes(const std::uint8_t* samples, std::ptrdiff_t strideBytes,
+                                              std::int32_t rows) {
+  auto even = hn::Zero(kHalfWords), odd = even;
+  for (std::int32_t row = 0; row < rows; ++row, samples += strideBytes) {
+    const auto both = hn::BitCast(kHalfWords, hn::LoadU(kBytes, samples));
+    even = hn::Add(even, hn::And(both, hn::Set(kHalfWords, 0xFF)));
+    odd = hn::Add(odd, hn::ShiftRight<8>(both));
+  }
+  return hn::Add(even, odd);
+}
+
+// Most pictures are averaged by blocks of 2 × 2 or 4 × 4 bytes.
+void AverageBlocksInSteps(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
+                          std::int16_t* out, std::int32_t count) {
+  if (bits == 8 && blockShift == 1 && count >= kStep) {
+    InSteps<kStep>({0, count}, [&](std::int32_t block) {
+      const auto sums = SumPairsOfBytes(samples + 2 * block, strideBytes, 2);
+      hn::StoreU(hn::BitCast(kShorts, sums), kShorts, out + block);
+    });
+  } else if (bits == 8 && blockShift == 2 && count >= kLanes) {
+    InSteps({0, count}, [&](std::int32_t block) {
+      const auto pairs = hn::BitCast(kInts, SumPairsOfBytes(samples + 4 * block, strideBytes, 4));
+      const Ints sums = hn::Add(hn::And(pairs, hn::Set(kInts, 0xFFFF)), hn::ShiftRight<16>(pairs));
+      constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
+      const Ints means = hn::ShiftRight<2>(hn::Add(sums, hn::Set(kInts, 2)));
+      hn::StoreU(hn::DemoteTo(kOutputs, means), kOutputs, out + block);
+    });
+  } else {
+    AverageBlocks(samples, strideBytes, bits, blockShift, out, count);
+  }
+}
+
+/// Makes the B-spline's mean of three neighbours at samples.
+class SplineMean {
+ public:
+  /// Of vectors of 16-bit words; drops bits, after `offset` was added.
+  template <int kDropped>
+  Shorts Of(Shorts before, Shorts middle, Shorts after, Ints offset) const {
+    const Shorts sides = hn::Add(before, after);
+    const auto mean = [&](Shorts pairs) {
+      return hn::ShiftRight<kDropped>(hn::Add(SumsOfPairs(pairs, m_weights), offset));
+    };
+    return hn::ReorderDemote2To(kShorts, mean(hn::InterleaveLower(kShorts, sides, middle)),
+                                mean(hn::InterleaveUpper(kShorts, sides, middle)));
+  }
+
+ private:
+  Shorts m_weights = hn::BitCast(kShorts, Kept(kInts, kSplineMiddle << 16 | kSplineSide));
+};
+
+// Means of the first pass are less by 2^13, or two of them would not fit.
+void SmoothRowInSteps(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
+  if (count < kStep + 2) return SmoothRow(rows, out, count);
+  std::int16_t ends[2];
+  SmoothRow(rows, ends, 2);
+  out[0] = ends[0];
+  const std::int32_t beforeLast = count - 2;
+  SmoothRow({rows[0] + beforeLast, rows[1] + beforeLast, rows[2] + beforeLast}, ends, 2);
+  out[count - 1] = ends[1];
+  const SplineMean mean;
+  const Ints across = Kept(kInts, kHalfOfFirstPass - (1 << (13 + kFirstPassBits)));
+  const Ints down = Kept(kInts, kHalfOfSecondPass + (1 << (13 + kWeightBits)));
+  InSteps<kStep>({1, count - 1}, [&](std::int32_t column) {
+    const auto inRow = [&](const std::int16_t* row) {
+      row += column;
+      return mean.Of<kFirstPassBits>(hn::LoadU(kShorts, row - 1), hn::LoadU(kShorts, row),
+                                     hn::LoadU(kShorts, row + 1), across);
+    };
+    const Shorts smooth = mean.Of<kSecondPassBits>(inRow(rows[0]), inRow(rows[1]), inRow(rows[2]), down);
+    hn::StoreU(smooth, kShorts, out + column);
+  });
 }
 
 /// Where a step's lanes stand on one axis.
@@ -122,62 +153,6 @@ class Phases {
 
  private:
   Shorts m_flip = Kept(kShorts, 0x80);
-};
-
-/// Weights of four neighbours.
-struct Weights {
-  Shorts first, second, third, fourth;
-};
-
-/// The weights of the bicubic warp, by the formula that defines them.
-class SharpWeights {
- public:
-  Weights At(Shorts t) const {
-    const Shorts p = hn::Mul(t, hn::Sub(m_one, t)), q = hn::Add(p, hn::MulFixedPoint15(p, p));
-    const Shorts t16 = hn::ShiftLeft<4>(t), t64 = hn::ShiftLeft<6>(t);
-    const Shorts first = hn::Neg(hn::MulFixedPoint15(q, hn::Sub(m_one16, t16)));
-    const Shorts fourth = hn::Neg(hn::MulFixedPoint15(q, t16));
-    const Shorts third = hn::Add(t64, hn::MulFixedPoint15(q, hn::Sub(hn::Sub(t64, t16), m_one16)));
-    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
-  }
-
- private:
-  Shorts m_one = Kept(kShorts, 256), m_one16 = Kept(kShorts, 256 * 16),
-         m_whole = Kept(kShorts, 1 << kWeightBits);
-};
-
-/// The cubic B-spline's weights (1 - t)³ / 6, (1 + 3·t·(1 + t) - 3·t³) / 6 and t³ / 6. Three times each is
-/// made in 1/8192 with 3/2 added, so that a third of it, rounded down, is the weight in 1/16384 rounded to
-/// the nearest.
-class SplineWeights {
- public:
-  Weights At(Shorts phases) const {
-    const HalfWords t = hn::BitCast(kHalfWords, phases);
-    const HalfWords square = hn::Mul(t, t), t64 = hn::ShiftLeft<6>(t),
-                    t96 = hn::Add(t64, hn::ShiftLeft<5>(t));
-    const Shorts first = Third(hn::Add(hn::Sub(m_8192, t96), Cubic(square, hn::Sub(m_768, t64))));
-    const Shorts third =
-        Third(hn::Add(hn::Add(m_8192, t96), Cubic(square, hn::Sub(m_768, hn::Add(t96, t96)))));
-    const Shorts fourth = Third(Cubic(square, t64));
-    return {first, hn::Sub(hn::Sub(m_whole, first), hn::Add(third, fourth)), third, fourth};
-  }
-
- private:
-  using HalfWords = hn::Vec<decltype(kHalfWords)>;
-
-  /// square · factor / 2^17 + 3/2, rounded down.
-  HalfWords Cubic(HalfWords square, HalfWords factor) const {
-    return hn::ShiftRight<1>(hn::Add(hn::MulHigh(square, factor), m_3));
-  }
-
-  Shorts Third(HalfWords triple) const {
-    return hn::BitCast(kShorts, hn::ShiftRight<1>(hn::MulHigh(triple, m_twoThirds)));
-  }
-
-  HalfWords m_3 = Kept(kHalfWords, 3), m_8192 = Kept(kHalfWords, 8192);
-  HalfWords m_768 = Kept(kHalfWords, 64 * 768);     // three times 256, as factors count 64
-  HalfWords m_twoThirds = Kept(kHalfWords, 43691);  // of 2^16
-  Shorts m_whole = Kept(kShorts, 1 << kWeightBits);
 };
 
 /// Sixteen bytes of a source row for each block of lanes, or for all of them, and which of these the lanes
@@ -381,40 +356,132 @@ class LongCubic {
   Ints m_firstHalf, m_secondHalf;
 };
 
-void ResidualRowInSteps(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line,
-                        ColumnRun run, const std::int16_t* reference, const Exposure& exposure,
-                        std::int16_t* out) {
-  constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
+/// What a residual row is compared with.
+class Expected {
+ public:
+  Expected(const std::int16_t* reference, const Exposure& exposure)
+      : m_reference(reference),
+        m_gain(Kept(kInts, exposure.gain)),
+        m_offset(Kept(kInts, exposure.offset + (1 << (kExposureBits - 1)))) {}
+
+  Ints WordsAt(std::int32_t column) const {
+    constexpr hn::Rebind<std::int16_t, decltype(kInts)> kSamples;
+    return Exposed(hn::PromoteTo(kInts, hn::LoadU(kSamples, m_reference + column)));
+  }
+
+  Shorts HalfWordsAt(std::int32_t column) const {
+    const Ints pairs = hn::BitCast(kInts, hn::LoadU(kShorts, m_reference + column));
+    return Halves<0>(Exposed(hn::ShiftRight<16>(hn::ShiftLeft<16>(pairs))),
+                     Exposed(hn::ShiftRight<16>(pairs)));
+  }
+
+ private:
+  Ints Exposed(Ints samples) const {
+    return hn::ShiftRight<kExposureBits>(hn::Add(hn::Mul(samples, m_gain), m_offset));
+  }
+
+  const std::int16_t* m_reference;
+  Ints m_gain, m_offset;
+};
+
+/// A plane of brightness that is sampled along a line.
+struct Sampled {
+  const std::int16_t* plane;
+  std::ptrdiff_t pitch;
+  const SourceLine& line;
+};
+
+/// Residuals along any line that windows hold.
+void SlopedResiduals(const Sampled& source, ColumnRun run, const Expected& expected, std::int16_t* out,
+                     const auto& asDefined) {
   constexpr int kSize = sizeof(std::int16_t);
-  const auto width = static_cast<std::int32_t>(pitch);
-  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, width, 4))
-    return kScalarLoops.residualRow(plane, pitch, line, run, reference, exposure, out);
-  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(plane);
+  const SourceLine& line = source.line;
+  const auto width = static_cast<std::int32_t>(source.pitch);
+  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, width, 4)) return asDefined(run);
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(source.plane);
   const Axis xs(line.startX, line.stepX), ys(line.startY, line.stepY);
   const Windows<kSize> windows(xs, width, 1);
   const Phases phases;
   const SplineWeights weights;
   const ShortCubic cubic(kFirstPassBits, kSecondPassBits);
-  const Ints gain = Kept(kInts, exposure.gain),
-             offset = Kept(kInts, exposure.offset + (1 << (kExposureBits - 1)));
   InSteps(run, [&](std::int32_t column) {
+    constexpr hn::Rebind<std::int16_t, decltype(kInts)> kOutputs;
     const Spots x = xs.At(column), y = ys.At(column);
-    const SourceRows rows(bytes, pitch * kSize, ys, y, column, 1);
-    if (rows.AreTooMany())
-      return kScalarLoops.residualRow(plane, pitch, line, {column, column + kLanes}, reference, exposure,
-                                      out);
+    const SourceRows rows(bytes, source.pitch * kSize, ys, y, column, 1);
+    if (rows.AreTooMany()) return asDefined({column, column + kLanes});
     const Ints samples = cubic.Mean(windows.At(x, column), rows, weights.At(phases.Of(x, y)));
-    const Ints unexposed = hn::PromoteTo(kInts, hn::LoadU(kOutputs, reference + column));
-    const Ints expected = hn::ShiftRight<kExposureBits>(hn::Add(hn::Mul(unexposed, gain), offset));
-    hn::StoreU(hn::DemoteTo(kOutputs, hn::Sub(samples, expected)), kOutputs, out + column);
+    hn::StoreU(hn::DemoteTo(kOutputs, hn::Sub(samples, expected.WordsAt(column))), kOutputs, out + column);
   });
+}
+
+/// Residuals of a piece of at least a step.
+class LevelResiduals {
+ public:
+  explicit LevelResiduals(const Sampled& source)
+      : m_source(source),
+        m_columns(source.line.stepX),
+        m_fractions(FractionsOf<UnitColumns>(source.line.stepY)) {}
+
+  /// Where the piece that begins at the column ends.
+  std::int32_t End(ColumnRun run) const {
+    const SourceLine& line = m_source.line;
+    const std::int64_t ofX = m_columns.Stay(line.startX + run.begin * line.stepX);
+    const std::int64_t ofY =
+        ColumnsUntilChange(line.startY + run.begin * line.stepY, line.stepY, kPositionBits);
+    const std::int64_t stay = ofX < ofY ? ofX : ofY;
+    return stay < run.end - run.begin ? run.begin + static_cast<std::int32_t>(stay) : run.end;
+  }
+
+  void Make(ColumnRun piece, const Expected& expected, std::int16_t* out) const {
+    const SourceLine& line = m_source.line;
+    const std::int64_t x = line.startX + piece.begin * line.stepX, y = line.startY + piece.begin * line.stepY;
+    const std::int16_t* const row = m_source.plane + ((y >> kPositionBits) - 1) * m_source.pitch;
+    const UnitColumns::Taps first(m_columns, x, 0);
+    const auto across = m_cubic.AcrossAt<UnitColumns>(first);
+    for (std::int32_t column = piece.begin; column < piece.end; column += kStep) {
+      if (column + kStep > piece.end) column = piece.end - kStep;
+      const UnitColumns::Taps taps(m_columns, x, piece.begin - column);
+      const Words start = hn::Set(kWords, static_cast<std::uint32_t>(line.startY + column * line.stepY));
+      const auto down = m_cubic.DownAt(
+          {PhasesOf(hn::Add(start, m_fractions[0])), PhasesOf(hn::Add(start, m_fractions[1]))});
+      const Shorts samples = m_cubic.Samples<UnitColumns>(row, m_source.pitch, taps, across, down);
+      hn::StoreU(hn::Sub(samples, expected.HalfWordsAt(column)), kShorts, out + column);
+    }
+  }
+
+ private:
+  const Sampled& m_source;
+  UnitColumns m_columns;
+  Both<Words> m_fractions;
+  Cubic<SplineWeights, kFirstPassBits> m_cubic{kSecondPassBits - kWeightBits, kHalfOfSecondPass};
+};
+
+void ResidualRowInSteps(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line,
+                        ColumnRun run, const std::int16_t* reference, const Exposure& exposure,
+                        std::int16_t* out) {
+  const Sampled source = {plane, pitch, line};
+  const Expected expected(reference, exposure);
+  const auto asDefined = [&](ColumnRun part) {
+    kScalarLoops.residualRow(plane, pitch, line, part, reference, exposure, out);
+  };
+  if (!UnitColumns::Suit(line)) return SlopedResiduals(source, run, expected, out, asDefined);
+  const LevelResiduals level(source);
+  while (run.begin < run.end) {
+    const ColumnRun piece = {run.begin, level.End(run)};
+    if (piece.end - piece.begin >= kStep)
+      level.Make(piece, expected, out);
+    else
+      SlopedResiduals(source, piece, expected, out, asDefined);
+    run.begin = piece.end;
+  }
 }
 
 template <int kSize>
 class Bicubic {
  public:
   static constexpr std::int32_t kTaps = 4, kBefore = 1;
-  static constexpr WarpRow Loops::*kScalar = &Loops::warpBicubic;
+  static constexpr WarpRows Loops::*kScalar = &Loops::warpBicubic;
+  static constexpr auto kWarpBlocks = WarpBlocksBicubic;
 
   explicit Bicubic(int bits) : m_mean(MakeMean(bits)) {}
 
@@ -438,7 +505,8 @@ template <int kSize>
 class Bilinear {
  public:
   static constexpr std::int32_t kTaps = 2, kBefore = 0;
-  static constexpr WarpRow Loops::*kScalar = &Loops::warpBilinear;
+  static constexpr WarpRows Loops::*kScalar = &Loops::warpBilinear;
+  static constexpr auto kWarpBlocks = WarpBlocksBilinear;
 
   explicit Bilinear(int bits) : m_signed(bits) {}
 
@@ -463,21 +531,27 @@ class Bilinear {
 };
 
 template <template <int kSize> class Sampler, int kSize>
-void WarpOf(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
+void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
   using Of = Sampler<kSize>;
-  if (run.end - run.begin < kLanes || !Windows<kSize>::Hold(line, plane.width, Of::kTaps))
-    return (kScalarLoops.*Of::kScalar)(plane, line, run, out);
-  // Positions are rounded to 1/256.
-  constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
-  const Axis xs(line.startX + kHalfPhase, line.stepX), ys(line.startY + kHalfPhase, line.stepY);
+  const ColumnRun inside = row.inside;
+  const auto warpAsDefined = [&](ColumnRun run, ColumnRun insideOfRun) {
+    const WarpedRow part = {row.line, run, insideOfRun, {out}};
+    (kScalarLoops.*Of::kScalar)({plane}, &part, 1);
+  };
+  if (inside.end - inside.begin < kLanes || !Windows<kSize>::Hold(row.line, plane.width, Of::kTaps))
+    return warpAsDefined(row.covered, inside);
+  warpAsDefined({row.covered.begin, inside.begin}, {inside.begin, inside.begin});
+  warpAsDefined({inside.end, row.covered.end}, {inside.end, inside.end});
+  const Axis xs(row.line.startX + kHalfPhase, row.line.stepX),
+      ys(row.line.startY + kHalfPhase, row.line.stepY);
   const Windows<kSize> windows(xs, plane.width, Of::kBefore);
   const Phases phases;
   const Of sampler(plane.bits);
   const Ints largest = Kept(kInts, LargestSample(plane.bits));
-  InSteps(run, [&](std::int32_t column) {
+  InSteps(inside, [&](std::int32_t column) {
     const Spots x = xs.At(column), y = ys.At(column);
     const SourceRows rows(plane.samples, plane.strideBytes, ys, y, column, Of::kBefore);
-    if (rows.AreTooMany()) return (kScalarLoops.*Of::kScalar)(plane, line, {column, column + kLanes}, out);
+    if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes}, {column, column + kLanes});
     const Ints samples = sampler.Sample(windows.At(x, column), rows, phases.Of(x, y));
     std::uint8_t* const to = out + column * std::ptrdiff_t{kSize};
     if constexpr (kSize == 1) {
@@ -493,15 +567,18 @@ void WarpOf(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std
 }
 
 template <template <int kSize> class Sampler>
-void Warp(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  if (plane.bits == 8)
-    WarpOf<Sampler, 1>(plane, line, run, out);
-  else
-    WarpOf<Sampler, 2>(plane, line, run, out);
+void Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  if (Sampler<1>::kWarpBlocks(planes, rows, count)) return;
+  for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
+    for (const WarpedRow* row = rows; row != rows + count; ++row)
+      if (planes[i].bits == 8)
+        WarpRow<Sampler, 1>(planes[i], *row, row->out[i]);
+      else
+        WarpRow<Sampler, 2>(planes[i], *row, row->out[i]);
 }
 
-void WarpNearest(const SourcePlane& plane, const SourceLine& line, ColumnRun run, std::uint8_t* out) {
-  kScalarLoops.warpNearest(plane, line, run, out);
+void WarpNearest(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+  kScalarLoops.warpNearest(planes, rows, count);
 }
 
 /// Sixteen samples of a row of 8 to 16, in as many vectors as needed: the first eight and the last eight.
@@ -581,8 +658,8 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
 }  // namespace
 
 constinit const Loops kVectorLoops = {HWY_TARGET == HWY_NEON ? "neon" : "avx2",
-                                      AverageBlocks,
-                                      SmoothRow,
+                                      AverageBlocksInSteps,
+                                      SmoothRowInSteps,
                                       HalveRow,
                                       ResidualRowInSteps,
                                       CountBelow,

@@ -169,13 +169,16 @@ CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
   return best;
 }
 
-/// Writes the residuals of the region, `kNoResidual` where the map leads out of the later frame.
-void CMotionEstimator::FillResiduals(const View& view, const Similarity& map, const Exposure& exposure) {
+/// Writes the residuals of the region, `kNoResidual` where the map leads out of the later frame. Returns how
+/// many there are.
+std::int64_t CMotionEstimator::FillResiduals(const View& view, const Similarity& map,
+                                             const Exposure& exposure) {
   const Plane& later = *view.later;
   // A spline reaches one sample back and two ahead.
   const PositionRange insideX = {kOneSample, (later.Width() - 2) * kOneSample};
   const PositionRange insideY = {kOneSample, (later.Height() - 2) * kOneSample};
   const Complex shift = 1 / view.scale * map.shift;
+  std::int64_t count = 0;
   for (std::int32_t row = view.region.top; row < view.region.bottom; ++row) {
     const Complex first = map.turn * Complex{-view.centre.re * view.aspect, row - view.centre.im} + shift;
     const SourceLine line = MakeSourceLine(first.re / view.aspect + view.centre.re, first.im + view.centre.im,
@@ -185,8 +188,10 @@ void CMotionEstimator::FillResiduals(const View& view, const Similarity& map, co
     std::fill(out + view.region.left, out + run.begin, kNoResidual);
     if (run.begin < run.end)
       m_pLoops->residualRow(later.Row(0), later.Width(), line, run, view.earlier->Row(row), exposure, out);
-    std::fill(out + std::max(run.begin, run.end), out + view.region.right, kNoResidual);
+    std::fill(out + run.end, out + view.region.right, kNoResidual);
+    count += run.end - run.begin;
   }
+  return count;
 }
 
 std::int64_t CMotionEstimator::CountBelow(const View& view, std::int32_t limit) {
@@ -197,22 +202,24 @@ std::int64_t CMotionEstimator::CountBelow(const View& view, std::int32_t limit) 
   return count;
 }
 
-/// By bisection, since counting takes a fraction of what a histogram does.
-double CMotionEstimator::MedianResidual(const View& view) {
-  const std::int64_t count = CountBelow(view, kNoResidual);
+/// The median size of so many residuals. Searches from the last median on, since counting takes a fraction of
+/// what a histogram does.
+double CMotionEstimator::MedianResidual(const View& view, std::int64_t count) {
   // Limits that less than half of the residuals are below, and at least half.
-  std::int32_t low = 0, high = 1;
-  std::int64_t belowLow = 0, belowHigh = CountBelow(view, high);
-  while (2 * belowHigh < count && high <= kLargestResidual) {
-    low = std::exchange(high, 2 * high);
-    belowLow = std::exchange(belowHigh, high > kLargestResidual ? count : CountBelow(view, high));
-  }
-  while (low + 1 < high) {
-    const std::int32_t middle = (low + high) / 2;
-    const std::int64_t below = CountBelow(view, middle);
-    (2 * below < count ? low : high) = middle;
-    (2 * below < count ? belowLow : belowHigh) = below;
-  }
+  std::int32_t low = 0, high = kLargestResidual + 1;
+  std::int64_t belowLow = 0, belowHigh = count;
+  const auto isAbove = [&](std::int32_t limit) {
+    const std::int64_t below = CountBelow(view, limit);
+    const bool above = 2 * below < count;
+    (above ? low : high) = limit;
+    (above ? belowLow : belowHigh) = below;
+    return above;
+  };
+  const bool rises = isAbove(m_lastMedian);
+  for (std::int32_t reach = 1; reach < high - low; reach *= 2)
+    if (isAbove(rises ? low + reach : high - reach) != rises) break;
+  while (low + 1 < high) isAbove((low + high) / 2);
+  m_lastMedian = std::min(high, kLargestResidual);
   // Equal values are taken as spread evenly around it.
   const std::int64_t equal = belowHigh - belowLow;
   const double inside = equal > 0 ? (0.5 * static_cast<double>(count) - static_cast<double>(belowLow)) /
@@ -236,8 +243,9 @@ double CMotionEstimator::Cost(const View& view, const Alignment& alignment, doub
 
 /// One Gauss-Newton step. Returns how far it moved the picture's corner, in samples.
 double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shiftOnly) {
-  FillResiduals(view, alignment.map, FixedExposure(alignment.gain, alignment.offset));
-  const double sigma = std::max(kSigmaOverMedian * MedianResidual(view), kSmallestSigma);
+  const std::int64_t count =
+      FillResiduals(view, alignment.map, FixedExposure(alignment.gain, alignment.offset));
+  const double sigma = std::max(kSigmaOverMedian * MedianResidual(view, count), kSmallestSigma);
   const RobustWeight weight = WeightFor(sigma);
 
   NormalEquations equations;

@@ -67,9 +67,9 @@ class CMotionEstimator {
   void Refine(const View& view, Alignment& alignment, int steps, int shiftSteps = 0);
   double Step(const View& view, Alignment& alignment, bool shiftOnly);
   Similarity SearchShift(const View& view, std::int32_t cap) const;
-  void FillResiduals(const View& view, const Similarity& map, const Exposure& exposure);
+  std::int64_t FillResiduals(const View& view, const Similarity& map, const Exposure& exposure);
   std::int64_t CountBelow(const View& view, std::int32_t limit);
-  double MedianResidual(const View& view);
+  double MedianResidual(const View& view, std::int64_t count);
   double Cost(const View& view, const Alignment& alignment, double cap);
   Match Compare(const View& view, const Similarity& map);
   ComparedCell CompareCell(const View& view, std::int32_t left, std::int32_t top);
@@ -82,6 +82,7 @@ class CMotionEstimator {
   PictureFormat m_format;
   Region m_region;
   std::vector<std::int16_t> m_residuals;  // rows as wide as those of the level at hand
+  std::int32_t m_lastMedian = 4;          // residuals of the next step will hardly be larger
 };
 
 }  // namespace precise

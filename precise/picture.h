@@ -8,6 +8,8 @@ namespace precise {
 
 /// Planes of a picture at most: luma, two of chroma, alpha.
 inline constexpr int kMaxPlanes = 4;
+/// Planes of it that have their samples at the same places: luma and alpha, or chroma.
+inline constexpr int kMaxAlikePlanes = 2;
 
 /// Sides and pixel aspects that can be stabilized: an aspect may also be 1 / kLargestPixelAspect.
 inline constexpr std::int32_t kLargestSide = 32767;
@@ -27,6 +29,12 @@ struct PictureFormat {
   bool HasAlpha() const { return planes == 2 || planes == 4; }
   bool IsChroma(int plane) const { return planes >= 3 && (plane == 1 || plane == 2); }
   bool IsAlpha(int plane) const { return HasAlpha() && plane == planes - 1; }
+
+  /// Luma and alpha, or chroma. Absent planes are -1.
+  std::array<int, kMaxAlikePlanes> AlikePlanes(bool isChroma) const {
+    if (isChroma) return {planes >= 3 ? 1 : -1, planes >= 3 ? 2 : -1};
+    return {0, HasAlpha() ? planes - 1 : -1};
+  }
 
   /// Chroma covers an odd last column or row with a sample of its own.
   std::int32_t PlaneWidth(int plane) const {

@@ -161,9 +161,10 @@ struct CStabilizer::Stream {
   void PlanUpTo(std::int64_t last);
   Correction HeldCorrection(std::int64_t frame);
   Correction CorrectionOf(std::int64_t frame);
-  void Draw(const Correction& correction, const ConstPicture& in, const Picture& out, bool beginsShot);
-  void DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in, const Picture& out,
-                    std::int32_t begin, std::int32_t end, bool beginsShot);
+  void Draw(const Correction& correction, const Picture& out);
+  FrameReport Leave(const Correction& correction);
+  void DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in, const Picture& out,
+                    std::int32_t begin, std::int32_t end, bool isNewOnCanvas);
 
   const Loops& loops;
   RowRunner runner;
@@ -189,6 +190,7 @@ struct CStabilizer::Stream {
   bool ended = false;
   std::array<std::vector<std::uint8_t>, kMaxPlanes> canvas;  ///< what was last seen, for a kept background
   Picture canvasPlanes;
+  std::int64_t canvasShot = -1;  ///< what the canvas shows, none at first
 };
 
 void CStabilizer::Stream::MakeCanvas() {
@@ -261,30 +263,57 @@ Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
   return path[frame].ladder.FittingAt(position, frames);
 }
 
-void CStabilizer::Stream::Draw(const Correction& correction, const ConstPicture& in, const Picture& out,
-                               bool beginsShot) {
-  for (int plane = 0; plane < shown.output.planes; ++plane)
+void CStabilizer::Stream::Draw(const Correction& correction, const Picture& out) {
+  const ConstPicture& in = lent[delivered];
+  const bool isNewOnCanvas = std::exchange(canvasShot, track[delivered].shot) != track[delivered].shot;
+  for (const bool isChroma : {false, true}) {
+    const int plane = shown.output.AlikePlanes(isChroma)[0];
+    if (plane < 0) continue;
     RunRows(runner, shown.output.PlaneHeight(plane), [&](std::int32_t begin, std::int32_t end) {
       if (settings.keepBackground)
-        DrawOnCanvas(correction, plane, in, out, begin, end, beginsShot);
+        DrawOnCanvas(correction, isChroma, in, out, begin, end, isNewOnCanvas);
       else
-        WarpPlane(shown, correction, plane, in, out, begin, end, false, loops);
+        WarpPlanes(shown, correction, isChroma, in, out, begin, end, false, loops);
     });
+  }
 }
 
-void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, int plane, const ConstPicture& in,
+/// Counts the oldest frame as delivered.
+FrameReport CStabilizer::Stream::Leave(const Correction& correction) {
+  const std::int64_t number = delivered++;
+  const Link& link = track[number];
+  const double aspect = shown.input.pixelAspect;
+  const auto movement = [aspect](const Similarity& map) {
+    return Movement{map.shift.re / aspect, map.shift.im, Angle(map.turn)};
+  };
+  return {.frame = number,
+          .shot = link.shot,
+          .motion = movement(link.motion),
+          .zoom = Length(link.motion.turn),
+          .correction = movement(correction)};
+}
+
+void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in,
                                        const Picture& out, std::int32_t begin, std::int32_t end,
-                                       bool beginsShot) {
-  const auto i = static_cast<std::size_t>(plane);
-  const auto& [samples, strideBytes] = canvasPlanes[i];
-  if (beginsShot)
-    for (std::int32_t row = begin; row < end; ++row)
-      FillSamples(samples + row * strideBytes, {0, shown.output.PlaneWidth(plane)}, shown.background[i],
-                  shown.output.BytesPerSample());
-  WarpPlane(shown, correction, plane, in, canvasPlanes, begin, end, true, loops);
-  for (std::int32_t row = begin; row < end; ++row)
-    std::memcpy(out[i].data + row * out[i].strideBytes, samples + row * strideBytes,
+                                       bool isNewOnCanvas) {
+  const auto forEachRow = [&](const auto& work) {
+    for (const int plane : shown.output.AlikePlanes(isChroma))
+      for (std::int32_t row = begin; plane >= 0 && row < end; ++row)
+        work(static_cast<std::size_t>(plane), row);
+  };
+  const std::int32_t width = shown.output.PlaneWidth(isChroma ? 1 : 0);
+  const int bytes = shown.output.BytesPerSample();
+  if (isNewOnCanvas)
+    forEachRow([&](std::size_t plane, std::int32_t row) {
+      const auto& [samples, strideBytes] = canvasPlanes[plane];
+      FillSamples(samples + row * strideBytes, {0, width}, shown.background[plane], bytes);
+    });
+  WarpPlanes(shown, correction, isChroma, in, canvasPlanes, begin, end, true, loops);
+  forEachRow([&](std::size_t plane, std::int32_t row) {
+    const auto& [samples, strideBytes] = canvasPlanes[plane];
+    std::memcpy(out[plane].data + row * out[plane].strideBytes, samples + row * strideBytes,
                 static_cast<std::size_t>(strideBytes));
+  });
 }
 
 CStabilizer::CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap,
@@ -322,20 +351,11 @@ bool CStabilizer::CanDeliver() const {
 
 FrameReport CStabilizer::Deliver(const Picture& out) {
   Stream& stream = *m_pStream;
-  const std::int64_t number = stream.delivered++;
-  const Link& link = stream.track[number];
-  const Correction correction = stream.CorrectionOf(number);
-  stream.Draw(correction, stream.lent[number], out, link.tie == Tie::Cut);
-
-  const double aspect = stream.shown.input.pixelAspect;
-  const auto movement = [aspect](const Similarity& map) {
-    return Movement{map.shift.re / aspect, map.shift.im, Angle(map.turn)};
-  };
-  return {.frame = number,
-          .shot = link.shot,
-          .motion = movement(link.motion),
-          .zoom = Length(link.motion.turn),
-          .correction = movement(correction)};
+  const Correction correction = stream.CorrectionOf(stream.delivered);
+  stream.Draw(correction, out);
+  return stream.Leave(correction);
 }
+
+FrameReport CStabilizer::Skip() { return m_pStream->Leave(m_pStream->CorrectionOf(m_pStream->delivered)); }
 
 }  // namespace precise

@@ -73,9 +73,10 @@ std::int32_t DelayFrames(const PictureFormat& format, const Settings& settings);
 
 /// Stabilizes one stream of planar frames, with a delay of `DelayFrames`.
 ///
-/// Frames are borrowed: `Push` keeps the addresses of the planes and reads them until the frame is delivered.
-/// Frames are delivered in order, so the caller gets back one frame with each `Deliver`. Nothing allocates
-/// after construction. Calls are made by one thread at a time.
+/// Frames are borrowed: `Push` keeps the addresses of the planes. Plane 0 is read until the frame is
+/// delivered, the others only when it is. Frames are delivered in order, so the caller gets back one frame
+/// with each `Deliver` or `Skip`. Nothing allocates after construction. Calls are made by one thread at a
+/// time.
 ///
 ///   for each frame:  Push(frame); if (CanDeliver()) Deliver(out);
 ///   End(); while (CanDeliver()) Deliver(out);
@@ -105,6 +106,10 @@ class CStabilizer {
   /// Writes the oldest frame, stabilized, to `out` (planes of the output format, which overlap no frame that
   /// is held), and gives the frame back.
   FrameReport Deliver(const Picture& out);
+
+  /// Gives the oldest frame back without drawing it. All others come out as if it had been drawn, but for a
+  /// kept background, which lacks it.
+  FrameReport Skip();
 
  private:
   struct Stream;

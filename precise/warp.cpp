@@ -31,15 +31,13 @@ ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
 
 /// How a picture is sampled.
 struct Sampling {
-  WarpRow Loops::*inside;
-  WarpRow atEdges;
+  WarpRows Loops::*warp;
   /// Samples that are read before and after the one that a position is rounded down to.
   std::int32_t before, after;
 };
 
-constexpr Sampling kSamplings[] = {{&Loops::warpNearest, WarpNearestAtEdges, 0, 1},
-                                   {&Loops::warpBilinear, WarpBilinearAtEdges, 0, 1},
-                                   {&Loops::warpBicubic, WarpBicubicAtEdges, 1, 2}};
+constexpr Sampling kSamplings[] = {
+    {&Loops::warpNearest, 0, 1}, {&Loops::warpBilinear, 0, 1}, {&Loops::warpBicubic, 1, 2}};
 
 /// Where the columns of an output row read in the source plane.
 SourceLine LineOfRow(const Shown& shown, const Correction& correction, const Grid& grid, std::int32_t row) {
@@ -55,6 +53,47 @@ SourceLine LineOfRow(const Shown& shown, const Correction& correction, const Gri
                         turn.im * input.pixelAspect * grid.stepX / grid.stepY);
 }
 
+/// Lays the rows of planes alike into their output.
+class Layout {
+ public:
+  Layout(const Shown& shown, const Correction& correction, bool isChroma, const Sampling& sampling)
+      : m_shown(shown),
+        m_correction(correction),
+        m_grid(shown.input, isChroma ? 1 : 0),
+        m_inX(RangesOf(shown.input.PlaneWidth(isChroma ? 1 : 0), m_grid.stepX, m_grid.siteX, sampling)),
+        m_inY(RangesOf(shown.input.PlaneHeight(isChroma ? 1 : 0), m_grid.stepY, m_grid.siteY, sampling)),
+        m_columns(InsideBorder(shown.output.PlaneWidth(isChroma ? 1 : 0), shown.borderX, m_grid.stepX)),
+        m_rows(InsideBorder(shown.output.PlaneHeight(isChroma ? 1 : 0), shown.borderY, m_grid.stepY)) {}
+
+  /// The output row, without its samples.
+  WarpedRow Row(std::int32_t row) const {
+    const SourceLine line = LineOfRow(m_shown, m_correction, m_grid, row);
+    ColumnRun covered = ColumnsInside(line, m_inX.covered, m_inY.covered, m_columns);
+    if (row < m_rows.begin || row >= m_rows.end || covered.begin >= covered.end) covered = {0, 0};
+    return {line, covered, ColumnsInside(line, m_inX.inside, m_inY.inside, covered), {}};
+  }
+
+ private:
+  /// Positions on one axis that the plane covers, and for which all source samples exist.
+  struct Ranges {
+    PositionRange covered, inside;
+  };
+
+  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
+  // samples ends off the middle, too. Rounding may move a position up by half of 1/256 sample.
+  static Ranges RangesOf(std::int32_t samples, double step, double site, const Sampling& sampling) {
+    const double first = (-0.5 - site) / step;
+    return {{FixedPosition(first), FixedPosition(first + samples)},
+            {sampling.before * kOneSample, (samples - sampling.after) * kOneSample - (kOneSample >> 9)}};
+  }
+
+  const Shown& m_shown;
+  const Correction& m_correction;
+  Grid m_grid;
+  Ranges m_inX, m_inY;
+  ColumnRun m_columns, m_rows;
+};
+
 }  // namespace
 
 void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample) {
@@ -66,46 +105,35 @@ void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int byte
     std::memcpy(row + std::ptrdiff_t{column} * 2, &value, sizeof value);
 }
 
-void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
-               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
-               const Loops& loops) {
+void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma, const ConstPicture& in,
+                const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
+                const Loops& loops) {
   const PictureFormat& input = shown.input;
-  const auto index = static_cast<std::size_t>(plane);
-  const SourcePlane source = {in[index].data, in[index].strideBytes, input.PlaneWidth(plane),
-                              input.PlaneHeight(plane), input.bitsPerSample};
-  const std::int32_t width = shown.output.PlaneWidth(plane), height = shown.output.PlaneHeight(plane);
-  const Grid grid(input, plane);
+  const std::array<int, kMaxAlikePlanes> planes = input.AlikePlanes(isChroma);
+  const std::int32_t width = shown.output.PlaneWidth(planes[0]);
   const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
-
-  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
-  // samples ends off the middle, too.
-  const auto coverage = [](std::int32_t samples, double step, double site) {
-    const double first = (-0.5 - site) / step;
-    return PositionRange{FixedPosition(first), FixedPosition(first + samples)};
-  };
-  const PositionRange coveredX = coverage(source.width, grid.stepX, grid.siteX);
-  const PositionRange coveredY = coverage(source.height, grid.stepY, grid.siteY);
-  // Rounding may move a position up by half of 1/256 sample.
-  const auto interior = [&](std::int32_t samples) {
-    return PositionRange{sampling.before * kOneSample,
-                         (samples - sampling.after) * kOneSample - (kOneSample >> 9)};
-  };
-  const ColumnRun columns = InsideBorder(width, shown.borderX, grid.stepX);
-  const ColumnRun rows = InsideBorder(height, shown.borderY, grid.stepY);
-
-  for (std::int32_t row = beginRow; row < endRow; ++row) {
-    const SourceLine line = LineOfRow(shown, correction, grid, row);
-    ColumnRun covered = ColumnsInside(line, coveredX, coveredY, columns);
-    if (row < rows.begin || row >= rows.end || covered.begin >= covered.end) covered = {0, 0};
-    const ColumnRun inside = ColumnsInside(line, interior(source.width), interior(source.height), covered);
-    std::uint8_t* const samples = out[index].data + row * out[index].strideBytes;
-    if (!keepUncovered) {
-      FillSamples(samples, {0, covered.begin}, shown.background[index], input.BytesPerSample());
-      FillSamples(samples, {covered.end, width}, shown.background[index], input.BytesPerSample());
+  const Layout layout(shown, correction, isChroma, sampling);
+  AlikePlanes sources = {};
+  for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
+    const auto& [samples, strideBytes] = in[static_cast<std::size_t>(planes[i])];
+    sources[i] = {samples, strideBytes, input.PlaneWidth(planes[i]), input.PlaneHeight(planes[i]),
+                  input.bitsPerSample};
+  }
+  for (std::int32_t first = beginRow; first < endRow; first += kMaxWarpedRows) {
+    const std::int32_t count = std::min(kMaxWarpedRows, endRow - first);
+    std::array<WarpedRow, kMaxWarpedRows> rows;
+    for (std::int32_t i = 0; i < count; ++i) {
+      WarpedRow& row = rows[static_cast<std::size_t>(i)] = layout.Row(first + i);
+      for (std::size_t of = 0; of < planes.size() && planes[of] >= 0; ++of) {
+        const auto plane = static_cast<std::size_t>(planes[of]);
+        row.out[of] = out[plane].data + (first + i) * out[plane].strideBytes;
+        if (keepUncovered) continue;
+        const std::uint16_t background = shown.background[plane];
+        FillSamples(row.out[of], {0, row.covered.begin}, background, input.BytesPerSample());
+        FillSamples(row.out[of], {row.covered.end, width}, background, input.BytesPerSample());
+      }
     }
-    sampling.atEdges(source, line, {covered.begin, inside.begin}, samples);
-    (loops.*sampling.inside)(source, line, inside, samples);
-    sampling.atEdges(source, line, {inside.end, covered.end}, samples);
+    (loops.*sampling.warp)(sources, rows.data(), count);
   }
 }
 

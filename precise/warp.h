@@ -23,10 +23,10 @@ struct Shown {
 /// Fills samples begin … end - 1 of the row.
 void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample);
 
-/// Writes rows begin … end - 1 of an output plane. What no source sample covers becomes background, or stays
-/// as it is in `out` with `keepUncovered`.
-void WarpPlane(const Shown& shown, const Correction& correction, int plane, const ConstPicture& in,
-               const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
-               const Loops& loops);
+/// Writes rows begin … end - 1 of chroma, or of luma and alpha. What no source sample covers becomes
+/// background, or stays as it is in `out` with `keepUncovered`.
+void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma, const ConstPicture& in,
+                const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
+                const Loops& loops);
 
 }  // namespace precise

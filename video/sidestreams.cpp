@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <deque>
+#include <filesystem>
 #include <map>
 #include <string_view>
 
@@ -98,10 +99,12 @@ std::map<int, std::vector<PacketPtr>> ReadSound(Input& input) {
   return sound;
 }
 
-/// True when the sound begins with the clip and has no gap: where a format has no times for it, its number of
-/// samples is the time.
+/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all
+/// that a format tells of its time. A pipe cannot be read for that.
 bool RunsThrough(const std::string& fileName, const AVStream& stream) {
   constexpr double kMostSeconds = 0.03;
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(fileName, ignored)) return false;
   Input input(fileName);
   const int index = stream.index;
   for (unsigned i = 0; i < input.Format().nb_streams; ++i)
@@ -183,7 +186,7 @@ class Planner {
     const bool fillsStart = m_format.name == std::string_view("avi");
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
-        (!fillsStart || (m_input.IsSeekable() && RunsThrough(m_input.FileName(), stream)));
+        (!fillsStart || RunsThrough(m_input.FileName(), stream));
     if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input);
     if (canCopy && DecodesFrom(m_output.Format(), stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =
