@@ -1,0 +1,178 @@
+// A stream through the precise engine: the scalar loops, the vector loops, and these with rows in pieces and
+// frames skipped, in step.
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <memory>
+
+#include "fuzz/target.h"
+#include "precise/stabilizer.h"
+#include "support/planarscene.h"
+
+namespace precise {
+namespace {
+
+/// Planes in blocks of their exact size, so that the sanitizers see what is read or written beside them.
+struct Planes {
+  Planes(const PictureFormat& format, std::int32_t padding, bool bottomUp, std::uint8_t fill = 0) {
+    for (int i = 0; i < format.planes; ++i) {
+      const auto at = static_cast<std::size_t>(i);
+      const std::ptrdiff_t row = std::ptrdiff_t{format.PlaneWidth(i)} * format.BytesPerSample();
+      const std::ptrdiff_t stride = row + std::ptrdiff_t{padding} * format.BytesPerSample();
+      const std::ptrdiff_t last = stride * (format.PlaneHeight(i) - 1);
+      bytes[at].resize(static_cast<std::size_t>(last + row), fill);
+      top[at] = bottomUp ? last : 0;
+      strides[at] = bottomUp ? -stride : stride;
+    }
+  }
+
+  template <class Byte>
+  std::array<PlaneOf<Byte>, kMaxPlanes> View() {
+    std::array<PlaneOf<Byte>, kMaxPlanes> view;
+    for (std::size_t i = 0; i < kMaxPlanes; ++i)
+      if (!bytes[i].empty()) view[i] = {bytes[i].data() + top[i], strides[i]};
+    return view;
+  }
+
+  std::array<std::vector<std::uint8_t>, kMaxPlanes> bytes;
+  std::array<std::ptrdiff_t, kMaxPlanes> top = {}, strides = {};
+};
+
+PictureFormat ChooseFormat(Choices& choices) {
+  const std::int32_t most = choices.OneOf({40, 24, 40, 4, 40, 90, 24, 40, 24, 330});
+  return {.width = choices.Number(1, most),
+          .height = choices.Number(1, most),
+          .planes = choices.Number(1, kMaxPlanes),
+          .bitsPerSample = choices.OneOf({8, 10, 16, 8, 12, 14, 9, 15}),
+          .chromaShiftX = choices.Number(0, 2),
+          .chromaShiftY = choices.Number(0, 2),
+          .chromaSiteX = choices.OneOf({0.0, 0.5, 1.5, -4.0, 4.0}),
+          .chromaSiteY = choices.OneOf({0.0, 0.5, 1.5, -4.0, 4.0}),
+          .pixelAspect = choices.OneOf({1.0, 4.0 / 3, 0.5, 1.0 / 16, 16.0})};
+}
+
+Settings ChooseSettings(Choices& choices, const PictureFormat& format) {
+  const auto margin = [&](std::int32_t side) { return choices.Number(0, 2 * (side - 1)) / 4.0; };
+  Settings settings = {.window = 2 * choices.Number(1, 5),
+                       .marginX = choices.Once(3) ? 0 : margin(format.width),
+                       .marginY = choices.Once(3) ? 0 : margin(format.height) / choices.Number(1, 4),
+                       .clipping = choices.OneOf({Clipping::Stretch, Clipping::Crop, Clipping::Outline}),
+                       .interpolation = choices.OneOf(
+                           {Interpolation::Bicubic, Interpolation::Bilinear, Interpolation::Nearest}),
+                       .correctRoll = !choices.Once(4),
+                       .tripod = choices.Once(4),
+                       .findCuts = !choices.Once(4),
+                       .keepBackground = choices.Once(3)};
+  if (choices.Once(4))
+    settings.estimateFrom = {choices.Number(-9, format.width), choices.Number(-9, format.height),
+                             choices.Number(0, format.width + 9), choices.Number(0, format.height + 9)};
+  for (std::uint16_t& sample : settings.background)
+    sample = static_cast<std::uint16_t>(choices.Number(0, (1 << format.bitsPerSample) - 1));
+  for (std::int32_t i = 0; i <= settings.window / 2 && choices.Once(2); ++i)
+    settings.pathWeights.push_back(choices.Number(0, 9));
+  if (settings.pathWeights.size() <= static_cast<std::size_t>(settings.window / 2)) settings.pathWeights = {};
+  return settings;
+}
+
+/// What a camera takes, or what none would: noise, also of words that say too much, or a flat field.
+void Shoot(Choices& choices, const PictureFormat& format, Planes& planes) {
+  const std::uint32_t kind = choices.Byte() % 8;
+  const Take take = {.pose = MakePose(choices.Number(-60, 60) / 8.0, choices.Number(-60, 60) / 8.0,
+                                      choices.Number(-40, 40) / 10.0, choices.Number(90, 110) / 100.0),
+                     .scene = choices.Once(6) ? 2U : 1U,
+                     .gain = choices.OneOf({1.0, 1.0, 0.5}),
+                     .noise = choices.OneOf({0.0, 0.0, 4.0})};
+  const PlanarFrame shot = kind < 5 ? ::Shoot(format, take) : PlanarFrame{};
+  for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
+    std::vector<std::uint8_t>& bytes = planes.bytes[i];
+    if (kind == 7) std::ranges::fill(bytes, static_cast<std::uint8_t>(choices.OneOf({0, 255, 128})));
+    if (kind == 5 || kind == 6) choices.Fill(bytes);
+    const auto width = static_cast<std::size_t>(format.PlaneWidth(static_cast<int>(i)));
+    for (std::size_t k = 0; k < shot[i].size(); ++k) {
+      const auto sample = static_cast<std::uint16_t>(shot[i][k] << (format.bitsPerSample - 8));
+      std::uint8_t* const row =
+          planes.View<std::uint8_t>()[i].data + planes.strides[i] * static_cast<std::ptrdiff_t>(k / width);
+      std::memcpy(row + k % width * static_cast<std::size_t>(format.BytesPerSample()), &sample,
+                  static_cast<std::size_t>(format.BytesPerSample()));
+    }
+  }
+}
+
+bool AreEqual(const FrameReport& a, const FrameReport& b) {
+  const auto numbers = [](const FrameReport& report) {
+    return std::array{report.motion.x,
+                      report.motion.y,
+                      report.motion.roll,
+                      report.zoom,
+                      report.correction.x,
+                      report.correction.y,
+                      report.correction.roll,
+                      static_cast<double>(report.shot),
+                      static_cast<double>(report.frame)};
+  };
+  return numbers(a) == numbers(b);
+}
+
+/// Rows in pieces of any size, the last ones first.
+RowRunner Pieces(std::int32_t most) {
+  return [most](std::int32_t rows, RowWork work, const void* context) {
+    for (std::int32_t end = rows, begin; end > 0; end = begin) {
+      begin = std::max(end - 1 - end * 7 % most, 0);
+      work(context, begin, end);
+    }
+  };
+}
+
+void Live(Choices& choices) {
+  const PictureFormat format = ChooseFormat(choices);
+  const Settings settings = ChooseSettings(choices, format);
+  if (!AreUsable(format, settings)) return;
+  const PictureFormat shown = OutputFormat(format, settings);
+  CStabilizer scalar(format, settings, SimdLevel::Scalar), vector(format, settings),
+      pieces(format, settings, SimdLevel::Avx2, Pieces(choices.Number(1, 40)));
+  const std::int32_t padding = choices.Number(0, 3);
+  const bool bottomUp = choices.Once(3);
+  std::deque<Planes> lent;
+  const auto deliver = [&] {
+    Require(vector.CanDeliver() == scalar.CanDeliver() && pieces.CanDeliver() == scalar.CanDeliver(),
+            "engines deliver at the same time");
+    if (!scalar.CanDeliver()) return false;
+    Planes expected(shown, 0, false);
+    const FrameReport report = scalar.Deliver(expected.View<std::uint8_t>());
+    for (CStabilizer* const other : {&vector, &pieces}) {
+      const bool skips = other == &pieces && !settings.keepBackground && choices.Once(8);
+      Planes actual(shown, padding, bottomUp, 90);
+      Require(AreEqual(report, skips ? other->Skip() : other->Deliver(actual.View<std::uint8_t>())),
+              "reports are equal");
+      for (std::size_t i = 0; i < kMaxPlanes && !skips; ++i)
+        for (std::int32_t row = 0; !expected.bytes[i].empty() && row < shown.PlaneHeight(static_cast<int>(i));
+             ++row)
+          Require(std::memcmp(expected.View<std::uint8_t>()[i].data + row * expected.strides[i],
+                              actual.View<std::uint8_t>()[i].data + row * actual.strides[i],
+                              static_cast<std::size_t>(expected.strides[i])) == 0,
+                  "pictures are equal");
+    }
+    lent.pop_front();
+    return true;
+  };
+  while (choices.AreLeft()) {
+    Shoot(choices, format, lent.emplace_back(format, padding, bottomUp));
+    for (CStabilizer* const engine : {&scalar, &vector, &pieces})
+      engine->Push(lent.back().View<const std::uint8_t>());
+    deliver();
+  }
+  for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->End();
+  while (deliver()) {
+  }
+  Require(lent.empty(), "all frames come out");
+}
+
+}  // namespace
+}  // namespace precise
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Choices choices({data, size});
+  precise::Live(choices);
+  return 0;
+}
