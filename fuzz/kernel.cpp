@@ -1,6 +1,7 @@
 // Lives of the classic kernel at every table of loops in step, also where memory runs out.
 
 #include <memory>
+#include <tuple>
 
 #include "fuzz/limitedmemory.h"
 #include "fuzz/target.h"
@@ -31,10 +32,6 @@ KernelParams ChooseParams(Choices& choices) {
   return params;
 }
 
-bool AreEqual(const MotionRecord& a, const MotionRecord& b) {
-  return a.dx == b.dx && a.dy == b.dy && a.theta == b.theta;
-}
-
 struct Life {
   /// Runs the step for each kernel, within so much memory.
   template <class Step>
@@ -45,11 +42,13 @@ struct Life {
         const LimitedMemory limited(memory);
         return step(*kernel);
       }());
+    const auto facts = [](const CStabilizeVideoKernel& kernel) {
+      const MotionRecord motion = kernel.LatestMotion(), correction = kernel.LatestCorrection();
+      return std::tuple(kernel.IsInitialized(), motion.dx, motion.dy, motion.theta, correction.dx,
+                        correction.dy, correction.theta);
+    };
     for (std::size_t i = 1; i < kernels.size(); ++i)
-      Require(successes[i] == successes[0] && kernels[i]->IsInitialized() == kernels[0]->IsInitialized() &&
-                  AreEqual(kernels[i]->LatestMotion(), kernels[0]->LatestMotion()) &&
-                  AreEqual(kernels[i]->LatestCorrection(), kernels[0]->LatestCorrection()),
-              "kernels agree");
+      Require(successes[i] == successes[0] && facts(*kernels[i]) == facts(*kernels[0]), "kernels agree");
   }
 
   void ShowFrame(Choices& choices, std::int64_t memory) {

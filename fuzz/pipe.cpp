@@ -11,56 +11,63 @@ namespace {
 
 constexpr std::int64_t kMostMemory = 1 << 28;
 
+constexpr const char* kWords[] = {"--window 12",
+                                  "--window 256",
+                                  "--crop 0",
+                                  "--crop 3,2",
+                                  "--crop 10%",
+                                  "--clip crop",
+                                  "--clip outline",
+                                  "--interpolation nearest",
+                                  "--interpolation bilinear",
+                                  "--background keep",
+                                  "--background ff8000",
+                                  "--roi 0,0,20,15",
+                                  "--roi 20,14,99,99",
+                                  "--simd scalar",
+                                  "--size 21x15",
+                                  "--size 16384x16384",
+                                  "--engine kernel",
+                                  "--engine transform",
+                                  "--quality 4",
+                                  "--frames 3",
+                                  "--rotation",
+                                  "--no-rotation",
+                                  "--tripod",
+                                  "--no-cuts",
+                                  "--output-size",
+                                  "--quiet"};
+
+struct Sampling {
+  const char* tag;
+  std::size_t bytes;  ///< of a frame of 21x15
+};
+constexpr Sampling kSamplings[] = {{"420", 491}, {"444alpha", 1260}, {"mono", 315},    {"420p10", 982},
+                                   {"422", 645}, {"mono16", 630},    {"444p12", 1890}, {"411", 500}};
+
 std::string ChooseWords(Choices& choices) {
-  struct Option {
-    const char* name;
-    std::initializer_list<const char*> values;
-  };
-  static const Option options[] = {
-      {"--window", {"4", "2", "12", "256", "5"}},
-      {"--crop", {"0", "3,2", "10%", "0.5%", "99999"}},
-      {"--clip", {"crop", "outline", "stretch", "crop"}},
-      {"--interpolation", {"nearest", "bilinear", "bicubic"}},
-      {"--background", {"keep", "ff8000", "00000g"}},
-      {"--roi", {"0,0,20,15", "3,2,9,9", "20,14,99,99", "5,5,5,5"}},
-      {"--simd", {"scalar", "avx2"}},
-      {"--size", {"21x15", "1x1", "64x2", "16384x16384"}},
-      {"--engine", {"precise", "kernel", "transform"}},
-      {"--quality", {"1", "4", "0"}},
-      {"--frames", {"3", "-1", "99999999999999999999"}},
-      {"--rotation", {}},
-      {"--no-rotation", {}},
-      {"--tripod", {}},
-      {"--no-cuts", {}},
-      {"--output-size", {}},
-      {"--quiet", {}},
-  };
   std::string words = "--window 4";
   for (std::int32_t i = choices.Number(0, 4); i > 0; --i) {
-    const Option& option = options[choices.Byte() % std::size(options)];
-    words += std::string(" ") + option.name;
-    if (option.values.size() == 0) continue;
-    std::string value = choices.OneOf(option.values);
-    if (choices.Once(4)) choices.Damage(value, 2);
-    words += ' ' + value;
+    std::string word = kWords[choices.Byte() % std::size(kWords)];
+    const std::size_t name = word.find(' ');
+    if (name != std::string::npos && choices.Once(4)) {
+      std::string value = word.substr(name + 1);
+      choices.Damage(value, 2);
+      word.replace(name + 1, word.npos, value);
+    }
+    words += ' ' + word;
   }
   return words;
 }
 
 Bytes ChooseStream(Choices& choices) {
-  const char* const sampling =
-      choices.OneOf({"420", "444alpha", "mono", "420p10", "422", "mono16", "444p12", "420paldv", "411"});
-  std::string text = "YUV4MPEG2 W21 H15 C" + std::string(sampling);
-  for (const char* tag : {" F25:1", " Ip", " A4:3", " XCOLORRANGE=FULL"})
+  const Sampling& sampling = kSamplings[choices.Byte() % std::size(kSamplings)];
+  std::string text = std::string("YUV4MPEG2 W21 H15 C") + sampling.tag;
+  for (const char* const tag : {" F25:1", " Ip", " A4:3", " XCOLORRANGE=FULL"})
     if (choices.Once(2)) text += tag;
   if (choices.Once(3)) choices.Damage(text, 3);
   text += '\n';
-  // Luma, chroma and alpha as they should be, and sometimes not.
-  const std::string name = sampling;
-  const std::size_t chroma = name[0] == 'm' ? 0 : name.starts_with("420") ? 88 : name == "422" ? 165 : 315;
-  std::size_t size = (315 + 2 * chroma + (name == "444alpha" ? 315 : 0));
-  if (name.find_first_of('p') == 3 || name == "mono16") size *= name == "420paldv" ? 1 : 2;
-  Bytes picture(size), stream(text.begin(), text.end());
+  Bytes picture(sampling.bytes), stream(text.begin(), text.end());
   for (std::int32_t i = choices.Number(0, 12); i > 0; --i) {
     choices.Fill(picture);
     const std::string line = choices.Once(3) ? "FRAME Ip Xnote\n" : "FRAME\n";
