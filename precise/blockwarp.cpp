@@ -50,26 +50,29 @@ struct Extent {
 /// v·2^(16 - n) - 2^15 + kRounding.
 class WideBlock {
  public:
-  /// Strips read less than a step beyond the extent, at both sides.
-  static constexpr std::int32_t kPitch = kBlockColumns + 16 + 2 * kStep, kRows = kMaxWarpedRows + 16;
+  static constexpr std::int32_t kColumns = kBlockColumns + 16, kRows = kMaxWarpedRows + 16;
+  /// Strips begin less than a step before the extent, and read less than two beyond it.
+  static constexpr std::int32_t kPitch = kStep + kColumns + 2 * kStep;
 
   /// False where the extent is too large, or too much of it lies off the plane.
   bool Load(const AlikePlanes& planes, const Extent& extent) {
     m_left = extent.left;
     m_top = extent.top;
-    const std::int64_t begin = extent.left > 0 ? extent.left : 0, width = planes[0].width;
-    const std::int64_t end = extent.right < width ? extent.right + 1 : width;
-    const std::int64_t behind = extent.right + 1;
-    if (end - begin < kStep || begin - extent.left > kStep || behind - end > kStep ||
-        behind - extent.left > kPitch - 2 * kStep || extent.bottom - extent.top >= kRows)
+    // Columns of the plane; and columns of the block, of which the plane has begin … end - 1.
+    const std::int64_t left = extent.left > 0 ? extent.left : 0, width = planes[0].width;
+    const std::int64_t right = extent.right < width ? extent.right + 1 : width;
+    const std::int64_t begin = left - m_left, end = right - m_left, columns = extent.right + 1 - m_left;
+    if (end - begin < kStep || begin > kStep || columns - end > kStep || columns > kColumns ||
+        extent.bottom - extent.top >= kRows)
       return false;
     for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
-      for (std::int64_t y = extent.top; y <= extent.bottom; ++y) {
-        std::int16_t* const to = m_samples[i] + (y - m_top) * kPitch + kStep - m_left;
-        LoadRow(planes[i], y, begin, end, to);
+      for (std::int64_t row = 0; row <= extent.bottom - extent.top; ++row) {
+        std::int16_t* const to = m_samples[i] + row * kPitch + kStep;
+        LoadRow(planes[i], m_top + row, left, right, to + begin);
         const Shorts first = hn::Set(kShorts, to[begin]), last = hn::Set(kShorts, to[end - 1]);
-        for (const std::int64_t x : {begin - kStep, extent.left - kStep}) hn::StoreU(first, kShorts, to + x);
-        for (const std::int64_t x : {end, behind}) hn::StoreU(last, kShorts, to + x);
+        for (const std::int64_t column : {begin, std::int64_t{0}})
+          hn::StoreU(first, kShorts, to + column - kStep);
+        for (const std::int64_t column : {end, columns}) hn::StoreU(last, kShorts, to + column);
       }
     return true;
   }
@@ -85,20 +88,19 @@ class WideBlock {
   }
 
  private:
-  /// Loads samples begin … end - 1, at least a vector.
-  static void LoadRow(const SourcePlane& plane, std::int64_t y, std::int64_t begin, std::int64_t end,
+  /// Loads samples left … right - 1, at least a vector.
+  static void LoadRow(const SourcePlane& plane, std::int64_t y, std::int64_t left, std::int64_t right,
                       std::int16_t* to) {
     const std::int64_t row = y < 0 ? 0 : y < plane.height ? y : plane.height - 1;
     const std::uint8_t* const from = plane.samples + row * plane.strideBytes;
     if (plane.bits == 8)
-      LoadSamples<1>(from, plane.bits, begin, end, to);
+      LoadSamples<1>(from + left, plane.bits, right - left, to);
     else
-      LoadSamples<2>(from, plane.bits, begin, end, to);
+      LoadSamples<2>(from + 2 * left, plane.bits, right - left, to);
   }
 
   template <int kSize>
-  static void LoadSamples(const std::uint8_t* from, int bits, std::int64_t begin, std::int64_t end,
-                          std::int16_t* to) {
+  static void LoadSamples(const std::uint8_t* from, int bits, std::int64_t count, std::int16_t* to) {
     const auto offset = hn::Set(kHalfWords, 0x8000 + kRounding);
     const auto largest = hn::Set(kHalfWords, static_cast<std::uint16_t>(LargestSample(bits)));
     const auto load = [&](std::int64_t i) {
@@ -112,8 +114,8 @@ class WideBlock {
                    to + i);
       }
     };
-    for (std::int64_t i = begin; i < end - kStep; i += kStep) load(i);
-    load(end - kStep);
+    for (std::int64_t i = 0; i < count - kStep; i += kStep) load(i);
+    load(count - kStep);
   }
 
   std::int64_t m_left = 0, m_top = 0;
