@@ -17,6 +17,8 @@ namespace {
 
 constexpr int kMaxBits = 14;
 constexpr std::int32_t kBlockColumns = 256;
+// A block of fewer might read fewer source samples than a vector has.
+constexpr std::int32_t kFewestColumns = 4 * kStep;
 
 /// Added to widened samples beside -2^15. The weights of a first pass sum to 2^14, so this adds the half of
 /// 2^16 that rounds its means.
@@ -385,7 +387,9 @@ bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t c
   Strips<Sampler, Columns, kSize> strips(planes, rows->line);
   WideBlock block;
   const ColumnRun all = Union(rows, count);
-  for (std::int32_t begin = all.begin; begin < all.end; begin += kBlockColumns) {
+  const std::int32_t last = all.end - kFewestColumns > all.begin ? all.end - kFewestColumns : all.begin;
+  for (std::int32_t next = all.begin; next < all.end; next += kBlockColumns) {
+    const std::int32_t begin = next < last ? next : last;
     const ColumnRun columns = Common({begin, begin + kBlockColumns}, all);
     Extent extent;
     for (const WarpedRow* row = rows; row != rows + count; ++row) {
