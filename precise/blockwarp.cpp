@@ -4,12 +4,14 @@
 
 #include "precise/columns.h"
 
-// A picture that is turned by less than a degree reads its source nearly as it lies. In a row, the phase
-// across stays for dozens of columns; in a column, the phase down stays for dozens of rows. So blocks of rows
-// are made in strips of a vector's width, from top to bottom. The weights down are kept from row to row,
-// those across are the same for all columns of a step, and samples need no shuffling.
+// A picture that is turned by a degree or two, and not magnified, reads its source nearly as it lies. In a
+// row, the phase across stays for dozens of columns; in a column, the phase down stays for dozens of rows. So
+// a block is made row by row, and a row in strips of a vector's width. Each strip keeps its weights down for
+// the next row. The weights across are the same for a whole strip, and its samples need no shuffling.
 //
-// Source samples are widened first, a block at a time, since four output rows or more read each. They go into
+// Strips of a magnified picture make all weights anew, and shuffle their samples.
+//
+// The source samples of a block are widened first, since several rows of the output read each. They go into
 // the highest bits of 16-bit words, so that the first pass leaves its means in the upper halves of 32 bits.
 
 namespace precise {
@@ -24,10 +26,9 @@ constexpr std::int32_t kFewestColumns = 4 * kStep;
 /// 2^16 that rounds its means.
 constexpr int kRounding = 2;
 
-/// Positions are rounded to 1/256 sample.
+/// The column's position and half a phase: cut to whole phases, it is the position rounded to 1/256 sample.
 Position RoundedAt(const SourceLine& line, std::int32_t column) {
-  constexpr std::int64_t kHalf = kOnePhase / 2;
-  return {line.startX + column * line.stepX + kHalf, line.startY + column * line.stepY + kHalf};
+  return {line.startX + column * line.stepX + kHalfPhase, line.startY + column * line.stepY + kHalfPhase};
 }
 
 ColumnRun Common(ColumnRun a, ColumnRun b) {
@@ -124,8 +125,8 @@ class WideBlock {
   std::int16_t m_samples[kMaxAlikePlanes][std::ptrdiff_t{kRows} * kPitch];
 };
 
-/// Columns that stand less than a sample apart. Blocks of four change between the vectors, so that samples
-/// for a block are in sixteen bytes.
+/// Columns that stand at most a sample apart. Four neighbours form a block, whose samples lie within sixteen
+/// bytes. The two vectors take blocks in turn.
 class DenseColumns {
  public:
   static constexpr bool kHaveOnePhase = false;
@@ -204,8 +205,8 @@ class DenseColumns {
   Both<Words> m_blocks;
 };
 
-/// The bicubic warp's. Its weights sum to 2^14, so the 2^13 that is missing from the first pass's means is
-/// missing 2^14 times.
+/// The bicubic warp's. Means of the first pass are less by 2^13, as samples are by 2^15. The weights down sum
+/// to 2^14, so the offset gives back 2^13 · 2^14.
 class WideCubic : public Cubic<SharpWeights, 16> {
  public:
   explicit WideCubic(int bits) : Cubic(kMaxBits - bits, (1 << (13 + kWeightBits)) + (1 << (27 - bits))) {}
@@ -219,7 +220,7 @@ class Linear {
   using Across = Both<Shorts>;
   using Down = Both<Ints>;
 
-  // Weights sum to 2^16.
+  // Weights sum to 2^16, so kRounding was added as often. The other offset is half of what is dropped.
   explicit Linear(int bits)
       : m_drop(16 - bits), m_offset(Kept(kInts, (1 << (31 - bits)) - (kRounding << 16))) {}
 
@@ -264,13 +265,10 @@ class Strips {
         m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
         m_planes(planes[1].samples == nullptr ? 1 : 2) {}
 
-  /// Begins with another block's first column.
-  void Begin(std::int32_t column) {
-    m_column = column;
-    for (KeptWeights& kept : m_kept) kept.size = 0;
-  }
+  /// Sets the first column of the block whose rows come next.
+  void Begin(std::int32_t column) { m_column = column; }
 
-  /// Writes the row's covered columns up to the block's end, by pieces that read the same source rows.
+  /// Writes the row's covered columns of the block, by pieces that read the same source rows.
   void WarpRow(const WideBlock& block, const WarpedRow& row) {
     const ColumnRun run = Common(row.covered, {m_column, m_column + kBlockColumns});
     for (std::int32_t begin = run.begin; begin < run.end;) {
@@ -289,7 +287,7 @@ class Strips {
   }
 
  private:
-  /// Weights down of a strip, which are those of `size` positions from `first` on.
+  /// Weights down of a strip. They are the same for `size` positions of its first column, from `first` on.
   struct KeptWeights {
     std::uint32_t first = 0, size = 0;
     typename Sampler::Down down = {};
@@ -323,6 +321,8 @@ class Strips {
       return kept.down;
     }
     if (y - kept.first >= kept.size) {
+      // How far lanes stand in their phases. Weights stay as far back as the least, and ahead until the most
+      // is a whole phase.
       const Words rest = hn::Set(kWords, static_cast<std::uint32_t>(kOnePhase - 1));
       const Both<Words> rests = {hn::And(fractions[0], rest), hn::And(fractions[1], rest)};
       const std::uint32_t least = hn::GetLane(hn::MinOfLanes(kWords, hn::Min(rests[0], rests[1])));
@@ -332,8 +332,8 @@ class Strips {
     return kept.down;
   }
 
-  /// Writes a strip's samples from the piece's begin on. What is written behind the piece, the next one
-  /// writes anew.
+  /// Writes a strip's samples from the piece's begin on, and changes nothing that is not covered. What it
+  /// writes beyond the piece, the next piece writes anew.
   void Store(Shorts samples, const WarpedRow& row, std::size_t plane, std::int32_t column,
              ColumnRun piece) const {
     std::uint8_t* const out = row.out[plane] + std::ptrdiff_t{m_column + column} * kSize;
