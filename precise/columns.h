@@ -110,7 +110,8 @@ class UnitColumns {
 };
 
 /// Makes samples by four taps across and four down. Its first pass drops bits and rounds; where it drops 16,
-/// samples already hold the half that rounds. The second pass adds `offset`, and drops 14 bits and `drop` more.
+/// samples already hold the half that rounds. The second pass adds `offset` and drops 14 bits, and then
+/// `drop` more.
 template <class WeightFormula, int kFirstPass>
 class Cubic {
  public:
