@@ -1,5 +1,6 @@
 #include "precise/blockwarp.h"
 
+#include <hwy/cache_control.h>
 #include <limits>
 
 #include "precise/columns.h"
@@ -100,6 +101,10 @@ class WideBlock {
       LoadSamples<1>(from + left, plane.bits, right - left, to);
     else
       LoadSamples<2>(from + 2 * left, plane.bits, right - left, to);
+    // The next block reads on in these rows.
+    const int size = plane.bits == 8 ? 1 : 2;
+    const std::int64_t next = right + kBlockColumns < plane.width ? right + kBlockColumns : plane.width;
+    for (std::int64_t x = right; x < next; x += 64 / size) hwy::Prefetch(from + x * size);
   }
 
   template <int kSize>
