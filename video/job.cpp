@@ -367,8 +367,9 @@ void Job::Read() {
 }
 
 void Job::Run() {
+  const auto first = FindFirstFrame();
   MotionFileGuard motionFile(m_options.motionFile);
-  SetUp(*FindFirstFrame());
+  SetUp(*first);
   Read();
   End();
   CheckLength();
