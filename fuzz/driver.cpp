@@ -1,11 +1,16 @@
 // Stands in for libFuzzer where the compiler has none, with two of its options: -runs=N and -seed=N.
 
 #include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
-#include "fuzz/target.h"
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
 

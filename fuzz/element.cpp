@@ -13,14 +13,13 @@ extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppression
   return "leak:g_malloc";
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void Live(Choices& choices) {
   static const bool isReady = [] {
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL));
     gst_init(nullptr, nullptr);
     return RegisterElement(nullptr) == TRUE;
   }();
   Require(isReady, "the element is known");
-  Choices choices({data, size});
   GstHarness* const pads = gst_harness_new_parse("vstabilize qos=false window=4");
   GstElement* const element = gst_harness_find_element(pads, "vstabilize");
   GstVideoInfo info = {};
@@ -93,5 +92,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(out + lost == in, "all frames come out");
   gst_object_unref(element);
   gst_harness_teardown(pads);
-  return 0;
 }

@@ -79,8 +79,7 @@ struct Life {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Choices choices({data, size});
+void Live(Choices& choices) {
   Life life;
   for (const KernelOps* const ops : AvailableOps())
     life.kernels.push_back(std::make_unique<CStabilizeVideoKernel>(*ops));
@@ -99,5 +98,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       life.ShowFrame(choices, memory);
     }
   }
-  return 0;
 }

@@ -37,9 +37,8 @@ struct Folder {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void Live(Choices& choices) {
   static const Folder folder;
-  Choices choices({data, size});
   const std::string input = folder.path + "/in", output = folder.path + "/out";
   std::string clip = folder.clips[choices.Byte() % folder.clips.size()];
   choices.Damage(clip, 20);
@@ -57,5 +56,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fs::remove(target);
   fs::remove(input);
   Require(fs::is_empty(folder.path), "nothing else is left");
-  return 0;
 }

@@ -80,8 +80,7 @@ Bytes ChooseStream(Choices& choices) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Choices choices({data, size});
+void Live(Choices& choices) {
   const std::string words = ChooseWords(choices);
   const Bytes stream = ChooseStream(choices);
   const Arguments arguments(words);
@@ -99,5 +98,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       words.find("--clip crop") == std::string::npos && words.find("--output") == std::string::npos;
   if (code == 0 && isWhole)
     Require(ReadAll(output.get()).size() == stream.size(), "as much comes out as went in");
-  return 0;
 }

@@ -95,7 +95,7 @@ RowRunner Pieces(std::int32_t most) {
   };
 }
 
-void Live(Choices& choices) {
+void LiveInStep(Choices& choices) {
   const PictureFormat format = ChooseFormat(choices);
   const Settings settings = ChooseSettings(choices, format);
   if (!AreUsable(format, settings)) return;
@@ -133,8 +133,4 @@ void Live(Choices& choices) {
 }  // namespace
 }  // namespace precise
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Choices choices({data, size});
-  precise::Live(choices);
-  return 0;
-}
+void Live(Choices& choices) { precise::LiveInStep(choices); }

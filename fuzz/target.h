@@ -9,10 +9,6 @@
 #include <span>
 #include <vector>
 
-/// Does what the bytes say, and ends the program where the outcome is wrong. Each target makes good material
-/// by itself; the bytes choose among it and damage it, so that any bytes lead deep into the code.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 /// Choices that the bytes make, one after the other. Behind their end each is the first that there is.
 class Choices {
  public:
@@ -68,4 +64,16 @@ inline void Require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
   std::abort();
+}
+
+/// What a target defines: does what the bytes say, and ends the program where the outcome is wrong. It makes
+/// good material by itself; the bytes choose among it and damage it, so that any bytes lead deep into the
+/// code.
+void Live(Choices& choices);
+
+/// libFuzzer's entry. A target is one source.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Choices choices({data, size});
+  Live(choices);
+  return 0;
 }
