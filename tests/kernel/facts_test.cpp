@@ -11,7 +11,9 @@
 #include "kernel/framecompensation.h"
 #include "kernel/gaussianpyramid.h"
 #include "kernel/leastsquares.h"
+#include "kernel/motionestimation.h"
 #include "kernel/pathsmoothing.h"
+#include "kernel/sampling.h"
 #include "kernel/sinecosine.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
@@ -43,6 +45,30 @@ TEST(Facts, TheNearestSampleIsTheNextFrom255Of512On) {
     std::uint8_t pixel[3] = {};
     kScalarOps.warpRowNearest(kPixels, 8, {x * kPart, y * kPart, 0, 0, kBits}, {0, 1}, pixel);
     EXPECT_EQ(pixel[0], value) << x << ", " << y;
+  }
+}
+
+TEST(Facts, UsableColumnsAreThoseWhoseFourNeighboursExist) {
+  constexpr int kBits = 12;
+  for (const std::int64_t stepX : {-9000, -4096, -1, 0, 1, 4096, 5000})
+    for (const std::int64_t stepY : {-9000, -4096, -1, 0, 1, 4096, 5000})
+      for (const std::int64_t start : {-30000, -4096, -1, 0, 4095, 30000, 40960, 60000}) {
+        const SourceLine line = {start, 50000 - start, stepX, stepY, kBits};
+        const ColumnRun run = UsableColumns(line, 11, 13, {2, 40});
+        for (std::int32_t column = 2; column < 40; ++column) {
+          const std::int64_t x = (line.startX + column * stepX) >> kBits,
+                             y = (line.startY + column * stepY) >> kBits;
+          ASSERT_EQ(column >= run.begin && column < run.end, x >= 0 && x < 10 && y >= 0 && y < 12);
+        }
+      }
+}
+
+TEST(Facts, NoSampleCanBeComparedFarAway) {
+  for (const std::int64_t shift :
+       std::initializer_list<std::int64_t>{-40000000000, -4294967296, -13, 13, 4294967296, 4294967297}) {
+    const Rect across = ComparableSamples(12, 9, shift, 0), along = ComparableSamples(9, 12, 0, shift);
+    EXPECT_GE(across.left, across.right) << shift;
+    EXPECT_GE(along.top, along.bottom) << shift;
   }
 }
 
