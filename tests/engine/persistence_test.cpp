@@ -125,6 +125,16 @@ TEST_F(Persistence, HandlesBlobsOfSeveralMegabytesAndMissingMemory) {
   EXPECT_EQ(m_pFacade->SaveAttributes(), E_OUTOFMEMORY);
 }
 
+TEST_F(Persistence, ReportsARegistryThatTakesNothing) {
+  HKEY gone = nullptr;
+  ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, "gone", &gone), ERROR_SUCCESS);
+  RegDeleteKeyA(HKEY_CURRENT_USER, "gone");
+  RegOverridePredefKey(HKEY_CURRENT_USER, gone);
+  EXPECT_EQ(m_pFacade->SaveAttributes(), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+  RegCloseKey(gone);
+  UseTestHive();
+}
+
 TEST_F(Persistence, ClosesItsKeys) {
   // The lowest free handle is given out first, so keys that stay open move it up.
   const auto freeHandle = [] {
