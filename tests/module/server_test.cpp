@@ -1,6 +1,8 @@
 #include <windows.h>
 
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <mfapi.h>
 #include <mftransform.h>
 #include <oleauto.h>
@@ -171,6 +173,21 @@ TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
   EXPECT_FALSE(IsListed(kFamilyCategory));
   EXPECT_EQ(DllUnregisterServer(), S_OK);
   EXPECT_EQ(Text(kServerKey), newer);
+
+  // Only the last number of the version is higher; then nothing is.
+  const std::string copy = path + ".copy";
+  std::string bytes(std::filesystem::file_size(path), '\0');
+  std::ifstream(path, std::ios::binary).read(bytes.data(), std::ssize(bytes));
+  char& lowest = bytes[bytes.find("\xBD\x04\xEF\xFE") + 12];  // behind the version's signature
+  for (const std::string& winner : {copy, path}) {
+    if (winner == copy) ++lowest;
+    std::ofstream(copy, std::ios::binary).write(bytes.data(), std::ssize(bytes));
+    if (winner == copy) --lowest;
+    RegisterServer(copy);
+    EXPECT_EQ(DllRegisterServer(), S_OK);
+    EXPECT_EQ(Text(kServerKey), winner);
+  }
+  std::filesystem::remove(copy);
 
   // Neither an older copy, nor one that tells no version or is not there any more, stands in the way.
   const std::string gone = "Z:\\gone\\vkfvstabilize.dll";
