@@ -162,17 +162,6 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
   }
 }
 
-TEST(Command, WritesTheWholeFramesOfAnInputCutShort) {
-  Bytes input = ShotClip(7);
-  const Outcome whole = RunWords("--size 101x90 --window 8", input);
-  ASSERT_EQ(whole.output.size(), input.size());
-  input.insert(input.end(), 1000, 0);
-  const Outcome cut = RunWords("--size 101x90 --window 8", input);
-  EXPECT_EQ(cut.code, 1);
-  EXPECT_NE(cut.messages.find("frame 8"), std::string::npos) << cut.messages;
-  EXPECT_EQ(cut.output, whole.output);
-}
-
 #ifdef __linux__
 TEST(Command, WritesTheWholeFramesOfAnInputThatCannotBeRead) {
   struct Source {

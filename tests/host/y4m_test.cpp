@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host/commandrun.h"
@@ -109,16 +110,21 @@ TEST(Y4m, ChangesTheHeadsSizeWhereItCrops) {
   }
 }
 
-TEST(Y4m, WritesTheWholeFramesOfAnInputCutShort) {
-  const Bytes whole = StillStream("YUV4MPEG2 W21 H15 Cmono", 21 * 15, 5);
-  for (const std::string& rest : {std::string("FRA"), "FRAME\n" + std::string(200, 'x')}) {
-    Bytes cut = whole;
+TEST(Y4m, WritesTheWholeFramesOfAnInputCutShortAsTheRawStreamDoes) {
+  const Bytes whole = StillStream("YUV4MPEG2 W21 H15 Cmono", 21 * 15, 5),
+              raw(std::size_t{5} * 21 * 15 * 3, 99);
+  for (const auto& [words, frames, rest] : {std::tuple(" --crop 0", &whole, std::string("FRA")),
+                                            {" --crop 0", &whole, "FRAME\n" + std::string(200, 'x')},
+                                            {" --size 21x15 --clip crop", &raw, std::string(200, 'x')}}) {
+    Bytes cut = *frames;
     Append(cut, rest);
-    const Outcome outcome = RunWords("--crop 0 --window 8", cut);
+    const Outcome outcome = RunWords(std::string("--window 8") + words, cut);
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_NE(outcome.messages.find("ends inside frame 6; the 5 whole"), std::string::npos)
-        << outcome.messages;
-    EXPECT_TRUE(outcome.output == whole);
+    for (const char* const named : {"ends inside frame 6", "; the 5 whole"})
+      EXPECT_NE(outcome.messages.find(named), std::string::npos) << outcome.messages;
+    EXPECT_EQ(std::ranges::count(outcome.messages, '\n'), 1);
+    EXPECT_EQ(outcome.output.size(), frames->size()) << words;
+    EXPECT_TRUE(frames == &raw || outcome.output == whole);
   }
 }
 

@@ -6,10 +6,8 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <new>
-#include <random>
 
 #include "kernel/frame.h"
-#include "support/guardedbuffer.h"
 #include "support/params.h"
 #include "support/scene.h"
 
@@ -171,39 +169,6 @@ TEST(Kernel, AllocatesNothingOnceTheDelayLineIsFull) {
       }
     }
   }
-}
-
-TEST(Kernel, KeepsInsideTheCallersBytesWhateverTheParameters) {
-  std::mt19937 random(8);
-  const auto any = [&](std::int32_t from, std::int32_t to) {
-    return from + static_cast<std::int32_t>(random() % static_cast<std::uint32_t>(to - from + 1));
-  };
-  const auto below = [&](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
-  CStabilizeVideoKernel kernel;
-  int accepted = 0;
-  for (int round = 0; round < 1500; ++round) {
-    const std::int32_t width = any(1, 24), height = any(1, 24);
-    KernelParams params = ShortParams(width, height, below(3));
-    params.roi = {any(-2, width), any(-2, height), any(0, width + 2), any(0, height + 2)};
-    params.estimationQuality = below(6);
-    params.gaussianWeights = any(0, 1);
-    params.cropMarginX = any(-1, width / 2);
-    params.cropMarginY = any(-1, height / 2);
-    params.interpolation = below(3);
-    params.clippingOption = below(4);
-    if (!kernel.Initialize(params)) continue;
-    ++accepted;
-    for (int i = 0; i < 6; ++i) {
-      // A block of the frame's own size: here the sanitizers see a read outside, too.
-      Bytes exact = RandomBytes(NumberedFrame(width, height, 0).size(), below(1000));
-      GuardedBuffer guarded(exact);
-      bool noOutput = false;
-      ASSERT_TRUE(kernel.ProcessFrame(guarded.Data(), i == 4, &noOutput)) << params;
-      ASSERT_TRUE(guarded.GuardsIntact()) << params;
-      ASSERT_TRUE(kernel.ProcessFrame(exact.data(), false, &noOutput)) << params;
-    }
-  }
-  EXPECT_GT(accepted, 500);
 }
 
 TEST(Kernel, ForgetsTheStreamOnReset) {
