@@ -44,7 +44,7 @@ const std::vector<MotionCase> kMotionCases = {
     {.name = "very narrow pixels", .motion = MakePose(5, 6, -2, 1.02), .aspect = 0.25},
     {.name = "far behind a still foreground",
      .motion = MakePose(36, -3),
-     .take = {.foreground = 0.4},
+     .take = {.foreground = 0.3},
      .boundPixels = 0.1,
      .boundDegrees = 0.02},
     {.name = "region",
