@@ -105,12 +105,11 @@ TEST(Stream, HoldsTheLongestWindow) {
 TEST(Stream, RefusesWhatItCannotStabilize) {
   const PictureFormat format = {
       .width = 64, .height = 48, .planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .pixelAspect = 16};
-  const Settings settings = {.window = 256,
-                             .marginX = 31,
-                             .marginY = 23,
-                             .estimateFrom = Region{-9, 47, 1, 99},
-                             .pathWeights = std::vector<double>(129, 1.0)};
-  EXPECT_TRUE(AreUsable(format, settings));
+  const Settings settings = {
+      .window = 256, .marginX = 31, .marginY = 23, .estimateFrom = Region{-9, 47, 1, 99}};
+  Settings weighted = settings;
+  weighted.pathWeights.assign(129, 1.0);
+  EXPECT_TRUE(AreUsable(format, settings) && AreUsable(format, weighted));
   const auto expectRefused = [](const auto& good, auto isUsable, auto... rows) {
     const auto expectEach = [&](const auto& row) {
       const auto& [member, values] = row;
