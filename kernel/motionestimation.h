@@ -18,26 +18,19 @@ struct RotationScratch {
   RotationScratch() = default;
   RotationScratch(std::int32_t width, std::int32_t height);
 
-  std::vector<ColumnRun>
-      usable;  ///< per row, where the sample exists at the angle and half a degree to each side
-  Plane rows;  ///< three rotated rows in turn, and the last row turned less and more
+  /// The columns of a row that have a source: turned by the angle, and turned by both half a degree less and
+  /// half a degree more.
+  struct RowRuns {
+    ColumnRun exact, turned;
+  };
+
+  std::vector<RowRuns> usable;  ///< of each row
+  Plane rows;                   ///< three rotated rows in turn, and the last row turned less and more
 };
 
 /// Samples of a `width` × `height` level that can be compared at displacement (x, y): they and their
 /// neighbours stay clear of the borders. Columns and rows of the plane, possibly none.
 Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, std::int64_t y);
-
-/// The same for one row of a rotated plane, of which row r can be used in columns `usable[r]`.
-ColumnRun ComparableColumns(const Rect& comparable, std::span<const ColumnRun> usable, std::int32_t row,
-                            std::int64_t x, std::int64_t y);
-
-/// The runs that the rotation estimator may use of each row of a `width` × `height` plane turned by `theta`
-/// degrees about its centre.
-void FindUsableColumns(std::int32_t width, std::int32_t height, double theta, std::span<ColumnRun> usable);
-
-/// Estimates the motion on one level, starting from the next coarser one, and stores it there.
-void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t level, std::uint32_t coefficients,
-                   RotationScratch& scratch, const KernelOps& ops);
 
 /// The finest level whose estimate counts at this quality, if there are that many levels.
 std::size_t FinestLevel(std::uint32_t quality);
