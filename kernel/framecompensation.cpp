@@ -12,8 +12,6 @@ namespace {
 
 constexpr std::int32_t kNoZoom = 32;
 constexpr std::int32_t kStrongestZoom = 16;
-// Smaller frames are warped with fewer fraction bits.
-constexpr std::int32_t kFineFrameSide = 400;
 
 // Magnifications 32 / 16 … 32 / 32, rounded to four decimals on purpose: the search goes by these values.
 constexpr std::array<double, 17> kMagnifications = {2.0,    1.8824, 1.7778, 1.6842, 1.6,    1.5238,
@@ -59,9 +57,7 @@ void Translate(const Compensation& compensation, const std::uint8_t* source, std
 class WarpMap {
  public:
   WarpMap(const Compensation& compensation, const MotionRecord& correction)
-      : m_precision(compensation.frame.width < kFineFrameSide && compensation.frame.height < kFineFrameSide
-                        ? 15
-                        : 31) {
+      : m_precision(RotationBits(compensation.frame.width, compensation.frame.height, 15)) {
     const FixedRotation rotation(RadiansFromDegrees(correction.theta), m_precision);
     const std::int32_t zoom = compensation.zoomStep;
     m_cosine = rotation.cosine * zoom;
@@ -139,11 +135,13 @@ void CropInPlace(const Compensation& compensation, std::uint8_t* output) {
 
 }  // namespace
 
-Compensation::Compensation(const FrameGeometry& frameGeometry, const KernelParams& params)
-    : frame(frameGeometry),
+Compensation::Compensation(const KernelParams& params)
+    : frame(params.width, params.height),
       cropMarginX(params.cropMarginX),
       cropMarginY(params.cropMarginY),
-      interpolation(params.interpolation == 0 ? Interpolation::Nearest : Interpolation::Bilinear),
+      interpolation(params.interpolation == static_cast<std::uint32_t>(Interpolation::Nearest)
+                        ? Interpolation::Nearest
+                        : Interpolation::Bilinear),
       clippingOption(static_cast<ClippingOption>(params.clippingOption)),
       zoomStep(ComputeZoom(clippingOption, frame.width, frame.height, cropMarginX, cropMarginY)),
       outputRect(clippingOption == ClippingOption::CropAndStretch

@@ -65,9 +65,8 @@ void BuildPyramid(std::vector<GaussianPyramidCalcParams>& levels, const std::uin
       static_cast<std::int32_t>(std::max<std::ptrdiff_t>(kBlockBytes / frame.strideBytes, 1));
   for (std::int32_t begin = 0; begin < frame.height; begin += blockRows) {
     const std::int32_t end = std::min(frame.height, begin + blockRows);
-    if (copy)
-      ops.copyBytes(pixels + frame.Offset(0, begin), copy + frame.Offset(0, begin),
-                    (end - begin) * frame.strideBytes);
+    ops.copyBytes(pixels + frame.Offset(0, begin), copy + frame.Offset(0, begin),
+                  (end - begin) * frame.strideBytes);
     for (std::int32_t row = std::max(begin, firstRow); row < std::min(end, endRow); ++row) {
       ops.greyRow(pixels + frame.Offset(roi.left, row), finest.CurrentRow(row - firstRow), finest.width);
       PassOn(levels, row - firstRow, ops);

@@ -33,6 +33,6 @@ std::vector<GaussianPyramidCalcParams> MakePyramid(std::int32_t width, std::int3
 
 /// Makes the current planes the previous ones and fills new current planes from the region `roi` of the
 /// frame. `roi` lies inside the frame and has the size of level 0. The frame's bytes go to `copy` on the way,
-/// if that is not null.
+/// while they are in the cache.
 void BuildPyramid(std::vector<GaussianPyramidCalcParams>& levels, const std::uint8_t* pixels,
                   const FrameGeometry& frame, const Rect& roi, std::uint8_t* copy, const KernelOps& ops);

@@ -4,9 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 
+/// Interpolation weighs by the highest 9 bits of a position's fraction.
+inline constexpr int kWeightBits = 9;
+inline constexpr std::int32_t kWeightOne = 1 << kWeightBits;
+/// The nearest sample is the next one from this weight on: 255, not the half-way 256.
+inline constexpr std::int32_t kNearestThreshold = 255;
+
 /// A source position that advances linearly along a destination row, in fixed point: column c reads at
 /// x = startX + c·stepX, y = startY + c·stepY, whose whole samples stand above the lowest `fractionBits` bits
-/// (at least 9: interpolation uses the highest 9 of them).
+/// (at least `kWeightBits`).
 struct SourceLine {
   std::int64_t startX, startY;
   std::int64_t stepX, stepY;

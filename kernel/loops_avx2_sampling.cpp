@@ -11,10 +11,6 @@
 
 namespace {
 
-constexpr int kWeightBits = 9;
-// The nearest sample is the next one from 255 of 512 on.
-constexpr int kNearestShift = (1 << kWeightBits) - 255;
-
 /// A source position at one column of a line.
 struct Position {
   std::int64_t x, y;
@@ -99,7 +95,7 @@ class FractionLine {
 
 /// Each lane's weights of a near and a far neighbour, side by side.
 __m256i WeightPairs(__m256i far) {
-  const __m256i near = _mm256_sub_epi32(_mm256_set1_epi32(1 << kWeightBits), far);
+  const __m256i near = _mm256_sub_epi32(_mm256_set1_epi32(kWeightOne), far);
   return _mm256_or_si256(near, _mm256_slli_epi32(far, 16));
 }
 
@@ -247,7 +243,7 @@ class EightPositions {
   __m256i Weights() const {
     const __m128i shift = _mm_cvtsi32_si128(m_fractionBits - kWeightBits);
     const __m256i lower = Shuffle<0x88>(_mm256_srl_epi64(m_first, shift), _mm256_srl_epi64(m_second, shift));
-    return _mm256_and_si256(lower, _mm256_set1_epi32((1 << kWeightBits) - 1));
+    return _mm256_and_si256(lower, _mm256_set1_epi32(kWeightOne - 1));
   }
 
  private:
@@ -515,7 +511,8 @@ void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const
                     ColumnRun run, std::uint8_t* out) {
   // From its threshold on a fraction counts as the next sample, which is a shift of the whole line.
   SourceLine shifted = line;
-  const std::int64_t shift = std::int64_t{kNearestShift} << (line.fractionBits - kWeightBits);
+  const std::int64_t shift = std::int64_t{kWeightOne - kNearestThreshold}
+                             << (line.fractionBits - kWeightBits);
   shifted.startX += shift;
   shifted.startY += shift;
   const ColumnRun rest = WarpInterior(frame, strideBytes, shifted, run, 6, out,

@@ -5,11 +5,6 @@
 
 namespace {
 
-constexpr int kWeightBits = 9;
-constexpr std::int32_t kWeightOne = 1 << kWeightBits;
-// The nearest sample is the next one from this fraction on: 255, not the half-way 256.
-constexpr std::int32_t kNearestThreshold = 255;
-
 void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
   std::memcpy(to, from, static_cast<std::size_t>(count));
 }

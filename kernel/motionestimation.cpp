@@ -14,8 +14,6 @@ namespace {
 constexpr int kMaxIterations = 30;
 constexpr int kMaxOscillations = 2;
 constexpr double kHalfDegree = 0.01745329251994 * 0.5;
-// Small planes are rotated with fewer fraction bits.
-constexpr std::int32_t kFinePlaneSide = 400;
 constexpr std::size_t kCoarsestRotationLevel = 1;
 
 std::int32_t Saturate(std::int64_t value) {
@@ -128,7 +126,7 @@ class PlaneRotation {
   PlaneRotation(std::int32_t width, std::int32_t height, double radians)
       : m_width(width),
         m_height(height),
-        m_precision(width < kFinePlaneSide && height < kFinePlaneSide ? 21 : 31),
+        m_precision(RotationBits(width, height, 21)),
         m_angle(radians, m_precision) {}
 
   SourceLine Line(std::int32_t row) const {

@@ -12,6 +12,12 @@ ColumnRun Intersect(ColumnRun a, ColumnRun b);
 /// Radians of an angle in degrees, by the constant that the results are defined with.
 constexpr double RadiansFromDegrees(double degrees) { return degrees / 57.29577951; }
 
+/// Fraction bits of sine and cosine for a picture of this size: 31, and fewer if both sides are below 400.
+constexpr int RotationBits(std::int32_t width, std::int32_t height, int bitsOfSmallPictures) {
+  constexpr std::int32_t kLargeSide = 400;
+  return width < kLargeSide && height < kLargeSide ? bitsOfSmallPictures : 31;
+}
+
 /// cos × 2^bits and sin × 2^bits, truncated toward zero. `bits` is at most 31.
 struct FixedRotation {
   FixedRotation(double radians, int bits);
