@@ -266,6 +266,18 @@ HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
   return hr;
 }
 
+/// Raises a flag for a scope.
+class CRaisedFlag {
+ public:
+  explicit CRaisedFlag(bool& flag) : m_flag(flag) { m_flag = true; }
+  ~CRaisedFlag() { m_flag = false; }
+  CRaisedFlag(const CRaisedFlag&) = delete;
+  CRaisedFlag& operator=(const CRaisedFlag&) = delete;
+
+ private:
+  bool& m_flag;
+};
+
 /// A person's own colours outlive the page on which they were made.
 std::array<COLORREF, 16> g_customColors = [] {
   std::array<COLORREF, 16> colors;
@@ -312,17 +324,22 @@ HRESULT CVKVStabilizePrp::OnApply() {
 
 void CVKVStabilizePrp::OnActivate() {
   m_helpId = 0;
-  m_updating = true;
+  ConnectSpins();
+  FillControls();
+  EnableControls();
+}
+
+void CVKVStabilizePrp::ConnectSpins() {
+  const CRaisedFlag updating(m_updating);
   for (const NumberEdit& number : kNumbers) {
     const HWND spin = Control(number.spinId);
     SendMessageW(spin, UDM_SETBUDDY, reinterpret_cast<WPARAM>(Control(number.id)), 0);
     SendMessageW(spin, UDM_SETRANGE32, 0, number.maximum);
   }
-  FillControls();
 }
 
 void CVKVStabilizePrp::FillControls() {
-  m_updating = true;
+  const CRaisedFlag updating(m_updating);
   for (const CheckBox& box : kCheckBoxes)
     CheckDlgButton(Dialog(), box.id, m_settings.*box.field == 1 ? BST_CHECKED : BST_UNCHECKED);
   CheckRadioButton(Dialog(), IDC_STANDARD_ENGINE, IDC_ADVANCED_ENGINE,
@@ -340,8 +357,6 @@ void CVKVStabilizePrp::FillControls() {
   for (const NumberEdit& number : kNumbers)
     SendMessageW(Control(number.spinId), UDM_SETPOS32, 0, m_settings.*number.field);
   ShowBackground();
-  m_updating = false;
-  EnableControls();
 }
 
 void CVKVStabilizePrp::ReadControls() {
@@ -361,7 +376,7 @@ void CVKVStabilizePrp::ReadControls() {
 
 // The position of a spin control is the last number of its range that the edit held.
 void CVKVStabilizePrp::CorrectNumbers() {
-  m_updating = true;
+  const CRaisedFlag updating(m_updating);
   for (const NumberEdit& number : kNumbers) {
     wchar_t shown[32] = {}, meant[32] = {};
     const auto position = static_cast<int>(SendMessageW(Control(number.spinId), UDM_GETPOS32, 0, 0));
@@ -369,7 +384,6 @@ void CVKVStabilizePrp::CorrectNumbers() {
     GetDlgItemTextW(Dialog(), number.id, shown, static_cast<int>(std::size(shown)));
     if (std::wcscmp(shown, meant) != 0) SetDlgItemTextW(Dialog(), number.id, meant);
   }
-  m_updating = false;
 }
 
 void CVKVStabilizePrp::EnableControls() {
@@ -424,6 +438,7 @@ void CVKVStabilizePrp::OnDefaults() {
   m_settings = {};
   m_settings.advancedEngineAvailable = available != VARIANT_FALSE;
   FillControls();
+  EnableControls();
   OnChange();
 }
 

@@ -48,6 +48,7 @@ class CVKVStabilizePrp final : public CBasePropertyPage {
   HRESULT OnApply() override;
   INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam) override;
 
+  void ConnectSpins();
   void FillControls();
   void ReadControls();
   void EnableControls();
