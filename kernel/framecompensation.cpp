@@ -93,8 +93,7 @@ void Warp(const Compensation& compensation, const std::uint8_t* source, const Mo
   for (std::int32_t row = area.top; row < area.bottom; ++row) {
     std::uint8_t* const outputRow = output + frame.Offset(0, row);
     const SourceLine line = map.Line(row);
-    ColumnRun run = UsableColumns(line, frame.width, frame.height, {area.left, area.right});
-    run.end = std::max(run.begin, run.end);
+    const ColumnRun run = UsableColumns(line, frame.width, frame.height, {area.left, area.right});
     FillColumns(compensation, outputRow, area.left, run.begin);
     warpRow(source, frame.strideBytes, line, run, outputRow);
     FillColumns(compensation, outputRow, run.end, area.right);

@@ -3,7 +3,8 @@
 #include "kernel/loops.h"
 
 /// The columns of `within` whose source sample of a `width` × `height` picture, its right and its upper
-/// neighbour all exist. They always form one run, since both coordinates advance linearly.
+/// neighbour all exist. They always form one run, since both coordinates advance linearly. `end` is never
+/// below `begin`.
 ColumnRun UsableColumns(const SourceLine& line, std::int32_t width, std::int32_t height, ColumnRun within);
 
 /// The columns that stand in both runs.
