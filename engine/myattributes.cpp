@@ -52,14 +52,6 @@ STDMETHODIMP MyAttributes::QueryInterface(REFIID iid, void** object) {
   return S_OK;
 }
 
-STDMETHODIMP_(ULONG) MyAttributes::AddRef() { return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount)); }
-
-STDMETHODIMP_(ULONG) MyAttributes::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) delete this;
-  return static_cast<ULONG>(count);
-}
-
 STDMETHODIMP MyAttributes::LockStore() {
   m_lock.lock();
   ++m_lockDepth;

@@ -7,6 +7,7 @@
 
 #include "common/baseobject.h"
 #include "common/criticalsection.h"
+#include "common/refcounted.h"
 
 /// Hears of changes in a `MyAttributes`.
 class MyAttributesCallback {
@@ -21,7 +22,7 @@ class MyAttributesCallback {
 /// An attribute store that tells a callback when its items were written: one notification when the outermost
 /// lock is released after a write, a write by itself being locked too. Deletions and reads neither wait for
 /// the lock nor notify.
-class MyAttributes final : private MediaFoundationSamples::BaseObject, public IMFAttributes {
+class MyAttributes final : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
 
@@ -46,8 +47,6 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public IM
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
-  STDMETHODIMP_(ULONG) Release() override;
 
   // IMFAttributes
   STDMETHODIMP GetItem(REFGUID key, PROPVARIANT* value) override;
@@ -84,12 +83,11 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public IM
  private:
   explicit MyAttributes(Microsoft::WRL::ComPtr<IMFAttributes> attributes)
       : m_pAttributes(std::move(attributes)) {}
-  ~MyAttributes() = default;
+  ~MyAttributes() override = default;
 
   template <class Function>
   HRESULT Write(Function write);
 
-  LONG m_nRefCount = 1;
   mutable CCriticalSection m_innerLock;                 // for a copy or an exchange, no longer
   Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;  // guarded by it
   CCriticalSection m_lock;

@@ -38,6 +38,12 @@ Rect NormalizeRoi(Rect roi, FrameSize frame);
 /// Limits each margin to 0 … half the frame less one pixel.
 CropMargins ClampCropMargins(CropMargins margins, FrameSize frame);
 
+/// Whether the clipping option is crop, and cropping is on.
+bool IsCropping(const StabilizerSettings& settings);
+
+/// Whether settings make frames come out smaller.
+bool ChangesFrameSize(const StabilizerSettings& settings);
+
 /// Size of the frames that come out for frames of size `frame`: smaller only when cropping with the option
 /// crop.
 FrameSize GetOutputSize(const StabilizerSettings& settings, FrameSize frame);

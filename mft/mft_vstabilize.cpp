@@ -7,8 +7,6 @@
 
 #include "common/comboundary.h"
 #include "common/debugreport.h"
-#include "engine/settingskeys.h"
-#include "kernel/frame.h"
 
 using Microsoft::WRL::ComPtr;
 
@@ -56,6 +54,9 @@ HRESULT AssertSucceeded(HRESULT hr) {
   return hr;
 }
 
+/// Without the sign that tells a top-down picture.
+SIZE UprightSize(const SIZE& size) { return {size.cx, static_cast<LONG>(std::llabs(size.cy))}; }
+
 bool IsSameSize(const SIZE& a, const SIZE& b) { return a.cx == b.cx && a.cy == b.cy; }
 
 }  // namespace
@@ -75,7 +76,7 @@ HRESULT CMFTVStabilize::CreateInstance(IUnknown* outer, REFIID iid, void** objec
 }
 
 CMFTVStabilize::CMFTVStabilize() {
-  *m_pFacade.GetAddressOf() = new CVKVStabilizeImpl(CLSID_VKFVStabilize, this);
+  *m_pFacade.GetAddressOf() = new CVKVStabilizeImpl(this);
   CoCreateInstance(kAdvancedEngineClass, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&m_pInnerTransform));
   m_pFacade->LoadAttributes();
   m_pFacade->SetAdvancedEngineAvailable(m_pInnerTransform != nullptr);
@@ -100,16 +101,6 @@ STDMETHODIMP CMFTVStabilize::QueryInterface(REFIID iid, void** object) {
     return E_NOINTERFACE;
   AddRef();
   return S_OK;
-}
-
-STDMETHODIMP_(ULONG) CMFTVStabilize::AddRef() {
-  return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount));
-}
-
-STDMETHODIMP_(ULONG) CMFTVStabilize::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) delete this;
-  return static_cast<ULONG>(count);
 }
 
 STDMETHODIMP CMFTVStabilize::GetPages(CAUUID* pages) {
@@ -274,8 +265,7 @@ STDMETHODIMP CMFTVStabilize::SetInputType(DWORD stream, IMFMediaType* type, DWOR
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
   if (!type) {  // also when only testing
     m_pInputType.Reset();
-    const CAutoLock sizeLock(m_inputSizeLock);
-    m_inputSize.reset();
+    m_inputSize = SIZE{};
     return S_OK;
   }
   if (m_pSample) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
@@ -324,7 +314,7 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   if (!expected || !proposed) return E_FAIL;
   if (m_pFacade->ChangesFrameSize()) {
     // Margins are taken from the picture, whichever end of it comes first in memory, as in the proposed type.
-    expected->cy = static_cast<LONG>(std::llabs(expected->cy));
+    expected = UprightSize(*expected);
     m_pFacade->GetOutputSize(*expected);
   }
   return IsSameSize(*expected, *proposed) ? S_OK : E_FAIL;
@@ -354,12 +344,8 @@ HRESULT CMFTVStabilize::ProposeOutputType(IMFMediaType** type) {
 void CMFTVStabilize::CommitInputType(IMFMediaType* type) {
   m_pInputType = type;
   m_image.Read(type);
-  {
-    const CAutoLock lock(m_inputSizeLock);
-    m_inputSize.reset();
-    if (const std::optional<SIZE> told = ReadFrameSize(type)) m_inputSize = {*told, ImageSize()};
-  }
-  ForgetFrames();
+  m_inputSize = ReadFrameSize(type).value_or(SIZE{});
+  m_pFacade->Reset();
 }
 
 void CMFTVStabilize::CommitOutputType(IMFMediaType* type, unsigned formatChanges) {
@@ -372,35 +358,26 @@ void CMFTVStabilize::CommitOutputType(IMFMediaType* type, unsigned formatChanges
 
 HRESULT CMFTVStabilize::OutputChanged() {
   if (!m_pFacade || !m_pFacade->ChangesFrameSize()) return S_OK;
-  std::optional<InputSize> input;
-  {
-    const CAutoLock lock(m_inputSizeLock);
-    input = m_inputSize;
-  }
-  if (!input) return S_OK;
-  SIZE output = input->image;
+  const SIZE input = m_inputSize;
+  if (IsSameSize(input, {})) return S_OK;
+  SIZE output = UprightSize(input);
   m_pFacade->GetOutputSize(output);
-  if (!IsSameSize(output, input->told)) ++m_formatChanges;
+  if (!IsSameSize(output, input)) ++m_formatChanges;
   return S_OK;
 }
 
 // The data
 
-void CMFTVStabilize::ForgetFrames() {
-  m_pFacade->Reset();
-  m_sampleAttributes.Clear();
-}
-
 void CMFTVStabilize::BeginStreaming() {
   if (m_streaming) return;
   m_streaming = true;
   if (m_pFacade->IsReconnectPending()) ++m_formatChanges;
-  ForgetFrames();
+  m_pFacade->Reset();
 }
 
 void CMFTVStabilize::EndStreaming() {
   if (!m_streaming) return;
-  ForgetFrames();
+  m_pFacade->Reset();
   m_streaming = false;
 }
 
@@ -478,7 +455,7 @@ HRESULT CMFTVStabilize::ProcessSample(IMFSample* input, IMFSample* output) {
   if (SUCCEEDED(m_pFacade->get_Enabled(&enabled)) && enabled != VARIANT_FALSE)
     return Stabilize(input, output);
   PassTiming(input, output);
-  ForgetFrames();
+  m_pFacade->Reset();
   return S_OK;
 }
 
@@ -505,7 +482,7 @@ HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
   const HRESULT hr = StabilizeImage(output, &frameTaken, &noOutput);
   if (FAILED(AssertSucceeded(hr))) return hr;
 
-  // A kernel that was set up anew has forgotten its frames: their timing goes too.
+  // A kernel that was set up anew, as after every reset, has forgotten its frames: their timing goes too.
   if (m_pFacade->StreamNumber() != streamBefore) m_sampleAttributes.Clear();
   if (frameTaken) m_sampleAttributes.Append(CVRMFSampleAttributes::Of(input));
   if (noOutput) return kNoFrameYet;

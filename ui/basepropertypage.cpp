@@ -78,17 +78,9 @@ STDMETHODIMP CBasePropertyPage::QueryInterface(REFIID iid, void** object) {
   return S_OK;
 }
 
-STDMETHODIMP_(ULONG) CBasePropertyPage::AddRef() {
-  return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount));
-}
-
-STDMETHODIMP_(ULONG) CBasePropertyPage::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) {
-    CloseDialog();  // while the derived page that gets its messages is whole
-    delete this;
-  }
-  return static_cast<ULONG>(count);
+void CBasePropertyPage::Destroy() {
+  CloseDialog();  // while the derived page that gets its messages is whole
+  CRefCounted::Destroy();
 }
 
 // Site and objects

@@ -5,20 +5,20 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
+#include "common/refcounted.h"
+
 /// A property page over a dialog of this module's resources. Derived pages say what the dialog's controls
 /// mean.
 ///
 /// Like any window, a page belongs to the thread that activates it. Methods called out of order give
 /// E_UNEXPECTED.
-class CBasePropertyPage : public IPropertyPage {
+class CBasePropertyPage : public CRefCounted<IPropertyPage> {
  public:
   CBasePropertyPage(const CBasePropertyPage&) = delete;
   CBasePropertyPage& operator=(const CBasePropertyPage&) = delete;
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
-  STDMETHODIMP_(ULONG) Release() override;
 
   // IPropertyPage
   STDMETHODIMP SetPageSite(IPropertyPageSite* site) override;
@@ -46,7 +46,7 @@ class CBasePropertyPage : public IPropertyPage {
 
   /// Resource numbers of the dialog and of the string that is the page's title.
   CBasePropertyPage(int dialogId, UINT titleId) : m_dialogId(dialogId), m_titleId(titleId) {}
-  virtual ~CBasePropertyPage() = default;
+  ~CBasePropertyPage() override = default;
 
   /// Takes the object that the page is to show, or none for null. On failure the page has no object.
   virtual HRESULT OnConnect(IUnknown* object) = 0;
@@ -65,6 +65,7 @@ class CBasePropertyPage : public IPropertyPage {
   void SetDirty();
 
  private:
+  void Destroy() override;
   static INT_PTR CALLBACK DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam);
   HWND CreatePageDialog(HWND parent, DLGPROC procedure);
   void CloseDialog();
@@ -72,7 +73,6 @@ class CBasePropertyPage : public IPropertyPage {
   bool IsDialogKey(const MSG& message) const;
   bool LeavesPage(const MSG& message) const;
 
-  LONG m_nRefCount = 1;
   const int m_dialogId;
   const UINT m_titleId;
   Microsoft::WRL::ComPtr<IPropertyPageSite> m_pPageSite;
