@@ -14,7 +14,7 @@
 
 using Microsoft::WRL::ComPtr;
 
-// Where the settings stand between runs, and how they go back to their defaults.
+// Saving and loading the settings, and resetting them to their defaults.
 
 namespace {
 
@@ -29,7 +29,7 @@ HRESULT CVKVStabilizeImpl::WriteDefaults(IMFAttributes* store) {
   store->LockStore();
   for (const SettingDefault& setting : kSettingDefaults) {
     const HRESULT hr = store->SetUINT32(setting.key, setting.value);
-    // The store stays locked and the rest as it was: what depends on a whole reset must not go on.
+    // The store stays locked: nobody may go on with settings that are half reset.
     if (FAILED(hr)) return hr;
   }
   store->UnlockStore();
@@ -44,7 +44,7 @@ STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
     const auto blob = ReadRegistryValue(HKEY_CURRENT_USER, kKeyName, kValueName, RRF_RT_REG_BINARY);
     if (!blob) return S_OK;
 
-    // Filled aside: others read this store meanwhile, and would find it empty and half full.
+    // A second store is filled, as readers of this one would meanwhile find it empty or half full.
     ComPtr<IMFAttributes> loaded;
     hr = m_createAttributes(&loaded, static_cast<UINT32>(kSettingDefaults.size()));
     if (FAILED(hr)) return hr;
@@ -64,7 +64,7 @@ STDMETHODIMP CVKVStabilizeImpl::SaveAttributes() {
     CRegistryKey key;
     LSTATUS status = key.Create(HKEY_CURRENT_USER, kKeyName, KEY_READ | KEY_WRITE);
     if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
-    // Size and content of one moment.
+    // No write may come between asking for the size and for the content.
     const CStoreLock lock(Store());
     UINT32 size = 0;
     HRESULT hr = MFGetAttributesAsBlobSize(Store(), &size);

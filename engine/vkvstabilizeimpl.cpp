@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kFile[] = "vkvstabilizeimpl";
 
-// The record and the kernel count as the automation interface does.
+// The record and the kernel have the same numbers as the automation interface.
 static_assert(vkvstab_CLIPPINGOPTIONS_CROP == static_cast<int>(ClippingOption::Crop));
 static_assert(vkvstab_CLIPPINGOPTIONS_CROPANDSTRETCH == static_cast<int>(ClippingOption::CropAndStretch));
 static_assert(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA ==
@@ -59,14 +59,14 @@ void CVKVStabilizeImpl::DetachCallback() {
 
 HRESULT CVKVStabilizeImpl::CreateStore() {
   if (Store()) return S_OK;
-  // Nobody can hold the store's lock yet, so this one may be taken under any other.
+  // The store does not exist yet, so nobody holds its lock: the order of locks is kept.
   const CAutoLock lock(m_creationLock);
   if (m_pStore) return S_OK;
   HRESULT hr =
       MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
   if (FAILED(hr)) return hr;
   m_pStore->SetCallback(this);
-  // Before anybody can see it, so that it is never seen without items.
+  // The store is published after that, so nobody sees it without items.
   hr = WriteDefaults(m_pStore.Get());
   m_pAttributes = m_pStore.Get();
   return hr;
@@ -165,7 +165,8 @@ unsigned CVKVStabilizeImpl::SettingsVersion() {
 
 void CVKVStabilizeImpl::ClearSettingsChanged(unsigned version) {
   const CAutoLock lock(m_changeLock);
-  // What changed since the snapshot, or was taken over by another thread's newer one, is still to be seen.
+  // A change since the snapshot stays pending. So does one that another thread's newer snapshot included, as
+  // this older one may have reached the kernel last.
   m_settingsChanged = version != m_settingsVersion;
 }
 
@@ -205,13 +206,13 @@ StabilizerSettings CVKVStabilizeImpl::ReadSettings() const {
 }
 
 StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
-  // All of one moment: neither a put nor a batch of writes comes in between.
+  // The locks keep puts and batches of writes from coming in between.
   const CAutoLock lock(m_settingsLock);
   const CStoreLock storeLock(Store());
   *version = SettingsVersion();
   StabilizerSettings settings = ReadSettings();
   if (!Store()) return settings;
-  // Attributes may hold what is no colour, which is reported once for a set-up.
+  // The attribute may hold a number that is no colour.
   const auto color = std::bit_cast<OLE_COLOR>(ReadNumber(VKVSTAB_ATTR_BK_FILL_COLOR));
   COLORREF translated = 0;
   if (AssertSucceeded(OleTranslateColor(color, nullptr, &translated)))
@@ -221,7 +222,7 @@ StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
 
 bool CVKVStabilizeImpl::IsAdvancedEngineActive() {
   const CAutoLock lock(m_settingsLock);
-  // Never one item from before and one from after a load.
+  // Both items come from the same inner store: a load in between would mix old and new.
   const ComPtr<IMFAttributes> items = Store() ? Store()->Inner() : nullptr;
   return ReadFlag(items.Get(), VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False) &&
          ReadFlag(items.Get(), VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False);
@@ -311,7 +312,7 @@ HRESULT CVKVStabilizeImpl::PutFlag(const GUID& key, Missing missing, VARIANT_BOO
   return S_OK;
 }
 
-// Enumerations go by their bits: any 32-bit value is stored and handed back.
+// Enumerations are stored bit by bit, so that any 32-bit value comes back as it was put.
 template <class Number>
 HRESULT CVKVStabilizeImpl::GetNumber(const GUID& key, Number* pVal) {
   if (!pVal) return E_POINTER;
@@ -345,7 +346,7 @@ STDMETHODIMP CVKVStabilizeImpl::get_AutoReconnect(VARIANT_BOOL* pVal) {
 }
 
 STDMETHODIMP CVKVStabilizeImpl::put_AutoReconnect(VARIANT_BOOL newVal) {
-  // The store's lock is the outer one, so that the notification comes after the change lock is left.
+  // Releasing the store's lock notifies. It is the outer lock, so that the change lock is free by then.
   const CStoreLock storeLock(Store());
   const CAutoLock lock(m_changeLock);
   WriteFlagIfDifferent(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True, newVal != VARIANT_FALSE);
@@ -374,7 +375,7 @@ STDMETHODIMP CVKVStabilizeImpl::put_ROIBottom(LONG newVal) {
   return PutNumber(VKVSTAB_ATTR_ROI_BOTTOM, newVal);
 }
 
-// The right edge is the bottom edge's item, and so follows it.
+// Both edges are one item, so putting one changes the other (kept for compatibility).
 STDMETHODIMP CVKVStabilizeImpl::get_ROIRight(LONG* pVal) { return get_ROIBottom(pVal); }
 
 STDMETHODIMP CVKVStabilizeImpl::put_ROIRight(LONG newVal) { return put_ROIBottom(newVal); }
@@ -459,7 +460,8 @@ STDMETHODIMP CVKVStabilizeImpl::get_UseAdvancedEngine(VARIANT_BOOL* pVal) {
   return GetFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False, pVal);
 }
 
-// A missing item counts as true here and as false in the getter: putting true then stores nothing.
+// A missing item counts as true here and as false in the getter, so putting true stores nothing then (kept
+// for compatibility).
 STDMETHODIMP CVKVStabilizeImpl::put_UseAdvancedEngine(VARIANT_BOOL newVal) {
   return PutFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::True, newVal);
 }

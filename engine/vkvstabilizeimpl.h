@@ -29,9 +29,9 @@ class VKVStabilizeImplCB {
 /// The engine facade: owns the settings store and the kernel, serves the automation interface, keeps the
 /// settings in the registry, and decides before each frame whether the kernel must be set up anew.
 ///
-/// Any thread may call any method. Locks are taken in the order settings, store, change; the kernel lock
-/// stands alone. Clients may keep the object longer than its transform, which takes its leave by
-/// `DetachCallback`.
+/// Any thread may call any method. Locks are taken in the order settings, store, change; the kernel lock is
+/// never held together with another. Clients may keep the object longer than its transform, which calls
+/// `DetachCallback` at its end.
 class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
                                 public CRefCounted<IVKFVStabilize>,
                                 private MyAttributesCallback {
@@ -42,18 +42,18 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   CVKVStabilizeImpl(const CVKVStabilizeImpl&) = delete;
   CVKVStabilizeImpl& operator=(const CVKVStabilizeImpl&) = delete;
 
-  /// After the return the transform's callback is not called any more.
+  /// Once this returns, the transform's callback is not called any more.
   void DetachCallback();
 
   /// The settings as attributes; null when they could not be created. Clients may keep them longer than the
   /// facade.
   IMFAttributes* Attributes() const { return Store(); }
 
-  /// All settings of one moment, and the number of the last change that they hold.
+  /// All settings of one moment. `version` receives the number of the last change that they include.
   StabilizerSettings TakeSnapshot(unsigned* version);
 
   /// Stabilizes the padded bottom-up frame at `pixels` in place. `noOutput` becomes true while the kernel's
-  /// delay line fills, and when there is no kernel to process the frame, for which false is returned.
+  /// delay line fills. It becomes true, and false is returned, when there is no kernel to process the frame.
   bool ProcessFrame(std::uint8_t* pixels, std::uint32_t width, std::uint32_t height, bool repeatPrevious,
                     bool* noOutput);
 
@@ -130,7 +130,7 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
  private:
   ~CVKVStabilizeImpl() override;
 
-  /// What a boolean item counts as when it is missing.
+  /// The value of a boolean item that is missing.
   enum class Missing { False, True };
 
   // MyAttributesCallback
@@ -168,7 +168,7 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   Microsoft::WRL::ComPtr<ITypeInfo> m_pTypeInfo;  // guarded by the settings lock
   CCriticalSection m_creationLock;
   Microsoft::WRL::ComPtr<MyAttributes> m_pStore;       // guarded by the creation lock
-  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same for readers, once it is complete
+  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same, for readers; set when it is complete
   CCriticalSection m_changeLock;
   // Guarded by the change lock:
   bool m_reconnectPending = false;  // kept for compatibility, never true

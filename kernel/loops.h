@@ -48,11 +48,11 @@ struct RotatedRow {
   const std::int16_t* turnedMore;
 };
 
-/// The per-pixel loops, one row a call. Callers guarantee that every sample read lies inside its plane or
-/// frame; no loop checks. Planes hold values 0 … 1020, frames are rows of `strideBytes` bytes, which can be
-/// counted in 31 bits altogether.
+/// The per-pixel loops, one row a call. Loops check nothing: callers pass only samples that lie inside their
+/// plane or frame. Planes hold values 0 … 1020. Frames have rows of `strideBytes` bytes and at most 2^31 - 1
+/// bytes altogether.
 ///
-/// The scalar loops define the results; other tables give the same bytes.
+/// The scalar loops define the results; all other tables give the same bytes.
 struct KernelOps {
   const char* name;
 
@@ -65,7 +65,7 @@ struct KernelOps {
   /// out[i] = 5 × 5 Gaussian mean around sample 2·i of the middle row.
   void (*reduceRow)(const FiveRows& rows, std::int16_t* out, std::int32_t count);
 
-  /// Adds `count` samples to the sums. `current` stands at the sample that `previous` is compared with.
+  /// Adds `count` samples to the sums. `previous` and `current` point to the first two samples to compare.
   void (*addTranslationRow)(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
                             TranslationSums& sums);
   void (*addRotationRow)(const std::int16_t* previous, const RotatedRow& current, std::int32_t count,
@@ -82,7 +82,7 @@ struct KernelOps {
                           ColumnRun run, std::uint8_t* out);
 };
 
-/// The loops as they are defined.
+/// The plain loops, which define the results.
 extern const KernelOps kScalarOps;
 
 #if defined(__x86_64__)

@@ -72,8 +72,7 @@ void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std
   sums = total;
 }
 
-/// Where a destination column reads: the whole sample and the 9-bit weights of its right and upper
-/// neighbours.
+/// Where a destination column reads: the whole sample, and the weights of its right and upper neighbours.
 struct SourceSample {
   std::int64_t x, y;
   std::int32_t weightX, weightY;

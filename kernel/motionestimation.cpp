@@ -38,13 +38,13 @@ struct Axis {
     return turnedBack;
   }
 
-  /// The last whole step is taken back when it overshot by more than half a sample.
+  /// The position, one sample back if the last whole step overshot its update by more than half a sample.
   std::int32_t FinestResult() const {
     const bool overshot = std::abs(update - static_cast<double>(step)) > 0.5;
     return Saturate(overshot ? position - sign : position);
   }
 
-  /// The last whole step gives way to the real update; doubled for the next finer level.
+  /// The position with the real update in place of the last whole step, doubled for the next finer level.
   std::int32_t CoarseResult() const {
     return Saturate(2 * static_cast<std::int64_t>(static_cast<double>(position - step) + update));
   }
@@ -52,7 +52,7 @@ struct Axis {
   std::int32_t Result(std::size_t level) const { return level == 0 ? FinestResult() : CoarseResult(); }
 };
 
-/// 1, 0 or -1; the rotation estimator knows no zero.
+/// 1, 0 or -1; the rotation estimator counts zero as -1.
 int SignOrZero(double value) { return value > 0 ? 1 : value < 0 ? -1 : 0; }
 int SignOf(double value) { return value > 0 ? 1 : -1; }
 
@@ -73,8 +73,8 @@ TranslationSums SumTranslation(const GaussianPyramidCalcParams& level, std::int6
   return sums;
 }
 
-/// The updates of displacements tried so far: the estimator often comes back to one, and the sums would be
-/// the same again.
+/// The updates of displacements tried so far. The estimator often comes back to one, which would give the
+/// same sums again.
 class KnownUpdates {
  public:
   const MotionUpdate* Find(std::int64_t x, std::int64_t y) const {
@@ -207,7 +207,7 @@ class RotatedRows {
 /// The columns of `comparable` whose source in the rotated plane can be used, in one row.
 ColumnRun ComparableColumns(const Rect& comparable, std::span<const RotationScratch::RowRuns> usable,
                             std::int32_t row, std::int32_t x, std::int32_t y) {
-  // The sample one place further out than the displaced one decides.
+  // A sample counts if the source one place further out, in each direction of the displacement, can be used.
   const std::int32_t outwardX = x > 0 ? x + 1 : x - 1;
   const std::int32_t outwardY = y > 0 ? y + 1 : y - 1;
   const RotationScratch::RowRuns& runs = usable[static_cast<std::size_t>(row + outwardY)];
@@ -224,7 +224,7 @@ RotationSums SumRotation(const GaussianPyramidCalcParams& level, double theta, R
   const ThreeRotations rotations(level.width, level.height, theta);
   for (std::int32_t row = 0; row < level.height; ++row)
     scratch.usable[static_cast<std::size_t>(row)] = rotations.Usable(row);
-  // A window that is not empty bounds the displacement.
+  // The window is not empty, so the displacement is smaller than the plane.
   const auto right = static_cast<std::int32_t>(x), up = static_cast<std::int32_t>(y);
   RotatedRows rotated(level.currentPlane, rotations, scratch, window.top + up - 1, ops);
   for (std::int32_t row = window.top; row < window.bottom; ++row) {
@@ -304,7 +304,7 @@ MotionRecord EstimateMotion(std::span<GaussianPyramidCalcParams> levels, std::ui
     EstimateLevel(levels, level, coefficients, scratch, ops);
 
   const GaussianPyramidCalcParams& result = levels[finest];
-  // A level above 0 holds its displacement doubled once already.
+  // Levels above 0 store their displacement doubled.
   const std::int64_t scale = finest > 1 ? std::int64_t{1} << (finest - 1) : 1;
   return {Saturate(result.dx * scale), Saturate(result.dy * scale), result.theta};
 }

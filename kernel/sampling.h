@@ -7,10 +7,10 @@
 /// below `begin`.
 ColumnRun UsableColumns(const SourceLine& line, std::int32_t width, std::int32_t height, ColumnRun within);
 
-/// The columns that stand in both runs.
+/// The columns that are in both runs.
 ColumnRun Intersect(ColumnRun a, ColumnRun b);
 
-/// Radians of an angle in degrees, by the constant that the results are defined with.
+/// Radians of an angle in degrees. The divisor has ten digits: more would change results.
 constexpr double RadiansFromDegrees(double degrees) { return degrees / 57.29577951; }
 
 /// Fraction bits of sine and cosine for a picture of this size: 31, and fewer if both sides are below 400.

@@ -36,7 +36,7 @@ RotationScratch MakeScratch(const KernelParams& params) {
 
 }  // namespace
 
-/// All that one stream needs.
+/// The state and the buffers of one stream.
 struct CStabilizeVideoKernel::Stream {
   explicit Stream(const KernelParams& kernelParams)
       : params(kernelParams),

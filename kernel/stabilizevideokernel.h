@@ -28,17 +28,17 @@ class CStabilizeVideoKernel {
   /// delay line. With the crop option that frame is smaller; its rows start at `pixels` at a distance of
   /// `PackedCropPitch`.
   ///
-  /// `repeatPrevious` takes the newest frame seen so far again instead of the buffer's content, if there is
-  /// one. `noOutput` becomes true while the delay line fills: the buffer is not to be delivered then. It is
-  /// left alone when frames pass unchanged. False before a successful `Initialize` or after `Release`, and
-  /// when memory for the delay line runs out.
+  /// With `repeatPrevious` the newest frame seen so far, if there is one, is taken again instead of the
+  /// buffer's content. `noOutput` becomes true while the delay line fills: the buffer must not be delivered
+  /// then. It stays as it is when frames pass unchanged. False before a successful `Initialize` or after
+  /// `Release`, and when memory for the delay line runs out.
   bool ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput) noexcept;
 
   /// Forgets the frames and motions seen so far and keeps the set-up.
   void Reset() noexcept;
 
-  /// Frees everything; `Initialize` must come before the next frame. After a set-up that makes frames pass
-  /// unchanged they still pass.
+  /// Frees everything; the next frame needs another `Initialize`. A kernel that was set up to let frames pass
+  /// unchanged still does so.
   void Release() noexcept;
 
   /// Motion between the two newest frames; zeros before there are two.

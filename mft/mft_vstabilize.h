@@ -22,8 +22,8 @@ inline constexpr GUID CLSID_VKFVStabilizeAbout = __uuidof(VKFVStabilizeAbout);
 
 /// The stabilizer as a Media Foundation transform: one stream of 24-bit RGB video in and one out.
 ///
-/// Any thread may call. The main lock comes before the facade's locks. Settings changes arrive with the
-/// facade's locks held, so what they need of the input type is atomic.
+/// Any thread may call. The main lock comes before the facade's locks. The settings callback comes with the
+/// facade's locks held and must not take the main lock, so all that it reads is atomic.
 class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
                              public CRefCounted<IMFTransform, ISpecifyPropertyPages>,
                              private VKVStabilizeImplCB {

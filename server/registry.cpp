@@ -53,7 +53,7 @@ HRESULT RegisterClassEntry(const RegisteredClass& entry, const std::string& modu
 HRESULT RegisterTransform() {
   wchar_t name[] = L"Varkon MF Video Stabilizer Transform";
   for (const GUID& category : {kFamilyCategory, MFT_CATEGORY_VIDEO_EFFECT}) {
-    // Found by category, not by type.
+    // Without types: hosts find the transform by its category.
     const HRESULT hr = MFTRegister(CLSID_VKFVStabilize, category, name, 0, 0, nullptr, 0, nullptr, nullptr);
     if (FAILED(hr)) return hr;
   }
@@ -99,7 +99,8 @@ HRESULT RegisterModule(HMODULE module) {
     }
     hr = RegisterTransform();
     if (FAILED(hr)) return hr;
-    // The transform works without: only automation by name from other processes needs it.
+    // A failure does not matter to the transform: only automation by name from other processes needs the
+    // library.
     RegisterModuleTypeLibrary(module, true);
     return S_OK;
   });
@@ -108,12 +109,12 @@ HRESULT RegisterModule(HMODULE module) {
 HRESULT UnregisterModule(HMODULE module) {
   return ComBoundary([&] {
     std::string path;
-    // A module that cannot tell its path owns no registration either.
+    // A module whose path cannot be told has not been registered.
     if (FAILED(GetModulePath(module, &path)) || OtherServer(path)) return S_OK;
     MFTUnregister(CLSID_VKFVStabilize);
     for (const RegisteredClass& entry : kClasses)
       RegDeleteTreeA(HKEY_CLASSES_ROOT, ClassKeyName(entry.clsid).c_str());
-    // Under the library's own language, and under none, as where it was registered by hand.
+    // The library is registered under its own language. Registrations by other tools may have no language.
     for (const LCID locale : {LCID{0x409}, LCID{0}}) UnRegisterTypeLib(kTypeLibrary, 1, 0, locale, SYS_WIN64);
     return S_OK;
   });

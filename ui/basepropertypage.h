@@ -25,23 +25,23 @@ class CBasePropertyPage : public CRefCounted<IPropertyPage> {
   STDMETHODIMP Activate(HWND parent, LPCRECT rect, BOOL modal) override;
   STDMETHODIMP Deactivate() override;
   STDMETHODIMP GetPageInfo(PROPPAGEINFO* info) override;
-  /// Takes one object at a time. The dialog of another object stays without effect until it is closed.
+  /// Takes one object. A dialog that is open for another object has no effect from then on.
   STDMETHODIMP SetObjects(ULONG count, IUnknown** objects) override;
   STDMETHODIMP Show(UINT command) override;
   STDMETHODIMP Move(LPCRECT rect) override;
   STDMETHODIMP IsPageDirty() override;
-  /// Also applies what was edited before the dialog closed.
+  /// Also applies changes made in a dialog that has been closed since.
   STDMETHODIMP Apply() override;
   STDMETHODIMP Help(LPCOLESTR folder) override;
-  /// Takes the keys that mean something in the dialog. Enter, Escape and foreign mnemonics are the frame's,
-  /// and so is the Tab that leaves the page, if the frame wants it.
+  /// Handles the keys of the dialog. Enter, Escape and mnemonics of no control here are left to the frame; so
+  /// is the Tab that leaves the page, if the frame handles it.
   STDMETHODIMP TranslateAccelerator(MSG* message) override;
 
  protected:
   /// Makes a page; throws std::bad_alloc.
   using MakeFunction = CBasePropertyPage* (*)();
 
-  /// What creation functions of the class table have in common.
+  /// The common part of the pages' creation functions.
   static HRESULT CreatePage(MakeFunction make, IUnknown* outer, REFIID iid, void** object);
 
   /// Resource numbers of the dialog and of the string that is the page's title.
@@ -52,7 +52,7 @@ class CBasePropertyPage : public CRefCounted<IPropertyPage> {
   virtual HRESULT OnConnect(IUnknown* object) = 0;
   /// The dialog has been created, and is not visible yet.
   virtual void OnActivate() = 0;
-  /// Writes to the object what the dialog says, or said when it closed.
+  /// Writes the dialog's settings to the object, those of its last state if it is closed.
   virtual HRESULT OnApply() { return S_OK; }
   /// A message to the dialog; the result is a dialog procedure's.
   virtual INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam);

@@ -75,7 +75,7 @@ constexpr DropDownList kLists[] = {
     {IDC_INTERPOLATION, &PageSettings::interpolation, kInterpolations},
 };
 
-/// An edit with its spin control, which knows what number the text says.
+/// An edit with its spin control, which reads the number from the text.
 struct NumberEdit {
   int id;
   int spinId;
@@ -92,7 +92,7 @@ constexpr NumberEdit kNumbers[] = {
     {IDC_TOP_BOTTOM_MARGIN, IDC_TOP_BOTTOM_MARGIN_SPIN, &PageSettings::topBottomMargin, 4999},
 };
 
-/// What must hold for a control to be enabled. A page is editable when its own engine is to work.
+/// The condition for a control to be enabled. The page is editable unless the advanced engine works.
 enum class Needs { Enabled, AdvancedEngine, Editable, Region, Clipping };
 
 struct EnablingRule {
@@ -237,7 +237,7 @@ HRESULT ReadObject(IVKFVStabilize* object, PageSettings* settings) {
   return hr;
 }
 
-// The object does not follow the changes before the last one is in, so that its output changes only once.
+// The object does not reconnect before the last change is in, so that its output changes only once.
 HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
   using Object = IVKFVStabilize;
   HRESULT hr = S_OK;
@@ -278,7 +278,7 @@ class CRaisedFlag {
   bool& m_flag;
 };
 
-/// A person's own colours outlive the page on which they were made.
+/// The custom colours of the colour dialog. They outlive the page.
 std::array<COLORREF, 16> g_customColors = [] {
   std::array<COLORREF, 16> colors;
   colors.fill(RGB(255, 255, 255));
@@ -365,7 +365,7 @@ void CVKVStabilizePrp::ReadControls() {
   m_settings.useAdvancedEngine = IsDlgButtonChecked(Dialog(), IDC_ADVANCED_ENGINE) == BST_CHECKED;
   for (const DropDownList& list : kLists) {
     const LRESULT index = SendMessageW(Control(list.id), CB_GETCURSEL, 0, 0);
-    // A setting that is none of the items stays until one is chosen.
+    // No item is selected when the setting is none of them: it stays as it is.
     if (index == CB_ERR) continue;
     m_settings.*list.field =
         static_cast<LONG>(SendMessageW(Control(list.id), CB_GETITEMDATA, static_cast<WPARAM>(index), 0));
@@ -374,7 +374,7 @@ void CVKVStabilizePrp::ReadControls() {
     m_settings.*number.field = static_cast<LONG>(SendMessageW(Control(number.spinId), UDM_GETPOS32, 0, 0));
 }
 
-// The position of a spin control is the last number of its range that the edit held.
+// A spin control's position is the last valid number that its edit held. Edits that show another text get it.
 void CVKVStabilizePrp::CorrectNumbers() {
   const CRaisedFlag updating(m_updating);
   for (const NumberEdit& number : kNumbers) {
