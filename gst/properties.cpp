@@ -52,7 +52,8 @@ struct Row {
 constexpr Row kRows[] = {
     {[] {
        return g_param_spec_uint("window", "Window",
-                                "Frames that the path is smoothed over, even; 0: one second, 16 to 64 frames",
+                                "Frames that the path is smoothed over, rounded up to an even number; 0: one "
+                                "second, within 16 to 64 frames",
                                 0, 256, 0, kFlags);
      },
      true,

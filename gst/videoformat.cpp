@@ -7,20 +7,19 @@
 #else
 #define VSTABILIZE_ORDER "BE"
 #endif
-#define VSTABILIZE_DEEP(bits)                                                                     \
-  ", I420_" bits VSTABILIZE_ORDER ", I422_" bits VSTABILIZE_ORDER ", Y444_" bits VSTABILIZE_ORDER \
-  ", GBR_" bits VSTABILIZE_ORDER
+#define VSTABILIZE_DEEP(bits) ", I420_" bits ", I422_" bits ", Y444_" bits ", GBR_" bits
 
-const char kRawVideo[] =
-    "video/x-raw, format=(string){ I420, YV12, Y42B, Y444, NV12, GRAY8, GBR" VSTABILIZE_DEEP("10") VSTABILIZE_DEEP("12") " }, width=(int)[ 1, 32767 ], "
-    "height=(int)[ 1, 32767 ], framerate=(fraction)[ 0/1, 2147483647/1 ], "
-    "interlace-mode=(string)progressive";
+const char kRawVideo[] = "video/x-raw, format=(string){ I420, YV12, Y42B, Y444, NV12, GRAY8, GBR"  //
+    VSTABILIZE_DEEP("10" VSTABILIZE_ORDER)                                                         //
+    VSTABILIZE_DEEP("12" VSTABILIZE_ORDER)                                                         //
+    " }, width=(int)[ 1, 32767 ], height=(int)[ 1, 32767 ], "
+    "framerate=(fraction)[ 0/1, 2147483647/1 ], interlace-mode=(string)progressive";
 
 namespace {
 
-guint Component(const GstVideoInfo& info, int plane) {
-  static constexpr guint kGreenBlueRed[] = {GST_VIDEO_COMP_G, GST_VIDEO_COMP_B, GST_VIDEO_COMP_R};
-  return GST_VIDEO_INFO_IS_RGB(&info) ? kGreenBlueRed[plane] : static_cast<guint>(plane);
+/// The engine takes red, green and blue as green, blue and red.
+guint Component(const GstVideoInfo& info, guint plane) {
+  return GST_VIDEO_INFO_IS_RGB(&info) ? (plane + 1) % 3 : plane;
 }
 
 /// Where the first sample of chroma lies, in luma samples from the first of these.
@@ -43,7 +42,7 @@ std::array<precise::PlaneOf<Byte>, precise::kMaxPlanes> Planes(const GstVideoFra
   std::array<precise::PlaneOf<Byte>, precise::kMaxPlanes> planes;
   const auto count = IsInterleaved(frame.info) ? 1U : GST_VIDEO_INFO_N_COMPONENTS(&frame.info);
   for (guint i = 0; i < count; ++i) {
-    const guint component = Component(frame.info, static_cast<int>(i));
+    const guint component = Component(frame.info, i);
     planes[i] = {static_cast<Byte*>(GST_VIDEO_FRAME_COMP_DATA(&frame, component)),
                  GST_VIDEO_FRAME_COMP_STRIDE(&frame, component)};
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <limits>
 #include <numeric>
 #include <vector>
@@ -142,6 +143,37 @@ void SetFolder(Options& options, std::string_view name, std::string_view value) 
   options.folder = value;
 }
 
+/// Seconds, MM:SS or HH:MM:SS, the seconds with decimals if you like.
+bool ParseTime(std::string_view text, std::int64_t& milliseconds) {
+  std::int64_t whole = 0;  // seconds before the last colon
+  double seconds = 0, limit = 1e9;
+  for (std::size_t colon = text.find(':'), count = 0; colon != std::string_view::npos;
+       colon = text.find(':')) {
+    std::int32_t part = 0;
+    if (++count > 2 || !ParseNumber(text.substr(0, colon), part) || part < 0 || part >= limit) return false;
+    whole = 60 * (whole + part);
+    limit = 60;
+    text.remove_prefix(colon + 1);
+  }
+  if (!ParseNumber(text, seconds) || !(seconds >= 0 && seconds < limit)) return false;
+  milliseconds = 1000 * whole + std::llround(1000 * seconds);
+  return true;
+}
+
+template <std::optional<std::int64_t> Options::*field>
+void SetTime(Options& options, std::string_view name, std::string_view value) {
+  std::int64_t milliseconds = 0;
+  if (!ParseTime(value, milliseconds))
+    Refuse(name, value, "give seconds, such as 75.5, or [HH:]MM:SS, such as 01:15.5");
+  options.*field = milliseconds;
+}
+
+void SetFormat(Options& options, std::string_view name, std::string_view value) {
+  if (value.empty() || value.find_first_of("./") != std::string_view::npos)
+    Refuse(name, value, "give a format's extension, such as mkv");
+  options.format = value;
+}
+
 void SetSimd(Options& options, std::string_view name, std::string_view value) {
   static constexpr std::string_view kLevels[] = {"scalar", "avx2"};
   options.simd = static_cast<SimdLevel>(IndexOf(name, value, kLevels));
@@ -232,6 +264,13 @@ constexpr OptionRow kOptions[] = {
     {"--force", "", kPipe, kAll, "overwrite a motion file that exists", Set<&Options::overwrite>},
     {"--force", "", kFiles, kAll, "overwrite OUTPUT and the motion file", Set<&Options::overwrite>},
     {"--into", "FOLDER", kFiles, kAll, "write each output there, under its input's name", SetFolder},
+    {"--format", "EXT", kFiles, kAll,
+     "extension of the outputs' format (default OUTPUT's own; with --into, INPUT's)", SetFormat},
+    {"--start", "T", kFiles, kAll, "begin with the first frame from here on: seconds or [HH:]MM:SS[.mmm]",
+     SetTime<&Options::start>},
+    {"--end", "T", kFiles, kAll, "end before the first frame from here on", SetTime<&Options::end>},
+    {"--compare", "", kFiles, kAll, "show the picture before and after, side by side",
+     Set<&Options::compare>},
     {"--codec", "NAME", kFiles, kAll,
      "of the picture, or the name of an encoder (default by OUTPUT's extension)",
      SetEncoding<&Encoding::codec>},
@@ -321,7 +360,18 @@ void CheckServed(const OptionRow& row, Engine engine, Program program) {
                    std::string(kEngines[static_cast<std::size_t>(engine)]) + "; " + std::string(wayOut));
 }
 
+void CheckRange(const Options& options) {
+  if (!options.IsRange()) return;
+  if (options.end && *options.end <= options.start.value_or(0))
+    throw UsageError("--end: the range ends before it starts; give a later time");
+  if (options.keepBackground)
+    throw UsageError("--background keep: it depends on all frames before; leave out --start and --end");
+  if (!options.motionFile.empty() && options.engine == Engine::Kernel)
+    throw UsageError("--motion: the engine kernel logs whole clips only; leave out --start and --end");
+}
+
 void CheckFiles(const Options& options) {
+  CheckRange(options);
   if (options.engine == Engine::Transform) Refuse("--engine", "transform", "files take precise or kernel");
   if (options.folder.empty() ? options.files.size() != 2 : options.files.empty())
     throw UsageError(
@@ -362,6 +412,7 @@ constexpr std::string_view kPipeUsage =
 constexpr std::string_view kFilesUsage =
     "usage: stabilize INPUT OUTPUT [settings]\n"
     "       stabilize INPUT... --into FOLDER [settings]\n"
+    "       stabilize - - --format EXT [settings] < in > out\n"
     "\n"
     "Takes the shake out of a video. OUTPUT's extension decides its format. Sound, subtitles, time stamps "
     "and\n"

@@ -38,6 +38,9 @@ struct Margins {
 /// The programs that share the options: `vstabilize` works in a pipe, `stabilize` on files.
 enum class Program { Pipe, Files };
 
+/// What `stabilize` takes for the standard input or output where a file is to be named.
+inline constexpr std::string_view kStandardStream = "-";
+
 /// How `stabilize` encodes the picture. What is empty follows from the output's format.
 struct Encoding {
   std::string codec, preset;
@@ -70,8 +73,12 @@ struct Options {
   // Of `stabilize` alone.
   std::vector<std::string> files;
   std::string folder;  ///< for the outputs; empty: the last of the files is the output
+  std::string format;  ///< extension that names the outputs' format; empty: as their names say
+  std::optional<std::int64_t> start, end;  ///< of the range, in milliseconds; nothing: the clip's own
   Encoding encoding;
-  bool keepPartial = false, verbose = false;
+  bool compare = false, keepPartial = false, verbose = false;
+
+  bool IsRange() const { return start || end; }
 };
 
 /// Reads the arguments after the program's name. Throws UsageError.

@@ -1,15 +1,18 @@
 #include "precise/blockwarp.h"
 
+#include <hwy/cache_control.h>
 #include <limits>
 
 #include "precise/columns.h"
 
-// A picture that is turned by less than a degree reads its source nearly as it lies. In a row, the phase
-// across stays for dozens of columns; in a column, the phase down stays for dozens of rows. So blocks of rows
-// are made in strips of a vector's width, from top to bottom. The weights down are kept from row to row,
-// those across are the same for all columns of a step, and samples need no shuffling.
+// A picture that is turned by a degree or two, and not magnified, reads its source nearly as it lies. In a
+// row, the phase across stays for dozens of columns; in a column, the phase down stays for dozens of rows. So
+// a block is made row by row, and a row in strips of a vector's width. Each strip keeps its weights down for
+// the next row. The weights across are the same for a whole strip, and its samples need no shuffling.
 //
-// Source samples are widened first, a block at a time, since four output rows or more read each. They go into
+// Strips of a magnified picture make all weights anew, and shuffle their samples.
+//
+// The source samples of a block are widened first, since several rows of the output read each. They go into
 // the highest bits of 16-bit words, so that the first pass leaves its means in the upper halves of 32 bits.
 
 namespace precise {
@@ -17,15 +20,16 @@ namespace {
 
 constexpr int kMaxBits = 14;
 constexpr std::int32_t kBlockColumns = 256;
+// A block of fewer might read fewer source samples than a vector has.
+constexpr std::int32_t kFewestColumns = 4 * kStep;
 
 /// Added to widened samples beside -2^15. The weights of a first pass sum to 2^14, so this adds the half of
 /// 2^16 that rounds its means.
 constexpr int kRounding = 2;
 
-/// Positions are rounded to 1/256 sample.
+/// The column's position and half a phase: cut to whole phases, it is the position rounded to 1/256 sample.
 Position RoundedAt(const SourceLine& line, std::int32_t column) {
-  constexpr std::int64_t kHalf = kOnePhase / 2;
-  return {line.startX + column * line.stepX + kHalf, line.startY + column * line.stepY + kHalf};
+  return {line.startX + column * line.stepX + kHalfPhase, line.startY + column * line.stepY + kHalfPhase};
 }
 
 ColumnRun Common(ColumnRun a, ColumnRun b) {
@@ -50,26 +54,29 @@ struct Extent {
 /// v·2^(16 - n) - 2^15 + kRounding.
 class WideBlock {
  public:
-  /// Strips read less than a step beyond the extent, at both sides.
-  static constexpr std::int32_t kPitch = kBlockColumns + 16 + 2 * kStep, kRows = kMaxWarpedRows + 16;
+  static constexpr std::int32_t kColumns = kBlockColumns + 16, kRows = kMaxWarpedRows + 16;
+  /// Strips begin less than a step before the extent, and read less than two beyond it.
+  static constexpr std::int32_t kPitch = kStep + kColumns + 2 * kStep;
 
   /// False where the extent is too large, or too much of it lies off the plane.
   bool Load(const AlikePlanes& planes, const Extent& extent) {
     m_left = extent.left;
     m_top = extent.top;
-    const std::int64_t begin = extent.left > 0 ? extent.left : 0, width = planes[0].width;
-    const std::int64_t end = extent.right < width ? extent.right + 1 : width;
-    const std::int64_t behind = extent.right + 1;
-    if (end - begin < kStep || begin - extent.left > kStep || behind - end > kStep ||
-        behind - extent.left > kPitch - 2 * kStep || extent.bottom - extent.top >= kRows)
+    // Columns of the plane; and columns of the block, of which the plane has begin … end - 1.
+    const std::int64_t left = extent.left > 0 ? extent.left : 0, width = planes[0].width;
+    const std::int64_t right = extent.right < width ? extent.right + 1 : width;
+    const std::int64_t begin = left - m_left, end = right - m_left, columns = extent.right + 1 - m_left;
+    if (end - begin < kStep || begin > kStep || columns - end > kStep || columns > kColumns ||
+        extent.bottom - extent.top >= kRows)
       return false;
     for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
-      for (std::int64_t y = extent.top; y <= extent.bottom; ++y) {
-        std::int16_t* const to = m_samples[i] + (y - m_top) * kPitch + kStep - m_left;
-        LoadRow(planes[i], y, begin, end, to);
+      for (std::int64_t row = 0; row <= extent.bottom - extent.top; ++row) {
+        std::int16_t* const to = m_samples[i] + row * kPitch + kStep;
+        LoadRow(planes[i], m_top + row, left, right, to + begin);
         const Shorts first = hn::Set(kShorts, to[begin]), last = hn::Set(kShorts, to[end - 1]);
-        for (const std::int64_t x : {begin - kStep, extent.left - kStep}) hn::StoreU(first, kShorts, to + x);
-        for (const std::int64_t x : {end, behind}) hn::StoreU(last, kShorts, to + x);
+        for (const std::int64_t column : {begin, std::int64_t{0}})
+          hn::StoreU(first, kShorts, to + column - kStep);
+        for (const std::int64_t column : {end, columns}) hn::StoreU(last, kShorts, to + column);
       }
     return true;
   }
@@ -85,20 +92,23 @@ class WideBlock {
   }
 
  private:
-  /// Loads samples begin … end - 1, at least a vector.
-  static void LoadRow(const SourcePlane& plane, std::int64_t y, std::int64_t begin, std::int64_t end,
+  /// Loads samples left … right - 1, at least a vector.
+  static void LoadRow(const SourcePlane& plane, std::int64_t y, std::int64_t left, std::int64_t right,
                       std::int16_t* to) {
     const std::int64_t row = y < 0 ? 0 : y < plane.height ? y : plane.height - 1;
     const std::uint8_t* const from = plane.samples + row * plane.strideBytes;
     if (plane.bits == 8)
-      LoadSamples<1>(from, plane.bits, begin, end, to);
+      LoadSamples<1>(from + left, plane.bits, right - left, to);
     else
-      LoadSamples<2>(from, plane.bits, begin, end, to);
+      LoadSamples<2>(from + 2 * left, plane.bits, right - left, to);
+    // The next block reads on in these rows.
+    const int size = plane.bits == 8 ? 1 : 2;
+    const std::int64_t next = right + kBlockColumns < plane.width ? right + kBlockColumns : plane.width;
+    for (std::int64_t x = right; x < next; x += 64 / size) hwy::Prefetch(from + x * size);
   }
 
   template <int kSize>
-  static void LoadSamples(const std::uint8_t* from, int bits, std::int64_t begin, std::int64_t end,
-                          std::int16_t* to) {
+  static void LoadSamples(const std::uint8_t* from, int bits, std::int64_t count, std::int16_t* to) {
     const auto offset = hn::Set(kHalfWords, 0x8000 + kRounding);
     const auto largest = hn::Set(kHalfWords, static_cast<std::uint16_t>(LargestSample(bits)));
     const auto load = [&](std::int64_t i) {
@@ -112,16 +122,16 @@ class WideBlock {
                    to + i);
       }
     };
-    for (std::int64_t i = begin; i < end - kStep; i += kStep) load(i);
-    load(end - kStep);
+    for (std::int64_t i = 0; i < count - kStep; i += kStep) load(i);
+    load(count - kStep);
   }
 
   std::int64_t m_left = 0, m_top = 0;
   std::int16_t m_samples[kMaxAlikePlanes][std::ptrdiff_t{kRows} * kPitch];
 };
 
-/// Columns that stand less than a sample apart. Blocks of four change between the vectors, so that samples
-/// for a block are in sixteen bytes.
+/// Columns that stand at most a sample apart. Four neighbours form a block, whose samples lie within sixteen
+/// bytes. The two vectors take blocks in turn.
 class DenseColumns {
  public:
   static constexpr bool kHaveOnePhase = false;
@@ -200,8 +210,8 @@ class DenseColumns {
   Both<Words> m_blocks;
 };
 
-/// The bicubic warp's. Its weights sum to 2^14, so the 2^13 that is missing from the first pass's means is
-/// missing 2^14 times.
+/// The bicubic warp's. Means of the first pass are less by 2^13, as samples are by 2^15. The weights down sum
+/// to 2^14, so the offset gives back 2^13 · 2^14.
 class WideCubic : public Cubic<SharpWeights, 16> {
  public:
   explicit WideCubic(int bits) : Cubic(kMaxBits - bits, (1 << (13 + kWeightBits)) + (1 << (27 - bits))) {}
@@ -215,7 +225,7 @@ class Linear {
   using Across = Both<Shorts>;
   using Down = Both<Ints>;
 
-  // Weights sum to 2^16.
+  // Weights sum to 2^16, so kRounding was added as often. The other offset is half of what is dropped.
   explicit Linear(int bits)
       : m_drop(16 - bits), m_offset(Kept(kInts, (1 << (31 - bits)) - (kRounding << 16))) {}
 
@@ -260,13 +270,10 @@ class Strips {
         m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
         m_planes(planes[1].samples == nullptr ? 1 : 2) {}
 
-  /// Begins with another block's first column.
-  void Begin(std::int32_t column) {
-    m_column = column;
-    for (KeptWeights& kept : m_kept) kept.size = 0;
-  }
+  /// Sets the first column of the block whose rows come next.
+  void Begin(std::int32_t column) { m_column = column; }
 
-  /// Writes the row's covered columns up to the block's end, by pieces that read the same source rows.
+  /// Writes the row's covered columns of the block, by pieces that read the same source rows.
   void WarpRow(const WideBlock& block, const WarpedRow& row) {
     const ColumnRun run = Common(row.covered, {m_column, m_column + kBlockColumns});
     for (std::int32_t begin = run.begin; begin < run.end;) {
@@ -285,7 +292,7 @@ class Strips {
   }
 
  private:
-  /// Weights down of a strip, which are those of `size` positions from `first` on.
+  /// Weights down of a strip. They are the same for `size` positions of its first column, from `first` on.
   struct KeptWeights {
     std::uint32_t first = 0, size = 0;
     typename Sampler::Down down = {};
@@ -319,6 +326,8 @@ class Strips {
       return kept.down;
     }
     if (y - kept.first >= kept.size) {
+      // How far lanes stand in their phases. Weights stay as far back as the least, and ahead until the most
+      // is a whole phase.
       const Words rest = hn::Set(kWords, static_cast<std::uint32_t>(kOnePhase - 1));
       const Both<Words> rests = {hn::And(fractions[0], rest), hn::And(fractions[1], rest)};
       const std::uint32_t least = hn::GetLane(hn::MinOfLanes(kWords, hn::Min(rests[0], rests[1])));
@@ -328,8 +337,8 @@ class Strips {
     return kept.down;
   }
 
-  /// Writes a strip's samples from the piece's begin on. What is written behind the piece, the next one
-  /// writes anew.
+  /// Writes a strip's samples from the piece's begin on, and changes nothing that is not covered. What it
+  /// writes beyond the piece, the next piece writes anew.
   void Store(Shorts samples, const WarpedRow& row, std::size_t plane, std::int32_t column,
              ColumnRun piece) const {
     std::uint8_t* const out = row.out[plane] + std::ptrdiff_t{m_column + column} * kSize;
@@ -383,7 +392,9 @@ bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t c
   Strips<Sampler, Columns, kSize> strips(planes, rows->line);
   WideBlock block;
   const ColumnRun all = Union(rows, count);
-  for (std::int32_t begin = all.begin; begin < all.end; begin += kBlockColumns) {
+  const std::int32_t last = all.end - kFewestColumns > all.begin ? all.end - kFewestColumns : all.begin;
+  for (std::int32_t next = all.begin; next < all.end; next += kBlockColumns) {
+    const std::int32_t begin = next < last ? next : last;
     const ColumnRun columns = Common({begin, begin + kBlockColumns}, all);
     Extent extent;
     for (const WarpedRow* row = rows; row != rows + count; ++row) {

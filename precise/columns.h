@@ -12,9 +12,10 @@
 namespace precise {
 namespace {
 
-constexpr std::int32_t kStep = 2 * kLanes;  // columns of a strip, and words of a vector
-constexpr int kPhaseBits = 8, kPhaseShift = kPositionBits - kPhaseBits;
+constexpr std::int32_t kStep = 2 * kLanes;  // as many as a vector has 16-bit words
+constexpr int kPhaseShift = kPositionBits - kPhaseBits;
 constexpr std::int64_t kOnePhase = std::int64_t{1} << kPhaseShift;
+constexpr std::int64_t kHalfPhase = kOnePhase / 2;
 
 struct Position {
   std::int64_t x, y;
@@ -26,7 +27,7 @@ inline bool IsNearlyLevel(const SourceLine& line) {
   return line.stepY >= -kMaxStep && line.stepY <= kMaxStep;
 }
 
-/// For how many columns a position keeps its bits above the lowest.
+/// For how many columns, this one included, a position keeps all bits but the lowest.
 inline std::int64_t ColumnsUntilChange(std::int64_t position, std::int64_t step, int lowBits) {
   const std::int64_t size = std::int64_t{1} << lowBits, rest = position & (size - 1);
   if (step == 0) return std::numeric_limits<std::int64_t>::max();
@@ -35,11 +36,11 @@ inline std::int64_t ColumnsUntilChange(std::int64_t position, std::int64_t step,
 
 inline Ints PhasesOf(Words fractions) { return hn::BitCast(kInts, hn::ShiftRight<kPhaseShift>(fractions)); }
 
-/// A strip's columns are made in two vectors.
+/// A step's columns are made in two vectors.
 template <class Vector>
 using Both = std::array<Vector, 2>;
 
-/// Positions down of a step's columns, in 2^-32 of a sample, where its first column is at 0.
+/// How far below its first column a step's columns read, in 2^-32 of a sample, without whole samples.
 template <class Columns>
 Both<Words> FractionsOf(std::int64_t stepY) {
   Both<Words> fractions;
@@ -79,7 +80,7 @@ class UnitColumns {
   /// For how many columns the phase stays.
   std::int64_t Stay(std::int64_t x) const { return ColumnsUntilChange(x, m_drift, kPhaseShift); }
 
-  /// `x` is that of a column so far in the step.
+  /// `x` is the position of the column that is so many columns after the step's first.
   class Taps {
    public:
     Taps(const UnitColumns&, std::int64_t x, std::int32_t column)
@@ -108,8 +109,9 @@ class UnitColumns {
   std::int64_t m_drift;
 };
 
-/// Makes samples by four taps across and four down. Its first pass drops bits, half of which was added to the
-/// samples where it drops 16. At last it drops 14 bits and `drop` more, after `offset` was added.
+/// Makes samples by four taps across and four down. Its first pass drops bits and rounds; where it drops 16,
+/// samples already hold the half that rounds. The second pass adds `offset` and drops 14 bits, and then
+/// `drop` more.
 template <class WeightFormula, int kFirstPass>
 class Cubic {
  public:

@@ -9,7 +9,6 @@
 namespace precise {
 namespace {
 
-constexpr int kPhaseBits = 8;
 constexpr std::size_t kPhases = 1 << kPhaseBits;
 
 /// a·b for numbers that count 32768, rounded.

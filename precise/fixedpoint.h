@@ -16,6 +16,9 @@ constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassBits - 1),
 
 constexpr int kBrightnessBits = 10;
 
+/// Weights are made for 256 phases, the positions between a sample and the next.
+constexpr int kPhaseBits = 8;
+
 /// The cubic B-spline at a sample: of the sample, and of its neighbours.
 constexpr std::int32_t kSplineMiddle = 10922, kSplineSide = 2731;
 

@@ -31,9 +31,9 @@ template <class Sample, class Sum>
 void SumColumns(const std::uint8_t* samples, std::ptrdiff_t strideBytes, std::int32_t rows,
                 std::int32_t largest, Sum* to, std::int32_t columns) {
   for (std::int32_t i = 0; i < columns; ++i) to[i] = 0;
-  for (std::int32_t row = 0; row < rows; ++row, samples += strideBytes)
+  for (std::int32_t row = 0; row < rows; ++row)
     for (std::int32_t i = 0; i < columns; ++i)
-      to[i] = static_cast<Sum>(to[i] + SampleAt<Sample>(samples, i, largest));
+      to[i] = static_cast<Sum>(to[i] + SampleAt<Sample>(samples + row * strideBytes, i, largest));
 }
 
 template <class From>

@@ -19,9 +19,6 @@ Shorts OddPairs(Shorts even, Shorts odd) {
   return hn::OddEven(odd, hn::BitCast(kShorts, hn::ShiftRight<16>(hn::BitCast(kWords, even))));
 }
 
-/// Positions are rounded to 1/256.
-constexpr std::int64_t kHalfPhase = std::int64_t{1} << (kPositionBits - 9);
-
 /// `work(column)` for steps of so many columns that cover the run.
 template <std::int32_t kColumns = kLanes, class Work>
 void InSteps(ColumnRun run, Work work) {
@@ -33,8 +30,8 @@ void InSteps(ColumnRun run, Work work) {
 hn::Vec<decltype(kHalfWords)> SumPairsOfBytes(const std::uint8_t* samples, std::ptrdiff_t strideBytes,
                                               std::int32_t rows) {
   auto even = hn::Zero(kHalfWords), odd = even;
-  for (std::int32_t row = 0; row < rows; ++row, samples += strideBytes) {
-    const auto both = hn::BitCast(kHalfWords, hn::LoadU(kBytes, samples));
+  for (std::int32_t row = 0; row < rows; ++row) {
+    const auto both = hn::BitCast(kHalfWords, hn::LoadU(kBytes, samples + row * strideBytes));
     even = hn::Add(even, hn::And(both, hn::Set(kHalfWords, 0xFF)));
     odd = hn::Add(odd, hn::ShiftRight<8>(both));
   }
@@ -80,7 +77,7 @@ class SplineMean {
   Shorts m_weights = hn::BitCast(kShorts, Kept(kInts, kSplineMiddle << 16 | kSplineSide));
 };
 
-// Means of the first pass are less by 2^13, or two of them would not fit.
+// Means of the first pass are less by 2^13, or the sum of two would not fit 16 bits.
 void SmoothRowInSteps(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
   if (count < kStep + 2) return SmoothRow(rows, out, count);
   std::int16_t ends[2];

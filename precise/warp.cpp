@@ -39,35 +39,49 @@ struct Sampling {
 constexpr Sampling kSamplings[] = {
     {&Loops::warpNearest, 0, 1}, {&Loops::warpBilinear, 0, 1}, {&Loops::warpBicubic, 1, 2}};
 
-/// Where the columns of an output row read in the source plane.
-SourceLine LineOfRow(const Shown& shown, const Correction& correction, const Grid& grid, std::int32_t row) {
-  const PictureFormat& input = shown.input;
-  const Complex centre = {(input.width - 1) / 2.0, (input.height - 1) / 2.0};
-  const Complex turn = 1 / shown.zoom * Conjugate(correction.turn);
-  const Complex shift = Conjugate(correction.turn) * correction.shift;
-  const double x = (shown.left + grid.siteX - centre.re) * input.pixelAspect;
-  const double y = shown.top + row * grid.stepY + grid.siteY - centre.im;
-  const Complex start = turn * Complex{x, y} - shift;
-  return MakeSourceLine((start.re / input.pixelAspect + centre.re - grid.siteX) / grid.stepX,
-                        (start.im + centre.im - grid.siteY) / grid.stepY, turn.re,
-                        turn.im * input.pixelAspect * grid.stepX / grid.stepY);
-}
+/// Where the columns of output rows read in the source plane.
+class SourceLines {
+ public:
+  SourceLines(const Shown& shown, const Correction& correction, const Grid& grid)
+      : m_grid(grid),
+        m_aspect(shown.input.pixelAspect),
+        m_centre{(shown.input.width - 1) / 2.0, (shown.input.height - 1) / 2.0},
+        m_turn(1 / shown.zoom * Conjugate(correction.turn)),
+        m_shift(Conjugate(correction.turn) * correction.shift),
+        m_left((shown.left + grid.siteX - m_centre.re) * m_aspect),
+        m_top(shown.top),
+        m_stepX(FixedPosition(m_turn.re)),
+        m_stepY(FixedPosition(m_turn.im * m_aspect * grid.stepX / grid.stepY)) {}
+
+  SourceLine OfRow(std::int32_t row) const {
+    const double y = m_top + row * m_grid.stepY + m_grid.siteY - m_centre.im;
+    const Complex start = m_turn * Complex{m_left, y} - m_shift;
+    return {FixedPosition((start.re / m_aspect + m_centre.re - m_grid.siteX) / m_grid.stepX),
+            FixedPosition((start.im + m_centre.im - m_grid.siteY) / m_grid.stepY), m_stepX, m_stepY};
+  }
+
+ private:
+  Grid m_grid;
+  double m_aspect;
+  Complex m_centre, m_turn, m_shift;
+  double m_left, m_top;
+  std::int64_t m_stepX, m_stepY;
+};
 
 /// Lays the rows of planes alike into their output.
 class Layout {
  public:
-  Layout(const Shown& shown, const Correction& correction, bool isChroma, const Sampling& sampling)
-      : m_shown(shown),
-        m_correction(correction),
-        m_grid(shown.input, isChroma ? 1 : 0),
-        m_inX(RangesOf(shown.input.PlaneWidth(isChroma ? 1 : 0), m_grid.stepX, m_grid.siteX, sampling)),
-        m_inY(RangesOf(shown.input.PlaneHeight(isChroma ? 1 : 0), m_grid.stepY, m_grid.siteY, sampling)),
-        m_columns(InsideBorder(shown.output.PlaneWidth(isChroma ? 1 : 0), shown.borderX, m_grid.stepX)),
-        m_rows(InsideBorder(shown.output.PlaneHeight(isChroma ? 1 : 0), shown.borderY, m_grid.stepY)) {}
+  Layout(const Shown& shown, const Correction& correction, int plane, const Grid& grid,
+         const Sampling& sampling)
+      : m_lines(shown, correction, grid),
+        m_inX(RangesOf(shown.input.PlaneWidth(plane), grid.stepX, grid.siteX, sampling)),
+        m_inY(RangesOf(shown.input.PlaneHeight(plane), grid.stepY, grid.siteY, sampling)),
+        m_columns(InsideBorder(shown.output.PlaneWidth(plane), shown.borderX, grid.stepX)),
+        m_rows(InsideBorder(shown.output.PlaneHeight(plane), shown.borderY, grid.stepY)) {}
 
   /// The output row, without its samples.
   WarpedRow Row(std::int32_t row) const {
-    const SourceLine line = LineOfRow(m_shown, m_correction, m_grid, row);
+    const SourceLine line = m_lines.OfRow(row);
     ColumnRun covered = ColumnsInside(line, m_inX.covered, m_inY.covered, m_columns);
     if (row < m_rows.begin || row >= m_rows.end || covered.begin >= covered.end) covered = {0, 0};
     return {line, covered, ColumnsInside(line, m_inX.inside, m_inY.inside, covered), {}};
@@ -87,9 +101,7 @@ class Layout {
             {sampling.before * kOneSample, (samples - sampling.after) * kOneSample - (kOneSample >> 9)}};
   }
 
-  const Shown& m_shown;
-  const Correction& m_correction;
-  Grid m_grid;
+  SourceLines m_lines;
   Ranges m_inX, m_inY;
   ColumnRun m_columns, m_rows;
 };
@@ -112,7 +124,7 @@ void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma,
   const std::array<int, kMaxAlikePlanes> planes = input.AlikePlanes(isChroma);
   const std::int32_t width = shown.output.PlaneWidth(planes[0]);
   const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
-  const Layout layout(shown, correction, isChroma, sampling);
+  const Layout layout(shown, correction, planes[0], Grid(input, planes[0]), sampling);
   AlikePlanes sources = {};
   for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
     const auto& [samples, strideBytes] = in[static_cast<std::size_t>(planes[i])];

@@ -18,6 +18,8 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include "host/options.h"
+
 // Owners of the libraries' objects, and what their errors mean.
 
 /// For functions that free an object and clear the pointer to it.
@@ -89,6 +91,13 @@ const AVCodec* FindEncoder(AVCodecID codec);
 
 /// The result, if it is no error. Throws WorkError: `what`, a colon and the reason.
 int Check(int result, const std::string& what);
+
+/// The name of a file, or of the standard stream that it stands for.
+inline std::string StreamName(const std::string& fileName, const char* stream) {
+  return fileName == kStandardStream ? std::string("the ") + stream : fileName;
+}
+
+inline constexpr AVRational kMilliseconds = {1, 1000};
 
 /// 0 for unknown.
 inline double ToSeconds(std::int64_t time, AVRational base) {

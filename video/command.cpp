@@ -1,8 +1,9 @@
 #include "video/command.h"
 
-#include <algorithm>
 #include <filesystem>
+#include <map>
 #include <new>
+#include <vector>
 
 #include "host/options.h"
 #include "host/platform.h"
@@ -10,6 +11,7 @@
 #include "video/av.h"
 #include "video/interruption.h"
 #include "video/job.h"
+#include "video/output.h"
 
 namespace {
 
@@ -43,23 +45,58 @@ int Report(const Notes& notes, const Work& work) {
   return code;
 }
 
-/// Several files, one after the other; a failure of one does not stop the others.
-int StabilizeAll(const Options& options, const Notes& notes, std::FILE* terminal) {
-  if (!std::filesystem::is_directory(options.folder)) throw WorkError("no such folder: " + options.folder);
+namespace fs = std::filesystem;
+
+[[noreturn]] void RefuseOneTarget(const std::string& one, const std::string& other,
+                                  const std::string& target) {
+  throw UsageError("both " + one + " and " + other + " would be written to " + target +
+                   "; give them one at a time");
+}
+
+/// One file for each input, in the folder. Throws WorkError and UsageError for what could never be written
+/// so.
+std::vector<std::string> PlanTargets(const Options& options) {
+  if (!fs::is_directory(options.folder)) throw WorkError("no such folder: " + options.folder);
   if (!options.motionFile.empty() && options.files.size() > 1)
     throw UsageError("--motion: one file cannot hold the motion of several");
-  int worst = kDone;
+  std::vector<std::string> targets;
+  std::map<std::string, std::string> sources;
   for (const std::string& file : options.files) {
-    const std::filesystem::path target =
-        std::filesystem::path(options.folder) / std::filesystem::path(file).filename();
+    if (file == kStandardStream)
+      throw UsageError("--into: the standard input has no name; give OUTPUT instead");
+    fs::path name = fs::path(file).filename();
+    if (!options.format.empty()) name.replace_extension(options.format);
+    const std::string target = (fs::path(options.folder) / name).string();
+    FormatOf(target, "");
+    const auto [other, isNew] = sources.emplace(target, file);
+    if (!isNew) RefuseOneTarget(other->second, file, target);
+    targets.push_back(target);
+  }
+  for (const std::string& file : options.files)
+    for (const std::string& target : targets)
+      if (std::error_code ignored; fs::equivalent(file, target, ignored))
+        throw UsageError("--into: would overwrite INPUT " + file + "; give another folder");
+  return targets;
+}
+
+/// Several files, one after the other; a failure of one does not stop the others.
+int StabilizeAll(const Options& options, const Notes& notes, std::FILE* terminal) {
+  const std::vector<std::string> targets = PlanTargets(options);
+  std::vector<std::string> failed;
+  for (std::size_t i = 0; i < targets.size(); ++i) {
     const int code = Report(notes, [&] {
-      StabilizeFile(options, file, target.string(), notes, terminal);
+      StabilizeFile(options, options.files[i], targets[i], notes, terminal);
       return kDone;
     });
     if (code == kInterrupted) return code;
-    worst = std::max(worst, code);
+    if (code != kDone) failed.push_back(options.files[i]);
   }
-  return worst;
+  std::string summary = "wrote " + std::to_string(targets.size() - failed.size()) + " of " +
+                        std::to_string(targets.size()) + " clips to " + options.folder;
+  for (const std::string& file : failed)
+    summary.append(&file == &failed.front() ? "; not: " : ", ").append(file);
+  if (!failed.empty() || !options.quiet) notes.Warn(summary);
+  return failed.empty() ? kDone : kWorkFailed;
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ std::string Fraction(AVRational value) { return std::to_string(value.num) + '/' 
 bool FrameFilter::IsAsWanted(const Kind& kind) const {
   const bool isRange = m_target.range == AVCOL_RANGE_UNSPECIFIED || kind.range == m_target.range;
   return kind.format == m_target.format && kind.width == m_target.width && kind.height == m_target.height &&
-         isRange && m_target.turn.empty() && !kind.isInterlaced;
+         isRange && m_target.filters.empty() && !kind.isInterlaced;
 }
 
 void FrameFilter::Push(FramePtr frame) {
@@ -46,7 +46,7 @@ void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
                                 std::to_string(kind.height) + ":pix_fmt=" + std::to_string(kind.format) +
                                 ":time_base=" + Fraction(m_timeBase) + ":pixel_aspect=" + Fraction(aspect);
   std::string filters = kind.isInterlaced ? "bwdif=mode=send_frame:deint=interlaced," : "";
-  if (!m_target.turn.empty()) filters += m_target.turn + ',';
+  if (!m_target.filters.empty()) filters += m_target.filters + ',';
   const auto source = static_cast<AVPixelFormat>(kind.format);
   if (HasFewColours(source))
     filters += std::string("format=pix_fmts=") + av_get_pix_fmt_name(kAllColours) + ',';

@@ -10,7 +10,7 @@
 struct PictureTarget {
   AVPixelFormat format = AV_PIX_FMT_NONE;
   int width = 0, height = 0;
-  std::string turn;                              ///< filters that turn the picture upright; empty: none
+  std::string filters;                           ///< such as turn the picture upright; empty: none
   std::string matrix;                            ///< of YUV made from RGB; empty: the library's choice
   AVColorRange range = AVCOL_RANGE_UNSPECIFIED;  ///< unspecified: as it comes
 };

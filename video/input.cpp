@@ -4,40 +4,51 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
+#include "host/options.h"
 #include "host/workerror.h"
 #include "video/interruption.h"
 
 namespace {
 
 AVFormatContext* Open(const std::string& fileName) {
+  const bool isPipe = fileName == kStandardStream;
   std::error_code ignored;
-  if (!std::filesystem::exists(fileName, ignored)) throw WorkError("no such file: " + fileName);
+  if (!isPipe && !std::filesystem::exists(fileName, ignored)) throw WorkError("no such file: " + fileName);
   if (std::filesystem::is_directory(fileName, ignored)) throw WorkError("is a folder: " + fileName);
   AVFormatContext* format = Made(avformat_alloc_context());
   format->interrupt_callback.callback = [](void*) { return IsInterrupted() ? 1 : 0; };
   Dictionary options;
   options.Set("protocol_whitelist", "file,pipe");
-  const int result = avformat_open_input(&format, ("file:" + fileName).c_str(), nullptr, options.Entries());
+  const std::string url = isPipe ? "pipe:0" : "file:" + fileName;
+  const int result = avformat_open_input(&format, url.c_str(), nullptr, options.Entries());
   CheckInterruption();
-  Check(result, "not a video that can be read: " + fileName);
+  Check(result, "not a video that can be read: " + StreamName(fileName, "standard input"));
   return format;
 }
 
 }  // namespace
 
-Input::Input(const std::string& fileName) : m_fileName(fileName), m_pFormat(Open(fileName)) {
-  Check(avformat_find_stream_info(m_pFormat.get(), nullptr), "cannot read " + fileName);
+Input::Input(const std::string& fileName)
+    : m_fileName(StreamName(fileName, "standard input")), m_pFormat(Open(fileName)) {
+  Check(avformat_find_stream_info(m_pFormat.get(), nullptr), "cannot read " + m_fileName);
   for (unsigned i = 0; i < m_pFormat->nb_streams && !m_pPicture; ++i) {
     AVStream* stream = m_pFormat->streams[i];
     const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
     if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isCover) m_pPicture = stream;
   }
-  if (!m_pPicture) throw WorkError("no video stream in " + fileName);
+  if (!m_pPicture) throw WorkError("no video stream in " + m_fileName);
 }
 
 bool Input::Read(AVPacket& packet) {
   CheckInterruption();
+  if (!m_ahead.empty()) {
+    av_packet_unref(&packet);
+    av_packet_move_ref(&packet, m_ahead.front().get());
+    m_ahead.pop_front();
+    return true;
+  }
   const int result = av_read_frame(m_pFormat.get(), &packet);
   CheckInterruption();
   if (result < 0) return false;
@@ -50,6 +61,16 @@ bool Input::Read(AVPacket& packet) {
   if (packet.pts != AV_NOPTS_VALUE)
     m_end = std::max(m_end, ToSeconds(packet.pts + std::max<std::int64_t>(packet.duration, 0), base));
   return true;
+}
+
+void Input::PutBack(std::deque<PacketPtr> packets) {
+  m_ahead.insert(m_ahead.begin(), std::make_move_iterator(packets.begin()),
+                 std::make_move_iterator(packets.end()));
+}
+
+std::int64_t Input::StartIn(AVRational base) const {
+  const std::int64_t start = m_pFormat->start_time;
+  return start == AV_NOPTS_VALUE ? 0 : av_rescale_q(start, AV_TIME_BASE_Q, base) - OriginIn(base);
 }
 
 bool Input::HasAnyClock() const { return (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0; }

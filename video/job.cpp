@@ -6,12 +6,14 @@
 #include <filesystem>
 #include <optional>
 
+#include "host/platform.h"
 #include "host/progress.h"
 #include "host/workerror.h"
 #include "video/decoder.h"
 #include "video/memory.h"
 #include "video/output.h"
 #include "video/pictureplan.h"
+#include "video/range.h"
 #include "video/sidestreams.h"
 #include "video/streamcopy.h"
 
@@ -33,9 +35,13 @@ void CheckTarget(const std::string& name, const char* kind, bool overwrite) {
 }
 
 void CheckFiles(const Options& options, const std::string& input, const std::string& output) {
-  FormatOf(output);
-  if (IsSameFile(input, output)) throw WorkError("OUTPUT is the same file as INPUT: " + output);
-  CheckTarget(output, "OUTPUT", options.overwrite);
+  FormatOf(output, options.format);
+  if (output == kStandardStream) {
+    if (IsTerminal(stdout)) throw WorkError("the standard output is a terminal; lead it to a file or a pipe");
+  } else {
+    if (IsSameFile(input, output)) throw WorkError("OUTPUT is the same file as INPUT: " + output);
+    CheckTarget(output, "OUTPUT", options.overwrite);
+  }
   if (options.motionFile.empty()) return;
   if (IsSameFile(options.motionFile, input) || IsSameFile(options.motionFile, output))
     throw WorkError("the motion file is the same file as INPUT or OUTPUT: " + options.motionFile);
@@ -104,26 +110,37 @@ struct PictureWay {
   PictureEncoder encoder;
 };
 
+/// The key frame that the range's lead-in was read from was none that a decoder can begin with.
+struct LeadInTooShort {};
+
 class Job {
  public:
+  /// `readsAll`: also what comes before the lead-in.
   Job(const Options& options, const std::string& inputName, const std::string& outputName, const Notes& notes,
-      std::FILE* terminal)
+      std::FILE* terminal, bool readsAll)
       : m_options(options),
         m_notes(notes),
         m_pTerminal(terminal),
         m_input(inputName),
-        m_output(outputName),
+        m_output(outputName, options.format),
         m_decoder(m_input.Picture(), inputName, 0),
-        m_clock(m_input) {}
+        m_clock(m_input),
+        m_range(options, m_input),
+        m_readsAll(readsAll) {}
 
+  /// Throws LeadInTooShort unless it reads all.
   void Run();
 
  private:
-  FramePtr ReadFirstFrame();
+  FramePtr FindFirstFrame();
   void SetUp(const AVFrame& first);
+  void Read();
   void CheckMemory(const StabilizerFacts& facts) const;
   void TakePacket(AVPacket& packet);
+  void TakeSide(AVPacket& packet);
+  void DecodePicture(const AVPacket* packet);
   void TakePicture(FramePtr frame);
+  FramePtr TakeUnstabilized(const AVFrame& stabilized);
   void Stabilize();
   void Encode();
   void WritePackets();
@@ -139,30 +156,38 @@ class Job {
   Output m_output;
   Decoder m_decoder;
   PictureClock m_clock;
+  Range m_range;
+  bool m_readsAll;
+  bool m_isComplete = false;  // the whole range is stabilized
   std::optional<PictureWay> m_way;
   std::optional<SideStreams> m_sides;
   std::vector<std::string> m_leftOut;
   int m_pictureIndex = 0;
-  std::deque<PacketPtr> m_waiting;  // read before the first picture
+  std::deque<FramePtr> m_unstabilized;  // to compare with: the frames inside the stabilizer
+  std::deque<PacketPtr> m_waiting;      // of other streams, before the range's first picture
   std::optional<Progress> m_progress;
   std::int64_t m_frames = 0;
 };
 
-/// Packets that come before it, and its own, wait.
-FramePtr Job::ReadFirstFrame() {
+/// Decodes it by itself; what is read for that is read again.
+FramePtr Job::FindFirstFrame() {
+  Decoder decoder(m_input.Picture(), m_input.FileName(), 1);
   FramePtr frame = NewFrame();
+  std::deque<PacketPtr> ahead;
   for (bool isEnd = false; !isEnd;) {
     PacketPtr packet = NewPacket();
     isEnd = !m_input.Read(*packet);
-    const bool isPicture = !isEnd && packet->stream_index == m_input.Picture().index;
-    if (isPicture || isEnd) {
-      m_decoder.Send(isEnd ? nullptr : packet.get());
-      if (m_decoder.Receive(*frame)) return frame;
-    } else {
-      m_waiting.push_back(std::move(packet));
+    const bool isPicture = packet->stream_index == m_input.Picture().index;
+    if (isEnd || isPicture) decoder.Send(isEnd ? nullptr : packet.get());
+    if (!isEnd) ahead.push_back(std::move(packet));
+    if ((isEnd || isPicture) && decoder.Receive(*frame)) {
+      m_input.PutBack(std::move(ahead));
+      return frame;
     }
   }
-  throw WorkError("no picture of " + m_input.FileName() + " can be decoded");
+  throw WorkError(
+      "no picture of " + m_input.FileName() + " can be decoded" +
+      (m_input.IsSeekable() ? "" : "; a pipe needs a format whose index, if any, stands in front"));
 }
 
 void Job::CheckMemory(const StabilizerFacts& facts) const {
@@ -192,7 +217,7 @@ void Job::SetUp(const AVFrame& first) {
   m_sides.emplace(m_input, m_output);
   m_leftOut = plan.leftOut;
   m_leftOut.insert(m_leftOut.end(), m_sides->LeftOut().begin(), m_sides->LeftOut().end());
-  CopyFileTags(m_input, m_output);
+  CopyFileTags(m_input, m_range, m_output);
   // The picture comes a window and the encoder's look-ahead later than the sound.
   const double rate = std::max(1.0, av_q2d(encoder.framerate));
   const double late = static_cast<double>(plan.stabilizer.framesHeld + 100) / rate + 10;
@@ -201,28 +226,66 @@ void Job::SetUp(const AVFrame& first) {
   if (m_way->encoder.HasFixedTicks())
     m_notes.Tell("this format has a fixed rate: pictures stand at the nearest of " +
                  Tenths(av_q2d(encoder.framerate)) + " ticks a second");
-  m_progress.emplace(m_pTerminal, m_input.ExpectedFrames(), m_pTerminal != nullptr);
+  m_progress.emplace(m_pTerminal, m_range.ExpectedPictures(), m_pTerminal != nullptr);
+  // Two more than the engine sees, for a deinterlacer.
+  if (!m_readsAll) m_range.Skip(m_input, static_cast<std::size_t>(plan.stabilizer.framesHeld) + 1);
 }
 
 void Job::TakePacket(AVPacket& packet) {
-  if (packet.stream_index != m_input.Picture().index) return m_sides->Take(packet);
-  m_decoder.Send(&packet);
-  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame())
-    TakePicture(std::move(frame));
+  if (packet.stream_index != m_input.Picture().index) return TakeSide(packet);
+  if (!m_isComplete) DecodePicture(&packet);
+}
+
+void Job::TakeSide(AVPacket& packet) {
+  const AVStream& stream = *m_input.Format().streams[packet.stream_index];
+  if (m_range.HasBegun()) {
+    if (m_range.Cut(packet, stream)) m_sides->Take(packet);
+  } else if (!m_range.EndsBefore(packet, stream.time_base)) {
+    m_waiting.emplace_back(Made(av_packet_clone(&packet)));
+  }
+}
+
+/// Null: no packet follows.
+void Job::DecodePicture(const AVPacket* packet) {
+  m_decoder.Send(packet);
+  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame()) {
+    m_clock.Stamp(*frame);
+    if (!m_range.IsBeforeLeadIn(frame->pts)) TakePicture(std::move(frame));
+  }
 }
 
 /// Null: no picture follows.
 void Job::TakePicture(FramePtr frame) {
-  if (frame) m_clock.Stamp(*frame);
   m_way->prepare.Push(std::move(frame));
   while (FramePtr prepared = m_way->prepare.Pull()) {
+    if (!m_range.Place(*prepared)) throw LeadInTooShort();
+    if (m_options.compare) m_unstabilized.emplace_back(Made(av_frame_clone(prepared.get())));
     m_way->pStabilizer->Push(std::move(prepared));
     Stabilize();
   }
+  if (!m_range.HasBegun()) return;
+  for (; !m_waiting.empty(); m_waiting.pop_front()) TakeSide(*m_waiting.front());
+}
+
+/// The frame as it was, cut to the same size; null where none is to be shown.
+FramePtr Job::TakeUnstabilized(const AVFrame& stabilized) {
+  if (m_unstabilized.empty()) return nullptr;
+  FramePtr frame = std::move(m_unstabilized.front());
+  m_unstabilized.pop_front();
+  frame->crop_left = static_cast<std::size_t>(frame->width - stabilized.width) / 2;
+  frame->crop_top = static_cast<std::size_t>(frame->height - stabilized.height) / 2;
+  frame->crop_right = static_cast<std::size_t>(frame->width - stabilized.width) - frame->crop_left;
+  frame->crop_bottom = static_cast<std::size_t>(frame->height - stabilized.height) - frame->crop_top;
+  Check(av_frame_apply_cropping(frame.get(), AV_FRAME_CROP_UNALIGNED), "cannot cut a frame");
+  return frame;
 }
 
 void Job::Stabilize() {
   while (FramePtr frame = m_way->pStabilizer->Deliver()) {
+    m_isComplete = m_isComplete || m_range.IsBehind(frame->pts);
+    FramePtr before = TakeUnstabilized(*frame);
+    if ((frame->flags & AV_FRAME_FLAG_DISCARD) != 0) continue;
+    if (before) m_way->finish.Push(std::move(before));
     m_way->finish.Push(std::move(frame));
     Encode();
     m_progress->Update(++m_frames);
@@ -231,6 +294,7 @@ void Job::Stabilize() {
 
 void Job::Encode() {
   while (const FramePtr frame = m_way->finish.Pull()) {
+    frame->pts -= m_range.Origin(m_input.Picture().time_base);
     m_way->encoder.Send(frame.get());
     WritePackets();
   }
@@ -243,12 +307,14 @@ void Job::WritePackets() {
 }
 
 void Job::End() {
-  m_decoder.Send(nullptr);
-  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame())
-    TakePicture(std::move(frame));
-  TakePicture(nullptr);
-  m_way->pStabilizer->End();
-  Stabilize();
+  if (!m_isComplete) {
+    DecodePicture(nullptr);
+    TakePicture(nullptr);
+    m_way->pStabilizer->End();
+    Stabilize();
+  }
+  if (m_frames == 0)
+    throw WorkError("no picture of " + m_input.FileName() + " lies in the range from --start to --end");
   m_way->pStabilizer->Finish();
   m_way->finish.Push(nullptr);
   Encode();
@@ -258,6 +324,7 @@ void Job::End() {
 }
 
 void Job::CheckLength() const {
+  if (m_isComplete) return;
   const std::optional<double> part = m_input.PartReached(m_clock.End());
   if (!part || *part >= 0.95) return;
   const std::string text = m_input.FileName() + " breaks off after " + std::to_string(m_frames) +
@@ -285,19 +352,25 @@ void Job::Close() {
     m_notes.Warn(leftOut);
 }
 
-void Job::Run() {
-  const FramePtr first = ReadFirstFrame();
-  MotionFileGuard motionFile(m_options.motionFile);
-  SetUp(*first);
-  TakePicture(FramePtr(Made(av_frame_clone(first.get()))));
-  for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame())
-    TakePicture(std::move(frame));
-  for (; !m_waiting.empty(); m_waiting.pop_front()) TakePacket(*m_waiting.front());
+/// Sound and subtitles may stand some seconds behind the pictures that they belong to.
+void Job::Read() {
+  constexpr std::int64_t kFarthestBehind = 10'000;  // milliseconds
   const PacketPtr packet = NewPacket();
   while (m_input.Read(*packet)) {
+    const bool isPicture = packet->stream_index == m_input.Picture().index;
+    if (m_isComplete && isPicture && packet->dts != AV_NOPTS_VALUE &&
+        m_range.IsBehind(packet->dts, kFarthestBehind))
+      return;
     TakePacket(*packet);
     av_packet_unref(packet.get());
   }
+}
+
+void Job::Run() {
+  const auto first = FindFirstFrame();
+  MotionFileGuard motionFile(m_options.motionFile);
+  SetUp(*first);
+  Read();
   End();
   CheckLength();
   Close();
@@ -309,5 +382,11 @@ void Job::Run() {
 void StabilizeFile(const Options& options, const std::string& inputName, const std::string& outputName,
                    const Notes& notes, std::FILE* terminal) {
   CheckFiles(options, inputName, outputName);
-  Job(options, inputName, outputName, notes, terminal).Run();
+  try {
+    Job(options, inputName, outputName, notes, terminal, options.tripod).Run();
+  } catch (const LeadInTooShort&) {
+    if (inputName == kStandardStream)
+      throw WorkError("the standard input has no key frame to begin with before --start; give it as a file");
+    Job(options, inputName, outputName, notes, terminal, true).Run();
+  }
 }

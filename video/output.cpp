@@ -12,18 +12,23 @@
 #include "host/workerror.h"
 #include "video/interruption.h"
 
-const AVOutputFormat& FormatOf(const std::string& fileName) {
-  const std::filesystem::path extension = std::filesystem::path(fileName).extension();
-  if (extension.empty())
-    throw UsageError("OUTPUT needs an extension that names its format, such as .mp4: " + fileName);
-  const AVOutputFormat* const format = av_guess_format(nullptr, fileName.c_str(), nullptr);
+const AVOutputFormat& FormatOf(const std::string& fileName, const std::string& extension) {
+  const std::string dotted =
+      extension.empty() ? std::filesystem::path(fileName).extension().string() : '.' + extension;
+  if (dotted.empty())
+    throw UsageError("OUTPUT needs an extension that names its format, such as .mp4, or --format: " +
+                     StreamName(fileName, "standard output"));
+  const std::string name = "file" + dotted;
+  const AVOutputFormat* const format = av_guess_format(nullptr, name.c_str(), nullptr);
   if (!format)
-    throw UsageError("no format is known by the extension " + extension.string() + ": " + fileName);
+    throw UsageError("no format is known by the extension " + dotted +
+                     (fileName == kStandardStream ? "" : ": " + fileName) + "; --format chooses another");
   // Formats for sound take a picture as their cover.
   const bool isSound = format->audio_codec != AV_CODEC_ID_NONE && format->video_codec == AV_CODEC_ID_PNG;
   if (format->video_codec == AV_CODEC_ID_NONE || isSound || (format->flags & AVFMT_NOFILE) != 0 ||
-      av_match_ext(fileName.c_str(), "m4a,m4b"))
-    throw UsageError(extension.string() + " files hold no video: " + fileName);
+      av_match_ext(name.c_str(), "m4a,m4b"))
+    throw UsageError(dotted + " files hold no video; --format chooses another: " +
+                     StreamName(fileName, "standard output"));
   return *format;
 }
 
@@ -36,15 +41,16 @@ bool HasFixedRate(const AVOutputFormat& format) {
          av_match_name(format.name, "asf") == 0;
 }
 
-Output::Output(const std::string& fileName) : m_fileName(fileName) {
+Output::Output(const std::string& fileName, const std::string& extension)
+    : m_fileName(StreamName(fileName, "standard output")) {
   AVFormatContext* format = nullptr;
-  Check(avformat_alloc_output_context2(&format, &FormatOf(fileName), nullptr, nullptr),
-        "cannot write " + fileName);
+  Check(avformat_alloc_output_context2(&format, &FormatOf(fileName, extension), nullptr, nullptr),
+        "cannot write " + m_fileName);
   m_pFormat.reset(format);
-  MakeTemporary();
-  format->url = Made(av_strdup(("file:" + m_temporary).c_str()));
+  const std::string url = fileName == kStandardStream ? "pipe:1" : "file:" + MakeTemporary();
+  format->url = Made(av_strdup(url.c_str()));
   // As a new file gets its rights, so does this one; it is empty until the libraries open it again.
-  Check(avio_open(&format->pb, format->url, AVIO_FLAG_WRITE), "cannot write " + fileName);
+  Check(avio_open(&format->pb, format->url, AVIO_FLAG_WRITE), "cannot write " + m_fileName);
 }
 
 Output::~Output() {
@@ -52,7 +58,7 @@ Output::~Output() {
   if (!m_temporary.empty()) unlink(m_temporary.c_str());
 }
 
-void Output::MakeTemporary() {
+std::string Output::MakeTemporary() {
   const std::filesystem::path path(m_fileName);
   const std::string folder = path.has_parent_path() ? path.parent_path().string() + '/' : "./";
   for (int attempt = 0;; ++attempt) {
@@ -62,7 +68,7 @@ void Output::MakeTemporary() {
     if (file >= 0) {
       close(file);
       m_temporary = name;
-      return;
+      return m_temporary;
     }
     if (errno != EEXIST)
       throw WorkError("cannot write into the folder " + folder + ": " + SystemReason(errno));
@@ -73,7 +79,12 @@ AVStream& Output::AddStream() { return *Made(avformat_new_stream(m_pFormat.get()
 
 void Output::Begin() {
   Dictionary options;
-  if (IsMovFamily(*m_pFormat->oformat)) options.Set("movflags", "+faststart");
+  if (IsMovFamily(*m_pFormat->oformat)) {
+    // Only a file has a start that can be written at the end.
+    options.Set("movflags", m_temporary.empty() ? "+frag_keyframe+delay_moov" : "+faststart");
+    // The length is to be exact, as files that are joined follow each other's ends.
+    options.Set("movie_timescale", "90000");
+  }
   Check(avformat_write_header(m_pFormat.get(), options.Entries()), "cannot write " + m_fileName);
   m_lastDts.assign(m_pFormat->nb_streams, AV_NOPTS_VALUE);
 }
@@ -105,6 +116,7 @@ void Output::Finish() {
   if (m_pFormat->pb) Check(m_pFormat->pb->error, what);
   Check(avio_closep(&m_pFormat->pb), what);
   CheckInterruption();
+  if (m_temporary.empty()) return;
   std::error_code error;
   std::filesystem::rename(m_temporary, m_fileName, error);
   if (error) throw WorkError(what + ": " + error.message());

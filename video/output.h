@@ -6,8 +6,9 @@
 
 #include "video/av.h"
 
-/// The format that a file name's extension stands for. Throws UsageError when it holds no video.
-const AVOutputFormat& FormatOf(const std::string& fileName);
+/// The format that an extension stands for: `extension`, or that of the file's name where it is empty. Throws
+/// UsageError when it holds no video.
+const AVOutputFormat& FormatOf(const std::string& fileName, const std::string& extension);
 
 /// Files of one family keep a display matrix, tag H.265 `hvc1`, and have an index that may stand in front.
 bool IsMovFamily(const AVOutputFormat& format);
@@ -16,11 +17,11 @@ bool IsMovFamily(const AVOutputFormat& format);
 bool HasFixedRate(const AVOutputFormat& format);
 
 /// A file that is written beside the one it becomes. It takes that one's place when it is finished, and
-/// vanishes when it is not.
+/// vanishes when it is not. "-" is the standard output.
 class Output {
  public:
   /// Throws WorkError when the folder cannot be written.
-  explicit Output(const std::string& fileName);
+  Output(const std::string& fileName, const std::string& extension);
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
@@ -39,7 +40,7 @@ class Output {
   void Finish();
 
  private:
-  void MakeTemporary();
+  std::string MakeTemporary();
   void KeepOrder(AVPacket& packet);
 
   std::string m_fileName, m_temporary;

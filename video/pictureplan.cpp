@@ -86,7 +86,7 @@ void Orient(PicturePlan& plan, const AVStream& stream, const AVFrame& first, boo
     plan.options = AsStored(plan.options, *matrix, first.width, first.height);
     return;
   }
-  plan.prepared.turn = TurnFilters(*matrix);
+  plan.prepared.filters = TurnFilters(*matrix);
   if (!SwapsSides(*matrix)) return;
   std::swap(plan.facts.width, plan.facts.height);
   if (plan.facts.pixelAspect.num > 0) plan.facts.pixelAspect = av_inv_q(plan.facts.pixelAspect);
@@ -131,6 +131,13 @@ void CheckRest(const PicturePlan& plan) {
     throw UsageError("--crop: less than a tenth of the picture would be left; give smaller margins");
 }
 
+/// Makes one picture of two that follow each other.
+void LaySideBySide(PictureTarget& target) {
+  constexpr int kDivider = 4;
+  target.filters = "tile=layout=2x1:color=white:padding=" + std::to_string(kDivider);
+  target.width = 2 * target.width + kDivider;
+}
+
 bool WritesCaptions(const AVCodec& encoder) {
   const AVClass* own = encoder.priv_class;
   const auto has = [&](const char* option) {
@@ -171,7 +178,7 @@ PicturePlan MakePicturePlan(const Options& options, const Input& input, const AV
   PicturePlan plan;
   plan.options = options;
   plan.facts = SourceFacts(input, first);
-  Orient(plan, input.Picture(), first, IsMovFamily(format));
+  Orient(plan, input.Picture(), first, IsMovFamily(format) && !options.compare);
   plan.encoder = &ChooseEncoder(options.encoding, format, outputName, plan.facts);
 
   const AVPixelFormat encoded = ChoosePixelFormat(*plan.encoder, plan.facts);
@@ -193,8 +200,11 @@ PicturePlan MakePicturePlan(const Options& options, const Input& input, const AV
                  .isFullRange = plan.facts.range == AVCOL_RANGE_JPEG};
   plan.stabilizer = FactsOf(plan.options, plan.stream, held);
   CheckRest(plan);
-  plan.facts.width = plan.finished.width = plan.stabilizer.width;
-  plan.facts.height = plan.finished.height = plan.stabilizer.height;
+  plan.finished.width = plan.stabilizer.width;
+  plan.finished.height = plan.stabilizer.height;
+  if (options.compare) LaySideBySide(plan.finished);
+  plan.facts.width = plan.finished.width;
+  plan.facts.height = plan.finished.height;
   plan.finished.format = encoded;
   return plan;
 }

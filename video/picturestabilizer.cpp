@@ -72,9 +72,14 @@ class PreciseStabilizer final : public PictureStabilizer {
   FramePtr Deliver() override {
     if (!m_engine.CanDeliver()) return nullptr;
     FramePtr frame = m_pool.Take(*m_lent.front());
-    const precise::FrameReport report = m_engine.Deliver(PlanesOf<std::uint8_t>(*frame));
+    precise::FrameReport report = m_engine.Deliver(PlanesOf<std::uint8_t>(*frame));
     m_lent.pop_front();
-    if (m_log) WriteReport(*m_log, report);
+    if (m_log && (frame->flags & AV_FRAME_FLAG_DISCARD) == 0) {
+      if (!m_firstLogged) m_firstLogged = report;
+      report.frame -= m_firstLogged->frame;
+      report.shot -= m_firstLogged->shot;
+      WriteReport(*m_log, report);
+    }
     return frame;
   }
 
@@ -89,6 +94,7 @@ class PreciseStabilizer final : public PictureStabilizer {
   precise::PictureFormat m_outputFormat;
   FramePool m_pool;
   std::optional<MotionLog> m_log;
+  std::optional<precise::FrameReport> m_firstLogged;
 };
 
 Options WithSize(Options options, const StreamFacts& stream) {

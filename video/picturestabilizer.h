@@ -17,7 +17,8 @@ class PictureStabilizer {
   /// No frame follows.
   virtual void End() = 0;
 
-  /// The oldest frame, stabilized; null when none is ready. Throws WorkError and std::bad_alloc.
+  /// The oldest frame, stabilized; null when none is ready. It is not logged where its flags say
+  /// AV_FRAME_FLAG_DISCARD. Throws WorkError and std::bad_alloc.
   virtual FramePtr Deliver() = 0;
 
   /// All frames are delivered. Throws WorkError.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <string_view>
@@ -73,29 +74,33 @@ void AddAttachment(const AVStream& stream, Output& output) {
 }
 
 /// The first packets of each stream of sound.
-std::map<int, std::vector<PacketPtr>> ReadSound(const std::string& fileName) {
-  constexpr int kMostPackets = 2000;
+std::map<int, std::vector<PacketPtr>> ReadSound(Input& input) {
+  constexpr std::int64_t kMostPackets = 2000, kMostBytes = 1 << 26;
   std::map<int, std::vector<PacketPtr>> sound;
-  Input input(fileName);
+  std::deque<PacketPtr> ahead;
   AVFormatContext& format = input.Format();
   for (unsigned i = 0; i < format.nb_streams; ++i)
     if (format.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) sound[static_cast<int>(i)];
   std::size_t missing = sound.size();
-  PacketPtr packet = NewPacket();
-  for (int count = 0; missing > 0 && count < kMostPackets && input.Read(*packet); ++count) {
-    const auto found = sound.find(packet->stream_index);
-    if (found != sound.end() && found->second.size() < kTrialPackets) {
-      found->second.push_back(std::move(packet));
-      packet = NewPacket();
-      if (found->second.size() == kTrialPackets) --missing;
+  std::int64_t bytes = 0;
+  for (std::int64_t count = 0; missing > 0 && count < kMostPackets && bytes < kMostBytes; ++count) {
+    const PacketPtr& packet = ahead.emplace_back(NewPacket());
+    if (!input.Read(*packet)) {
+      ahead.pop_back();
+      break;
     }
-    av_packet_unref(packet.get());
+    bytes += packet->size;
+    const auto found = sound.find(packet->stream_index);
+    if (found == sound.end() || found->second.size() >= kTrialPackets) continue;
+    found->second.emplace_back(Made(av_packet_clone(packet.get())));
+    if (found->second.size() == kTrialPackets) --missing;
   }
+  input.PutBack(std::move(ahead));
   return sound;
 }
 
-/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all that
-/// a format tells of its time. A pipe cannot be read for that.
+/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all
+/// that a format tells of its time. A pipe cannot be read for that.
 bool RunsThrough(const std::string& fileName, const AVStream& stream) {
   constexpr double kMostSeconds = 0.03;
   std::error_code ignored;
@@ -120,7 +125,7 @@ bool RunsThrough(const std::string& fileName, const AVStream& stream) {
 /// Chooses a way for one stream after the other.
 class Planner {
  public:
-  Planner(const Input& input, Output& output)
+  Planner(Input& input, Output& output)
       : m_input(input), m_output(output), m_format(*output.Format().oformat) {}
 
   /// Null where none is needed or none is there; `isLeftOut` tells which.
@@ -182,8 +187,8 @@ class Planner {
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
         (!fillsStart || RunsThrough(m_input.FileName(), stream));
-    if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input.FileName());
-    if (canCopy && DecodesFrom(m_format, stream, m_sound[stream.index])) return Copy(stream);
+    if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input);
+    if (canCopy && DecodesFrom(m_output.Format(), stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =
         av_guess_codec(&m_format, nullptr, m_output.FileName().c_str(), nullptr, AVMEDIA_TYPE_AUDIO);
     const AVCodec* const encoder = FindEncoder(codec);
@@ -220,7 +225,7 @@ class Planner {
     return nullptr;
   }
 
-  const Input& m_input;
+  Input& m_input;
   Output& m_output;
   const AVOutputFormat& m_format;
   std::map<int, std::vector<PacketPtr>> m_sound;
@@ -238,7 +243,7 @@ std::string Describe(const AVStream& stream) {
 
 }  // namespace
 
-SideStreams::SideStreams(const Input& input, Output& output) {
+SideStreams::SideStreams(Input& input, Output& output) {
   Planner planner(input, output);
   const AVFormatContext& format = input.Format();
   for (unsigned i = 0; i < format.nb_streams; ++i) {

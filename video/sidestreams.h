@@ -25,7 +25,7 @@ class SideStream {
 class SideStreams {
  public:
   /// Adds the streams to the output. Throws WorkError.
-  SideStreams(const Input& input, Output& output);
+  SideStreams(Input& input, Output& output);
 
   void Take(AVPacket& packet);
   void End();

@@ -5,6 +5,7 @@
 
 #include "video/input.h"
 #include "video/output.h"
+#include "video/range.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ bool HoldsChapters(const AVOutputFormat& format) {
   return IsMovFamily(format) || av_match_name(format.name, "matroska,webm,asf,nut") != 0;
 }
 
-void CopyFileTags(const Input& input, Output& output) {
+void CopyFileTags(const Input& input, const Range& range, Output& output) {
   const AVFormatContext& from = input.Format();
   AVFormatContext& to = output.Format();
   CopyDictionary(from.metadata, &to.metadata);
@@ -69,12 +70,14 @@ void CopyFileTags(const Input& input, Output& output) {
   to.chapters = static_cast<AVChapter**>(Made(av_calloc(from.nb_chapters, sizeof(AVChapter*))));
   for (unsigned i = 0; i < from.nb_chapters; ++i) {
     const AVChapter& chapter = *from.chapters[i];
-    auto* const copy = static_cast<AVChapter*>(Made(av_mallocz(sizeof(AVChapter))));
     const std::int64_t origin = input.OriginIn(chapter.time_base);
+    std::int64_t start = chapter.start - origin, end = chapter.end - origin;
+    if (!range.Cut(start, end, chapter.time_base)) continue;
+    auto* const copy = static_cast<AVChapter*>(Made(av_mallocz(sizeof(AVChapter))));
     copy->id = chapter.id;
     copy->time_base = chapter.time_base;
-    copy->start = chapter.start - origin;
-    copy->end = chapter.end - origin;
+    copy->start = start;
+    copy->end = end;
     CopyDictionary(chapter.metadata, &copy->metadata);
     to.chapters[to.nb_chapters++] = copy;
   }

@@ -4,6 +4,7 @@
 
 class Input;
 class Output;
+class Range;
 
 // What goes from one file to the other as it is.
 
@@ -13,7 +14,7 @@ int CopyParameters(const AVStream& from, AVStream& to, const AVOutputFormat* for
 /// Tags, language, disposition.
 void CopyTags(const AVStream& from, AVStream& to, bool isEncodedAnew);
 
-/// The file's own tags, and its chapters.
-void CopyFileTags(const Input& input, Output& output);
+/// The file's own tags, and the chapters of the range.
+void CopyFileTags(const Input& input, const Range& range, Output& output);
 
 bool HoldsChapters(const AVOutputFormat& format);

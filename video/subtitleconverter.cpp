@@ -9,7 +9,6 @@
 namespace {
 
 constexpr std::size_t kLongestSubtitle = 1 << 16;
-constexpr AVRational kMilliseconds = {1, 1000};
 
 }  // namespace
 

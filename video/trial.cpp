@@ -63,13 +63,14 @@ IoPtr OpenMemory(Memory& memory, bool isOutput) {
 }
 
 /// Throws WorkError when the muxer refuses.
-void WriteTrial(const AVOutputFormat& format, const AVStream& stream, std::span<const PacketPtr> packets,
+void WriteTrial(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets,
                 Memory& memory) {
   AVFormatContext* context = nullptr;
-  Check(avformat_alloc_output_context2(&context, &format, nullptr, nullptr), "trial");
+  Check(avformat_alloc_output_context2(&context, output.oformat, nullptr, nullptr), "trial");
   const MuxerPtr muxer(context);
   const IoPtr io = OpenMemory(memory, true);
   context->pb = io.get();
+  context->pb->seekable = output.pb->seekable;
   Check(CopyParameters(stream, *Made(avformat_new_stream(context, nullptr))), "trial");
   Check(avformat_write_header(context, nullptr), "trial");
   for (const PacketPtr& original : packets) {
@@ -100,10 +101,10 @@ bool DecodesSound(AVFormatContext& format, const AVCodecParameters& wanted) {
 
 }  // namespace
 
-bool DecodesFrom(const AVOutputFormat& format, const AVStream& stream, std::span<const PacketPtr> packets) {
+bool DecodesFrom(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets) {
   try {
     Memory memory;
-    WriteTrial(format, stream, packets, memory);
+    WriteTrial(output, stream, packets, memory);
     const IoPtr io = OpenMemory(memory, false);
     AVFormatContext* context = Made(avformat_alloc_context());
     context->pb = io.get();

@@ -214,7 +214,7 @@ TEST_F(LoopTwins, WarpPlanesAlongAnyLines) {
   for (int round = 0; round < 5000; ++round) {
     // Samples may be larger than their bits allow.
     const int depths[] = {8, 8, 9, 10, 12, 14, 15, 16}, bits = depths[Any(0, 7)], size = bits > 8 ? 2 : 1;
-    const std::int32_t width = Any(4, round % 20 == 0 ? 900 : 150), height = Any(4, 40);
+    const std::int32_t width = Any(4, round % 8 == 0 ? 900 : 150), height = Any(4, 40);
     const std::ptrdiff_t stride = std::ptrdiff_t{size} * (width + Any(0, 2)), last = stride * (height - 1);
     const bool isUpward = Any(0, 1) == 0;
     AlikePlanes planes = {};
@@ -223,15 +223,17 @@ TEST_F(LoopTwins, WarpPlanesAlongAnyLines) {
       planes[static_cast<std::size_t>(i)] = {samples.data() + (isUpward ? last : 0),
                                              isUpward ? -stride : stride, width, height, bits};
     }
-    // Rows of a picture that is turned, or any rows.
+    // Rows of a picture that is turned, or any rows, which may lead far off the plane.
     SourceLine line = AnyLine(width, height);
-    const double advance = Any(0, 3) > 0 ? 1 : AnyReal(-2, 2);
-    const auto advanceX = static_cast<std::int64_t>(-advance * static_cast<double>(line.stepY));
-    const auto advanceY = static_cast<std::int64_t>(advance * static_cast<double>(line.stepX));
+    const bool isPicture = Any(0, 2) > 0;
+    const std::int64_t advanceX = isPicture ? -line.stepY : Any(0, 1) * Any(-40, 40) * kOneSample;
+    const std::int64_t advanceY = isPicture ? line.stepX : Any(-8, 8) * (kOneSample / 3);
+    const std::int32_t off = Any(0, 3) > 0 ? 1 : Any(2, 40);
     std::vector<WarpedRow> rows(static_cast<std::size_t>(Any(1, kMaxWarpedRows)));
     for (WarpedRow& row : rows) {
       row.line = line;
-      row.covered = ColumnsInside(line, Within(width, -1, 0), Within(height, -1, 0), {Any(0, 3), width - 2});
+      row.covered = ColumnsInside(line, Within(width, -off, 1 - off), Within(height, -off, 1 - off),
+                                  {Any(0, 3), width - 2});
       row.inside = ColumnsInside(line, Within(width, 1, 2), Within(height, 1, 2), row.covered);
       line.startX += advanceX;
       line.startY += advanceY;
