@@ -305,8 +305,7 @@ TEST_F(Facade, ReportsAKernelThatCannotBeSetUpAndAFrameWithoutSize) {
 
 TEST_F(Facade, AResetThatFailsStopsThereAndLeavesTheStoreLocked) {
   FailingAttributes::writesLeft = 4;
-  *m_pFacade.ReleaseAndGetAddressOf() =
-      new CVKVStabilizeImpl(GUID_NULL, &m_callback, &FailingAttributes::Create);
+  *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(&m_callback, &FailingAttributes::Create);
   EXPECT_EQ(FailingAttributes::writesLeft, -1) << "four writes and one that failed";
   m_pFacade->Attributes()->UnlockStore();
   EXPECT_EQ(m_callback.calls, 1);
@@ -338,7 +337,7 @@ TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStore) {
 TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
   static bool fails = true;
   *m_pFacade.ReleaseAndGetAddressOf() =
-      new CVKVStabilizeImpl(GUID_NULL, &m_callback, [](IMFAttributes** attributes, UINT32 size) {
+      new CVKVStabilizeImpl(&m_callback, [](IMFAttributes** attributes, UINT32 size) {
         return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
       });
   m_pFacade->DetachCallback();
@@ -372,7 +371,7 @@ TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
 
 TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
   const auto fail = [](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; };
-  *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, &m_callback, fail);
+  *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(&m_callback, fail);
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->LoadAttributes(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->SaveAttributes(), MF_E_NOT_INITIALIZED) << "saving makes none";
@@ -395,7 +394,7 @@ TEST_F(Facade, ReadsNoEngineThatIsHalfLoaded) {
   static bool isFirst = true;
   FailingAttributes::writesLeft = static_cast<int>(kSettingDefaults.size());
   *m_pFacade.ReleaseAndGetAddressOf() =
-      new CVKVStabilizeImpl(GUID_NULL, nullptr, [](IMFAttributes** attributes, UINT32 size) {
+      new CVKVStabilizeImpl(nullptr, [](IMFAttributes** attributes, UINT32 size) {
         return std::exchange(isFirst, false) ? FailingAttributes::Create(attributes, size)
                                              : MFCreateAttributes(attributes, size);
       });

@@ -130,6 +130,6 @@ long EngineTest::LiveAllocations() { return g_liveAllocations; }
 
 Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;
-  *facade.GetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, callback, &CreateAttributes);
+  *facade.GetAddressOf() = new CVKVStabilizeImpl(callback, &CreateAttributes);
   return facade;
 }

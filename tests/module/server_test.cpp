@@ -45,12 +45,11 @@ class Server : public EngineTest {
   }
 
   static std::string Text(const std::string& keyName, const char* valueName = nullptr) {
-    CRegistryKey key;
-    std::array<char, MAX_PATH> text = {};
-    DWORD size = 0;
-    if (key.Open(HKEY_CLASSES_ROOT, keyName.c_str(), KEY_READ) != ERROR_SUCCESS) return "(no key)";
-    key.QueryData(valueName, std::as_writable_bytes(std::span(text)), &size);
-    return text.data();
+    HKEY key = nullptr;
+    if (RegOpenKeyA(HKEY_CLASSES_ROOT, keyName.c_str(), &key) != ERROR_SUCCESS) return "(no key)";
+    RegCloseKey(key);
+    const auto text = ReadRegistryValue(HKEY_CLASSES_ROOT, keyName.c_str(), valueName, RRF_RT_REG_SZ);
+    return text ? reinterpret_cast<const char*>(text->data()) : "";
   }
 
   static void RegisterServer(const std::string& path) {
