@@ -18,6 +18,10 @@ if(VSTABILIZE_SANITIZE)
   target_compile_options(project_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                    -fno-omit-frame-pointer)
   target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    # libFuzzer watches which code its inputs reach.
+    target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link)
+  endif()
 endif()
 
 function(publish_room target folder)

@@ -1,0 +1,140 @@
+// A stream through the precise engine: the scalar loops, the vector loops, and these with rows in pieces and
+// frames skipped, in step.
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <memory>
+
+#include "fuzz/target.h"
+#include "precise/stabilizer.h"
+#include "support/planarscene.h"
+
+namespace precise {
+namespace {
+
+/// Planes in blocks of their exact size, so that the sanitizers see what is read or written beside them.
+struct Planes {
+  explicit Planes(const PictureFormat& format, bool isBottomUp = false, std::uint8_t fill = 0) {
+    for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
+      const int plane = static_cast<int>(i);
+      const std::ptrdiff_t row = std::ptrdiff_t{format.PlaneWidth(plane)} * format.BytesPerSample();
+      bytes[i].resize(static_cast<std::size_t>(row * format.PlaneHeight(plane)), fill);
+      picture[i] = {bytes[i].data(), row};
+      if (isBottomUp) picture[i] = {&bytes[i].back() + 1 - row, -row};
+      constPicture[i] = {picture[i].data, picture[i].strideBytes};
+    }
+  }
+
+  std::array<std::vector<std::uint8_t>, kMaxPlanes> bytes;
+  Picture picture;
+  ConstPicture constPicture;
+};
+
+PictureFormat ChooseFormat(Choices& choices) {
+  const std::int32_t most = choices.OneOf({40, 24, 40, 4, 40, 90, 24, 40, 24, 330});
+  return {.width = choices.Number(1, most),
+          .height = choices.Number(1, most),
+          .planes = choices.Number(1, kMaxPlanes),
+          .bitsPerSample = choices.OneOf({8, 10, 16, 8, 12, 14, 9, 15}),
+          .chromaShiftX = choices.Number(0, 2),
+          .chromaShiftY = choices.Number(0, 2),
+          .chromaSiteX = choices.OneOf({0.0, 0.5, 1.5, -4.0, 4.0}),
+          .chromaSiteY = choices.OneOf({0.0, 0.5, 1.5, -4.0, 4.0}),
+          .pixelAspect = choices.OneOf({1.0, 4.0 / 3, 0.5, 1.0 / 16, 16.0})};
+}
+
+Settings ChooseSettings(Choices& choices, const PictureFormat& format) {
+  const auto margin = [&](std::int32_t side) { return choices.Number(0, 2 * (side - 1)) / 4.0; };
+  Settings settings = {.window = 2 * choices.Number(1, 5),
+                       .marginX = choices.Once(3) ? 0 : margin(format.width),
+                       .marginY = choices.Once(3) ? 0 : margin(format.height) / choices.Number(1, 4),
+                       .clipping = choices.OneOf({Clipping::Stretch, Clipping::Crop, Clipping::Outline}),
+                       .interpolation = choices.OneOf(
+                           {Interpolation::Bicubic, Interpolation::Bilinear, Interpolation::Nearest}),
+                       .correctRoll = !choices.Once(4),
+                       .tripod = choices.Once(4),
+                       .findCuts = !choices.Once(4),
+                       .keepBackground = choices.Once(3)};
+  if (choices.Once(4))
+    settings.estimateFrom = {choices.Number(-9, format.width), choices.Number(-9, format.height),
+                             choices.Number(0, format.width + 9), choices.Number(0, format.height + 9)};
+  for (std::uint16_t& sample : settings.background)
+    sample = static_cast<std::uint16_t>(choices.Number(0, (1 << format.bitsPerSample) - 1));
+  return settings;
+}
+
+/// What a camera takes, or what none would: noise, also of words that say too much, or a flat field.
+void Shoot(Choices& choices, const PictureFormat& format, Planes& planes) {
+  const std::uint32_t kind = choices.Byte() % 8;
+  const Take take = {.pose = MakePose(choices.Number(-60, 60) / 8.0, choices.Number(-60, 60) / 8.0,
+                                      choices.Number(-40, 40) / 10.0, choices.Number(90, 110) / 100.0),
+                     .scene = choices.Once(6) ? 2U : 1U,
+                     .gain = choices.OneOf({1.0, 1.0, 0.5}),
+                     .noise = choices.OneOf({0.0, 0.0, 4.0})};
+  const PlanarFrame shot = kind < 5 ? ::Shoot(format, take) : PlanarFrame{};
+  for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
+    std::vector<std::uint8_t>& bytes = planes.bytes[i];
+    if (kind == 7) std::ranges::fill(bytes, static_cast<std::uint8_t>(choices.OneOf({0, 255, 128})));
+    if (kind == 5 || kind == 6) choices.Fill(bytes);
+    const auto step = static_cast<std::size_t>(format.BytesPerSample());
+    for (std::size_t k = 0; k < shot[i].size(); ++k) {
+      const auto sample = static_cast<std::uint16_t>(shot[i][k] << (format.bitsPerSample - 8));
+      std::memcpy(&bytes[k * step], &sample, step);
+    }
+  }
+}
+
+/// Rows in pieces of any size, the last ones first.
+RowRunner Pieces(std::int32_t most) {
+  return [most](std::int32_t rows, RowWork work, const void* context) {
+    for (std::int32_t end = rows, begin; end > 0; end = begin) {
+      begin = std::max(end - 1 - end * 7 % most, 0);
+      work(context, begin, end);
+    }
+  };
+}
+
+void Live(Choices& choices) {
+  const PictureFormat format = ChooseFormat(choices);
+  const Settings settings = ChooseSettings(choices, format);
+  if (!AreUsable(format, settings)) return;
+  const PictureFormat shown = OutputFormat(format, settings);
+  CStabilizer scalar(format, settings, SimdLevel::Scalar), vector(format, settings),
+      pieces(format, settings, SimdLevel::Avx2, Pieces(choices.Number(1, 40)));
+  std::deque<Planes> lent;
+  const auto deliver = [&] {
+    Require(vector.CanDeliver() == scalar.CanDeliver() && pieces.CanDeliver() == scalar.CanDeliver(),
+            "engines deliver at the same time");
+    if (!scalar.CanDeliver()) return false;
+    Planes expected(shown);
+    const FrameReport report = scalar.Deliver(expected.picture);
+    for (CStabilizer* const other : {&vector, &pieces}) {
+      const bool skips = other == &pieces && !settings.keepBackground && choices.Once(8);
+      Planes actual(shown, false, 90);
+      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.picture);
+      Require(std::memcmp(&report, &same, sizeof same) == 0, "reports are equal");
+      Require(skips || expected.bytes == actual.bytes, "pictures are equal");
+    }
+    lent.pop_front();
+    return true;
+  };
+  while (choices.AreLeft()) {
+    Shoot(choices, format, lent.emplace_back(format, choices.Once(3)));
+    for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->Push(lent.back().constPicture);
+    deliver();
+  }
+  for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->End();
+  while (deliver()) {
+  }
+  Require(lent.empty(), "all frames come out");
+}
+
+}  // namespace
+}  // namespace precise
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Choices choices({data, size});
+  precise::Live(choices);
+  return 0;
+}
