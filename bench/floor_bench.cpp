@@ -112,9 +112,10 @@ std::string Iterations(const Settings& settings, const std::vector<Frame>& clip,
                        const KernelOps& ops) {
   auto levels = MakePyramid(frame.width, frame.height);
   RotationScratch scratch(frame.width, frame.height);
+  Frame copy = clip[0];
   std::vector<int> iterations(levels.size());
   for (const Frame& pixels : clip) {
-    BuildPyramid(levels, pixels.data(), frame, {0, 0, frame.width, frame.height}, nullptr, ops);
+    BuildPyramid(levels, pixels.data(), frame, {0, 0, frame.width, frame.height}, copy.data(), ops);
     if (&pixels == clip.data()) continue;
     EstimateMotion(levels, static_cast<std::uint32_t>(settings.coefficients), settings.quality, scratch, ops);
     for (std::size_t i = 0; i < levels.size(); ++i) iterations[i] += levels[i].iterations;

@@ -15,8 +15,8 @@ class LiveObjects {
   inline static LONG s_count = 0;
 };
 
-/// Counts as a living object of the module. Base of everything that a client may hold longest of all: the
-/// transform, its facade and its settings store.
+/// Counts as a living object of the module. Base of the objects that a client may still hold when it has
+/// released all others: the transform, its facade and its settings store.
 class BaseObject {
  public:
   BaseObject(const BaseObject&) = delete;

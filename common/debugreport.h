@@ -10,8 +10,7 @@ struct DebugReporter {
 /// outlive its use.
 const DebugReporter* SetDebugReporter(const DebugReporter* reporter);
 
-/// Reports the text of a condition that does not hold, with the source file's name. The flow goes on either
-/// way.
+/// Reports the text of a condition that does not hold, with the source file's name. The program goes on.
 void DebugAssert(bool holds, const char* condition, const char* file);
 
 /// Reports a line of text, formatted as by printf.

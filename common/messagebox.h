@@ -6,7 +6,7 @@
 
 using MessageBoxFunction = int(WINAPI*)(HWND owner, const char* text, const char* caption, UINT style);
 
-/// Replaces how messages are shown, at first by the system's message box, and returns the way before.
+/// Sets the function that shows messages, at first the system's message box, and returns the one before.
 MessageBoxFunction SetMessageBox(MessageBoxFunction function);
 
 /// Shows an error to the person at the screen.

@@ -71,7 +71,7 @@ bool IsFile(const char* path) {
 }
 
 bool IsSameFile(const char* first, const char* second) {
-  // While both are open their identities stay theirs.
+  // Both stay open during the comparison: the system may give a closed file's identity to another.
   const IdentifiedFile a(first), b(second);
   const std::optional<FileIdentity> identity = a.Identity();
   return identity && identity == b.Identity();

@@ -3,36 +3,33 @@
 #include <windows.h>
 
 #include <cstddef>
+#include <optional>
 #include <span>
+#include <vector>
 
-/// An open registry key, closed with the object. Functions give Win32 error codes.
+/// A registry key to write to, closed with the object. Functions give Win32 error codes.
 class CRegistryKey {
  public:
-  /// `view` holds the KEY_WOW64_… bits that every access uses. With a transaction, keys are opened and
-  /// created in it where the system can; the transaction stays the caller's.
-  explicit CRegistryKey(REGSAM view = 0, HANDLE transaction = nullptr)
-      : m_view(view), m_transaction(transaction) {}
+  CRegistryKey() = default;
   ~CRegistryKey() { Close(); }
   CRegistryKey(const CRegistryKey&) = delete;
   CRegistryKey& operator=(const CRegistryKey&) = delete;
 
-  LSTATUS Open(HKEY parent, const char* name, REGSAM access);
   LSTATUS Create(HKEY parent, const char* name, REGSAM access);
-  void Close();
-
   /// To open keys below; null when none is open.
   HKEY Handle() const { return m_key; }
 
-  /// Type and size in bytes of a value.
-  LSTATUS QueryType(const char* name, DWORD* type, DWORD* size) const;
-  /// The value's bytes; fails when it does not fit the buffer. `size` receives how many there are.
-  LSTATUS QueryData(const char* name, std::span<std::byte> buffer, DWORD* size) const;
   LSTATUS SetData(const char* name, DWORD type, std::span<const std::byte> data) const;
   /// Writes a REG_SZ with its terminating null; ERROR_INVALID_PARAMETER for a null text.
   LSTATUS SetText(const char* name, const char* text) const;
 
  private:
+  void Close();
+
   HKEY m_key = nullptr;
-  REGSAM m_view;
-  HANDLE m_transaction;
 };
+
+/// The bytes of a value under `key` of `parent` if it has the one type that `typeFlag` (RRF_RT_…) names; a
+/// text has its terminating null. Throws std::bad_alloc.
+std::optional<std::vector<std::byte>> ReadRegistryValue(HKEY parent, const char* key, const char* name,
+                                                        DWORD typeFlag);

@@ -39,7 +39,7 @@ void MyAttributes::Replace(ComPtr<IMFAttributes> inner) {
 template <class Function>
 HRESULT MyAttributes::Write(Function write) {
   const CStoreLock lock(this);
-  m_dirty = true;  // whatever comes of it
+  m_dirty = true;  // also if the write fails
   return write(Inner().Get());
 }
 
@@ -52,14 +52,6 @@ STDMETHODIMP MyAttributes::QueryInterface(REFIID iid, void** object) {
   return S_OK;
 }
 
-STDMETHODIMP_(ULONG) MyAttributes::AddRef() { return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount)); }
-
-STDMETHODIMP_(ULONG) MyAttributes::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) delete this;
-  return static_cast<ULONG>(count);
-}
-
 STDMETHODIMP MyAttributes::LockStore() {
   m_lock.lock();
   ++m_lockDepth;
@@ -67,7 +59,7 @@ STDMETHODIMP MyAttributes::LockStore() {
 }
 
 STDMETHODIMP MyAttributes::UnlockStore() {
-  // Still locked, so that no callback is called once SetCallback has returned.
+  // The callback is called under the lock, so that none is called after SetCallback has returned.
   if (m_lockDepth == 1 && m_dirty && m_pCallback) m_pCallback->AttributesChanged();
   --m_lockDepth;
   m_lock.unlock();

@@ -7,21 +7,22 @@
 
 #include "common/baseobject.h"
 #include "common/criticalsection.h"
+#include "common/refcounted.h"
 
 /// Hears of changes in a `MyAttributes`.
 class MyAttributesCallback {
  public:
-  /// Called with the store locked, once for all writes since the outermost lock was taken.
+  /// Called with the store locked, once for all writes between its outermost lock and unlock.
   virtual HRESULT AttributesChanged() = 0;
 
  protected:
   ~MyAttributesCallback() = default;
 };
 
-/// An attribute store that tells a callback when its items were written: one notification when the outermost
-/// lock is released after a write, a write by itself being locked too. Deletions and reads neither wait for
-/// the lock nor notify.
-class MyAttributes final : private MediaFoundationSamples::BaseObject, public IMFAttributes {
+/// An attribute store that tells a callback when its items were written. Each write takes the store's lock;
+/// when the outermost lock is released after a write, the callback is called once. Deletions and reads
+/// neither wait for the lock nor notify.
+class MyAttributes final : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
 
@@ -31,23 +32,20 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public IM
   MyAttributes(const MyAttributes&) = delete;
   MyAttributes& operator=(const MyAttributes&) = delete;
 
-  /// Whom to notify; null for nobody. After the return a callback set before is not called any more.
+  /// Sets whom to notify; null for nobody. Once this returns, the callback set before is not called any more.
   void SetCallback(MyAttributesCallback* callback);
 
-  /// Drops a notification that is due. To be called with the store locked.
+  /// Drops a notification that is due. Called with the store locked.
   void ClearDirty();
 
-  /// The inner store of this moment: items that are read from it belong together, even if others take their
-  /// place meanwhile.
+  /// The present inner store. Items read from it belong together, even if `Replace` comes in between.
   Microsoft::WRL::ComPtr<IMFAttributes> Inner() const;
 
-  /// A write that puts all items of another store in the place of those here, at once for whoever reads.
+  /// Replaces all items by those of another store, as one write: readers see either all old or all new ones.
   void Replace(Microsoft::WRL::ComPtr<IMFAttributes> inner);
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
-  STDMETHODIMP_(ULONG) Release() override;
 
   // IMFAttributes
   STDMETHODIMP GetItem(REFGUID key, PROPVARIANT* value) override;
@@ -84,13 +82,12 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public IM
  private:
   explicit MyAttributes(Microsoft::WRL::ComPtr<IMFAttributes> attributes)
       : m_pAttributes(std::move(attributes)) {}
-  ~MyAttributes() = default;
+  ~MyAttributes() override = default;
 
   template <class Function>
   HRESULT Write(Function write);
 
-  LONG m_nRefCount = 1;
-  mutable CCriticalSection m_innerLock;                 // for a copy or an exchange, no longer
+  mutable CCriticalSection m_innerLock;                 // held for a copy or an exchange only
   Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;  // guarded by it
   CCriticalSection m_lock;
   // Guarded by the lock:

@@ -1,11 +1,10 @@
 #include <windows.h>
 
 #include <cstddef>
-#include <memory>
 #include <mfapi.h>
 #include <mferror.h>
-#include <span>
 #include <utility>
+#include <vector>
 #include <wrl/client.h>
 
 #include "common/comboundary.h"
@@ -15,22 +14,12 @@
 
 using Microsoft::WRL::ComPtr;
 
-// Where the settings stand between runs, and how they go back to their defaults.
+// Saving and loading the settings, and resetting them to their defaults.
 
 namespace {
 
 constexpr char kKeyName[] = "SOFTWARE\\Varkon Systems, Inc.\\MF\\Transforms\\VStabilize";
 constexpr char kValueName[] = "Attributes";
-
-/// Bytes for one blob, rounded up to 16.
-struct BlobBuffer {
-  explicit BlobBuffer(std::size_t size)
-      : bytes(std::make_unique_for_overwrite<std::byte[]>((size + 15) / 16 * 16)), view(bytes.get(), size) {}
-  UINT8* Data() const { return reinterpret_cast<UINT8*>(bytes.get()); }
-
-  std::unique_ptr<std::byte[]> bytes;
-  std::span<std::byte> view;
-};
 
 }  // namespace
 
@@ -40,7 +29,7 @@ HRESULT CVKVStabilizeImpl::WriteDefaults(IMFAttributes* store) {
   store->LockStore();
   for (const SettingDefault& setting : kSettingDefaults) {
     const HRESULT hr = store->SetUINT32(setting.key, setting.value);
-    // The store stays locked and the rest as it was: what depends on a whole reset must not go on.
+    // The store stays locked: nobody may go on with settings that are half reset.
     if (FAILED(hr)) return hr;
   }
   store->UnlockStore();
@@ -52,19 +41,15 @@ STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
     HRESULT hr = CreateStore();
     if (FAILED(hr)) return hr;
 
-    CRegistryKey key;
-    DWORD type = REG_NONE, size = 0;
-    if (key.Open(HKEY_CURRENT_USER, kKeyName, KEY_READ) != ERROR_SUCCESS ||
-        key.QueryType(kValueName, &type, &size) != ERROR_SUCCESS || type != REG_BINARY)
-      return S_OK;
-    const BlobBuffer blob(size);
-    if (key.QueryData(kValueName, blob.view, &size) != ERROR_SUCCESS) return S_OK;
+    const auto blob = ReadRegistryValue(HKEY_CURRENT_USER, kKeyName, kValueName, RRF_RT_REG_BINARY);
+    if (!blob) return S_OK;
 
-    // Filled aside: others read this store meanwhile, and would find it empty and half full.
+    // A second store is filled, as readers of this one would meanwhile find it empty or half full.
     ComPtr<IMFAttributes> loaded;
     hr = m_createAttributes(&loaded, static_cast<UINT32>(kSettingDefaults.size()));
     if (FAILED(hr)) return hr;
-    hr = MFInitAttributesFromBlob(loaded.Get(), blob.Data(), size);
+    hr = MFInitAttributesFromBlob(loaded.Get(), reinterpret_cast<const UINT8*>(blob->data()),
+                                  static_cast<UINT32>(blob->size()));
     if (SUCCEEDED(hr))
       Store()->Replace(std::move(loaded));
     else
@@ -79,15 +64,15 @@ STDMETHODIMP CVKVStabilizeImpl::SaveAttributes() {
     CRegistryKey key;
     LSTATUS status = key.Create(HKEY_CURRENT_USER, kKeyName, KEY_READ | KEY_WRITE);
     if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
-    // Size and content of one moment.
+    // No write may come between asking for the size and for the content.
     const CStoreLock lock(Store());
     UINT32 size = 0;
     HRESULT hr = MFGetAttributesAsBlobSize(Store(), &size);
     if (FAILED(hr)) return hr;
-    const BlobBuffer blob(size);
-    hr = MFGetAttributesAsBlob(Store(), blob.Data(), size);
+    std::vector<std::byte> blob(size);
+    hr = MFGetAttributesAsBlob(Store(), reinterpret_cast<UINT8*>(blob.data()), size);
     if (FAILED(hr)) return hr;
-    status = key.SetData(kValueName, REG_BINARY, blob.view);
+    status = key.SetData(kValueName, REG_BINARY, blob);
     return HRESULT_FROM_WIN32(status);
   });
 }

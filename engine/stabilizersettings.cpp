@@ -35,9 +35,17 @@ CropMargins ClampCropMargins(CropMargins margins, FrameSize frame) {
   return {ClampMargin(margins.leftRight, frame.width), ClampMargin(margins.topBottom, frame.height)};
 }
 
+bool IsCropping(const StabilizerSettings& settings) {
+  return settings.CropEnabled && settings.ClippingOption == static_cast<std::int32_t>(ClippingOption::Crop);
+}
+
+bool ChangesFrameSize(const StabilizerSettings& settings) {
+  return settings.Enabled && IsCropping(settings) &&
+         (settings.LeftRightCropMargin > 0 || settings.TopBottomCropMargin > 0);
+}
+
 FrameSize GetOutputSize(const StabilizerSettings& settings, FrameSize frame) {
-  if (!settings.CropEnabled || settings.ClippingOption != static_cast<std::int32_t>(ClippingOption::Crop))
-    return frame;
+  if (!IsCropping(settings)) return frame;
   const CropMargins margins =
       ClampCropMargins({settings.LeftRightCropMargin, settings.TopBottomCropMargin}, frame);
   return {frame.width - 2 * margins.leftRight, frame.height - 2 * margins.topBottom};

@@ -5,11 +5,10 @@
 
 #include "kernel/kernelparams.h"
 
-/// Snapshot of all settings, as the kernel is initialised with them. Any 32-bit value may stand in the
-/// numbers; they are made safe where they are used.
+/// Snapshot of all settings. Numbers may have any 32-bit value; whoever uses one checks it.
 struct StabilizerSettings {
   bool Enabled = true;
-  Rect ROI = {0, 0, 10000, 10000};  ///< clipped to the frame, so larger than any frame means the whole of it
+  Rect ROI = {0, 0, 10000, 10000};  ///< clipped to the frame
   bool ROIEnabled = false;
   std::int32_t GlobalEstimationCoefficients = 0;
   std::int32_t GlobalEstimationQuality = 2;
@@ -38,8 +37,14 @@ Rect NormalizeRoi(Rect roi, FrameSize frame);
 /// Limits each margin to 0 … half the frame less one pixel.
 CropMargins ClampCropMargins(CropMargins margins, FrameSize frame);
 
-/// Size of the frames that come out for frames of size `frame`: smaller only when cropping with the option
-/// crop.
+/// Whether the clipping option is crop, and cropping is on.
+bool IsCropping(const StabilizerSettings& settings);
+
+/// Whether output frames are smaller than input frames.
+bool ChangesFrameSize(const StabilizerSettings& settings);
+
+/// Size of the output frames for input frames of size `frame`. Only the clipping option crop makes them
+/// smaller.
 FrameSize GetOutputSize(const StabilizerSettings& settings, FrameSize frame);
 
 /// What the kernel is initialised with for frames of size `frame`.

@@ -6,7 +6,6 @@
 #include <olectl.h>
 #include <optional>
 
-#include "common/comboundary.h"
 #include "common/debugreport.h"
 #include "common/module.h"
 #include "common/typelibrary.h"
@@ -18,7 +17,7 @@ namespace {
 
 constexpr char kFile[] = "vkvstabilizeimpl";
 
-// The record and the kernel count as the automation interface does.
+// The record and the kernel have the same numbers as the automation interface.
 static_assert(vkvstab_CLIPPINGOPTIONS_CROP == static_cast<int>(ClippingOption::Crop));
 static_assert(vkvstab_CLIPPINGOPTIONS_CROPANDSTRETCH == static_cast<int>(ClippingOption::CropAndStretch));
 static_assert(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA ==
@@ -41,10 +40,9 @@ bool AssertSucceeded(HRESULT hr) {
 
 }  // namespace
 
-CVKVStabilizeImpl::CVKVStabilizeImpl(const GUID& transformClass, VKVStabilizeImplCB* callback,
+CVKVStabilizeImpl::CVKVStabilizeImpl(VKVStabilizeImplCB* callback,
                                      MyAttributes::CreateFunction createAttributes)
-    : m_transformClass(transformClass),
-      m_createAttributes(createAttributes),
+    : m_createAttributes(createAttributes),
       m_pCallback(callback),
       m_pStabilizeVideoKernel(new (std::nothrow) CStabilizeVideoKernel) {
   ResetToDefaults();
@@ -61,14 +59,14 @@ void CVKVStabilizeImpl::DetachCallback() {
 
 HRESULT CVKVStabilizeImpl::CreateStore() {
   if (Store()) return S_OK;
-  // Nobody can hold the store's lock yet, so this one may be taken under any other.
+  // The store does not exist yet, so nobody holds its lock: the order of locks is kept.
   const CAutoLock lock(m_creationLock);
   if (m_pStore) return S_OK;
   HRESULT hr =
       MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
   if (FAILED(hr)) return hr;
   m_pStore->SetCallback(this);
-  // Before anybody can see it, so that it is never seen without items.
+  // The store is published after that, so nobody sees it without items.
   hr = WriteDefaults(m_pStore.Get());
   m_pAttributes = m_pStore.Get();
   return hr;
@@ -132,28 +130,12 @@ void CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
 // which would come before it.
 
 void CVKVStabilizeImpl::GetOutputSize(SIZE& sz) {
-  StabilizerSettings settings;
-  const CStoreLock lock(Store());
-  settings.CropEnabled = ReadFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False);
-  settings.ClippingOption = ReadNumber(VKVSTAB_ATTR_CLIPPING_OPTION);
-  settings.LeftRightCropMargin = ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN);
-  settings.TopBottomCropMargin = ReadNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN);
-  const FrameSize output = ::GetOutputSize(settings, {sz.cx, sz.cy});
+  const FrameSize output = ::GetOutputSize(ReadSettings(), {sz.cx, sz.cy});
   sz = {output.width, output.height};
   DebugAssert((sz.cx > 0) && (sz.cy > 0), "( sz.cx > 0 ) && ( sz.cy > 0 )", kFile);
 }
 
-bool CVKVStabilizeImpl::ChangesFrameSize() {
-  const CStoreLock lock(Store());
-  return ReadFlag(VKVSTAB_ATTR_ENABLED, Missing::True) && IsCropping() &&
-         (ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN) > 0 ||
-          ReadNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN) > 0);
-}
-
-bool CVKVStabilizeImpl::IsCropping() const {
-  return ReadFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False) &&
-         ReadNumber(VKVSTAB_ATTR_CLIPPING_OPTION) == vkvstab_CLIPPINGOPTIONS_CROP;
-}
+bool CVKVStabilizeImpl::ChangesFrameSize() { return ::ChangesFrameSize(ReadSettings()); }
 
 // Changes
 
@@ -161,7 +143,7 @@ HRESULT CVKVStabilizeImpl::AttributesChanged() {
   DebugTrace("\nCVKVStabilizeImpl::AttributesChanged");
   const CStoreLock lock(m_pStore.Get());
   MarkSettingsChanged();
-  if (IsCropping()) NotifyOutputChanged();
+  if (IsCropping(ReadSettings())) NotifyOutputChanged();
   m_pStore->ClearDirty();
   return S_OK;
 }
@@ -183,7 +165,8 @@ unsigned CVKVStabilizeImpl::SettingsVersion() {
 
 void CVKVStabilizeImpl::ClearSettingsChanged(unsigned version) {
   const CAutoLock lock(m_changeLock);
-  // What changed since the snapshot, or was taken over by another thread's newer one, is still to be seen.
+  // A change since the snapshot stays pending. So does one that another thread's newer snapshot included, as
+  // this older one may have reached the kernel last.
   m_settingsChanged = version != m_settingsVersion;
 }
 
@@ -199,63 +182,47 @@ void CVKVStabilizeImpl::ClearReconnectPending() {
 
 // Reading all settings
 
-template <class Value>
-bool CVKVStabilizeImpl::ReadProperty(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*),
-                                     Value* value) {
-  return AssertSucceeded((this->*get)(value));
-}
-
-void CVKVStabilizeImpl::TakeFlag(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(VARIANT_BOOL*),
-                                 bool& field) {
-  VARIANT_BOOL value = VARIANT_FALSE;
-  if (ReadProperty(get, &value)) field = value != VARIANT_FALSE;
-}
-
-template <class Value>
-void CVKVStabilizeImpl::TakeNumber(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*),
-                                   std::int32_t& field) {
-  Value value = {};
-  if (ReadProperty(get, &value)) field = std::bit_cast<std::int32_t>(value);
-}
-
-void CVKVStabilizeImpl::TakeColor(std::array<std::uint8_t, 3>& field) {
-  OLE_COLOR color = 0;
-  COLORREF translated = 0;
-  if (!ReadProperty(&CVKVStabilizeImpl::get_BkFillColor, &color)) return;
-  if (AssertSucceeded(OleTranslateColor(color, nullptr, &translated)))
-    field = {GetBValue(translated), GetGValue(translated), GetRValue(translated)};
+StabilizerSettings CVKVStabilizeImpl::ReadSettings() const {
+  StabilizerSettings settings;
+  const CStoreLock lock(Store());
+  if (!Store()) return settings;
+  settings.Enabled = ReadFlag(VKVSTAB_ATTR_ENABLED, Missing::True);
+  settings.ROIEnabled = ReadFlag(VKVSTAB_ATTR_ROI_ENABLED, Missing::False);
+  settings.ROI.top = ReadNumber(VKVSTAB_ATTR_ROI_TOP);
+  settings.ROI.left = ReadNumber(VKVSTAB_ATTR_ROI_LEFT);
+  settings.ROI.bottom = ReadNumber(VKVSTAB_ATTR_ROI_BOTTOM);
+  settings.ROI.right = ReadNumber(VKVSTAB_ATTR_ROI_BOTTOM);  // as get_ROIRight
+  settings.GlobalEstimationCoefficients = ReadNumber(VKVSTAB_ATTR_ESTIMATION_COEFFICIENTS);
+  settings.GlobalEstimationQuality = ReadNumber(VKVSTAB_ATTR_ESTIMATION_QUALITY);
+  settings.PathSmoothingLevel = ReadNumber(VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL);
+  settings.CropEnabled = ReadFlag(VKVSTAB_ATTR_CROP_ENABLED, Missing::False);
+  settings.LeftRightCropMargin = ReadNumber(VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN);
+  settings.TopBottomCropMargin = ReadNumber(VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN);
+  settings.InterpolationType = ReadNumber(VKVSTAB_ATTR_INTERPOLATION_TYPE);
+  settings.ClippingOption = ReadNumber(VKVSTAB_ATTR_CLIPPING_OPTION);
+  settings.UseAdvancedEngine = ReadFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False);
+  settings.AdvancedEngineAvailable = ReadFlag(VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False);
+  return settings;
 }
 
 StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
-  StabilizerSettings settings;
-  // All of one moment: neither a put nor a batch of writes comes in between.
+  // The locks keep puts and batches of writes from coming in between.
   const CAutoLock lock(m_settingsLock);
   const CStoreLock storeLock(Store());
   *version = SettingsVersion();
+  StabilizerSettings settings = ReadSettings();
   if (!Store()) return settings;
-  TakeFlag(&CVKVStabilizeImpl::get_Enabled, settings.Enabled);
-  TakeFlag(&CVKVStabilizeImpl::get_ROIEnabled, settings.ROIEnabled);
-  TakeNumber(&CVKVStabilizeImpl::get_ROITop, settings.ROI.top);
-  TakeNumber(&CVKVStabilizeImpl::get_ROILeft, settings.ROI.left);
-  TakeNumber(&CVKVStabilizeImpl::get_ROIBottom, settings.ROI.bottom);
-  TakeNumber(&CVKVStabilizeImpl::get_ROIRight, settings.ROI.right);
-  TakeNumber(&CVKVStabilizeImpl::get_GlobalEstimationCoefficients, settings.GlobalEstimationCoefficients);
-  TakeNumber(&CVKVStabilizeImpl::get_GlobalEstimationQuality, settings.GlobalEstimationQuality);
-  TakeNumber(&CVKVStabilizeImpl::get_PathSmoothingLevel, settings.PathSmoothingLevel);
-  TakeColor(settings.BkFillColor);
-  TakeFlag(&CVKVStabilizeImpl::get_CropEnabled, settings.CropEnabled);
-  TakeNumber(&CVKVStabilizeImpl::get_LeftRightCropMargin, settings.LeftRightCropMargin);
-  TakeNumber(&CVKVStabilizeImpl::get_TopBottomCropMargin, settings.TopBottomCropMargin);
-  TakeNumber(&CVKVStabilizeImpl::get_InterpolationType, settings.InterpolationType);
-  TakeNumber(&CVKVStabilizeImpl::get_ClippingOption, settings.ClippingOption);
-  TakeFlag(&CVKVStabilizeImpl::get_UseAdvancedEngine, settings.UseAdvancedEngine);
-  TakeFlag(&CVKVStabilizeImpl::get_AdvancedEngineAvailable, settings.AdvancedEngineAvailable);
+  // The attribute may hold a number that is no colour.
+  const auto color = std::bit_cast<OLE_COLOR>(ReadNumber(VKVSTAB_ATTR_BK_FILL_COLOR));
+  COLORREF translated = 0;
+  if (AssertSucceeded(OleTranslateColor(color, nullptr, &translated)))
+    settings.BkFillColor = {GetBValue(translated), GetGValue(translated), GetRValue(translated)};
   return settings;
 }
 
 bool CVKVStabilizeImpl::IsAdvancedEngineActive() {
   const CAutoLock lock(m_settingsLock);
-  // Never one item from before and one from after a load.
+  // Both items come from the same inner store: a load in between would mix old and new.
   const ComPtr<IMFAttributes> items = Store() ? Store()->Inner() : nullptr;
   return ReadFlag(items.Get(), VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False) &&
          ReadFlag(items.Get(), VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False);
@@ -275,16 +242,6 @@ STDMETHODIMP CVKVStabilizeImpl::QueryInterface(REFIID iid, void** object) {
   if (!isOurs) return E_NOINTERFACE;
   AddRef();
   return S_OK;
-}
-
-STDMETHODIMP_(ULONG) CVKVStabilizeImpl::AddRef() {
-  return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount));
-}
-
-STDMETHODIMP_(ULONG) CVKVStabilizeImpl::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) delete this;
-  return static_cast<ULONG>(count);
 }
 
 // IDispatch
@@ -355,7 +312,7 @@ HRESULT CVKVStabilizeImpl::PutFlag(const GUID& key, Missing missing, VARIANT_BOO
   return S_OK;
 }
 
-// Enumerations go by their bits: any 32-bit value is stored and handed back.
+// Enumerations are stored bit by bit, so that any 32-bit value comes back as it was put.
 template <class Number>
 HRESULT CVKVStabilizeImpl::GetNumber(const GUID& key, Number* pVal) {
   if (!pVal) return E_POINTER;
@@ -389,7 +346,7 @@ STDMETHODIMP CVKVStabilizeImpl::get_AutoReconnect(VARIANT_BOOL* pVal) {
 }
 
 STDMETHODIMP CVKVStabilizeImpl::put_AutoReconnect(VARIANT_BOOL newVal) {
-  // The store's lock is the outer one, so that the notification comes after the change lock is left.
+  // Releasing the store's lock notifies. It is the outer lock, so that the change lock is free by then.
   const CStoreLock storeLock(Store());
   const CAutoLock lock(m_changeLock);
   WriteFlagIfDifferent(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True, newVal != VARIANT_FALSE);
@@ -418,7 +375,7 @@ STDMETHODIMP CVKVStabilizeImpl::put_ROIBottom(LONG newVal) {
   return PutNumber(VKVSTAB_ATTR_ROI_BOTTOM, newVal);
 }
 
-// The right edge is the bottom edge's item, and so follows it.
+// Both edges are one item, so putting one changes the other (kept for compatibility).
 STDMETHODIMP CVKVStabilizeImpl::get_ROIRight(LONG* pVal) { return get_ROIBottom(pVal); }
 
 STDMETHODIMP CVKVStabilizeImpl::put_ROIRight(LONG newVal) { return put_ROIBottom(newVal); }
@@ -503,7 +460,8 @@ STDMETHODIMP CVKVStabilizeImpl::get_UseAdvancedEngine(VARIANT_BOOL* pVal) {
   return GetFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False, pVal);
 }
 
-// A missing item counts as true here and as false in the getter: putting true then stores nothing.
+// A missing item counts as true here and as false in the getter, so putting true stores nothing then (kept
+// for compatibility).
 STDMETHODIMP CVKVStabilizeImpl::put_UseAdvancedEngine(VARIANT_BOOL newVal) {
   return PutFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::True, newVal);
 }

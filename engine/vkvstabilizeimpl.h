@@ -10,6 +10,7 @@
 #include "automation/vkvstabilize.h"
 #include "common/baseobject.h"
 #include "common/criticalsection.h"
+#include "common/refcounted.h"
 #include "engine/myattributes.h"
 #include "engine/stabilizersettings.h"
 #include "kernel/stabilizevideokernel.h"
@@ -28,33 +29,31 @@ class VKVStabilizeImplCB {
 /// The engine facade: owns the settings store and the kernel, serves the automation interface, keeps the
 /// settings in the registry, and decides before each frame whether the kernel must be set up anew.
 ///
-/// Any thread may call any method. Locks are taken in the order settings, store, change; the kernel lock
-/// stands alone. Clients may keep the object longer than its transform, which takes its leave by
-/// `DetachCallback`.
+/// Any thread may call any method. Locks are taken in the order settings, store, change; the kernel lock is
+/// never held together with another. Clients may keep the object longer than its transform, which calls
+/// `DetachCallback` at its end.
 class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
-                                public IVKFVStabilize,
+                                public CRefCounted<IVKFVStabilize>,
                                 private MyAttributesCallback {
  public:
   /// `callback` may be null and is not owned. `createAttributes` makes the platform's store.
-  CVKVStabilizeImpl(const GUID& transformClass, VKVStabilizeImplCB* callback,
-                    MyAttributes::CreateFunction createAttributes = MFCreateAttributes);
+  explicit CVKVStabilizeImpl(VKVStabilizeImplCB* callback,
+                             MyAttributes::CreateFunction createAttributes = MFCreateAttributes);
   CVKVStabilizeImpl(const CVKVStabilizeImpl&) = delete;
   CVKVStabilizeImpl& operator=(const CVKVStabilizeImpl&) = delete;
 
-  /// After the return the transform's callback is not called any more.
+  /// Once this returns, the transform's callback is not called any more.
   void DetachCallback();
-
-  const GUID& TransformClass() const { return m_transformClass; }
 
   /// The settings as attributes; null when they could not be created. Clients may keep them longer than the
   /// facade.
   IMFAttributes* Attributes() const { return Store(); }
 
-  /// All settings of one moment, and the number of the last change that they hold.
+  /// All settings of one moment. `version` receives the number of the last change that they include.
   StabilizerSettings TakeSnapshot(unsigned* version);
 
   /// Stabilizes the padded bottom-up frame at `pixels` in place. `noOutput` becomes true while the kernel's
-  /// delay line fills, and when there is no kernel to process the frame, for which false is returned.
+  /// delay line fills. It becomes true, and false is returned, when there is no kernel to process the frame.
   bool ProcessFrame(std::uint8_t* pixels, std::uint32_t width, std::uint32_t height, bool repeatPrevious,
                     bool* noOutput);
 
@@ -78,8 +77,6 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
 
   // IUnknown; answers for IDispatch and IVKFVStabilize only.
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
-  STDMETHODIMP_(ULONG) Release() override;
 
   // IDispatch, from the type library in this module
   STDMETHODIMP GetTypeInfoCount(UINT* count) override;
@@ -131,9 +128,9 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   STDMETHODIMP get_AdvancedEngineAvailable(VARIANT_BOOL* pVal) override;
 
  private:
-  ~CVKVStabilizeImpl();
+  ~CVKVStabilizeImpl() override;
 
-  /// What a boolean item counts as when it is missing.
+  /// The value of a boolean item that is missing.
   enum class Missing { False, True };
 
   // MyAttributesCallback
@@ -146,7 +143,6 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   static bool ReadFlag(IMFAttributes* store, const GUID& key, Missing missing);
   bool ReadFlag(const GUID& key, Missing missing) const { return ReadFlag(Store(), key, missing); }
   std::int32_t ReadNumber(const GUID& key) const;
-  bool IsCropping() const;
   HRESULT GetFlag(const GUID& key, Missing missing, VARIANT_BOOL* pVal);
   HRESULT PutFlag(const GUID& key, Missing missing, VARIANT_BOOL newVal);
   void WriteFlagIfDifferent(const GUID& key, Missing missing, bool value);
@@ -155,12 +151,9 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   template <class Number>
   HRESULT PutNumber(const GUID& key, Number newVal);
 
-  template <class Value>
-  bool ReadProperty(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*), Value* value);
-  void TakeFlag(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(VARIANT_BOOL*), bool& field);
-  template <class Value>
-  void TakeNumber(HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*), std::int32_t& field);
-  void TakeColor(std::array<std::uint8_t, 3>& field);
+  /// All settings of one moment but the background. Takes no settings lock, which would come before the
+  /// store's in a callback.
+  StabilizerSettings ReadSettings() const;
 
   void InitializeKernel(FrameSize frame);
   bool IsKernelUpToDate();
@@ -170,21 +163,19 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   void NotifyOutputChanged();
   HRESULT LoadTypeInfo(ITypeInfo** typeInfo);
 
-  const GUID m_transformClass;
   const MyAttributes::CreateFunction m_createAttributes;
   CCriticalSection m_settingsLock;
   Microsoft::WRL::ComPtr<ITypeInfo> m_pTypeInfo;  // guarded by the settings lock
   CCriticalSection m_creationLock;
   Microsoft::WRL::ComPtr<MyAttributes> m_pStore;       // guarded by the creation lock
-  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same for readers, once it is complete
+  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same, for readers; set when it is complete
   CCriticalSection m_changeLock;
   // Guarded by the change lock:
-  bool m_reconnectPending = false;  // nothing raises it
+  bool m_reconnectPending = false;  // kept for compatibility, never true
   bool m_settingsChanged = false;
   unsigned m_settingsVersion = 0;
   std::atomic<VKVStabilizeImplCB*> m_pCallback;  // called with the store locked
   std::unique_ptr<CStabilizeVideoKernel> m_pStabilizeVideoKernel;
   unsigned m_streamNumber = 0;  // guarded by the kernel lock
   CCriticalSection m_kernelLock;
-  LONG m_nRefCount = 1;
 };

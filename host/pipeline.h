@@ -6,8 +6,8 @@
 
 #include "host/options.h"
 
-/// A stream on its way through an engine. All calls throw WorkError. After a failure of `Take` the frames
-/// before can still be delivered.
+/// A stream on its way through an engine. All calls throw WorkError. After a failure of `Take` the earlier
+/// frames can still be delivered.
 class Pipeline {
  public:
   virtual ~Pipeline() = default;

@@ -76,7 +76,8 @@ bool AwaitTransfer(std::FILE* stream, Transfer transfer) {
 
 void PrepareStandardStreams() {
   std::signal(SIGPIPE, SIG_IGN);
-  // The lowest free number is given out first. Read only: a write to what was closed fails.
+  // The system gives out the lowest free number first, so this fills the closed ones. They are read-only, so
+  // that writing to a closed stream still fails.
   int descriptor = open("/dev/null", O_RDONLY);
   while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDONLY);
   if (descriptor >= 0) close(descriptor);

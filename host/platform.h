@@ -21,10 +21,10 @@ bool IsFileOf(const std::string& path, std::FILE* stream);
 
 enum class Transfer { Read, Write };
 
-/// After a transfer that failed: when it did so only because the stream does not block, waits until the
-/// stream can go on, and returns true.
+/// To be called after a failed transfer. If it failed only because the stream does not block, waits until the
+/// stream can go on and returns true.
 bool AwaitTransfer(std::FILE* stream, Transfer transfer);
 
-/// Makes standard input and output carry plain bytes, a closed output pipe an error instead of the program's
-/// end, and a standard stream that is closed an empty one, so that no file opened later takes its place.
+/// Prepares the standard streams: they carry plain bytes; writing to a closed pipe fails instead of ending
+/// the program; a closed stream becomes an empty one, so that no file opened later takes its number.
 void PrepareStandardStreams();

@@ -53,7 +53,7 @@ class PrecisePipeline final : public Pipeline {
         m_held(static_cast<std::size_t>(m_stabilizer.DelayFrames()) + 1, FrameBytes(m_reader.Facts().format)),
         m_output(FrameBytes(m_outputFormat)) {
     if (!options.motionFile.empty()) m_log.emplace(options.motionFile, kPreciseColumns);
-    // This writes the head, so nothing that can fail follows.
+    // The writer writes the head at once, so it comes after all that may fail.
     m_writer.emplace(output, m_reader.Head(), m_outputFormat);
   }
 

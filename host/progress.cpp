@@ -54,7 +54,7 @@ void Progress::Draw(std::int64_t frames) {
   const double framesPerSecond = static_cast<double>(frames) / seconds;
   // The announced total may be too small: then the bar stays full.
   const std::int64_t total = std::max(m_totalFrames, frames);
-  // A line that wraps would stay and be drawn anew below.
+  // A line that wraps cannot be drawn over.
   const std::size_t columns = TerminalColumns(m_pTerminal);
   const std::size_t room = columns > 0 ? columns - 1 : std::numeric_limits<std::size_t>::max();
   const std::string rate = ", " + std::to_string(std::llround(framesPerSecond)) + " a second";

@@ -7,12 +7,12 @@
 #include "host/options.h"
 #include "precise/stabilizer.h"
 
-// What was asked for, as the engines take it.
+// Turns the command's options into the engines' settings.
 
 inline constexpr double kDefaultCropPercent = 5;  ///< of the precise engine
 
-/// A region with equal right and bottom edges, which is all that the transform takes, and the same part of
-/// the frame; nothing where there is none.
+/// The transform takes only regions whose right and bottom edges are equal. Returns such a region that covers
+/// the same part of the frame; nothing where there is none.
 std::optional<Rect> ShareFarEdge(Rect roi, FrameSize size);
 
 /// Settings of the classic engine for frames of `options.size`. Throws UsageError.
@@ -21,7 +21,7 @@ StabilizerSettings MakeClassicSettings(const Options& options);
 /// What planes hold: luma and differences by a recommendation, or green, blue and red.
 enum class ColourMatrix { Bt601, Bt709, Bt2020, Rgb };
 
-/// What a stream of planar frames tells about itself.
+/// The properties that a stream of planar frames declares.
 struct StreamFacts {
   precise::PictureFormat format;
   std::int64_t rateNumerator = 0, rateDenominator = 0;  ///< frames a second; 0: unknown

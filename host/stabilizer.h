@@ -21,8 +21,8 @@ class Stabilizer {
   /// Where the next frame is to be put: padded, bottom-up. Valid until the next call of `Process`.
   virtual std::uint8_t* InputFrame() = 0;
 
-  /// Takes the frame that was put there, or the newest one again, and gives the one that comes out, which
-  /// stays valid until the next call; none while the delay line fills. Throws WorkError and std::bad_alloc.
+  /// Takes the frame that was put there, or the newest one again. Returns the frame that comes out, valid
+  /// until the next call, or nothing while the delay line fills. Throws WorkError and std::bad_alloc.
   virtual std::optional<StabilizedFrame> Process(bool repeatNewest) = 0;
 
   /// Ends the stream. Throws WorkError.
@@ -38,7 +38,8 @@ struct OutputLayout {
   std::ptrdiff_t inputBytes;
   std::ptrdiff_t bufferBytes;  ///< more than `inputBytes` where cropped rows run past an input frame
 
-  /// Puts the background where rows run past the input frame's bytes and nothing is ever written.
+  /// Fills the bytes beyond the input frame with the background. Cropped rows may reach there, and the engine
+  /// never writes them.
   void FillTail(std::uint8_t* buffer) const;
 
  private:

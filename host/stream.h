@@ -6,9 +6,9 @@
 #include <span>
 #include <string>
 
-// Bytes of a stream whose other end may be a pipe that does not block.
+// Reads and writes a stream whose other end may be a pipe that does not block.
 
-/// Whole frames pass through buffers of our own, so the stream's would only copy them once more.
+/// Turns the stream's own buffer off: it would only copy whole frames once more.
 void DisableBuffering(std::FILE* stream);
 
 /// Fills `bytes` and returns how many there were: fewer where the stream ends or, as `ferror` tells, fails.

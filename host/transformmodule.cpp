@@ -52,7 +52,7 @@ TransformModule::TransformModule(bool registered) {
   if (registered) return;
   const std::wstring path = ModulePath();
   m_library = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-  // Before anything else touches the reason.
+  // The next system call may change the last error.
   const HRESULT hr = m_library ? S_OK : HRESULT_FROM_WIN32(GetLastError());
   Check(hr, "cannot load " + Narrow(path) + "; " + kWayOut);
 }
@@ -84,7 +84,7 @@ ComPtr<IMFTransform> TransformModule::CreateTransform() const {
 }
 
 void TransformModule::OfferPages(const CAUUID& pages) {
-  if (!m_library) return;  // registered as the transform is
+  if (!m_library) return;  // the pages are registered with the transform
   for (ULONG i = 0; i < pages.cElems; ++i) {
     DWORD cookie = 0;
     Check(CoRegisterClassObject(pages.pElems[i], ClassObject(pages.pElems[i]).Get(), CLSCTX_INPROC_SERVER,

@@ -22,7 +22,7 @@ class ComSession {
 };
 
 /// Where the transform comes from: the module beside the program, which needs no registration, or whatever is
-/// registered under its class identifier. To outlive all that it made.
+/// registered under its class identifier. It must outlive all that it made.
 class TransformModule {
  public:
   /// Throws WorkError when there is no module beside the program.

@@ -11,7 +11,7 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-// Raw video has no clock of its own.
+// Raw video has no times, so any frame rate serves.
 constexpr LONGLONG kFrameDuration = 10'000'000 / 30;
 
 VARIANT_BOOL Flag(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
@@ -97,7 +97,7 @@ void TransformStabilizer::NegotiateOutputType() {
   UINT64 size = 0;
   Check(m_pTransform->GetOutputAvailableType(0, 0, &type), "the transform gives no frames");
   Check(type->GetUINT64(MF_MT_FRAME_SIZE, &size), "the transform gives frames of no size");
-  // Raw video cannot tell of another size.
+  // The output is raw video, so a size other than the announced one could not be told.
   if (size != Packed(m_layout.size)) throw WorkError("the transform gives frames of another size");
   Check(m_pTransform->SetOutputType(0, type.Get(), 0), "the transform refuses what it proposed");
 }
@@ -105,7 +105,7 @@ void TransformStabilizer::NegotiateOutputType() {
 std::uint8_t* TransformStabilizer::InputFrame() { return m_input.Lock(); }
 
 std::optional<StabilizedFrame> TransformStabilizer::Process(bool) {
-  // A repeated frame is still where it was put.
+  // To repeat a frame is to send the buffer again, which still holds it.
   m_input.Unlock();
   m_output.Unlock();
   Check(m_input.Sample()->SetSampleTime(m_time), "cannot stamp a frame");
@@ -123,7 +123,7 @@ std::optional<StabilizedFrame> TransformStabilizer::Process(bool) {
     *events.GetAddressOf() = buffer.pEvents;
   }
   if (hr == MF_E_TRANSFORM_NEED_MORE_INPUT) {
-    // Once its delay line is full, the transform keeps silent only about a frame that it had no memory for.
+    // Once its delay line is full, the transform delivers nothing only if it had no memory for the frame.
     if (m_framesToFill-- == 0) throw std::bad_alloc();
     return std::nullopt;
   }

@@ -20,14 +20,14 @@ struct Sampling {
   double siteX, siteY;
 };
 
-// DV sites one plane a row lower than the other; both are taken where the upper one lies.
+// In DV one chroma plane lies a row lower than the other. Both count as lying where the upper one does.
 constexpr Sampling kSamplings[] = {
     {"420", 3, 1, 1, 0.5, 0.5},  {"420jpeg", 3, 1, 1, 0.5, 0.5}, {"420mpeg2", 3, 1, 1, 0, 0.5},
     {"420paldv", 3, 1, 1, 0, 0}, {"422", 3, 1, 0, 0, 0},         {"444", 3, 0, 0, 0, 0},
     {"444alpha", 4, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0},
 };
 
-// Before the number of bits. Such tags tell no site; the usual one of such video is taken.
+// The number of bits follows these names. Such tags tell no site, so that of most such video is taken.
 constexpr Sampling kDeepSamplings[] = {
     {"420p", 3, 1, 1, 0, 0.5}, {"422p", 3, 1, 0, 0, 0}, {"444p", 3, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0}};
 constexpr int kDeepBits[] = {9, 10, 12, 14, 16};
@@ -64,7 +64,7 @@ Ratio ParseRatio(std::string_view tag) {
   return ratio;
 }
 
-/// The samples of a tag without its C; false where there are none of that name.
+/// Reads what a tag, without its C, says about the samples; false for an unknown name.
 bool FindSampling(std::string_view name, Sampling& sampling, int& bits) {
   const auto take = [&](const Sampling& found, int foundBits) {
     sampling = found;
@@ -194,7 +194,7 @@ precise::Picture PlanesOf(const precise::PictureFormat& format, std::uint8_t* sa
   return picture;
 }
 
-// The samples are left as they are, so that memory which no frame fills is never touched.
+// The samples are not initialised, so that the system gives no memory to buffers that no frame fills.
 Y4mFrame::Y4mFrame(std::size_t frameBytes)
     : bytes(frameBytes), samples(std::make_unique_for_overwrite<std::uint8_t[]>(frameBytes)) {
   parameters.reserve(kLongestLine);
@@ -215,7 +215,7 @@ Y4mReader::Y4mReader(std::FILE* stream) : m_pStream(stream) {
 }
 
 bool Y4mReader::Read(Y4mFrame& frame) {
-  // Texts are made only where they are needed.
+  // Only a failure makes these texts, as making them allocates.
   const auto fail = [this](const char* problem) {
     const std::string name = "frame " + std::to_string(m_frames + 1);
     throw WorkError(InputFailure(m_pStream, name, problem + name));

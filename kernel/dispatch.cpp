@@ -4,8 +4,8 @@
 
 namespace {
 
-// Constants, so that nothing is made at run time: in a Windows module the guard of a local static takes a
-// thread-local slot that unloading does not give back, and after a thousand loads a process has none left.
+// The tables are constants because a local static would need a guard: in a Windows module that takes a
+// thread-local slot, which unloading does not give back, and after a thousand loads a process has none left.
 
 #if defined(__x86_64__)
 constexpr KernelOps kAvx2Ops = {"avx2",          avx2::CopyBytes,         avx2::GreyRow,

@@ -25,7 +25,7 @@ struct FrameGeometry {
   }
 };
 
-/// Up to this side every fixed-point position in a frame, intermediate sums included, keeps within 63 bits.
+/// With sides up to this, all fixed-point positions in a frame and their intermediate sums fit 63 bits.
 inline constexpr std::int32_t kMaxFrameSide = 1 << 23;
 
 /// Frames have at least one pixel, at most `kMaxFrameSide` a side, and their bytes can be counted in 31 bits.
@@ -34,8 +34,8 @@ inline bool IsFrameSizeUsable(std::int32_t width, std::int32_t height) {
          FrameGeometry(width, height).SizeBytes() <= std::numeric_limits<std::int32_t>::max();
 }
 
-/// Bytes from one row to the next of a cropped frame of `width` pixels. Deliberately not the stride of an
-/// equally wide `FrameGeometry` when the width is odd.
+/// Bytes from one row to the next of a cropped frame of `width` pixels. Where the width is odd, this is not
+/// the stride of an equally wide `FrameGeometry`: the bytes of cropped frames are fixed.
 constexpr std::ptrdiff_t PackedCropPitch(std::int32_t width) {
   return std::ptrdiff_t{width} * kBytesPerPixel + (4 - std::ptrdiff_t{width} * 9 % 4) % 4;
 }

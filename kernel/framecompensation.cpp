@@ -12,10 +12,9 @@ namespace {
 
 constexpr std::int32_t kNoZoom = 32;
 constexpr std::int32_t kStrongestZoom = 16;
-// Smaller frames are warped with fewer fraction bits.
-constexpr std::int32_t kFineFrameSide = 400;
 
-// Magnifications 32 / 16 … 32 / 32, rounded to four decimals on purpose: the search goes by these values.
+// Magnifications 32 / 16 … 32 / 32, rounded to four decimals. The search compares with these values, not
+// with the exact ratios, and so decides which zoom is nearest.
 constexpr std::array<double, 17> kMagnifications = {2.0,    1.8824, 1.7778, 1.6842, 1.6,    1.5238,
                                                     1.4545, 1.3913, 1.3333, 1.28,   1.2308, 1.1852,
                                                     1.1429, 1.1034, 1.0667, 1.0323, 1.0};
@@ -40,8 +39,8 @@ void FillColumnsOfAllRows(const Compensation& compensation, std::uint8_t* output
     FillColumns(compensation, output + compensation.frame.Offset(0, row), begin, end);
 }
 
-/// Shifts by whole pixels. The bytes move as one array; what that carries across row ends is filled
-/// afterwards.
+/// Shifts by whole pixels. The bytes move as one array; the pixels that thereby cross a row's end are
+/// overwritten by the background.
 void Translate(const Compensation& compensation, const std::uint8_t* source, std::int32_t dx, std::int32_t dy,
                std::uint8_t* output) {
   const FrameGeometry& frame = compensation.frame;
@@ -59,14 +58,12 @@ void Translate(const Compensation& compensation, const std::uint8_t* source, std
 class WarpMap {
  public:
   WarpMap(const Compensation& compensation, const MotionRecord& correction)
-      : m_precision(compensation.frame.width < kFineFrameSide && compensation.frame.height < kFineFrameSide
-                        ? 15
-                        : 31) {
+      : m_precision(RotationBits(compensation.frame.width, compensation.frame.height, 15)) {
     const FixedRotation rotation(RadiansFromDegrees(correction.theta), m_precision);
     const std::int32_t zoom = compensation.zoomStep;
     m_cosine = rotation.cosine * zoom;
     m_sine = rotation.sine * zoom;
-    // Rotated about ((w - 1) / 2, (h - 1) / 2) but shifted back by (w / 2, h / 2).
+    // The rotation is about ((w - 1) / 2, (h - 1) / 2), the shift back by (w / 2, h / 2).
     const std::int64_t width = compensation.frame.width, height = compensation.frame.height;
     m_originX = (width - 1) * m_cosine - (height - 1) * m_sine - Shift(width, correction.dx, zoom);
     m_originY = (height - 1) * m_cosine + (width - 1) * m_sine - Shift(height, correction.dy, zoom);
@@ -97,16 +94,15 @@ void Warp(const Compensation& compensation, const std::uint8_t* source, const Mo
   for (std::int32_t row = area.top; row < area.bottom; ++row) {
     std::uint8_t* const outputRow = output + frame.Offset(0, row);
     const SourceLine line = map.Line(row);
-    ColumnRun run = UsableColumns(line, frame.width, frame.height, {area.left, area.right});
-    run.end = std::max(run.begin, run.end);
+    const ColumnRun run = UsableColumns(line, frame.width, frame.height, {area.left, area.right});
     FillColumns(compensation, outputRow, area.left, run.begin);
     warpRow(source, frame.strideBytes, line, run, outputRow);
     FillColumns(compensation, outputRow, run.end, area.right);
   }
 }
 
-/// A background border as wide as the margins, and one row more at the upper end of memory: that asymmetry is
-/// meant.
+/// Draws a background border as wide as the margins. The last memory row is always background, so the border
+/// has one row more there.
 void Outline(const Compensation& compensation, std::uint8_t* output) {
   const FrameGeometry& frame = compensation.frame;
   FillRows(compensation, output, 0, compensation.cropMarginY);
@@ -139,11 +135,13 @@ void CropInPlace(const Compensation& compensation, std::uint8_t* output) {
 
 }  // namespace
 
-Compensation::Compensation(const FrameGeometry& frameGeometry, const KernelParams& params)
-    : frame(frameGeometry),
+Compensation::Compensation(const KernelParams& params)
+    : frame(params.width, params.height),
       cropMarginX(params.cropMarginX),
       cropMarginY(params.cropMarginY),
-      interpolation(params.interpolation == 0 ? Interpolation::Nearest : Interpolation::Bilinear),
+      interpolation(params.interpolation == static_cast<std::uint32_t>(Interpolation::Nearest)
+                        ? Interpolation::Nearest
+                        : Interpolation::Bilinear),
       clippingOption(static_cast<ClippingOption>(params.clippingOption)),
       zoomStep(ComputeZoom(clippingOption, frame.width, frame.height, cropMarginX, cropMarginY)),
       outputRect(clippingOption == ClippingOption::CropAndStretch

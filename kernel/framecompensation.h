@@ -10,7 +10,7 @@
 struct Compensation {
   /// `params` have been checked by the kernel: margins below half a frame, a known clipping option.
   /// Throws std::bad_alloc.
-  Compensation(const FrameGeometry& frameGeometry, const KernelParams& params);
+  explicit Compensation(const KernelParams& params);
 
   FrameGeometry frame;
   std::int32_t cropMarginX = 0, cropMarginY = 0;

@@ -15,13 +15,13 @@ constexpr std::int32_t ReducedSide(std::int32_t side) { return (side - 3) / 2 - 
 
 // Rows that a level holds in turn when it keeps no planes: more than the five that a reduction reads.
 constexpr std::int32_t kRowsInTurn = 8;
-// A block of frame rows is copied and then converted while it is in the cache.
+// The frame is copied in blocks of rows, and each block is converted while the cache still holds it.
 constexpr std::ptrdiff_t kBlockBytes = 64 << 10;
 
-/// Reduces what can be reduced now that `row` of a level is there, in all coarser levels.
+/// Makes the row of each coarser level that only waited for `row` of the finest one.
 void PassOn(std::span<GaussianPyramidCalcParams> levels, std::int32_t row, const KernelOps& ops) {
   if (levels.size() < 2) return;
-  // The row is the last one that the reduction around the row two before it waits for.
+  // The reduction around a row reads two rows further, so this row completes the one two before it.
   const std::int32_t reducedRow = (row - 2 - kFirstCentre) / 2;
   if (row < kFirstCentre + 2 || row % 2 != 0 || reducedRow >= levels[1].height) return;
   FiveRows rows = {};
@@ -65,9 +65,8 @@ void BuildPyramid(std::vector<GaussianPyramidCalcParams>& levels, const std::uin
       static_cast<std::int32_t>(std::max<std::ptrdiff_t>(kBlockBytes / frame.strideBytes, 1));
   for (std::int32_t begin = 0; begin < frame.height; begin += blockRows) {
     const std::int32_t end = std::min(frame.height, begin + blockRows);
-    if (copy)
-      ops.copyBytes(pixels + frame.Offset(0, begin), copy + frame.Offset(0, begin),
-                    (end - begin) * frame.strideBytes);
+    ops.copyBytes(pixels + frame.Offset(0, begin), copy + frame.Offset(0, begin),
+                  (end - begin) * frame.strideBytes);
     for (std::int32_t row = std::max(begin, firstRow); row < std::min(end, endRow); ++row) {
       ops.greyRow(pixels + frame.Offset(roi.left, row), finest.CurrentRow(row - firstRow), finest.width);
       PassOn(levels, row - firstRow, ops);

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-/// A rectangle, of a top-down picture where nothing else is said; right and bottom are exclusive.
+/// A rectangle, in a top-down picture unless stated otherwise; right and bottom are exclusive.
 struct Rect {
   std::int32_t left, top, right, bottom;
 };
@@ -27,8 +27,8 @@ enum class ClippingOption : std::uint32_t {
   CropAndStretch = 2  ///< a magnified frame that hides the moving edges
 };
 
-/// The kernel's configuration. Numbers stand as the settings hold them; `CStabilizeVideoKernel::Initialize`
-/// says which are refused.
+/// The kernel's configuration, with the settings' own numbers. `CStabilizeVideoKernel::Initialize` says which
+/// it refuses.
 struct KernelParams {
   std::int32_t width, height;
   Rect roi;  ///< motion is estimated from this region only

@@ -4,9 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 
+/// Interpolation weighs by the highest 9 bits of a position's fraction.
+inline constexpr int kWeightBits = 9;
+inline constexpr std::int32_t kWeightOne = 1 << kWeightBits;
+/// The nearest sample is the next one from this weight on: 255, not the half-way 256.
+inline constexpr std::int32_t kNearestThreshold = 255;
+
 /// A source position that advances linearly along a destination row, in fixed point: column c reads at
 /// x = startX + c·stepX, y = startY + c·stepY, whose whole samples stand above the lowest `fractionBits` bits
-/// (at least 9: interpolation uses the highest 9 of them).
+/// (at least `kWeightBits`).
 struct SourceLine {
   std::int64_t startX, startY;
   std::int64_t stepX, stepY;
@@ -42,11 +48,11 @@ struct RotatedRow {
   const std::int16_t* turnedMore;
 };
 
-/// The per-pixel loops, one row a call. Callers guarantee that every sample read lies inside its plane or
-/// frame; no loop checks. Planes hold values 0 … 1020, frames are rows of `strideBytes` bytes, which can be
-/// counted in 31 bits altogether.
+/// The per-pixel loops, one row a call. Loops check nothing: callers pass only samples that lie inside their
+/// plane or frame. Planes hold values 0 … 1020. Frames have rows of `strideBytes` bytes and at most 2^31 - 1
+/// bytes altogether.
 ///
-/// The scalar loops define the results; other tables give the same bytes.
+/// The scalar loops define the results; all other tables give the same bytes.
 struct KernelOps {
   const char* name;
 
@@ -59,7 +65,7 @@ struct KernelOps {
   /// out[i] = 5 × 5 Gaussian mean around sample 2·i of the middle row.
   void (*reduceRow)(const FiveRows& rows, std::int16_t* out, std::int32_t count);
 
-  /// Adds `count` samples to the sums. `current` stands at the sample that `previous` is compared with.
+  /// Adds `count` samples to the sums. `previous` and `current` point to the first two samples to compare.
   void (*addTranslationRow)(const std::int16_t* previous, const ThreeRows& current, std::int32_t count,
                             TranslationSums& sums);
   void (*addRotationRow)(const std::int16_t* previous, const RotatedRow& current, std::int32_t count,
@@ -76,7 +82,7 @@ struct KernelOps {
                           ColumnRun run, std::uint8_t* out);
 };
 
-/// The loops as they are defined.
+/// The plain loops, which define the results.
 extern const KernelOps kScalarOps;
 
 #if defined(__x86_64__)

@@ -2,8 +2,8 @@
 
 #include <immintrin.h>
 
-// Loads and stores for the files of AVX2 loops. Each file has a copy of its own: what is compiled for wider
-// instructions must not stand in for what any processor runs.
+// Loads and stores for the files of AVX2 loops. Each file has its own copy: a shared one, compiled for AVX2,
+// could be linked into code that must run on any processor.
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include "kernel/loops.h"
 #include "kernel/loops_avx2.h"
 
-// What is left over at a row's end is done once more together with its neighbours, by a last step that ends
-// with the row. Rows shorter than a step are left to the scalar loops.
+// Where a row's length is no multiple of a step, the last step ends with the row and repeats some samples.
+// Rows shorter than a step go to the scalar loops.
 
 namespace {
 
@@ -46,7 +46,7 @@ void AddProducts(__m256i& sums, __m256i a, __m256i b) {
   sums = _mm256_add_epi32(sums, _mm256_madd_epi16(a, b));
 }
 
-/// All ones in the last `count` of 16 lanes.
+/// All ones in the last `count` of 16 lanes, zeros before.
 __m256i LastLanes(std::int32_t count) {
   static constexpr std::int16_t kMasks[32] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
                                               -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
@@ -152,7 +152,7 @@ namespace avx2 {
 void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
   constexpr std::ptrdiff_t kLine = 64;
   if (count < 2 * kLine) return kScalarOps.copyBytes(from, to, count);
-  // Stores past the cache need aligned places; the first and the last line may overlap them.
+  // Stores past the cache need aligned addresses. Unaligned stores make the ends, and may overlap them.
   const std::ptrdiff_t head =
       kLine - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kLine);
   const std::ptrdiff_t tail = (count - head) % kLine;
@@ -170,7 +170,7 @@ void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count)
   constexpr std::int32_t kStep = 16;
   if (count < kStep) return kScalarOps.greyRow(pixels, grey, count);
   const __m128i order = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
-  // The last load ends with the pixels and so begins 4 bytes before them.
+  // The last load must end with the last pixel, so it begins 4 bytes earlier.
   const __m128i late = _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
   const __m256i order0 = _mm256_broadcastsi128_si256(order), order1 = _mm256_setr_m128i(order, late);
   for (std::int32_t begin = 0; begin < count; begin += kStep) {

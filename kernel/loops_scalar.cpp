@@ -5,11 +5,6 @@
 
 namespace {
 
-constexpr int kWeightBits = 9;
-constexpr std::int32_t kWeightOne = 1 << kWeightBits;
-// The nearest sample is the next one from this fraction on: 255, not the half-way 256.
-constexpr std::int32_t kNearestThreshold = 255;
-
 void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
   std::memcpy(to, from, static_cast<std::size_t>(count));
 }
@@ -77,8 +72,7 @@ void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std
   sums = total;
 }
 
-/// Where a destination column reads: the whole sample and the 9-bit weights of its right and upper
-/// neighbours.
+/// Where a destination column reads: the whole sample, and the weights of its right and upper neighbours.
 struct SourceSample {
   std::int64_t x, y;
   std::int32_t weightX, weightY;

@@ -14,8 +14,6 @@ namespace {
 constexpr int kMaxIterations = 30;
 constexpr int kMaxOscillations = 2;
 constexpr double kHalfDegree = 0.01745329251994 * 0.5;
-// Small planes are rotated with fewer fraction bits.
-constexpr std::int32_t kFinePlaneSide = 400;
 constexpr std::size_t kCoarsestRotationLevel = 1;
 
 std::int32_t Saturate(std::int64_t value) {
@@ -40,13 +38,13 @@ struct Axis {
     return turnedBack;
   }
 
-  /// The last whole step is taken back when it overshot by more than half a sample.
+  /// The position, one sample back if the last whole step overshot its update by more than half a sample.
   std::int32_t FinestResult() const {
     const bool overshot = std::abs(update - static_cast<double>(step)) > 0.5;
     return Saturate(overshot ? position - sign : position);
   }
 
-  /// The last whole step gives way to the real update; doubled for the next finer level.
+  /// The position with the real update in place of the last whole step, doubled for the next finer level.
   std::int32_t CoarseResult() const {
     return Saturate(2 * static_cast<std::int64_t>(static_cast<double>(position - step) + update));
   }
@@ -54,7 +52,7 @@ struct Axis {
   std::int32_t Result(std::size_t level) const { return level == 0 ? FinestResult() : CoarseResult(); }
 };
 
-/// 1, 0 or -1; the rotation estimator knows no zero.
+/// 1, 0 or -1; the rotation estimator counts zero as -1.
 int SignOrZero(double value) { return value > 0 ? 1 : value < 0 ? -1 : 0; }
 int SignOf(double value) { return value > 0 ? 1 : -1; }
 
@@ -75,8 +73,8 @@ TranslationSums SumTranslation(const GaussianPyramidCalcParams& level, std::int6
   return sums;
 }
 
-/// The updates of displacements tried so far: the estimator often comes back to one, and the sums would be
-/// the same again.
+/// The updates of displacements tried so far. The estimator often comes back to one, which would give the
+/// same sums again.
 class KnownUpdates {
  public:
   const MotionUpdate* Find(std::int64_t x, std::int64_t y) const {
@@ -100,13 +98,14 @@ class KnownUpdates {
   std::ptrdiff_t m_count = 0;
 };
 
-void EstimateTranslation(GaussianPyramidCalcParams& level, std::size_t index, MotionRecord start,
-                         const KernelOps& ops) {
+/// Returns the number of iterations.
+int EstimateTranslation(GaussianPyramidCalcParams& level, std::size_t index, MotionRecord start,
+                        const KernelOps& ops) {
   Axis x = {start.dx}, y = {start.dy};
   KnownUpdates known;
-  int oscillations = 0;
-  for (level.iterations = 0; level.iterations < kMaxIterations && oscillations < kMaxOscillations;) {
-    ++level.iterations;
+  int iterations = 0, oscillations = 0;
+  bool isSettled = false;
+  for (; iterations < kMaxIterations && oscillations < kMaxOscillations && !isSettled; ++iterations) {
     const MotionUpdate* update = known.Find(x.position, y.position);
     if (!update)
       update = &known.Add(x.position, y.position,
@@ -114,10 +113,11 @@ void EstimateTranslation(GaussianPyramidCalcParams& level, std::size_t index, Mo
     const bool xTurned = x.Move(update->x, SignOrZero(update->x));
     const bool yTurned = y.Move(update->y, SignOrZero(update->y));
     if (xTurned && yTurned) ++oscillations;
-    if (x.step == 0 && y.step == 0) break;  // every further iteration would repeat this one
+    isSettled = x.step == 0 && y.step == 0;  // every further iteration would repeat this one
   }
   level.dx = x.Result(index);
   level.dy = y.Result(index);
+  return iterations;
 }
 
 /// Turns a plane about its centre, with 2·2^precision as the unit of positions.
@@ -126,7 +126,7 @@ class PlaneRotation {
   PlaneRotation(std::int32_t width, std::int32_t height, double radians)
       : m_width(width),
         m_height(height),
-        m_precision(width < kFinePlaneSide && height < kFinePlaneSide ? 21 : 31),
+        m_precision(RotationBits(width, height, 21)),
         m_angle(radians, m_precision) {}
 
   SourceLine Line(std::int32_t row) const {
@@ -137,8 +137,9 @@ class PlaneRotation {
             2 * m_angle.cosine, 2 * m_angle.sine, m_precision + 1};
   }
 
-  ColumnRun Usable(const SourceLine& line) const {
-    return UsableColumns(line, m_width, m_height, {0, m_width});
+  /// The columns of a turned row that have a source.
+  ColumnRun Usable(std::int32_t row) const {
+    return UsableColumns(Line(row), m_width, m_height, {0, m_width});
   }
 
  private:
@@ -154,6 +155,10 @@ struct ThreeRotations {
         less(width, height, RadiansFromDegrees(theta) - kHalfDegree),
         more(width, height, RadiansFromDegrees(theta) + kHalfDegree) {}
 
+  RotationScratch::RowRuns Usable(std::int32_t row) const {
+    return {exact.Usable(row), Intersect(less.Usable(row), more.Usable(row))};
+  }
+
   PlaneRotation exact, less, more;
 };
 
@@ -162,25 +167,27 @@ class RotatedRows {
  public:
   RotatedRows(const Plane& plane, const ThreeRotations& rotations, RotationScratch& scratch,
               std::int32_t firstRow, const KernelOps& ops)
-      : m_plane(plane), m_rotations(rotations), m_rows(scratch.rows), m_nextRow(firstRow), m_ops(ops) {}
+      : m_plane(plane), m_rotations(rotations), m_scratch(scratch), m_nextRow(firstRow), m_ops(ops) {}
 
   /// The row and its neighbours; of the turned ones only the columns of `run` are made.
   RotatedRow Get(std::int32_t row, ColumnRun run) {
-    for (; m_nextRow <= row + 1; ++m_nextRow) {
-      const SourceLine line = m_rotations.exact.Line(m_nextRow);
-      Sample(line, m_rotations.exact.Usable(line), {0, m_plane.Width()}, InTurn(m_nextRow));
-    }
-    const SourceLine less = m_rotations.less.Line(row), more = m_rotations.more.Line(row);
-    const ColumnRun both = Intersect(m_rotations.less.Usable(less), m_rotations.more.Usable(more));
-    Sample(less, both, run, m_rows.Row(kLessRow));
-    Sample(more, both, run, m_rows.Row(kMoreRow));
-    return {{InTurn(row - 1), InTurn(row), InTurn(row + 1)}, m_rows.Row(kLessRow), m_rows.Row(kMoreRow)};
+    for (; m_nextRow <= row + 1; ++m_nextRow)
+      Sample(m_rotations.exact.Line(m_nextRow), RunsOf(m_nextRow).exact, {0, m_plane.Width()},
+             InTurn(m_nextRow));
+    std::int16_t* const less = m_scratch.rows.Row(kLessRow);
+    std::int16_t* const more = m_scratch.rows.Row(kMoreRow);
+    Sample(m_rotations.less.Line(row), RunsOf(row).turned, run, less);
+    Sample(m_rotations.more.Line(row), RunsOf(row).turned, run, more);
+    return {{InTurn(row - 1), InTurn(row), InTurn(row + 1)}, less, more};
   }
 
  private:
   static constexpr std::int32_t kRowsInTurn = 3, kLessRow = 3, kMoreRow = 4;
 
-  std::int16_t* InTurn(std::int32_t row) { return m_rows.Row(row % kRowsInTurn); }
+  const RotationScratch::RowRuns& RunsOf(std::int32_t row) const {
+    return m_scratch.usable[static_cast<std::size_t>(row)];
+  }
+  std::int16_t* InTurn(std::int32_t row) { return m_scratch.rows.Row(row % kRowsInTurn); }
 
   void Sample(const SourceLine& line, ColumnRun usable, ColumnRun wanted, std::int16_t* out) const {
     const ColumnRun run = Intersect(usable, wanted);
@@ -192,10 +199,21 @@ class RotatedRows {
 
   const Plane& m_plane;
   const ThreeRotations& m_rotations;
-  Plane& m_rows;
+  RotationScratch& m_scratch;
   std::int32_t m_nextRow;
   const KernelOps& m_ops;
 };
+
+/// The columns of `comparable` whose source in the rotated plane can be used, in one row.
+ColumnRun ComparableColumns(const Rect& comparable, std::span<const RotationScratch::RowRuns> usable,
+                            std::int32_t row, std::int32_t x, std::int32_t y) {
+  // A sample counts if the source one place further out, in each direction of the displacement, can be used.
+  const std::int32_t outwardX = x > 0 ? x + 1 : x - 1;
+  const std::int32_t outwardY = y > 0 ? y + 1 : y - 1;
+  const RotationScratch::RowRuns& runs = usable[static_cast<std::size_t>(row + outwardY)];
+  const ColumnRun source = Intersect(runs.exact, runs.turned);
+  return Intersect({comparable.left, comparable.right}, {source.begin - outwardX, source.end - outwardX});
+}
 
 RotationSums SumRotation(const GaussianPyramidCalcParams& level, double theta, RotationScratch& scratch,
                          std::int64_t x, std::int64_t y, const KernelOps& ops) {
@@ -204,13 +222,13 @@ RotationSums SumRotation(const GaussianPyramidCalcParams& level, double theta, R
   if (window.left >= window.right || window.top >= window.bottom) return sums;
 
   const ThreeRotations rotations(level.width, level.height, theta);
-  const std::span<ColumnRun> usable(scratch.usable.data(), static_cast<std::size_t>(level.height));
-  FindUsableColumns(level.width, level.height, theta, usable);
-  // A window that is not empty bounds the displacement.
+  for (std::int32_t row = 0; row < level.height; ++row)
+    scratch.usable[static_cast<std::size_t>(row)] = rotations.Usable(row);
+  // The window is not empty, so the displacement is smaller than the plane.
   const auto right = static_cast<std::int32_t>(x), up = static_cast<std::int32_t>(y);
   RotatedRows rotated(level.currentPlane, rotations, scratch, window.top + up - 1, ops);
   for (std::int32_t row = window.top; row < window.bottom; ++row) {
-    const ColumnRun run = ComparableColumns(window, usable, row, x, y);
+    const ColumnRun run = ComparableColumns(window, scratch.usable, row, right, up);
     if (run.begin >= run.end) continue;
     RotatedRow current = rotated.Get(row + up, {run.begin + right, run.end + right});
     for (const std::int16_t*& samples : current.samples) samples += run.begin + right;
@@ -221,13 +239,14 @@ RotationSums SumRotation(const GaussianPyramidCalcParams& level, double theta, R
   return sums;
 }
 
-void EstimateRotation(GaussianPyramidCalcParams& level, std::size_t index, MotionRecord start,
-                      RotationScratch& scratch, const KernelOps& ops) {
+/// Returns the number of iterations.
+int EstimateRotation(GaussianPyramidCalcParams& level, std::size_t index, MotionRecord start,
+                     RotationScratch& scratch, const KernelOps& ops) {
   Axis x = {start.dx}, y = {start.dy};
   double theta = start.theta, previousTheta = start.theta;
-  int thetaSign = 0, oscillations = 0;
-  for (level.iterations = 0; level.iterations < kMaxIterations && oscillations < kMaxOscillations;) {
-    ++level.iterations;
+  int thetaSign = 0, iterations = 0, oscillations = 0;
+  bool isSettled = false;
+  for (; iterations < kMaxIterations && oscillations < kMaxOscillations && !isSettled; ++iterations) {
     const MotionUpdate update =
         SolveRotation(SumRotation(level, theta, scratch, x.position, y.position, ops));
     const bool thetaTurned = thetaSign == -SignOf(update.theta);
@@ -237,12 +256,27 @@ void EstimateRotation(GaussianPyramidCalcParams& level, std::size_t index, Motio
     thetaSign = SignOf(update.theta);
     previousTheta = theta;
     theta += update.theta;
-    if (x.step == 0 && y.step == 0 && theta == previousTheta)
-      break;  // further iterations would repeat this one
+    isSettled = x.step == 0 && y.step == 0 && theta == previousTheta;
   }
   level.dx = x.Result(index);
   level.dy = y.Result(index);
   level.theta = index <= kCoarsestRotationLevel ? (previousTheta + theta) / 2 : 0.0;
+  return iterations;
+}
+
+/// Estimates the motion on one level, starting from the next coarser one, and stores it there.
+void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t index, std::uint32_t coefficients,
+                   RotationScratch& scratch, const KernelOps& ops) {
+  MotionRecord start = {};
+  if (index + 1 < levels.size()) {
+    const GaussianPyramidCalcParams& coarser = levels[index + 1];
+    start = {coarser.dx, coarser.dy, coarser.theta};
+  }
+  GaussianPyramidCalcParams& level = levels[index];
+  if (coefficients == static_cast<std::uint32_t>(EstimationCoefficients::XY))
+    level.iterations = EstimateTranslation(level, index, start, ops);
+  else if (coefficients == static_cast<std::uint32_t>(EstimationCoefficients::XYTheta))
+    level.iterations = EstimateRotation(level, index, start, scratch, ops);
 }
 
 }  // namespace
@@ -263,39 +297,6 @@ Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, 
   return {left, top, right, bottom};
 }
 
-ColumnRun ComparableColumns(const Rect& comparable, std::span<const ColumnRun> usable, std::int32_t row,
-                            std::int64_t x, std::int64_t y) {
-  // The sample one place further out than the displaced one decides.
-  const std::int64_t outwardX = x > 0 ? x + 1 : x - 1;
-  const std::int64_t outwardY = y > 0 ? y + 1 : y - 1;
-  const ColumnRun source = usable[static_cast<std::size_t>(row + outwardY)];
-  const auto shift = static_cast<std::int32_t>(outwardX);
-  return Intersect({comparable.left, comparable.right}, {source.begin - shift, source.end - shift});
-}
-
-void FindUsableColumns(std::int32_t width, std::int32_t height, double theta, std::span<ColumnRun> usable) {
-  const ThreeRotations rotations(width, height, theta);
-  for (std::int32_t row = 0; row < height; ++row) {
-    const auto runOf = [&](const PlaneRotation& rotation) { return rotation.Usable(rotation.Line(row)); };
-    const ColumnRun run =
-        Intersect(runOf(rotations.exact), Intersect(runOf(rotations.less), runOf(rotations.more)));
-    usable[static_cast<std::size_t>(row)] = run;
-  }
-}
-
-void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t level, std::uint32_t coefficients,
-                   RotationScratch& scratch, const KernelOps& ops) {
-  MotionRecord start = {};
-  if (level + 1 < levels.size()) {
-    const GaussianPyramidCalcParams& coarser = levels[level + 1];
-    start = {coarser.dx, coarser.dy, coarser.theta};
-  }
-  if (coefficients == static_cast<std::uint32_t>(EstimationCoefficients::XY))
-    EstimateTranslation(levels[level], level, start, ops);
-  else if (coefficients == static_cast<std::uint32_t>(EstimationCoefficients::XYTheta))
-    EstimateRotation(levels[level], level, start, scratch, ops);
-}
-
 MotionRecord EstimateMotion(std::span<GaussianPyramidCalcParams> levels, std::uint32_t coefficients,
                             std::uint32_t quality, RotationScratch& scratch, const KernelOps& ops) {
   const std::size_t finest = std::min(FinestLevel(quality), levels.size() - 1);
@@ -303,7 +304,7 @@ MotionRecord EstimateMotion(std::span<GaussianPyramidCalcParams> levels, std::ui
     EstimateLevel(levels, level, coefficients, scratch, ops);
 
   const GaussianPyramidCalcParams& result = levels[finest];
-  // A level above 0 holds its displacement doubled once already.
+  // Levels above 0 store their displacement doubled.
   const std::int64_t scale = finest > 1 ? std::int64_t{1} << (finest - 1) : 1;
   return {Saturate(result.dx * scale), Saturate(result.dy * scale), result.theta};
 }

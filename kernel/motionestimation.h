@@ -13,37 +13,31 @@
 // vision", 1981; J. R. Bergen et al., "Hierarchical model-based motion estimation", 1992.
 
 /// Work space of the rotation estimator for planes up to this size. A rotated plane is made and summed row by
-/// row, so that what is at work stays in the cache.
+/// row, so that the rows at work stay in the cache.
 struct RotationScratch {
   RotationScratch() = default;
   RotationScratch(std::int32_t width, std::int32_t height);
 
-  std::vector<ColumnRun>
-      usable;  ///< per row, where the sample exists at the angle and half a degree to each side
-  Plane rows;  ///< three rotated rows in turn, and the last row turned less and more
+  /// The columns of a row that have a source: turned by the angle, and turned by both half a degree less and
+  /// half a degree more.
+  struct RowRuns {
+    ColumnRun exact, turned;
+  };
+
+  std::vector<RowRuns> usable;  ///< of each row
+  Plane rows;                   ///< three rotated rows in turn, and the last row turned less and more
 };
 
-/// Samples of a `width` × `height` level that can be compared at displacement (x, y): they and their
-/// neighbours stay clear of the borders. Columns and rows of the plane, possibly none.
+/// The samples of a `width` × `height` level that can be compared at displacement (x, y): the displaced
+/// sample and its neighbours lie inside the plane, clear of its borders. Columns and rows; empty where there
+/// are none.
 Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, std::int64_t y);
-
-/// The same for one row of a rotated plane, of which row r can be used in columns `usable[r]`.
-ColumnRun ComparableColumns(const Rect& comparable, std::span<const ColumnRun> usable, std::int32_t row,
-                            std::int64_t x, std::int64_t y);
-
-/// The runs that the rotation estimator may use of each row of a `width` × `height` plane turned by `theta`
-/// degrees about its centre.
-void FindUsableColumns(std::int32_t width, std::int32_t height, double theta, std::span<ColumnRun> usable);
-
-/// Estimates the motion on one level, starting from the next coarser one, and stores it there.
-void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t level, std::uint32_t coefficients,
-                   RotationScratch& scratch, const KernelOps& ops);
 
 /// The finest level whose estimate counts at this quality, if there are that many levels.
 std::size_t FinestLevel(std::uint32_t quality);
 
 /// Motion from the previous to the newest frame in pixels of level 0. `quality` chooses the finest level
-/// used: 2 stops at level 1, 3 at level 2, any other at level 0. Coefficients other than those named estimate
-/// nothing. `scratch` is used by the rotation estimator only.
+/// used: 2 stops at level 1, 3 at level 2, any other at level 0. Unknown coefficients estimate nothing. Only
+/// the rotation estimator uses `scratch`.
 MotionRecord EstimateMotion(std::span<GaussianPyramidCalcParams> levels, std::uint32_t coefficients,
                             std::uint32_t quality, RotationScratch& scratch, const KernelOps& ops);

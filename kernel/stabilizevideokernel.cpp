@@ -36,11 +36,11 @@ RotationScratch MakeScratch(const KernelParams& params) {
 
 }  // namespace
 
-/// All that one stream needs.
+/// The state and the buffers of one stream.
 struct CStabilizeVideoKernel::Stream {
   explicit Stream(const KernelParams& kernelParams)
       : params(kernelParams),
-        compensation({params.width, params.height}, params),
+        compensation(params),
         weights(FindPathWeights(params.windowLength, params.gaussianWeights != 0)),
         pyramid(MakePyramid(params.roi.right - params.roi.left, params.roi.bottom - params.roi.top,
                             FinestLevel(params.estimationQuality))),
@@ -82,11 +82,11 @@ struct CStabilizeVideoKernel::Stream {
   MotionRecord latestCorrection = {};
 };
 
-CStabilizeVideoKernel::CStabilizeVideoKernel(const KernelOps& ops) : m_pOps(&ops) {}
+CStabilizeVideoKernel::CStabilizeVideoKernel(const KernelOps& ops) noexcept : m_pOps(&ops) {}
 
 CStabilizeVideoKernel::~CStabilizeVideoKernel() = default;
 
-bool CStabilizeVideoKernel::Initialize(const KernelParams& params) {
+bool CStabilizeVideoKernel::Initialize(const KernelParams& params) noexcept {
   m_passThrough = false;
   Release();
   if (!IsRegionInside(params.roi, params.width, params.height)) {
@@ -103,7 +103,7 @@ bool CStabilizeVideoKernel::Initialize(const KernelParams& params) {
   return true;
 }
 
-bool CStabilizeVideoKernel::ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput) {
+bool CStabilizeVideoKernel::ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput) noexcept {
   if (m_passThrough) return true;
   if (!m_initialized) return false;
 
@@ -120,22 +120,22 @@ bool CStabilizeVideoKernel::ProcessFrame(std::uint8_t* pixels, bool repeatPrevio
   return true;
 }
 
-void CStabilizeVideoKernel::Reset() {
+void CStabilizeVideoKernel::Reset() noexcept {
   if (!m_pStream) return;
   m_pStream->frameHistory.Clear();
   m_pStream->motionRing.Fill({});
   m_pStream->latestCorrection = {};
 }
 
-void CStabilizeVideoKernel::Release() {
+void CStabilizeVideoKernel::Release() noexcept {
   m_pStream.reset();
   m_initialized = false;
 }
 
-MotionRecord CStabilizeVideoKernel::LatestMotion() const {
+MotionRecord CStabilizeVideoKernel::LatestMotion() const noexcept {
   return m_pStream ? m_pStream->motionRing.Newest() : MotionRecord{};
 }
 
-MotionRecord CStabilizeVideoKernel::LatestCorrection() const {
+MotionRecord CStabilizeVideoKernel::LatestCorrection() const noexcept {
   return m_pStream ? m_pStream->latestCorrection : MotionRecord{};
 }

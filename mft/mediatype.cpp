@@ -19,7 +19,7 @@ namespace {
 
 const GUID* const kSubtypes[] = {&MFVideoFormat_RGB24};
 
-/// A format in the older description, freed with the object.
+/// A media type as DirectShow describes it, freed with the object.
 class AmMediaType {
  public:
   explicit AmMediaType(IMFMediaType* type)
@@ -93,7 +93,8 @@ HRESULT CopyMediaType(IMFMediaType* source, IMFMediaType** copy) {
 }
 
 std::uint64_t ImageParameters::FrameBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const {
-  // 64 bits hold the row of the widest picture; a frame beyond them is beyond every buffer too.
+  // A row always fits 64 bits. A frame that does not is larger than any buffer, and so is the number
+  // returned.
   const std::uint64_t stride = (std::uint64_t{BitsImage} * frameWidth + 31) / 32 * 4;
   const std::uint64_t limit = UINT64_MAX / (frameHeight > 0 ? frameHeight : 1);
   return stride <= limit ? stride * frameHeight : UINT64_MAX;

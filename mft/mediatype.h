@@ -28,9 +28,11 @@ struct ImageParameters {
   /// Bytes of a frame of that many pixels whose rows are padded to 4 bytes.
   std::uint64_t FrameBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
   std::uint64_t FrameBytes() const { return FrameBytes(width, height); }
-  /// The same as media types and stream descriptions tell it: the largest number for what they cannot hold.
+  /// The same in the 32 bits of media types and stream descriptions: the largest number where it does not
+  /// fit.
   std::uint32_t SampleBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
 
-  /// Takes what `type` tells. The sample size stays when the type does not tell one. Gets as far as it can.
+  /// Reads the parameters of `type`, as far as it has them. A type without a sample size leaves that of the
+  /// type before.
   void Read(IMFMediaType* type);
 };

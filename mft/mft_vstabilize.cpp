@@ -7,8 +7,6 @@
 
 #include "common/comboundary.h"
 #include "common/debugreport.h"
-#include "engine/settingskeys.h"
-#include "kernel/frame.h"
 
 using Microsoft::WRL::ComPtr;
 
@@ -20,7 +18,7 @@ constexpr char kFile[] = "mft_vstabilize";
 constexpr GUID kAdvancedEngineClass = {
     0x51571744, 0x7FE4, 0x4FF2, {0xA4, 0x98, 0x2D, 0xC3, 0x4F, 0xF7, 0x4F, 0x1B}};
 
-// What processing says when the kernel keeps the frame and gives none.
+// The result of processing while the kernel fills its delay line and delivers no frame.
 constexpr HRESULT kNoFrameYet = S_FALSE;
 
 /// The bytes of a sample's one contiguous buffer, locked while the object lives.
@@ -56,6 +54,9 @@ HRESULT AssertSucceeded(HRESULT hr) {
   return hr;
 }
 
+/// Without the sign that tells a top-down picture.
+SIZE UprightSize(const SIZE& size) { return {size.cx, static_cast<LONG>(std::llabs(size.cy))}; }
+
 bool IsSameSize(const SIZE& a, const SIZE& b) { return a.cx == b.cx && a.cy == b.cy; }
 
 }  // namespace
@@ -75,7 +76,7 @@ HRESULT CMFTVStabilize::CreateInstance(IUnknown* outer, REFIID iid, void** objec
 }
 
 CMFTVStabilize::CMFTVStabilize() {
-  *m_pFacade.GetAddressOf() = new CVKVStabilizeImpl(CLSID_VKFVStabilize, this);
+  *m_pFacade.GetAddressOf() = new CVKVStabilizeImpl(this);
   CoCreateInstance(kAdvancedEngineClass, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&m_pInnerTransform));
   m_pFacade->LoadAttributes();
   m_pFacade->SetAdvancedEngineAvailable(m_pInnerTransform != nullptr);
@@ -102,16 +103,6 @@ STDMETHODIMP CMFTVStabilize::QueryInterface(REFIID iid, void** object) {
   return S_OK;
 }
 
-STDMETHODIMP_(ULONG) CMFTVStabilize::AddRef() {
-  return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount));
-}
-
-STDMETHODIMP_(ULONG) CMFTVStabilize::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) delete this;
-  return static_cast<ULONG>(count);
-}
-
 STDMETHODIMP CMFTVStabilize::GetPages(CAUUID* pages) {
   if (!pages) return E_POINTER;
   pages->cElems = 2;
@@ -122,8 +113,8 @@ STDMETHODIMP CMFTVStabilize::GetPages(CAUUID* pages) {
   return S_OK;
 }
 
-/// The transform that does the work instead of this one; null when this one works. Saved settings may claim
-/// an engine that does not exist here.
+/// The inner transform if it is to work in place of this one, otherwise null. Saved settings may ask for one
+/// that this machine does not have: also null.
 IMFTransform* CMFTVStabilize::ActiveInnerTransform() {
   return m_pFacade->IsAdvancedEngineActive() ? m_pInnerTransform.Get() : nullptr;
 }
@@ -171,7 +162,7 @@ STDMETHODIMP CMFTVStabilize::GetOutputStreamInfo(DWORD stream, MFT_OUTPUT_STREAM
   *info = {};
   info->dwFlags = MFT_OUTPUT_STREAM_WHOLE_SAMPLES | MFT_OUTPUT_STREAM_SINGLE_SAMPLE_PER_BUFFER |
                   MFT_OUTPUT_STREAM_FIXED_SAMPLE_SIZE;
-  // Also when the output is cropped: the buffer first receives the whole input frame.
+  // The buffer first receives the whole input frame, also when the output is cropped.
   info->cbSize = m_pInputType ? m_image.SampleBytes(m_image.width, m_image.height) : 0;
   return S_OK;
 }
@@ -274,8 +265,7 @@ STDMETHODIMP CMFTVStabilize::SetInputType(DWORD stream, IMFMediaType* type, DWOR
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
   if (!type) {  // also when only testing
     m_pInputType.Reset();
-    const CAutoLock sizeLock(m_inputSizeLock);
-    m_inputSize.reset();
+    m_inputSize = SIZE{};
     return S_OK;
   }
   if (m_pSample) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
@@ -294,7 +284,7 @@ STDMETHODIMP CMFTVStabilize::SetOutputType(DWORD stream, IMFMediaType* type, DWO
     return S_OK;
   }
   const unsigned formatChanges = m_formatChanges;
-  // After a format change the sample that is held waits for just this call.
+  // After a format change the held sample cannot be processed before this call.
   if (m_pSample && formatChanges == 0) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
   const HRESULT hr = CheckOutputType(type);
   if (SUCCEEDED(hr) && flags != MFT_SET_TYPE_TEST_ONLY) CommitOutputType(type, formatChanges);
@@ -315,7 +305,7 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   if (SUCCEEDED(hr)) hr = output->GetGUID(MF_MT_SUBTYPE, &subtype);
   if (FAILED(hr)) return hr;
   if (subtype != MFVideoFormat_RGB24) return E_FAIL;
-  // The subtype tells video already; the major type may be missing, but not contradict it.
+  // The subtype implies video. The major type may be missing, but must not say otherwise.
   GUID majorType = {};
   if (SUCCEEDED(output->GetGUID(MF_MT_MAJOR_TYPE, &majorType)) && majorType != MFMediaType_Video)
     return E_FAIL;
@@ -323,8 +313,8 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   std::optional<SIZE> expected = ReadFrameSize(input), proposed = ReadFrameSize(output);
   if (!expected || !proposed) return E_FAIL;
   if (m_pFacade->ChangesFrameSize()) {
-    // Margins are taken from the picture, whichever end of it comes first in memory, as in the proposed type.
-    expected->cy = static_cast<LONG>(std::llabs(expected->cy));
+    // As in the proposed type, the height counts without its sign, which only tells the order of rows.
+    expected = UprightSize(*expected);
     m_pFacade->GetOutputSize(*expected);
   }
   return IsSameSize(*expected, *proposed) ? S_OK : E_FAIL;
@@ -338,7 +328,7 @@ HRESULT CMFTVStabilize::ProposeOutputType(IMFMediaType** type) {
   ComPtr<IMFMediaType> proposed;
   const HRESULT hr = CopyMediaType(m_pInputType.Get(), &proposed);
   if (FAILED(hr)) return hr;
-  // A host that asks for output types is ready to follow changes.
+  // A host that asks for output types can follow a change of them.
   m_pFacade->put_AutoReconnect(VARIANT_TRUE);
   if (m_pFacade->ChangesFrameSize()) {
     SIZE size = ImageSize();
@@ -354,53 +344,40 @@ HRESULT CMFTVStabilize::ProposeOutputType(IMFMediaType** type) {
 void CMFTVStabilize::CommitInputType(IMFMediaType* type) {
   m_pInputType = type;
   m_image.Read(type);
-  {
-    const CAutoLock lock(m_inputSizeLock);
-    m_inputSize.reset();
-    if (const std::optional<SIZE> told = ReadFrameSize(type)) m_inputSize = {*told, ImageSize()};
-  }
-  ForgetFrames();
+  m_inputSize = ReadFrameSize(type).value_or(SIZE{});
+  m_pFacade->Reset();
 }
 
 void CMFTVStabilize::CommitOutputType(IMFMediaType* type, unsigned formatChanges) {
   m_pOutputType = type;
   if (formatChanges == 0) return;
   m_pFacade->ClearReconnectPending();
-  // A change that another thread made since the type was checked is still to be announced.
+  // A change that another thread made since the type was checked stays pending.
   m_formatChanges.compare_exchange_strong(formatChanges, 0);
 }
 
 HRESULT CMFTVStabilize::OutputChanged() {
   if (!m_pFacade || !m_pFacade->ChangesFrameSize()) return S_OK;
-  std::optional<InputSize> input;
-  {
-    const CAutoLock lock(m_inputSizeLock);
-    input = m_inputSize;
-  }
-  if (!input) return S_OK;
-  SIZE output = input->image;
+  const SIZE input = m_inputSize;
+  if (IsSameSize(input, {})) return S_OK;
+  SIZE output = UprightSize(input);
   m_pFacade->GetOutputSize(output);
-  if (!IsSameSize(output, input->told)) ++m_formatChanges;
+  if (!IsSameSize(output, input)) ++m_formatChanges;
   return S_OK;
 }
 
 // The data
 
-void CMFTVStabilize::ForgetFrames() {
-  m_pFacade->Reset();
-  m_sampleAttributes.Clear();
-}
-
 void CMFTVStabilize::BeginStreaming() {
   if (m_streaming) return;
   m_streaming = true;
   if (m_pFacade->IsReconnectPending()) ++m_formatChanges;
-  ForgetFrames();
+  m_pFacade->Reset();
 }
 
 void CMFTVStabilize::EndStreaming() {
   if (!m_streaming) return;
-  ForgetFrames();
+  m_pFacade->Reset();
   m_streaming = false;
 }
 
@@ -457,7 +434,7 @@ STDMETHODIMP CMFTVStabilize::ProcessOutput(DWORD flags, DWORD count, MFT_OUTPUT_
   }
   const CAutoLock lock(m_lock);
   if (!m_pSample) return MF_E_TRANSFORM_NEED_MORE_INPUT;
-  // Offered to processing once, whatever comes of it.
+  // Each sample is processed once, also if that fails.
   const ComPtr<IMFSample> sample = std::move(m_pSample);
   const HRESULT hr = ComBoundary([&] { return ProcessSample(sample.Get(), buffers[0].pSample); });
   if (hr == kNoFrameYet) return MF_E_TRANSFORM_NEED_MORE_INPUT;
@@ -478,7 +455,7 @@ HRESULT CMFTVStabilize::ProcessSample(IMFSample* input, IMFSample* output) {
   if (SUCCEEDED(m_pFacade->get_Enabled(&enabled)) && enabled != VARIANT_FALSE)
     return Stabilize(input, output);
   PassTiming(input, output);
-  ForgetFrames();
+  m_pFacade->Reset();
   return S_OK;
 }
 
@@ -488,10 +465,10 @@ HRESULT CMFTVStabilize::CopyImage(IMFSample* input, IMFSample* output) const {
   const SampleLock source(input), destination(output);
   if (FAILED(source.Result())) return source.Result();
   if (FAILED(destination.Result())) return destination.Result();
-  // Neither buffer is touched unless both hold the frame.
+  // Nothing is written unless both buffers are large enough for the frame.
   if (source.Length() < bytes) return E_INVALIDARG;
   if (destination.Capacity() < bytes) return MF_E_BUFFERTOOSMALL;
-  // A host may have its frames processed in place.
+  // The host may pass the same buffer twice, to have frames processed in place.
   if (bytes > 0) std::memmove(destination.Bytes(), source.Bytes(), static_cast<std::size_t>(bytes));
   return destination.SetLength(static_cast<DWORD>(bytes));
 }
@@ -499,13 +476,15 @@ HRESULT CMFTVStabilize::CopyImage(IMFSample* input, IMFSample* output) const {
 HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
   bool frameTaken = false;
   bool noOutput = false;  // stays so when the kernel lets frames pass unchanged
-  // Now, since a frame that the kernel takes without a record would set all stamps out of step.
+  // Memory is reserved before the kernel takes the frame: without a record for it, all later frames would get
+  // the timing of others.
   m_sampleAttributes.Reserve();
   const unsigned streamBefore = m_pFacade->StreamNumber();
   const HRESULT hr = StabilizeImage(output, &frameTaken, &noOutput);
   if (FAILED(AssertSucceeded(hr))) return hr;
 
-  // A kernel that was set up anew has forgotten its frames: their timing goes too.
+  // The kernel is set up anew after a reset or a change of settings. It has no frames from before, so their
+  // timing goes, too.
   if (m_pFacade->StreamNumber() != streamBefore) m_sampleAttributes.Clear();
   if (frameTaken) m_sampleAttributes.Append(CVRMFSampleAttributes::Of(input));
   if (noOutput) return kNoFrameYet;
@@ -517,7 +496,7 @@ HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
 HRESULT CMFTVStabilize::StabilizeImage(IMFSample* sample, bool* frameTaken, bool* noOutput) {
   const SampleLock image(sample);
   if (FAILED(image.Result())) return image.Result();
-  // The kernel works on 24-bit frames whatever the type claims.
+  // The kernel always works on 24-bit frames, also if the type's format block says something else.
   const std::uint64_t needed = ImageParameters{.BitsImage = 24}.FrameBytes(m_image.width, m_image.height);
   if (image.Capacity() < needed) return MF_E_BUFFERTOOSMALL;
   *frameTaken = m_pFacade->ProcessFrame(image.Bytes(), m_image.width, m_image.height, false, noOutput);
@@ -526,6 +505,6 @@ HRESULT CMFTVStabilize::StabilizeImage(IMFSample* sample, bool* frameTaken, bool
 
 void CMFTVStabilize::PassTiming(IMFSample* input, IMFSample* output) {
   CVRMFSampleAttributes timing = CVRMFSampleAttributes::Of(input);
-  timing.cleanPointResult = E_FAIL;  // not passed on here
+  timing.cleanPointResult = E_FAIL;  // frames that pass unchanged do not carry it
   timing.ApplyTo(output);
 }

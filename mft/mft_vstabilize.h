@@ -6,30 +6,27 @@
 #include <mfidl.h>
 #include <mftransform.h>
 #include <ocidl.h>
-#include <optional>
 #include <wrl/client.h>
 
 #include "common/baseobject.h"
 #include "common/criticalsection.h"
-#include "engine/settingskeys.h"
+#include "common/refcounted.h"
 #include "engine/vkvstabilizeimpl.h"
 #include "mft/mediatype.h"
 #include "mft/sampleattributes.h"
 
 /// Class identifiers of the module.
-inline constexpr GUID CLSID_VKFVStabilize = settingskeys::EngineKey(0xE2B6EDDE);
-inline constexpr GUID CLSID_VKFVStabilizePropertyPage = settingskeys::EngineKey(0xE2B6EDDD);
-inline constexpr GUID CLSID_VKFVStabilizeAbout = settingskeys::EngineKey(0xE2B6EDDC);
+inline constexpr GUID CLSID_VKFVStabilize = __uuidof(VKFVStabilize);
+inline constexpr GUID CLSID_VKFVStabilizePropertyPage = __uuidof(VKFVStabilizePropertyPage);
+inline constexpr GUID CLSID_VKFVStabilizeAbout = __uuidof(VKFVStabilizeAbout);
 
 /// The stabilizer as a Media Foundation transform: one stream of 24-bit RGB video in and one out.
 ///
-/// Any thread may call. The main lock comes before the facade's locks. Settings changes arrive with the
-/// facade's locks held, so what they need of the input type stands under a lock of its own that is held for
-/// no other call.
+/// Any thread may call. The main lock comes before the facade's locks. The settings callback comes with the
+/// facade's locks held and must not take the main lock, so all that it reads is atomic.
 class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
-                             public IMFTransform,
-                             private VKVStabilizeImplCB,
-                             public ISpecifyPropertyPages {
+                             public CRefCounted<IMFTransform, ISpecifyPropertyPages>,
+                             private VKVStabilizeImplCB {
  public:
   /// Creation function of the class table.
   static HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object);
@@ -39,8 +36,6 @@ class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
 
   // IUnknown; the automation interfaces are the facade's.
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
-  STDMETHODIMP_(ULONG) Release() override;
 
   // ISpecifyPropertyPages
   STDMETHODIMP GetPages(CAUUID* pages) override;
@@ -73,15 +68,9 @@ class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
                              DWORD* status) override;
 
  private:
-  /// The input type as the settings callback may see it.
-  struct InputSize {
-    SIZE told;   ///< what the type tells
-    SIZE image;  ///< without the sign of the height
-  };
-
   /// Throws std::bad_alloc.
   CMFTVStabilize();
-  ~CMFTVStabilize();
+  ~CMFTVStabilize() override;
 
   // VKVStabilizeImplCB
   HRESULT STDMETHODCALLTYPE OutputChanged() override;
@@ -96,17 +85,14 @@ class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
 
   void BeginStreaming();
   void EndStreaming();
-  void ForgetFrames();
   HRESULT ProcessSample(IMFSample* input, IMFSample* output);
   HRESULT CopyImage(IMFSample* input, IMFSample* output) const;
   HRESULT Stabilize(IMFSample* input, IMFSample* output);
   HRESULT StabilizeImage(IMFSample* sample, bool* frameTaken, bool* noOutput);
   void PassTiming(IMFSample* input, IMFSample* output);
 
-  LONG m_nRefCount = 1;
   std::atomic<unsigned> m_formatChanges = 0;  // that await a new output type
-  CCriticalSection m_inputSizeLock;
-  std::optional<InputSize> m_inputSize;  // guarded by its lock
+  std::atomic<SIZE> m_inputSize = SIZE{};     // as the input type tells it; zero where none does
   CCriticalSection m_lock;
   // Guarded by the main lock:
   Microsoft::WRL::ComPtr<IMFMediaType> m_pInputType, m_pOutputType;

@@ -7,7 +7,7 @@
 #include <mfobjects.h>
 #include <vector>
 
-/// One input sample's timing, each field with the result of reading it.
+/// One input sample's timing. Each field has the result of reading it.
 struct CVRMFSampleAttributes {
   HRESULT timeResult = E_FAIL, durationResult = E_FAIL, discontinuityResult = E_FAIL,
           cleanPointResult = E_FAIL;
@@ -30,9 +30,9 @@ class CSampleAttributesQueue {
   bool IsEmpty() const { return m_pOldest == nullptr; }
   /// Makes room for one more entry. Throws std::bad_alloc.
   void Reserve();
-  /// Takes the room that was reserved.
+  /// Fills the room that `Reserve` made.
   void Append(const CVRMFSampleAttributes& attributes);
-  /// The oldest entry, taken out; the queue is not empty.
+  /// Removes and returns the oldest entry of a queue that is not empty.
   CVRMFSampleAttributes TakeOldest();
   void Clear();
 

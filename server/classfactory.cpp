@@ -24,13 +24,9 @@ STDMETHODIMP ClassFactory::QueryInterface(REFIID iid, void** object) {
   return S_OK;
 }
 
-STDMETHODIMP_(ULONG) ClassFactory::AddRef() { return static_cast<ULONG>(InterlockedIncrement(&m_refCount)); }
-
 STDMETHODIMP_(ULONG) ClassFactory::Release() {
-  DebugAssert(m_refCount >= 0, "m_refCount >= 0", "classfactory");
-  const LONG count = InterlockedDecrement(&m_refCount);
-  if (count == 0) delete this;
-  return static_cast<ULONG>(count);
+  DebugAssert(m_nRefCount >= 0, "m_refCount >= 0", "classfactory");
+  return CRefCounted::Release();
 }
 
 STDMETHODIMP ClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object) {

@@ -4,6 +4,8 @@
 
 #include <unknwn.h>
 
+#include "common/refcounted.h"
+
 namespace MediaFoundationSamples {
 
 /// Makes an object and gives the interface asked for.
@@ -11,7 +13,7 @@ using CreationFunction = HRESULT (*)(IUnknown* outer, REFIID iid, void** object)
 
 /// Class object of one creatable class. Does not count as a living object of the module: a client that wants
 /// to keep the module loaded locks the server.
-class ClassFactory final : public IClassFactory {
+class ClassFactory final : public CRefCounted<IClassFactory> {
  public:
   /// A factory with the interface asked for; `E_NOINTERFACE` leaves none behind.
   static HRESULT Create(CreationFunction create, REFIID iid, void** factory);
@@ -21,7 +23,6 @@ class ClassFactory final : public IClassFactory {
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
   STDMETHODIMP_(ULONG) Release() override;
 
   // IClassFactory
@@ -30,9 +31,8 @@ class ClassFactory final : public IClassFactory {
 
  private:
   explicit ClassFactory(CreationFunction create) : m_create(create) {}
-  ~ClassFactory() = default;
+  ~ClassFactory() override = default;
 
-  LONG m_refCount = 1;
   const CreationFunction m_create;
 };
 

@@ -6,7 +6,6 @@
 #include <mftransform.h>
 #include <oleauto.h>
 #include <optional>
-#include <span>
 #include <string>
 
 #include "common/comboundary.h"
@@ -20,7 +19,7 @@ namespace {
 
 constexpr GUID kFamilyCategory = {
     0x1E6FFA21, 0x24D8, 0x4B28, {0xBF, 0xD0, 0x98, 0xD8, 0x3C, 0x69, 0x82, 0xC3}};
-constexpr GUID kTypeLibrary = settingskeys::EngineKey(0xE2B6EDDB);
+constexpr GUID kTypeLibrary = {0xE2B6EDDB, 0x38C5, 0x11D5, {0x91, 0xF6, 0x00, 0x10, 0x4B, 0xDB, 0x8F, 0xF9}};
 
 struct RegisteredClass {
   const GUID& clsid;
@@ -54,7 +53,7 @@ HRESULT RegisterClassEntry(const RegisteredClass& entry, const std::string& modu
 HRESULT RegisterTransform() {
   wchar_t name[] = L"Varkon MF Video Stabilizer Transform";
   for (const GUID& category : {kFamilyCategory, MFT_CATEGORY_VIDEO_EFFECT}) {
-    // Found by category, not by type.
+    // Without types: hosts find the transform by its category.
     const HRESULT hr = MFTRegister(CLSID_VKFVStabilize, category, name, 0, 0, nullptr, 0, nullptr, nullptr);
     if (FAILED(hr)) return hr;
   }
@@ -63,16 +62,10 @@ HRESULT RegisterTransform() {
 
 /// The file registered as the transform's server, whether it exists or not.
 std::optional<std::string> RegisteredServer() {
-  CRegistryKey key;
-  DWORD type = REG_NONE, size = 0;
-  const std::string name = '\\' + ClassKeyName(CLSID_VKFVStabilize) + "\\InprocServer32";
-  if (key.Open(HKEY_CLASSES_ROOT, name.c_str(), KEY_READ) != ERROR_SUCCESS ||
-      key.QueryType(nullptr, &type, &size) != ERROR_SUCCESS || type != REG_SZ)
-    return std::nullopt;
-  std::string path(size, '\0');
-  if (key.QueryData(nullptr, std::as_writable_bytes(std::span(path)), &size) != ERROR_SUCCESS)
-    return std::nullopt;
-  return path.substr(0, path.find('\0'));
+  const std::string key = ClassKeyName(CLSID_VKFVStabilize) + "\\InprocServer32";
+  const auto path = ReadRegistryValue(HKEY_CLASSES_ROOT, key.c_str(), nullptr, RRF_RT_REG_SZ);
+  if (!path) return std::nullopt;
+  return reinterpret_cast<const char*>(path->data());
 }
 
 /// The file registered as the transform's server if it exists and is not `modulePath`.
@@ -106,7 +99,8 @@ HRESULT RegisterModule(HMODULE module) {
     }
     hr = RegisterTransform();
     if (FAILED(hr)) return hr;
-    // The transform works without: only automation by name from other processes needs it.
+    // A failure does not matter to the transform: only automation by name from other processes needs the
+    // library.
     RegisterModuleTypeLibrary(module, true);
     return S_OK;
   });
@@ -115,12 +109,12 @@ HRESULT RegisterModule(HMODULE module) {
 HRESULT UnregisterModule(HMODULE module) {
   return ComBoundary([&] {
     std::string path;
-    // A module that cannot tell its path owns no registration either.
+    // A module whose path cannot be told has not been registered.
     if (FAILED(GetModulePath(module, &path)) || OtherServer(path)) return S_OK;
     MFTUnregister(CLSID_VKFVStabilize);
     for (const RegisteredClass& entry : kClasses)
       RegDeleteTreeA(HKEY_CLASSES_ROOT, ClassKeyName(entry.clsid).c_str());
-    // Under the library's own language, and under none, as where it was registered by hand.
+    // The library is registered under its own language. Registrations by other tools may have no language.
     for (const LCID locale : {LCID{0x409}, LCID{0}}) UnRegisterTypeLib(kTypeLibrary, 1, 0, locale, SYS_WIN64);
     return S_OK;
   });

@@ -5,8 +5,7 @@
 #include "ui/basepropertypage.h"
 #include "ui/gdiobject.h"
 
-/// Tells what the product is and which version of it this module is. Takes any object, and does nothing to
-/// it.
+/// Shows the product's name and this module's version. Takes any object and leaves it alone.
 class CAboutProperties final : public CBasePropertyPage {
  public:
   /// Creation function of the class table.

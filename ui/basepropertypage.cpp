@@ -78,17 +78,9 @@ STDMETHODIMP CBasePropertyPage::QueryInterface(REFIID iid, void** object) {
   return S_OK;
 }
 
-STDMETHODIMP_(ULONG) CBasePropertyPage::AddRef() {
-  return static_cast<ULONG>(InterlockedIncrement(&m_nRefCount));
-}
-
-STDMETHODIMP_(ULONG) CBasePropertyPage::Release() {
-  const LONG count = InterlockedDecrement(&m_nRefCount);
-  if (count == 0) {
-    CloseDialog();  // while the derived page that gets its messages is whole
-    delete this;
-  }
-  return static_cast<ULONG>(count);
+void CBasePropertyPage::Destroy() {
+  CloseDialog();  // before destruction begins, as the derived page still gets messages
+  CRefCounted::Destroy();
 }
 
 // Site and objects
@@ -169,7 +161,7 @@ STDMETHODIMP CBasePropertyPage::GetPageInfo(PROPPAGEINFO* info) {
   return CopyTaskString(title, &info->pszTitle);
 }
 
-// How large a dialog unit is depends on the font, which only a dialog knows.
+// The size of a dialog unit depends on the dialog's font, so a dialog is made and measured.
 HRESULT CBasePropertyPage::MeasureDialog(SIZE* pixels) {
   const HWND dialog = CreatePageDialog(GetDesktopWindow(), nullptr);
   if (!dialog) return LastError();
@@ -240,10 +232,10 @@ INT_PTR CALLBACK CBasePropertyPage::DialogProc(HWND dialog, UINT message, WPARAM
   }
   auto* const page = std::bit_cast<CBasePropertyPage*>(GetWindowLongPtrW(dialog, DWLP_USER));
   if (!page) return FALSE;
-  // What a message leads to may end in the host's last release.
+  // Handling a message may make the host release the page for good.
   const ComPtr<CBasePropertyPage> keepAlive(page);
   if (message != WM_NCDESTROY) return page->OnMessage(message, wParam, lParam);
-  // The frame went first and took the dialog along.
+  // The frame was destroyed first, and the dialog with it.
   page->m_hwnd = nullptr;
   page->m_active = false;
   return FALSE;

@@ -5,54 +5,54 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
+#include "common/refcounted.h"
+
 /// A property page over a dialog of this module's resources. Derived pages say what the dialog's controls
 /// mean.
 ///
 /// Like any window, a page belongs to the thread that activates it. Methods called out of order give
 /// E_UNEXPECTED.
-class CBasePropertyPage : public IPropertyPage {
+class CBasePropertyPage : public CRefCounted<IPropertyPage> {
  public:
   CBasePropertyPage(const CBasePropertyPage&) = delete;
   CBasePropertyPage& operator=(const CBasePropertyPage&) = delete;
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-  STDMETHODIMP_(ULONG) AddRef() override;
-  STDMETHODIMP_(ULONG) Release() override;
 
   // IPropertyPage
   STDMETHODIMP SetPageSite(IPropertyPageSite* site) override;
   STDMETHODIMP Activate(HWND parent, LPCRECT rect, BOOL modal) override;
   STDMETHODIMP Deactivate() override;
   STDMETHODIMP GetPageInfo(PROPPAGEINFO* info) override;
-  /// Takes one object at a time. The dialog of another object stays without effect until it is closed.
+  /// Takes one object. A dialog that is open for another object has no effect from then on.
   STDMETHODIMP SetObjects(ULONG count, IUnknown** objects) override;
   STDMETHODIMP Show(UINT command) override;
   STDMETHODIMP Move(LPCRECT rect) override;
   STDMETHODIMP IsPageDirty() override;
-  /// Also applies what was edited before the dialog closed.
+  /// Also applies changes made in a dialog that has been closed since.
   STDMETHODIMP Apply() override;
   STDMETHODIMP Help(LPCOLESTR folder) override;
-  /// Takes the keys that mean something in the dialog. Enter, Escape and foreign mnemonics are the frame's,
-  /// and so is the Tab that leaves the page, if the frame wants it.
+  /// Handles the keys of the dialog. Enter, Escape and mnemonics of no control here are left to the frame; so
+  /// is the Tab that leaves the page, if the frame handles it.
   STDMETHODIMP TranslateAccelerator(MSG* message) override;
 
  protected:
   /// Makes a page; throws std::bad_alloc.
   using MakeFunction = CBasePropertyPage* (*)();
 
-  /// What creation functions of the class table have in common.
+  /// The common part of the pages' creation functions.
   static HRESULT CreatePage(MakeFunction make, IUnknown* outer, REFIID iid, void** object);
 
   /// Resource numbers of the dialog and of the string that is the page's title.
   CBasePropertyPage(int dialogId, UINT titleId) : m_dialogId(dialogId), m_titleId(titleId) {}
-  virtual ~CBasePropertyPage() = default;
+  ~CBasePropertyPage() override = default;
 
   /// Takes the object that the page is to show, or none for null. On failure the page has no object.
   virtual HRESULT OnConnect(IUnknown* object) = 0;
   /// The dialog has been created, and is not visible yet.
   virtual void OnActivate() = 0;
-  /// Writes to the object what the dialog says, or said when it closed.
+  /// Writes the dialog's settings to the object, those of its last state if it is closed.
   virtual HRESULT OnApply() { return S_OK; }
   /// A message to the dialog; the result is a dialog procedure's.
   virtual INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam);
@@ -65,6 +65,7 @@ class CBasePropertyPage : public IPropertyPage {
   void SetDirty();
 
  private:
+  void Destroy() override;
   static INT_PTR CALLBACK DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam);
   HWND CreatePageDialog(HWND parent, DLGPROC procedure);
   void CloseDialog();
@@ -72,7 +73,6 @@ class CBasePropertyPage : public IPropertyPage {
   bool IsDialogKey(const MSG& message) const;
   bool LeavesPage(const MSG& message) const;
 
-  LONG m_nRefCount = 1;
   const int m_dialogId;
   const UINT m_titleId;
   Microsoft::WRL::ComPtr<IPropertyPageSite> m_pPageSite;

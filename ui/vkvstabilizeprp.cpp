@@ -75,7 +75,7 @@ constexpr DropDownList kLists[] = {
     {IDC_INTERPOLATION, &PageSettings::interpolation, kInterpolations},
 };
 
-/// An edit with its spin control, which knows what number the text says.
+/// An edit with its spin control, which reads the number from the text.
 struct NumberEdit {
   int id;
   int spinId;
@@ -92,7 +92,7 @@ constexpr NumberEdit kNumbers[] = {
     {IDC_TOP_BOTTOM_MARGIN, IDC_TOP_BOTTOM_MARGIN_SPIN, &PageSettings::topBottomMargin, 4999},
 };
 
-/// What must hold for a control to be enabled. A page is editable when its own engine is to work.
+/// The condition for a control to be enabled. The page is editable unless the advanced engine works.
 enum class Needs { Enabled, AdvancedEngine, Editable, Region, Clipping };
 
 struct EnablingRule {
@@ -237,7 +237,7 @@ HRESULT ReadObject(IVKFVStabilize* object, PageSettings* settings) {
   return hr;
 }
 
-// The object does not follow the changes before the last one is in, so that its output changes only once.
+// The object does not reconnect before the last change is in, so that its output changes only once.
 HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
   using Object = IVKFVStabilize;
   HRESULT hr = S_OK;
@@ -266,7 +266,19 @@ HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
   return hr;
 }
 
-/// A person's own colours outlive the page on which they were made.
+/// Raises a flag for a scope.
+class CRaisedFlag {
+ public:
+  explicit CRaisedFlag(bool& flag) : m_flag(flag) { m_flag = true; }
+  ~CRaisedFlag() { m_flag = false; }
+  CRaisedFlag(const CRaisedFlag&) = delete;
+  CRaisedFlag& operator=(const CRaisedFlag&) = delete;
+
+ private:
+  bool& m_flag;
+};
+
+/// The custom colours of the colour dialog. They outlive the page.
 std::array<COLORREF, 16> g_customColors = [] {
   std::array<COLORREF, 16> colors;
   colors.fill(RGB(255, 255, 255));
@@ -312,17 +324,22 @@ HRESULT CVKVStabilizePrp::OnApply() {
 
 void CVKVStabilizePrp::OnActivate() {
   m_helpId = 0;
-  m_updating = true;
+  ConnectSpins();
+  FillControls();
+  EnableControls();
+}
+
+void CVKVStabilizePrp::ConnectSpins() {
+  const CRaisedFlag updating(m_updating);
   for (const NumberEdit& number : kNumbers) {
     const HWND spin = Control(number.spinId);
     SendMessageW(spin, UDM_SETBUDDY, reinterpret_cast<WPARAM>(Control(number.id)), 0);
     SendMessageW(spin, UDM_SETRANGE32, 0, number.maximum);
   }
-  FillControls();
 }
 
 void CVKVStabilizePrp::FillControls() {
-  m_updating = true;
+  const CRaisedFlag updating(m_updating);
   for (const CheckBox& box : kCheckBoxes)
     CheckDlgButton(Dialog(), box.id, m_settings.*box.field == 1 ? BST_CHECKED : BST_UNCHECKED);
   CheckRadioButton(Dialog(), IDC_STANDARD_ENGINE, IDC_ADVANCED_ENGINE,
@@ -340,8 +357,6 @@ void CVKVStabilizePrp::FillControls() {
   for (const NumberEdit& number : kNumbers)
     SendMessageW(Control(number.spinId), UDM_SETPOS32, 0, m_settings.*number.field);
   ShowBackground();
-  m_updating = false;
-  EnableControls();
 }
 
 void CVKVStabilizePrp::ReadControls() {
@@ -350,7 +365,7 @@ void CVKVStabilizePrp::ReadControls() {
   m_settings.useAdvancedEngine = IsDlgButtonChecked(Dialog(), IDC_ADVANCED_ENGINE) == BST_CHECKED;
   for (const DropDownList& list : kLists) {
     const LRESULT index = SendMessageW(Control(list.id), CB_GETCURSEL, 0, 0);
-    // A setting that is none of the items stays until one is chosen.
+    // No item is selected when the setting is none of them: it stays as it is.
     if (index == CB_ERR) continue;
     m_settings.*list.field =
         static_cast<LONG>(SendMessageW(Control(list.id), CB_GETITEMDATA, static_cast<WPARAM>(index), 0));
@@ -359,9 +374,9 @@ void CVKVStabilizePrp::ReadControls() {
     m_settings.*number.field = static_cast<LONG>(SendMessageW(Control(number.spinId), UDM_GETPOS32, 0, 0));
 }
 
-// The position of a spin control is the last number of its range that the edit held.
+// A spin control's position is the last valid number that its edit held. Edits that show another text get it.
 void CVKVStabilizePrp::CorrectNumbers() {
-  m_updating = true;
+  const CRaisedFlag updating(m_updating);
   for (const NumberEdit& number : kNumbers) {
     wchar_t shown[32] = {}, meant[32] = {};
     const auto position = static_cast<int>(SendMessageW(Control(number.spinId), UDM_GETPOS32, 0, 0));
@@ -369,7 +384,6 @@ void CVKVStabilizePrp::CorrectNumbers() {
     GetDlgItemTextW(Dialog(), number.id, shown, static_cast<int>(std::size(shown)));
     if (std::wcscmp(shown, meant) != 0) SetDlgItemTextW(Dialog(), number.id, meant);
   }
-  m_updating = false;
 }
 
 void CVKVStabilizePrp::EnableControls() {
@@ -424,6 +438,7 @@ void CVKVStabilizePrp::OnDefaults() {
   m_settings = {};
   m_settings.advancedEngineAvailable = available != VARIANT_FALSE;
   FillControls();
+  EnableControls();
   OnChange();
 }
 

@@ -8,7 +8,7 @@
 #include "ui/basepropertypage.h"
 #include "ui/gdiobject.h"
 
-/// The settings as the page edits them. Flags are 0 or 1; enumerations may hold numbers that are no constant.
+/// The settings that the page edits. Flags are 0 or 1; enumerations may have values that no constant names.
 struct PageSettings {
   struct Color {
     BYTE red = 0, green = 0, blue = 0;
@@ -33,8 +33,8 @@ struct PageSettings {
   bool advancedEngineAvailable = false;
 };
 
-/// The page on which a person edits the settings of a stabilizer. The object gets them, and the registry, on
-/// Apply.
+/// The page on which a person edits the settings of a stabilizer. Apply writes them to the object and to the
+/// registry.
 class CVKVStabilizePrp final : public CBasePropertyPage {
  public:
   /// Creation function of the class table.
@@ -48,6 +48,7 @@ class CVKVStabilizePrp final : public CBasePropertyPage {
   HRESULT OnApply() override;
   INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam) override;
 
+  void ConnectSpins();
   void FillControls();
   void ReadControls();
   void EnableControls();

@@ -35,22 +35,21 @@ class CommonTest : public EngineTest {
   const DebugReporter* m_pReporterBefore;
 };
 
-TEST_F(CommonTest, RegistryKeysReportWhatIsMissingAndNeverLeaveTheirTransaction) {
+TEST_F(CommonTest, RegistryValuesAreReadWithTheirTypeOnly) {
   constexpr char kName[] = "SOFTWARE\\Varkon Systems, Inc.\\Test";
-  // No such transaction: neither the transacted functions nor their absence may end in a plain key.
-  CRegistryKey transacted(0, reinterpret_cast<HANDLE>(0x1234));
-  EXPECT_NE(transacted.Create(HKEY_CURRENT_USER, kName, KEY_WRITE), ERROR_SUCCESS);
-  EXPECT_NE(transacted.Open(HKEY_CURRENT_USER, kName, KEY_READ), ERROR_SUCCESS);
+  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ));
   CRegistryKey key;
-  EXPECT_EQ(key.Open(HKEY_CURRENT_USER, kName, KEY_READ), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(key.Create(HKEY_CURRENT_USER, kName, KEY_READ | KEY_WRITE), ERROR_SUCCESS);
   EXPECT_EQ(key.SetText("name", "value"), ERROR_SUCCESS);
   EXPECT_EQ(key.SetText("name", nullptr), ERROR_INVALID_PARAMETER);
-  DWORD type = REG_NONE, size = 0;
-  EXPECT_EQ(key.QueryType("none", &type, &size), ERROR_FILE_NOT_FOUND);
-  std::byte small[3];
-  EXPECT_EQ(key.QueryData("name", small, &size), ERROR_MORE_DATA);
-  EXPECT_EQ(size, 6U) << "with its null";
+  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "none", RRF_RT_REG_SZ));
+  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_BINARY));
+  const auto text = ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ);
+  ASSERT_TRUE(text);
+  EXPECT_STREQ(reinterpret_cast<const char*>(text->data()), "value");
+  const char* const expanded = "%PATH%";
+  ASSERT_EQ(key.SetData("name", REG_EXPAND_SZ, std::as_bytes(std::span(expanded, 7))), ERROR_SUCCESS);
+  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ));
 }
 
 TEST_F(CommonTest, FindsTheModuleItsVersionAndItsHelp) {

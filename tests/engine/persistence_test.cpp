@@ -18,14 +18,9 @@ class Persistence : public EngineTest {
   }
 
   static Bytes Stored() {
-    CRegistryKey key;
-    DWORD type = REG_NONE, size = 0;
-    EXPECT_EQ(key.Open(HKEY_CURRENT_USER, kKeyName, KEY_READ), ERROR_SUCCESS);
-    EXPECT_EQ(key.QueryType("Attributes", &type, &size), ERROR_SUCCESS);
-    EXPECT_EQ(type, static_cast<DWORD>(REG_BINARY));
-    Bytes data(size);
-    EXPECT_EQ(key.QueryData("Attributes", data, &size), ERROR_SUCCESS);
-    return data;
+    const auto data = ReadRegistryValue(HKEY_CURRENT_USER, kKeyName, "Attributes", RRF_RT_REG_BINARY);
+    EXPECT_TRUE(data);
+    return data.value_or(Bytes());
   }
 
   UINT32 Item(const GUID& key) const {
@@ -123,6 +118,16 @@ TEST_F(Persistence, HandlesBlobsOfSeveralMegabytesAndMissingMemory) {
   EXPECT_EQ(loaded, extra);
   const FailingAllocations limit(1 << 20);
   EXPECT_EQ(m_pFacade->SaveAttributes(), E_OUTOFMEMORY);
+}
+
+TEST_F(Persistence, ReportsARegistryThatTakesNothing) {
+  HKEY gone = nullptr;
+  ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, "gone", &gone), ERROR_SUCCESS);
+  RegDeleteKeyA(HKEY_CURRENT_USER, "gone");
+  RegOverridePredefKey(HKEY_CURRENT_USER, gone);
+  EXPECT_EQ(m_pFacade->SaveAttributes(), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+  RegCloseKey(gone);
+  UseTestHive();
 }
 
 TEST_F(Persistence, ClosesItsKeys) {

@@ -39,47 +39,25 @@ TEST(ClampCropMargins, LeavesAtLeastAPixelOfPicture) {
   EXPECT_EQ(clamped({5, 5}, {-10, 0}), std::tuple(0, 0));
 }
 
-TEST(OutputSize, ShrinksOnlyWhenMarginsAreCroppedAway) {
+TEST(Settings, ApplyRegionAndMarginsOnlyWhenEnabled) {
   StabilizerSettings settings;
-  settings.LeftRightCropMargin = 10;
-  settings.TopBottomCropMargin = 500;
-  const auto size = [&] {
-    const FrameSize output = GetOutputSize(settings, {640, 480});
-    return std::tuple(output.width, output.height);
-  };
-  settings.ClippingOption = 1;
-  EXPECT_EQ(size(), std::tuple(640, 480)) << "cropping is off";
-  settings.CropEnabled = true;
-  EXPECT_EQ(size(), std::tuple(620, 2));
-  for (const std::int32_t other : {0, 2, 7, -1}) {
-    settings.ClippingOption = other;
-    EXPECT_EQ(size(), std::tuple(640, 480));
-  }
-}
-
-TEST(KernelParamsFromSettings, ApplyRegionAndMarginsOnlyWhenEnabled) {
-  StabilizerSettings settings;
-  EXPECT_EQ(Edges(settings.ROI), std::tuple(0, 0, 10000, 10000));
   settings.ROI = {400, 10, 20, 100};
   settings.LeftRightCropMargin = 5000;
   settings.TopBottomCropMargin = 7;
-  settings.BkFillColor = {1, 2, 3};
-  settings.ClippingOption = -3;
-  KernelParams params = MakeKernelParams(settings, {640, 480});
-  EXPECT_EQ(Edges(params.roi), std::tuple(0, 0, 640, 480));
-  EXPECT_EQ(params.cropMarginX, 0);
-  EXPECT_EQ(params.cropMarginY, 0);
-  EXPECT_EQ(params.clippingOption, 0xFFFFFFFDU);
-  EXPECT_EQ(params.gaussianWeights, 0);
-  EXPECT_EQ(params.windowLength, 32);
-  EXPECT_EQ(params.estimationQuality, 2U);
-  EXPECT_EQ(params.backgroundColor, (std::array<std::uint8_t, 3>{1, 2, 3}));
-
-  settings.ROIEnabled = settings.CropEnabled = true;
-  params = MakeKernelParams(settings, {640, 480});
-  EXPECT_EQ(Edges(params.roi), std::tuple(20, 10, 400, 100));
-  EXPECT_EQ(params.cropMarginX, 319);
-  EXPECT_EQ(params.cropMarginY, 7);
+  for (const std::int32_t clipping : {-3, 0, 1, 2}) {
+    settings.ClippingOption = clipping;
+    for (const bool isOn : {false, true}) {
+      settings.ROIEnabled = settings.CropEnabled = isOn;
+      const KernelParams params = MakeKernelParams(settings, {640, 480});
+      EXPECT_EQ(Edges(params.roi), isOn ? std::tuple(20, 10, 400, 100) : std::tuple(0, 0, 640, 480));
+      EXPECT_EQ(std::tuple(params.cropMarginX, params.cropMarginY),
+                isOn ? std::tuple(319, 7) : std::tuple(0, 0));
+      EXPECT_EQ(params.clippingOption, static_cast<std::uint32_t>(clipping));
+      const FrameSize output = GetOutputSize(settings, {640, 480});
+      EXPECT_EQ(std::tuple(output.width, output.height),
+                isOn && clipping == 1 ? std::tuple(2, 466) : std::tuple(640, 480));
+    }
+  }
 }
 
 }  // namespace

@@ -57,10 +57,7 @@ class Platform : public ::testing::Environment {
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_LITE), S_OK);
     SetDebugReporter(&kCollector);
-    HKEY hive = nullptr;
-    ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, TestHive().c_str(), &hive), ERROR_SUCCESS);
-    ASSERT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, hive), ERROR_SUCCESS);
-    RegCloseKey(hive);
+    EngineTest::UseTestHive();
   }
   void TearDown() override {
     RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
@@ -121,10 +118,18 @@ EngineTest::~EngineTest() {
   EXPECT_TRUE(HasFailure() || g_liveAllocations == m_allocations) << "memory is left";
 }
 
+void EngineTest::UseTestHive() {
+  HKEY hive = nullptr;
+  RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
+  ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, TestHive().c_str(), &hive), ERROR_SUCCESS);
+  ASSERT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, hive), ERROR_SUCCESS);
+  RegCloseKey(hive);
+}
+
 long EngineTest::LiveAllocations() { return g_liveAllocations; }
 
 Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;
-  *facade.GetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, callback, &CreateAttributes);
+  *facade.GetAddressOf() = new CVKVStabilizeImpl(callback, &CreateAttributes);
   return facade;
 }

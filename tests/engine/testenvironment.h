@@ -28,6 +28,8 @@ class EngineTest : public ::testing::Test {
  public:
   /// Makes the platform's store and remembers it.
   static HRESULT STDAPICALLTYPE CreateAttributes(IMFAttributes** attributes, UINT32 initialSize);
+  /// Lets HKEY_CURRENT_USER be a key of this process's own.
+  static void UseTestHive();
 
  protected:
   EngineTest();

@@ -21,18 +21,20 @@ class ThreadTeam {
     });
   }
 
-  /// A deadlock ends the program with a word instead of the patience of whoever started it.
-  void WorkFor(std::chrono::milliseconds time) {
-    std::this_thread::sleep_for(time);
-    m_stop = true;
+  /// Ends the work once there was enough of it. A deadlock ends the program with a word instead of the
+  /// patience of whoever started it.
+  template <class Condition>
+  void WorkUntil(Condition isEnough) {
     std::atomic<bool> ended = false;
     std::thread watchdog([&] {
-      for (int i = 0; i < 300 && !ended; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      for (int i = 0; i < 1200 && !ended; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
       if (ended) return;
-      std::fputs("[  FAILED  ] threads stand still (30000 ms)\n", stdout);
+      std::fputs("[  FAILED  ] threads stand still (120000 ms)\n", stdout);
       std::fflush(stdout);
       std::_Exit(1);
     });
+    while (!isEnough()) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    m_stop = true;
     for (std::thread& thread : m_threads) thread.join();
     ended = true;
     watchdog.join();

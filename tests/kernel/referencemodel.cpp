@@ -7,6 +7,8 @@
 #include <map>
 #include <utility>
 
+#include "kernel/leastsquares.h"
+
 namespace reference {
 namespace {
 
@@ -45,12 +47,6 @@ std::int32_t Saturate(std::int64_t value) {
                                                             std::numeric_limits<std::int32_t>::max()));
 }
 
-/// a·b − c·d, wrapped to 64 bits.
-std::int64_t WrappedCofactor(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d) {
-  const auto u = [](std::int64_t value) { return static_cast<std::uint64_t>(value); };
-  return static_cast<std::int64_t>(u(a) * u(b) - u(c) * u(d));
-}
-
 /// The plane as one flat array, moved toward higher indices (lower if negative); unusable samples move in.
 Plane Shifted(const Plane& plane, std::int64_t elements) {
   const auto size = static_cast<std::int64_t>(plane.size());
@@ -60,6 +56,23 @@ Plane Shifted(const Plane& plane, std::int64_t elements) {
     if (from >= 0 && from < size) shifted[i] = plane[from];
   }
   return shifted;
+}
+
+/// The samples that the displacement (x, y) leaves usable: −1 is unusable, any other value is the moved
+/// `source`'s.
+Plane BuildMask(const Plane& source, int w, int h, std::int64_t x, std::int64_t y) {
+  const std::int64_t wideX = x > 0 ? x + 3 : x - 3;
+  const std::int64_t wideY = y > 0 ? y + 3 : y - 3;
+  Plane mask;
+  for (int r = 0; r < h; ++r) {
+    for (int c = 0; c < w; ++c) {
+      const bool inside = c + wideX >= 0 && c + wideX < w - 1 && r + wideY >= 0 && r + wideY < h - 1;
+      mask.push_back(inside ? source[(r + wideY) * w + (c + wideX)] : kUnusable);
+    }
+  }
+  const int element = wideX > 0 ? 1 : -1;
+  const int row = wideY < 1 ? -w : w;
+  return Shifted(Shifted(Shifted(Shifted(mask, element), element), row), row);
 }
 
 /// Bilinear value between four neighbours; the fractions have 9 bits.
@@ -135,88 +148,21 @@ RotatedPlanes Rotate(const SineCosineFunction& sineCosine, const Level& level, d
   return planes;
 }
 
-/// `derivative` is null when rotation is not estimated; the entries of theta then stay 0.
-Equations Accumulate(const Level& level, const Plane& current, const Plane* derivative, const Plane& mask,
-                     std::int64_t x, std::int64_t y) {
+/// `derivative` is null when rotation is not estimated; the sums of theta then stay 0.
+RotationSums Accumulate(const Level& level, const Plane& current, const Plane* derivative, const Plane& mask,
+                        std::int64_t x, std::int64_t y) {
   const std::int64_t w = level.width, h = level.height;
-  Equations sums;
+  RotationSums sums = {};
   for (std::int64_t i = w; i < w * (h - 1); ++i) {
     if (mask[i] == kUnusable) continue;
     const std::int64_t q = i + y * w + x;
-    const std::array<std::int32_t, 3> gradient = {
-        derivative ? (*derivative)[q] : 0, current[q - 1] - current[q + 1], current[q - w] - current[q + w]};
-    const std::int32_t change = level.previous[i] - current[q];
-    for (std::size_t row = 0; row < 3; ++row) {
-      for (std::size_t column = 0; column < 3; ++column)
-        sums.matrix[row][column] += gradient[row] * gradient[column];
-      sums.vector[row] += gradient[row] * change;
-    }
+    const std::int64_t turn = derivative ? (*derivative)[q] : 0, right = current[q - 1] - current[q + 1],
+                       up = current[q - w] - current[q + w], change = level.previous[i] - current[q];
+    sums.rr += turn * turn, sums.rx += turn * right, sums.ry += turn * up, sums.rt += turn * change;
+    sums.xx += right * right, sums.xy += right * up, sums.xt += right * change;
+    sums.yy += up * up, sums.yt += up * change;
   }
   return sums;
-}
-
-using Inverse2 = std::array<std::array<double, 2>, 2>;
-using Inverse3 = std::array<std::array<double, 3>, 3>;
-
-double Real(std::int64_t value) { return static_cast<double>(value); }
-
-/// Inverse of the rows (a, b) and (b, d), zero rows left out; zero where the determinant is.
-Inverse2 Invert2(std::int64_t a, std::int64_t b, std::int64_t d) {
-  if (a == 0 && b == 0 && d == 0) return {};
-  if (b == 0 && d == 0) return {{{1.0 / Real(a), 0.0}, {0.0, 0.0}}};
-  if (a == 0 && b == 0) return {{{0.0, 0.0}, {0.0, 1.0 / Real(d)}}};
-  const double det = Real(d) * Real(a) - Real(WrappedCofactor(b, b, 0, 0));
-  if (det == 0.0) return {};
-  return {{{Real(d) / det, -Real(b) / det}, {-Real(b) / det, Real(a) / det}}};
-}
-
-/// The 2 × 2 inverse of the unknowns i and j, divided by `scale`, among three.
-Inverse3 Spread(const Inverse2& part, std::size_t i, std::size_t j, double scale) {
-  Inverse3 inverse{};
-  inverse[i][i] = part[0][0] / scale;
-  inverse[i][j] = part[0][1] / scale;
-  inverse[j][i] = part[1][0] / scale;
-  inverse[j][j] = part[1][1] / scale;
-  return inverse;
-}
-
-Inverse3 Invert3(const std::array<std::array<std::int64_t, 3>, 3>& m) {
-  bool large = false;
-  for (const auto& row : m)
-    for (const std::int64_t entry : row) large = large || entry > 2147483648;
-  const int s = large ? 10 : 0;
-  const double scale = large ? 1024.0 : 1.0;
-  const std::int64_t a = m[0][0] >> s, b = m[0][1] >> s, c = m[0][2] >> s;
-  const std::int64_t d = m[1][1] >> s, e = m[1][2] >> s, f = m[2][2] >> s;
-  // Symmetry leaves nothing but zeros in the column of a zero row, so the other two rows stand for
-  // themselves.
-  if (a == 0 && b == 0 && c == 0) return Spread(Invert2(d, e, f), 1, 2, scale);
-  if (b == 0 && d == 0 && e == 0) return Spread(Invert2(a, c, f), 0, 2, scale);
-  if (c == 0 && e == 0 && f == 0) return Spread(Invert2(a, b, d), 0, 1, scale);
-  const double ra = Real(a), rb = Real(b), rc = Real(c), rd = Real(d), re = Real(e), rf = Real(f);
-  const double det = ra * (rd * rf - re * re) - rb * (rb * rf - re * rc) + rc * (rb * re - rd * rc);
-  if (det == 0.0) return {};
-  const auto entry = [&](std::int64_t cofactor) { return Real(cofactor) / (det * scale); };
-  const double ab = entry(WrappedCofactor(c, e, b, f));
-  const double ac = entry(WrappedCofactor(b, e, c, d));
-  const double bc = entry(WrappedCofactor(b, c, a, e));
-  return {{{entry(WrappedCofactor(d, f, e, e)), ab, ac},
-           {ab, entry(WrappedCofactor(a, f, c, c)), bc},
-           {ac, bc, entry(WrappedCofactor(a, d, b, b))}}};
-}
-
-bool StepFits(double update) {
-  const double step = std::copysign(std::ceil(std::fabs(update)), update);
-  return step >= -2147483648.0 && step <= 2147483647.0;
-}
-
-/// An update that cannot be stepped is none at all, on no axis.
-Update Solve(const Inverse3& inverse, const std::array<std::int64_t, 3>& v) {
-  const auto times = [&](const std::array<double, 3>& row) {
-    return -2.0 * (row[0] * Real(v[0]) + row[1] * Real(v[1]) + row[2] * Real(v[2]));
-  };
-  const Update u{times(inverse[0]), times(inverse[1]), times(inverse[2])};
-  return std::isfinite(u.theta) && StepFits(u.x) && StepFits(u.y) ? u : Update{};
 }
 
 /// One axis of the translation: where it stands and the last step that led there.
@@ -234,8 +180,9 @@ struct Axis {
   }
 
   std::int32_t Finish(bool finestLevel) const {
-    if (!finestLevel) return Saturate(2 * static_cast<std::int64_t>(Real(position - step) + update));
-    return Saturate(std::fabs(update - Real(step)) > 0.5 ? position - sign : position);
+    if (!finestLevel)
+      return Saturate(2 * static_cast<std::int64_t>(static_cast<double>(position - step) + update));
+    return Saturate(std::fabs(update - static_cast<double>(step)) > 0.5 ? position - sign : position);
   }
 };
 
@@ -247,32 +194,6 @@ bool AreValidMargins(const KernelParams& p) {
 }
 
 }  // namespace
-
-std::vector<std::int32_t> BuildMask(const std::vector<std::int32_t>& source, int w, int h, std::int64_t x,
-                                    std::int64_t y) {
-  const std::int64_t wideX = x > 0 ? x + 3 : x - 3;
-  const std::int64_t wideY = y > 0 ? y + 3 : y - 3;
-  Plane mask;
-  for (int r = 0; r < h; ++r) {
-    for (int c = 0; c < w; ++c) {
-      const bool inside = c + wideX >= 0 && c + wideX < w - 1 && r + wideY >= 0 && r + wideY < h - 1;
-      mask.push_back(inside ? source[(r + wideY) * w + (c + wideX)] : kUnusable);
-    }
-  }
-  const int element = wideX > 0 ? 1 : -1;
-  const int row = wideY < 1 ? -w : w;
-  return Shifted(Shifted(Shifted(Shifted(mask, element), element), row), row);
-}
-
-std::vector<std::int32_t> BuildTranslationMask(int w, int h, std::int64_t x, std::int64_t y) {
-  return BuildMask(Plane(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0), w, h, x, y);
-}
-
-Update SolveTranslation(const Equations& e) {
-  return Solve(Spread(Invert2(e.matrix[1][1], e.matrix[1][2], e.matrix[2][2]), 1, 2, 1.0), e.vector);
-}
-
-Update SolveRotation(const Equations& e) { return Solve(Invert3(e.matrix), e.vector); }
 
 ReferenceModel::ReferenceModel(SineCosineFunction sineCosine) : m_sineCosine(std::move(sineCosine)) {}
 
@@ -372,9 +293,11 @@ void ReferenceModel::EstimateTranslation(std::size_t index) {
   Axis x{start.dx}, y{start.dy};
   int oscillations = 0;
   for (int iteration = 0; iteration < kMaxIterations && oscillations < kMaxOscillations; ++iteration) {
-    const Plane mask = BuildTranslationMask(level.width, level.height, x.position, y.position);
-    const Update u =
-        SolveTranslation(Accumulate(level, level.current, nullptr, mask, x.position, y.position));
+    const Plane mask =
+        BuildMask(Plane(level.current.size(), 0), level.width, level.height, x.position, y.position);
+    const RotationSums sums = Accumulate(level, level.current, nullptr, mask, x.position, y.position);
+    const MotionUpdate u =
+        SolveTranslation({.xx = sums.xx, .xy = sums.xy, .yy = sums.yy, .xt = sums.xt, .yt = sums.yt});
     const int sx = Sign(u.x, 0), sy = Sign(u.y, 0);
     if (x.sign == -sx && y.sign == -sy) ++oscillations;
     x.Advance(u.x, sx);
@@ -393,7 +316,7 @@ void ReferenceModel::EstimateRotation(std::size_t index) {
   for (int iteration = 0; iteration < kMaxIterations && oscillations < kMaxOscillations; ++iteration) {
     const RotatedPlanes planes = Rotate(m_sineCosine, level, theta);
     const Plane mask = BuildMask(planes.validity, level.width, level.height, x.position, y.position);
-    const Update u =
+    const MotionUpdate u =
         SolveRotation(Accumulate(level, planes.rotated, &planes.derivative, mask, x.position, y.position));
     const int st = Sign(u.theta, -1), sx = Sign(u.x, -1), sy = Sign(u.y, -1);
     if (thetaSign == -st && x.sign == -sx && y.sign == -sy) ++oscillations;
@@ -472,28 +395,21 @@ void ReferenceModel::WarpFrame(const MotionRecord& correction, std::uint8_t* pix
   m_sineCosine(correction.theta / kDegreesPerRadian, &sine, &cosine);
   const std::int64_t c = static_cast<std::int64_t>(std::ldexp(cosine, precision)) * zoom;
   const std::int64_t s = static_cast<std::int64_t>(std::ldexp(sine, precision)) * zoom;
-  // Unsigned, because a frame of one row can be so long that a product wraps; 64 bits serve both precisions.
-  std::vector<std::uint64_t> cosines, sines;
+  std::vector<std::int64_t> cosines, sines;
   for (std::int64_t k = 0; k <= std::max(w, h); ++k) {
-    cosines.push_back(static_cast<std::uint64_t>(2 * k) * static_cast<std::uint64_t>(c));
-    sines.push_back(static_cast<std::uint64_t>(2 * k) * static_cast<std::uint64_t>(s));
+    cosines.push_back(2 * k * c);
+    sines.push_back(2 * k * s);
   }
-  const auto half = [](std::uint64_t v) {
-    return static_cast<std::uint64_t>(static_cast<std::int64_t>(v) >> 1);
-  };
-  const auto fixed = [](std::int64_t v, int bits) { return static_cast<std::uint64_t>(v) << bits; };
   const auto shift = [&](std::int32_t d) {
-    return fixed(static_cast<std::int64_t>(d * (32.0 / m_zoomStep) * m_zoomStep), precision + 1);
+    return static_cast<std::int64_t>(d * (32.0 / m_zoomStep) * m_zoomStep) << (precision + 1);
   };
-  const auto size = [&](std::int64_t n) {
-    return fixed(n * zoom, precision) + fixed(n * (32 - zoom), precision);
-  };
-  const std::uint64_t originX = half(cosines[w - 1]) - size(w) - half(sines[h - 1]) + shift(correction.dx);
-  const std::uint64_t originY = half(cosines[h - 1]) - size(h) + half(sines[w - 1]) + shift(correction.dy);
+  const auto size = [&](std::int64_t n) { return (n * zoom << precision) + (n * (32 - zoom) << precision); };
+  const std::int64_t originX = (cosines[w - 1] >> 1) - size(w) - (sines[h - 1] >> 1) + shift(correction.dx);
+  const std::int64_t originY = (cosines[h - 1] >> 1) - size(h) + (sines[w - 1] >> 1) + shift(correction.dy);
   for (std::int64_t j = m_outputRect.top; j < m_outputRect.bottom; ++j) {
     for (std::int64_t i = m_outputRect.left; i < m_outputRect.right; ++i) {
-      const auto u = static_cast<std::int64_t>(cosines[i] - sines[j] - originX);
-      const auto v = static_cast<std::int64_t>(cosines[j] + sines[i] - originY);
+      const std::int64_t u = cosines[i] - sines[j] - originX;
+      const std::int64_t v = cosines[j] + sines[i] - originY;
       SamplePixel(u >> (precision - 3), v >> (precision - 3), pixels + j * m_stride + 3 * i);
     }
   }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -11,7 +10,8 @@
 
 /// The stabilization kernel once more, as a definition: whole planes are built, moved and read sample by
 /// sample, every loop runs to its own stop rule, nothing is kept for speed. It is deliberately slow and
-/// literal, and shares no code with the kernel, so that it can judge the fast code byte by byte.
+/// literal, and shares no code with the kernel but the solver, so that it can judge the fast code byte by
+/// byte.
 namespace reference {
 
 /// Sine and cosine of a finite angle in radians. Whole runs compare equal only when both sides use the same
@@ -20,27 +20,6 @@ using SineCosineFunction = std::function<void(double radians, double* sine, doub
 
 using Plane = std::vector<std::int32_t>;  ///< row by row, without padding
 using Frame = std::vector<std::uint8_t>;  ///< bottom-up rows of blue, green, red, padded to 4 bytes
-
-/// The samples that the displacement (x, y) leaves usable: −1 is unusable, any other value is the moved
-/// `source`'s. `source` has w × h samples; |x| and |y| stay below 2^62.
-std::vector<std::int32_t> BuildMask(const std::vector<std::int32_t>& source, int w, int h, std::int64_t x,
-                                    std::int64_t y);
-
-/// The same for a source whose samples are all usable (zero).
-std::vector<std::int32_t> BuildTranslationMask(int w, int h, std::int64_t x, std::int64_t y);
-
-/// Normal equations of one iteration, in the order theta, x, y. Without rotation the entries of theta are 0.
-struct Equations {
-  std::array<std::array<std::int64_t, 3>, 3> matrix{};
-  std::array<std::int64_t, 3> vector{};
-};
-
-struct Update {
-  double theta = 0.0, x = 0.0, y = 0.0;
-};
-
-Update SolveTranslation(const Equations& equations);
-Update SolveRotation(const Equations& equations);
 
 /// One pyramid level. The estimate of a level other than 0 is doubled, ready for the next finer one.
 struct Level {

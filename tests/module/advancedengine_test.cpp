@@ -190,7 +190,7 @@ TEST_F(AdvancedEngine, IsUsedOnlyWhenThereIsOneAndItIsChosen) {
 /// Saved settings that want the engine and claim that it exists, or not.
 void SaveAdvancedEngine(bool available) {
   ComPtr<CVKVStabilizeImpl> facade;
-  *facade.GetAddressOf() = new CVKVStabilizeImpl(GUID_NULL, nullptr);
+  *facade.GetAddressOf() = new CVKVStabilizeImpl(nullptr);
   facade->SetAdvancedEngineAvailable(available);
   facade->put_UseAdvancedEngine(VARIANT_TRUE);
   EXPECT_EQ(facade->SaveAttributes(), S_OK);

@@ -522,16 +522,66 @@ TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
   EXPECT_EQ(swatchColor(), GetSysColor(COLOR_3DFACE)) << "disabled";
 }
 
-TEST_F(PropertyPage, ExplainsTheControlUnderTheCursor) {
+/// Number, caption or content, range of a spin, and help text of each control.
+constexpr char kControls[] = R"(1057 &Enable Processing|Check to enable video stabilization
+1058 &Defaults|Set options to default values
+1101 &Engine|
+1059 Standard Engine|Use Standard Stabilization Engine
+1060 Advanced Engine|Use Advanced Stabilization Engine
+1028 Input|Input video pre-processing options
+1102 &Region Of Interest|
+1040 &Enable|Check to enable region of interest processing
+1103 &Top:|
+1029 0|Region of interest for processing - top
+1046 0-10000|Region of interest for processing - top
+1104 &Left:|
+1030 0|Region of interest for processing - left
+1045 0-10000|Region of interest for processing - left
+1105 &Right:|
+1032 10000|Region of interest for processing - right
+1043 0-10000|Region of interest for processing - right
+1106 &Bottom:|
+1031 10000|Region of interest for processing - bottom
+1044 0-10000|Region of interest for processing - bottom
+1027 Processing|Processing phase options
+1107 &Estimation|
+1050 &Correct undesired camera rotations|Check to to fix camera undesired rotations
+1108 &Quality:|
+1018 3|The higher the quality, the slower is the processing
+1109 &Smoothing|
+1110 &Level:|
+1020 6|Select higher level for smoother camera movement results
+1033 Output|Pos-processing phase options
+1111 Clipping|
+1042 &Enable|Check to enable clipping
+1112 &Left/Right Margin:|
+1035 0|Set the margins from left and right sides
+1047 0-4999|Set the margins from left and right sides
+1113 Top/&Bottom Margin:|
+1037 0|Set the margins from top and bottom sides
+1048 0-4999|Set the margins from top and bottom sides
+1052 Outline|Select clipping option: outline, crop, crop and stretch
+1114 &Interpolation type:|
+1039 Bilinear|Set the interpolation type for sizing and rotating
+1034 &Background|Click to change background color
+1036 |The background color
+)";
+
+TEST_F(PropertyPage, NamesAndExplainsEachControl) {
   ConnectAndOpen();
-  for (int id : kEngine + kEditable + kRegion + kClipping + kAdvanced) {
+  std::string found;
+  for (HWND control = GetWindow(m_dialog, GW_CHILD); control; control = GetWindow(control, GW_HWNDNEXT)) {
+    const int id = GetDlgCtrlID(control);
+    if (id < 0 || id == IDC_HELP_LINE) continue;
+    int low = -1, high = -1;
+    SendMessageW(control, UDM_GETRANGE32, reinterpret_cast<WPARAM>(&low), reinterpret_cast<LPARAM>(&high));
     PointAt(id);
-    EXPECT_NE(Text(IDC_HELP_LINE), "") << id;
+    found += std::to_string(id) + ' ' + Text(id) + (high < 0 ? "" : "0-" + std::to_string(high)) + '|' +
+             Text(IDC_HELP_LINE) + '\n';
     PointAt(0);
     EXPECT_EQ(Text(IDC_HELP_LINE), "");
   }
-  PointAt(IDC_ROTATION);
-  EXPECT_EQ(Text(IDC_HELP_LINE), "Check to to fix camera undesired rotations");
+  EXPECT_EQ(found, kControls);
 }
 
 TEST_F(PropertyPage, ObeysTheKeys) {

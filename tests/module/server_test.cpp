@@ -1,6 +1,8 @@
 #include <windows.h>
 
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <mfapi.h>
 #include <mftransform.h>
 #include <oleauto.h>
@@ -43,12 +45,11 @@ class Server : public EngineTest {
   }
 
   static std::string Text(const std::string& keyName, const char* valueName = nullptr) {
-    CRegistryKey key;
-    std::array<char, MAX_PATH> text = {};
-    DWORD size = 0;
-    if (key.Open(HKEY_CLASSES_ROOT, keyName.c_str(), KEY_READ) != ERROR_SUCCESS) return "(no key)";
-    key.QueryData(valueName, std::as_writable_bytes(std::span(text)), &size);
-    return text.data();
+    HKEY key = nullptr;
+    if (RegOpenKeyA(HKEY_CLASSES_ROOT, keyName.c_str(), &key) != ERROR_SUCCESS) return "(no key)";
+    RegCloseKey(key);
+    const auto text = ReadRegistryValue(HKEY_CLASSES_ROOT, keyName.c_str(), valueName, RRF_RT_REG_SZ);
+    return text ? reinterpret_cast<const char*>(text->data()) : "";
   }
 
   static void RegisterServer(const std::string& path) {
@@ -171,6 +172,21 @@ TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
   EXPECT_FALSE(IsListed(kFamilyCategory));
   EXPECT_EQ(DllUnregisterServer(), S_OK);
   EXPECT_EQ(Text(kServerKey), newer);
+
+  // Only the last number of the version is higher; then nothing is.
+  const std::string copy = path + ".copy";
+  std::string bytes(std::filesystem::file_size(path), '\0');
+  std::ifstream(path, std::ios::binary).read(bytes.data(), std::ssize(bytes));
+  char& lowest = bytes[bytes.find("\xBD\x04\xEF\xFE") + 12];  // behind the version's signature
+  for (const std::string& winner : {copy, path}) {
+    if (winner == copy) ++lowest;
+    std::ofstream(copy, std::ios::binary).write(bytes.data(), std::ssize(bytes));
+    if (winner == copy) --lowest;
+    RegisterServer(copy);
+    EXPECT_EQ(DllRegisterServer(), S_OK);
+    EXPECT_EQ(Text(kServerKey), winner);
+  }
+  std::filesystem::remove(copy);
 
   // Neither an older copy, nor one that tells no version or is not there any more, stands in the way.
   const std::string gone = "Z:\\gone\\vkfvstabilize.dll";

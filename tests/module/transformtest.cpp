@@ -45,7 +45,7 @@ HRESULT Transform::Feed(int number) {
   const ComPtr<IMFSample> input = Sample(FrameBytes(), static_cast<std::uint8_t>(number));
   input->SetSampleTime(number * kFrameTime);
   input->SetSampleDuration(kFrameTime + number);
-  input->SetUINT32(MFSampleExtension_CleanPoint, 1);
+  input->SetUINT32(MFSampleExtension_CleanPoint, static_cast<UINT32>(number));
   if (number % 2 == 0) input->SetUINT32(MFSampleExtension_Discontinuity, 1);
   EXPECT_EQ(m_pTransform->ProcessInput(0, input.Get(), 0), S_OK);
   m_pOutput = Sample(FrameBytes(), 0xEE);
@@ -54,13 +54,16 @@ HRESULT Transform::Feed(int number) {
 
 void Transform::ExpectDelivered(int number) const {
   LONGLONG time = -1, duration = -1;
-  UINT32 discontinuity = 0;
+  UINT32 discontinuity = 9, cleanPoint = 9;
   EXPECT_EQ(m_pOutput->GetSampleTime(&time), S_OK);
   EXPECT_EQ(m_pOutput->GetSampleDuration(&duration), S_OK);
   EXPECT_EQ(time, number * kFrameTime);
   EXPECT_EQ(duration, kFrameTime + number);
   EXPECT_EQ(m_pOutput->GetUINT32(MFSampleExtension_Discontinuity, &discontinuity),
             number % 2 == 0 ? S_OK : MF_E_ATTRIBUTENOTFOUND);
+  EXPECT_EQ(discontinuity, number % 2 == 0 ? 1U : 9U);
+  const HRESULT hr = m_pOutput->GetUINT32(MFSampleExtension_CleanPoint, &cleanPoint);
+  EXPECT_EQ(cleanPoint, SUCCEEDED(hr) ? static_cast<UINT32>(number) : 9U) << "frames that pass have none";
   EXPECT_EQ(Content(m_pOutput.Get()).front(), number);
 }
 

@@ -40,6 +40,13 @@ const std::vector<MotionCase> kMotionCases = {
     {.name = "zoom", .motion = MakePose(1.3, 2.2, 0.5, 1.04)},
     {.name = "wide pixels", .motion = MakePose(4, -2, 3), .aspect = 16.0 / 11},
     {.name = "narrow pixels", .motion = MakePose(2, 3, -3), .aspect = 0.7},
+    {.name = "very wide pixels", .motion = MakePose(20, -4, 2, 1.02), .aspect = 4},
+    {.name = "very narrow pixels", .motion = MakePose(5, 6, -2, 1.02), .aspect = 0.25},
+    {.name = "far behind a still foreground",
+     .motion = MakePose(36, -3),
+     .take = {.foreground = 0.3},
+     .boundPixels = 0.1,
+     .boundDegrees = 0.02},
     {.name = "region",
      .take = {.foreground = 0.6},
      .change = [](Take& later) { later.foregroundPose = kOtherMotion; },
@@ -74,6 +81,15 @@ TEST(Motion, IsThatOfTheCamera) {
       EXPECT_NEAR(report.zoom, Length(test.motion.turn), 0.0005);
     }
   }
+}
+
+TEST(Motion, TellsAnglesAsTheArcTangentDoes) {
+  for (int i = -720; i <= 720; ++i)
+    for (const double length : {1e-9, 1.0, 3e5}) {
+      const Complex direction = {length * std::cos(i * 0.00436), length * std::sin(i * 0.00436)};
+      EXPECT_NEAR(Angle(direction), std::atan2(direction.im, direction.re), 1e-15) << i;
+    }
+  EXPECT_EQ(Angle({0, 0}), 0);
 }
 
 TEST(Motion, IsNothingWithoutTexture) {

@@ -10,19 +10,6 @@ namespace {
 
 double Degrees(double radians) { return radians * 180 / std::numbers::pi; }
 
-TEST(Path, AConstantPanStaysAsItIs) {
-  for (const double margin : {0.0, 3.0}) {
-    std::vector<Take> takes;
-    for (int i = 0; i < 14; ++i) takes.push_back({.pose = MakePose(3.3 * i, -1.2 * i)});
-    const Settings settings = {.window = 8, .marginX = margin, .marginY = margin};
-    for (const FrameReport& report : Stabilize(kGrey, settings, ShootAll(kGrey, takes)).reports) {
-      EXPECT_NEAR(report.correction.x, 0, 0.05);
-      EXPECT_NEAR(report.correction.y, 0, 0.05);
-      EXPECT_NEAR(Degrees(report.correction.roll), 0, 0.005);
-    }
-  }
-}
-
 /// Where the content stands at a frame; beyond the ends the path goes on as its mirror image in a point.
 double Continued(std::span<const double> path, std::ptrdiff_t frame) {
   const std::ptrdiff_t last = std::ssize(path) - 1;

@@ -1,5 +1,4 @@
 #include <cmath>
-#include <functional>
 #include <gtest/gtest.h>
 
 #include "precise/run.h"
@@ -70,7 +69,6 @@ TEST(Stream, GivesAStillCamerasFramesBack) {
                                .marginY = static_cast<double>(size.marginY),
                                .clipping = clipping,
                                .interpolation = static_cast<Interpolation>(turn / 3 % 3),
-
                                .keepBackground = turn % 7 == 0};
           for (std::size_t i = 0; i < kBackground.size(); ++i)
             settings.background[i] = static_cast<std::uint16_t>(kBackground[i] << (format.bitsPerSample - 8));
@@ -105,59 +103,42 @@ TEST(Stream, HoldsTheLongestWindow) {
 }
 
 TEST(Stream, RefusesWhatItCannotStabilize) {
-  struct Refusal {
-    const char* name;
-    std::function<void(PictureFormat&, Settings&)> spoil;
-  };
-  const Refusal kRefusals[] = {
-      {"no column", [](auto& format, auto&) { format.width = 0; }},
-      {"no row", [](auto& format, auto&) { format.height = 0; }},
-      {"too wide", [](auto& format, auto&) { format.width = 32768; }},
-      {"no plane", [](auto& format, auto&) { format.planes = 0; }},
-      {"five planes", [](auto& format, auto&) { format.planes = 5; }},
-      {"7 bits", [](auto& format, auto&) { format.bitsPerSample = 7; }},
-      {"17 bits", [](auto& format, auto&) { format.bitsPerSample = 17; }},
-      {"chroma of an eighth", [](auto& format, auto&) { format.chromaShiftX = 3; }},
-      {"chroma shift below 0", [](auto& format, auto&) { format.chromaShiftY = -1; }},
-      {"chroma far off", [](auto& format, auto&) { format.chromaSiteX = 5; }},
-      {"chroma nowhere", [](auto& format, auto&) { format.chromaSiteY = NAN; }},
-      {"aspect 0", [](auto& format, auto&) { format.pixelAspect = 0; }},
-      {"aspect 17", [](auto& format, auto&) { format.pixelAspect = 17; }},
-      {"aspect unknown", [](auto& format, auto&) { format.pixelAspect = NAN; }},
-      {"window 0", [](auto&, auto& settings) { settings.window = 0; }},
-      {"window 5", [](auto&, auto& settings) { settings.window = 5; }},
-      {"window 258", [](auto&, auto& settings) { settings.window = 258; }},
-      {"margin below 0", [](auto&, auto& settings) { settings.marginX = -1; }},
-      {"margin that leaves no column", [](auto&, auto& settings) { settings.marginX = 31.75; }},
-      {"margin that leaves no row", [](auto&, auto& settings) { settings.marginY = 24; }},
-      {"margin unknown", [](auto&, auto& settings) { settings.marginY = NAN; }},
-      {"region beside the picture",
-       [](auto&, auto& settings) {
-         settings.estimateFrom = {64, 0, 90, 40};
-       }},
-      {"region upside down",
-       [](auto&, auto& settings) {
-         settings.estimateFrom = {0, 30, 20, 10};
-       }},
-      {"weights of another window",
-       [](auto&, auto& settings) {
-         settings.pathWeights = {1, 1};
-       }},
-  };
   const PictureFormat format = {
       .width = 64, .height = 48, .planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .pixelAspect = 16};
-  const Settings settings = {.window = 256,
-                             .marginX = 31,
-                             .marginY = 23,
-                             .estimateFrom = Region{-9, 47, 1, 99},
-                             .pathWeights = std::vector<double>(129, 1.0)};
-  EXPECT_TRUE(AreUsable(format, settings));
-  for (const Refusal& refusal : kRefusals) {
-    PictureFormat spoiltFormat = format;
-    Settings spoiltSettings = settings;
-    refusal.spoil(spoiltFormat, spoiltSettings);
-    EXPECT_FALSE(AreUsable(spoiltFormat, spoiltSettings)) << refusal.name;
-  }
+  const Settings settings = {
+      .window = 256, .marginX = 31, .marginY = 23, .estimateFrom = Region{-9, 47, 1, 99}};
+  Settings weighted = settings;
+  weighted.pathWeights.assign(129, 1.0);
+  EXPECT_TRUE(AreUsable(format, settings) && AreUsable(format, weighted));
+  const auto expectRefused = [](const auto& good, auto isUsable, auto... rows) {
+    const auto expectEach = [&](const auto& row) {
+      const auto& [member, values] = row;
+      for (const auto& value : values) {
+        auto spoilt = good;
+        spoilt.*member = value;
+        EXPECT_FALSE(isUsable(spoilt)) << "row with " << testing::PrintToString(value);
+      }
+    };
+    (expectEach(rows), ...);
+  };
+  using Values = std::vector<double>;
+  using Numbers = std::vector<std::int32_t>;
+  expectRefused(
+      format, [&](const PictureFormat& spoilt) { return AreUsable(spoilt, settings); },
+      std::pair(&PictureFormat::width, Numbers{0, 32768}),
+      std::pair(&PictureFormat::height, Numbers{0, 32768}), std::pair(&PictureFormat::planes, Numbers{0, 5}),
+      std::pair(&PictureFormat::bitsPerSample, Numbers{7, 17}),
+      std::pair(&PictureFormat::chromaShiftX, Numbers{-1, 3}),
+      std::pair(&PictureFormat::chromaShiftY, Numbers{-1, 3}),
+      std::pair(&PictureFormat::chromaSiteX, Values{5, NAN}),
+      std::pair(&PictureFormat::chromaSiteY, Values{5, NAN}),
+      std::pair(&PictureFormat::pixelAspect, Values{0, 17, NAN}));
+  expectRefused(
+      settings, [&](const Settings& spoilt) { return AreUsable(format, spoilt); },
+      std::pair(&Settings::window, Numbers{0, 5, 258}), std::pair(&Settings::marginX, Values{-1, 31.75, NAN}),
+      std::pair(&Settings::marginY, Values{-1, 24, NAN}),
+      std::pair(&Settings::estimateFrom, std::vector<Region>{{64, 0, 90, 40}, {0, 30, 20, 10}}),
+      std::pair(&Settings::pathWeights, std::vector<Values>{{1, 1}}));
 }
 
 std::uint64_t Fnv1a(std::span<const PlanarFrame> frames) {
