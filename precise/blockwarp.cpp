@@ -263,11 +263,11 @@ template <class Sampler, class Columns, int kSize>
 class Strips {
  public:
   Strips(const AlikePlanes& planes, const SourceLine& line)
-      : m_columns(line.stepX),
-        m_stepY(line.stepY),
-        m_sampler(planes[0].bits),
+      : m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
         m_fractions(FractionsOf<Columns>(line.stepY)),
-        m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
+        m_sampler(planes[0].bits),
+        m_columns(line.stepX),
+        m_stepY(line.stepY),
         m_planes(planes[1].samples == nullptr ? 1 : 2) {}
 
   /// Sets the first column of the block whose rows come next.
@@ -366,14 +366,14 @@ class Strips {
       return hn::BitCast(kOutputs, hn::Min(hn::Max(samples, hn::Zero(kShorts)), m_largest));
   }
 
+  Shorts m_largest;
+  Both<Words> m_fractions;
+  Sampler m_sampler;
+  KeptWeights m_kept[kBlockColumns / kStep];
   Columns m_columns;
   std::int64_t m_stepY;
-  Sampler m_sampler;
-  Both<Words> m_fractions;
-  Shorts m_largest;
   std::size_t m_planes;
   std::int32_t m_column = 0;
-  KeptWeights m_kept[kBlockColumns / kStep];
 };
 
 /// Where all rows together begin and end.

@@ -12,10 +12,10 @@
 namespace precise {
 namespace {
 
-constexpr std::int32_t kStep = 2 * kLanes;  // as many as a vector has 16-bit words
-constexpr int kPhaseShift = kPositionBits - kPhaseBits;
-constexpr std::int64_t kOnePhase = std::int64_t{1} << kPhaseShift;
-constexpr std::int64_t kHalfPhase = kOnePhase / 2;
+inline constexpr std::int32_t kStep = 2 * kLanes;  // as many as a vector has 16-bit words
+inline constexpr int kPhaseShift = kPositionBits - kPhaseBits;
+inline constexpr std::int64_t kOnePhase = std::int64_t{1} << kPhaseShift;
+inline constexpr std::int64_t kHalfPhase = kOnePhase / 2;
 
 struct Position {
   std::int64_t x, y;

@@ -9,7 +9,7 @@
 namespace precise {
 namespace {
 
-constexpr std::size_t kPhases = 1 << kPhaseBits;
+inline constexpr std::size_t kPhases = 1 << kPhaseBits;
 
 /// a·b for numbers that count 32768, rounded.
 constexpr std::int32_t MultiplyFractions(std::int32_t a, std::int32_t b) { return (a * b + (1 << 14)) >> 15; }
@@ -34,7 +34,7 @@ constexpr std::array<CubicWeights, kPhases> MakeCubicWeights() {
   return all;
 }
 
-constexpr std::array<CubicWeights, kPhases> kCubicWeights = MakeCubicWeights();
+inline constexpr std::array<CubicWeights, kPhases> kCubicWeights = MakeCubicWeights();
 
 }  // namespace
 }  // namespace precise

@@ -48,8 +48,8 @@ void AverageBlocksOf(const std::uint8_t* samples, std::ptrdiff_t strideBytes, in
   constexpr std::int32_t kColumns = 512;
   const std::int32_t blocksAtOnce = kColumns >> blockShift;
   const int shift = 2 * blockShift + bits - kBrightnessBits;
-  ColumnSum columns[kColumns];
-  std::uint32_t sums[2][kColumns];
+  ColumnSum columns[kColumns] = {};
+  std::uint32_t sums[2][kColumns] = {};
   for (std::int32_t first = 0; first < count; first += blocksAtOnce) {
     const std::int32_t blocks = count - first < blocksAtOnce ? count - first : blocksAtOnce;
     std::int32_t width = blocks << blockShift;

@@ -16,11 +16,11 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-constexpr hn::ScalableTag<std::int32_t> kInts;
-constexpr hn::ScalableTag<std::uint32_t> kWords;
-constexpr hn::ScalableTag<std::int16_t> kShorts;
-constexpr hn::ScalableTag<std::uint16_t> kHalfWords;
-constexpr hn::ScalableTag<std::uint8_t> kBytes;
+inline constexpr hn::ScalableTag<std::int32_t> kInts;
+inline constexpr hn::ScalableTag<std::uint32_t> kWords;
+inline constexpr hn::ScalableTag<std::int16_t> kShorts;
+inline constexpr hn::ScalableTag<std::uint16_t> kHalfWords;
+inline constexpr hn::ScalableTag<std::uint8_t> kBytes;
 
 using Ints = hn::Vec<decltype(kInts)>;
 using Words = hn::Vec<decltype(kWords)>;
@@ -28,8 +28,8 @@ using Shorts = hn::Vec<decltype(kShorts)>;
 using Bytes = hn::Vec<decltype(kBytes)>;
 
 /// 32-bit lanes of a vector.
-constexpr std::int32_t kLanes = hn::MaxLanes(kInts);
-constexpr std::int32_t kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
+inline constexpr std::int32_t kLanes = hn::MaxLanes(kInts);
+inline constexpr std::int32_t kLanesOfBlock = 4, kBlocks = kLanes / kLanesOfBlock;
 
 /// A vector that is kept. A constant that the compiler knows it makes anew in each step, by two instructions
 /// that wait for the same unit as all shuffles; so it is told by way of memory.
