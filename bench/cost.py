@@ -103,10 +103,17 @@ WINDOWS = {
     "classic, defaults": ("{build}/bench/floor_bench 1920 1080", 1.05),
 }
 
+def own_job(settings=""):
+    return ("{build}/video/stabilize {folder}/job.mp4 {folder}/steady.mp4 --force --quiet --codec libx264 "
+            f"--preset medium --crf 18 {settings}")
+
+
 JOBS = {
     "ffmpeg without a filter": [ffmpeg_job("null")],
-    "`stabilize`": ["{build}/video/stabilize {folder}/job.mp4 {folder}/steady.mp4 --force --quiet --codec libx264 "
-                    "--preset medium --crf 18"],
+    "`stabilize`": [own_job()],
+    "`stabilize --crop 0`": [own_job("--crop 0")],
+    "`stabilize --engine kernel --rotation --quality 1`": [own_job("--engine kernel --rotation --quality 1")],
+    "`deshake`": [ffmpeg_job("deshake")],
     PAIR_TITLE: [ffmpeg_job(PAIR[0], "-f null -"), ffmpeg_job(PAIR[1])],
 }
 JOB_FRAMES = 150
