@@ -276,18 +276,14 @@ class Strips {
   /// Writes the row's covered columns of the block, by pieces that read the same source rows.
   void WarpRow(const WideBlock& block, const WarpedRow& row) {
     const ColumnRun run = Common(row.covered, {m_column, m_column + kBlockColumns});
-    for (std::int32_t begin = run.begin; begin < run.end;) {
+    for (std::int32_t begin = run.begin, end; begin < run.end; begin = end) {
       const Position at = block.Within(RoundedAt(row.line, begin));
-      std::int64_t count = run.end - begin;
-      for (const std::int64_t stay : {m_columns.Stay(at.x), ColumnsUntilChange(at.y, m_stepY, kPositionBits)})
-        count = stay < count ? stay : count;
-      const std::int32_t end = begin + static_cast<std::int32_t>(count);
+      end = EndOfPiece(m_columns, at, m_stepY, {begin, run.end});
       const ColumnRun piece = {begin - m_column, end - m_column};
       if (m_planes == 1)
         WarpPiece<1>(block, row, at, piece);
       else
         WarpPiece<2>(block, row, at, piece);
-      begin = end;
     }
   }
 

@@ -84,7 +84,7 @@ class UnitColumns {
   class Taps {
    public:
     Taps(const UnitColumns&, std::int64_t x, std::int32_t column)
-        : m_phase(static_cast<std::int32_t>(x >> kPhaseShift) & 255),
+        : m_phase(static_cast<std::int32_t>(x >> kPhaseShift) & ((1 << kPhaseBits) - 1)),
           m_first((x >> kPositionBits) - column) {}
 
     Both<Ints> Phases() const { return {hn::Set(kInts, m_phase), hn::Set(kInts, m_phase)}; }
@@ -108,6 +108,14 @@ class UnitColumns {
  private:
   std::int64_t m_drift;
 };
+
+/// Where the piece ends that begins with the run, at a position `at`.
+template <class Columns>
+std::int32_t EndOfPiece(const Columns& columns, const Position& at, std::int64_t stepY, ColumnRun run) {
+  const std::int64_t ofX = columns.Stay(at.x), ofY = ColumnsUntilChange(at.y, stepY, kPositionBits);
+  const std::int64_t stay = ofX < ofY ? ofX : ofY;
+  return stay < run.end - run.begin ? run.begin + static_cast<std::int32_t>(stay) : run.end;
+}
 
 /// Makes samples by four taps across and four down. Its first pass drops bits and rounds; where it drops 16,
 /// samples already hold the half that rounds. The second pass adds `offset` and drops 14 bits, and then

@@ -419,26 +419,20 @@ class LevelResiduals {
         m_columns(source.line.stepX),
         m_fractions(FractionsOf<UnitColumns>(source.line.stepY)) {}
 
-  /// Where the piece that begins at the column ends.
+  /// Where the piece ends that begins with the run.
   std::int32_t End(ColumnRun run) const {
-    const SourceLine& line = m_source.line;
-    const std::int64_t ofX = m_columns.Stay(line.startX + run.begin * line.stepX);
-    const std::int64_t ofY =
-        ColumnsUntilChange(line.startY + run.begin * line.stepY, line.stepY, kPositionBits);
-    const std::int64_t stay = ofX < ofY ? ofX : ofY;
-    return stay < run.end - run.begin ? run.begin + static_cast<std::int32_t>(stay) : run.end;
+    return EndOfPiece(m_columns, PositionAt(run.begin), m_source.line.stepY, run);
   }
 
   void Make(ColumnRun piece, const Expected& expected, std::int16_t* out) const {
-    const SourceLine& line = m_source.line;
-    const std::int64_t x = line.startX + piece.begin * line.stepX, y = line.startY + piece.begin * line.stepY;
+    const auto [x, y] = PositionAt(piece.begin);
     const std::int16_t* const row = m_source.plane + ((y >> kPositionBits) - 1) * m_source.pitch;
     const UnitColumns::Taps first(m_columns, x, 0);
     const auto across = m_cubic.AcrossAt<UnitColumns>(first);
     for (std::int32_t column = piece.begin; column < piece.end; column += kStep) {
       if (column + kStep > piece.end) column = piece.end - kStep;
       const UnitColumns::Taps taps(m_columns, x, piece.begin - column);
-      const Words start = hn::Set(kWords, static_cast<std::uint32_t>(line.startY + column * line.stepY));
+      const Words start = hn::Set(kWords, static_cast<std::uint32_t>(PositionAt(column).y));
       const auto down = m_cubic.DownAt(
           {PhasesOf(hn::Add(start, m_fractions[0])), PhasesOf(hn::Add(start, m_fractions[1]))});
       const Shorts samples = m_cubic.Samples<UnitColumns>(row, m_source.pitch, taps, across, down);
@@ -447,6 +441,11 @@ class LevelResiduals {
   }
 
  private:
+  Position PositionAt(std::int32_t column) const {
+    const SourceLine& line = m_source.line;
+    return {line.startX + column * line.stepX, line.startY + column * line.stepY};
+  }
+
   const Sampled& m_source;
   UnitColumns m_columns;
   Both<Words> m_fractions;
