@@ -72,7 +72,6 @@ using AlikePlanes = std::array<SourcePlane, kMaxAlikePlanes>;
 struct WarpedRow {
   SourceLine line;
   ColumnRun covered;  ///< columns that are written
-  ColumnRun inside;   ///< those of them for which all source samples exist
   std::array<std::uint8_t*, kMaxAlikePlanes> out;
 };
 

@@ -4,6 +4,7 @@
 #include "precise/cubicweights.h"
 #include "precise/loops.h"
 #include "precise/loops_rows.h"
+#include "precise/sourceline.h"
 
 namespace precise {
 namespace {
@@ -76,6 +77,8 @@ struct AtEdges {
 };
 
 struct Nearest {
+  static constexpr std::int32_t kBefore = 0, kAfter = 1;
+
   template <class Read>
   static std::int32_t At(const Read& read, int, std::int64_t x, std::int64_t y) {
     constexpr std::int64_t kHalf = std::int64_t{1} << (kPositionBits - 1);
@@ -84,6 +87,8 @@ struct Nearest {
 };
 
 struct Bilinear {
+  static constexpr std::int32_t kBefore = 0, kAfter = 1;
+
   template <class Read>
   static std::int32_t At(const Read& read, int, std::int64_t x, std::int64_t y) {
     constexpr std::uint32_t kOne = kPhases, kHalf = kOne * kOne / 2;
@@ -99,6 +104,8 @@ struct Bilinear {
 };
 
 struct Bicubic {
+  static constexpr std::int32_t kBefore = 1, kAfter = 2;
+
   /// Weights are at most 1.1875 times 1 where they add, and 1.375 times in size. So sums of a pass keep
   /// within 31 bits when what it takes has 16 bits, as samples have, and as the first pass leaves them with
   /// 14 bits or less.
@@ -130,9 +137,11 @@ void WarpRun(const Read& read, const SourceLine& line, ColumnRun run, std::uint8
 template <class Sampler, class Sample>
 void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
   const AtEdges<Sample> atEdges{plane};
-  WarpRun<Sampler, Sample>(atEdges, row.line, {row.covered.begin, row.inside.begin}, out);
-  WarpRun<Sampler, Sample>(Inside<Sample>{plane}, row.line, row.inside, out);
-  WarpRun<Sampler, Sample>(atEdges, row.line, {row.inside.end, row.covered.end}, out);
+  const ColumnRun inside =
+      ColumnsWithSamples(row.line, plane, Sampler::kBefore, Sampler::kAfter, row.covered);
+  WarpRun<Sampler, Sample>(atEdges, row.line, {row.covered.begin, inside.begin}, out);
+  WarpRun<Sampler, Sample>(Inside<Sample>{plane}, row.line, inside, out);
+  WarpRun<Sampler, Sample>(atEdges, row.line, {inside.end, row.covered.end}, out);
 }
 
 template <class Sampler>

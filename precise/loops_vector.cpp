@@ -529,15 +529,16 @@ class Bilinear {
 template <template <int kSize> class Sampler, int kSize>
 void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
   using Of = Sampler<kSize>;
-  const ColumnRun inside = row.inside;
-  const auto warpAsDefined = [&](ColumnRun run, ColumnRun insideOfRun) {
-    const WarpedRow part = {row.line, run, insideOfRun, {out}};
+  const ColumnRun inside =
+      ColumnsWithSamples(row.line, plane, Of::kBefore, Of::kTaps - 1 - Of::kBefore, row.covered);
+  const auto warpAsDefined = [&](ColumnRun run) {
+    const WarpedRow part = {row.line, run, {out}};
     (kScalarLoops.*Of::kScalar)({plane}, &part, 1);
   };
   if (inside.end - inside.begin < kLanes || !Windows<kSize>::Hold(row.line, plane.width, Of::kTaps))
-    return warpAsDefined(row.covered, inside);
-  warpAsDefined({row.covered.begin, inside.begin}, {inside.begin, inside.begin});
-  warpAsDefined({inside.end, row.covered.end}, {inside.end, inside.end});
+    return warpAsDefined(row.covered);
+  warpAsDefined({row.covered.begin, inside.begin});
+  warpAsDefined({inside.end, row.covered.end});
   const Axis xs(row.line.startX + kHalfPhase, row.line.stepX),
       ys(row.line.startY + kHalfPhase, row.line.stepY);
   const Windows<kSize> windows(xs, plane.width, Of::kBefore);
@@ -547,7 +548,7 @@ void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) 
   InSteps(inside, [&](std::int32_t column) {
     const Spots x = xs.At(column), y = ys.At(column);
     const SourceRows rows(plane.samples, plane.strideBytes, ys, y, column, Of::kBefore);
-    if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes}, {column, column + kLanes});
+    if (rows.AreTooMany()) return warpAsDefined({column, column + kLanes});
     const Ints samples = sampler.Sample(windows.At(x, column), rows, phases.Of(x, y));
     std::uint8_t* const to = out + column * std::ptrdiff_t{kSize};
     if constexpr (kSize == 1) {

@@ -42,4 +42,13 @@ ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const Po
   return ColumnsBetween(line.startY, line.stepY, y, ColumnsBetween(line.startX, line.stepX, x, within));
 }
 
+ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,
+                             std::int32_t after, ColumnRun within) {
+  // Rounding may move a position up by half of 1/256 sample.
+  const auto interior = [&](std::int32_t samples) {
+    return PositionRange{before * kOneSample, (samples - after) * kOneSample - (kOneSample >> 9)};
+  };
+  return ColumnsInside(line, interior(plane.width), interior(plane.height), within);
+}
+
 }  // namespace precise

@@ -23,4 +23,9 @@ std::int64_t FixedPosition(double samples);
 ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
                         ColumnRun within);
 
+/// The columns of `within` for which the plane has so many samples before and after the one that a position,
+/// rounded to 1/256 sample, is rounded down to.
+ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,
+                             std::int32_t after, ColumnRun within);
+
 }  // namespace precise

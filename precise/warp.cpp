@@ -29,15 +29,7 @@ ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
   return {std::min(covered, samples), std::max(samples - covered, std::min(covered, samples))};
 }
 
-/// How a picture is sampled.
-struct Sampling {
-  WarpRows Loops::*warp;
-  /// Samples that are read before and after the one that a position is rounded down to.
-  std::int32_t before, after;
-};
-
-constexpr Sampling kSamplings[] = {
-    {&Loops::warpNearest, 0, 1}, {&Loops::warpBilinear, 0, 1}, {&Loops::warpBicubic, 1, 2}};
+constexpr WarpRows Loops::*kWarps[] = {&Loops::warpNearest, &Loops::warpBilinear, &Loops::warpBicubic};
 
 /// Where the columns of output rows read in the source plane.
 class SourceLines {
@@ -71,38 +63,31 @@ class SourceLines {
 /// Lays the rows of planes alike into their output.
 class Layout {
  public:
-  Layout(const Shown& shown, const Correction& correction, int plane, const Grid& grid,
-         const Sampling& sampling)
+  Layout(const Shown& shown, const Correction& correction, int plane, const Grid& grid)
       : m_lines(shown, correction, grid),
-        m_inX(RangesOf(shown.input.PlaneWidth(plane), grid.stepX, grid.siteX, sampling)),
-        m_inY(RangesOf(shown.input.PlaneHeight(plane), grid.stepY, grid.siteY, sampling)),
+        m_x(Covered(shown.input.PlaneWidth(plane), grid.stepX, grid.siteX)),
+        m_y(Covered(shown.input.PlaneHeight(plane), grid.stepY, grid.siteY)),
         m_columns(InsideBorder(shown.output.PlaneWidth(plane), shown.borderX, grid.stepX)),
         m_rows(InsideBorder(shown.output.PlaneHeight(plane), shown.borderY, grid.stepY)) {}
 
   /// The output row, without its samples.
   WarpedRow Row(std::int32_t row) const {
     const SourceLine line = m_lines.OfRow(row);
-    ColumnRun covered = ColumnsInside(line, m_inX.covered, m_inY.covered, m_columns);
+    ColumnRun covered = ColumnsInside(line, m_x, m_y, m_columns);
     if (row < m_rows.begin || row >= m_rows.end || covered.begin >= covered.end) covered = {0, 0};
-    return {line, covered, ColumnsInside(line, m_inX.inside, m_inY.inside, covered), {}};
+    return {line, covered, {}};
   }
 
  private:
-  /// Positions on one axis that the plane covers, and for which all source samples exist.
-  struct Ranges {
-    PositionRange covered, inside;
-  };
-
   // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
-  // samples ends off the middle, too. Rounding may move a position up by half of 1/256 sample.
-  static Ranges RangesOf(std::int32_t samples, double step, double site, const Sampling& sampling) {
+  // samples ends off the middle, too.
+  static PositionRange Covered(std::int32_t samples, double step, double site) {
     const double first = (-0.5 - site) / step;
-    return {{FixedPosition(first), FixedPosition(first + samples)},
-            {sampling.before * kOneSample, (samples - sampling.after) * kOneSample - (kOneSample >> 9)}};
+    return {FixedPosition(first), FixedPosition(first + samples)};
   }
 
   SourceLines m_lines;
-  Ranges m_inX, m_inY;
+  PositionRange m_x, m_y;  ///< covered
   ColumnRun m_columns, m_rows;
 };
 
@@ -123,8 +108,8 @@ void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma,
   const PictureFormat& input = shown.input;
   const std::array<int, kMaxAlikePlanes> planes = input.AlikePlanes(isChroma);
   const std::int32_t width = shown.output.PlaneWidth(planes[0]);
-  const Sampling& sampling = kSamplings[static_cast<std::size_t>(shown.interpolation)];
-  const Layout layout(shown, correction, planes[0], Grid(input, planes[0]), sampling);
+  const WarpRows warp = loops.*kWarps[static_cast<std::size_t>(shown.interpolation)];
+  const Layout layout(shown, correction, planes[0], Grid(input, planes[0]));
   AlikePlanes sources = {};
   for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
     const auto& [samples, strideBytes] = in[static_cast<std::size_t>(planes[i])];
@@ -145,7 +130,7 @@ void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma,
         FillSamples(row.out[of], {row.covered.end, width}, background, input.BytesPerSample());
       }
     }
-    (loops.*sampling.warp)(sources, rows.data(), count);
+    warp(sources, rows.data(), count);
   }
 }
 

@@ -234,7 +234,6 @@ TEST_F(LoopTwins, WarpPlanesAlongAnyLines) {
       row.line = line;
       row.covered = ColumnsInside(line, Within(width, -off, 1 - off), Within(height, -off, 1 - off),
                                   {Any(0, 3), width - 2});
-      row.inside = ColumnsInside(line, Within(width, 1, 2), Within(height, 1, 2), row.covered);
       line.startX += advanceX;
       line.startY += advanceY;
     }
@@ -298,8 +297,8 @@ TEST(WarpRows, FollowTheFormulasAtEveryDepthUpToRounding) {
         const double stepX = isWhole ? 1 : 71 / 256.0, stepY = isWhole ? 0 : 1 / 256.0;
         const SourceLine line = MakeSourceLine(-2, startY, stepX, stepY);
         std::uint8_t cubic[2 * kColumns], linear[2 * kColumns];
-        const WarpedRow cubicRow = {line, {0, kColumns}, {0, 0}, {cubic}};
-        const WarpedRow linearRow = {line, {0, kColumns}, {0, 0}, {linear}};
+        const WarpedRow cubicRow = {line, {0, kColumns}, {cubic}};
+        const WarpedRow linearRow = {line, {0, kColumns}, {linear}};
         kScalarLoops.warpBicubic({source}, &cubicRow, 1);
         kScalarLoops.warpBilinear({source}, &linearRow, 1);
         for (int column = 0; column < kColumns; ++column) {
