@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <vector>
 
-/// A queue of fixed capacity that recycles its oldest entry once it is full and never allocates after
-/// construction.
+/// A queue of fixed capacity. Once it is full, each new entry replaces the oldest one. Allocates only when it
+/// is constructed.
 template <class T>
 class Ring {
  public:
@@ -18,8 +18,8 @@ class Ring {
   const T& Oldest() const { return (*this)[0]; }
   const T& Newest() const { return (*this)[m_size - 1]; }
 
-  /// The slot that `Append` makes the newest entry: a fresh one while the ring fills, the oldest entry's
-  /// afterwards.
+  /// The slot that `Append` turns into the newest entry. Once the ring is full, it still holds the oldest
+  /// entry.
   T& NextSlot() { return m_slots[(m_oldest + m_size) % m_slots.size()]; }
   void Append() {
     if (IsFull())
