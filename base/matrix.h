@@ -25,5 +25,5 @@ class Matrix {
   std::unique_ptr<T[]> m_data;
 };
 
-/// A plane of grey values, 0 … 1020. 16 bits hold their differences, too.
+/// Brightness of either engine, within 0 … 1024. 16 bits hold differences of it, too.
 using Plane = Matrix<std::int16_t>;

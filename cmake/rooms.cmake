@@ -3,7 +3,7 @@
 
 add_library(project_options INTERFACE)
 target_compile_features(project_options INTERFACE cxx_std_20)
-# Compilers may not fuse multiplications and additions: then all of them give the same bits.
+# Without fused multiply-adds, all compilers give the same bits.
 target_compile_options(project_options INTERFACE
   -ffp-contract=off -Wall -Wextra -Wpedantic -Werror -Wconversion -Wshadow -Wold-style-cast -Wcast-align
   -Wnull-dereference -Wimplicit-fallthrough)
@@ -39,7 +39,8 @@ function(add_room name)
   target_link_libraries(${name} PUBLIC ${ROOM_LINKS} PRIVATE project_options)
 endfunction()
 
-# Adds sources that are compiled for AVX2, on x86-64. All other sources run on any processor.
+# add_avx2_loops(TARGET SOURCES...): on x86-64, adds sources that are compiled for AVX2. All other sources run on any
+# processor.
 function(add_avx2_loops target)
   if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     return()

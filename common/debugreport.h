@@ -6,8 +6,8 @@ struct DebugReporter {
   void (*trace)(const char* text);
 };
 
-/// Replaces the reporter and returns the previous one. The first one writes to the debugger. `reporter` must
-/// live until it is replaced.
+/// Replaces the reporter and returns the previous one. The initial reporter writes to the debugger.
+/// `reporter` must live until it is replaced.
 const DebugReporter* SetDebugReporter(const DebugReporter* reporter);
 
 /// Reports `condition` and the source file's name unless the condition holds. The program goes on.

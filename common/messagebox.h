@@ -6,7 +6,7 @@
 
 using MessageBoxFunction = int(WINAPI*)(HWND owner, const char* text, const char* caption, UINT style);
 
-/// Replaces the function that shows messages and returns the previous one. The first one is the system's
+/// Replaces the function that shows messages and returns the previous one. The initial one is the system's
 /// message box.
 MessageBoxFunction SetMessageBox(MessageBoxFunction function);
 

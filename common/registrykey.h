@@ -29,7 +29,7 @@ class CRegistryKey {
   HKEY m_key = nullptr;
 };
 
-/// The bytes of the value `name` of a key below `parent`. Texts end with a null. Empty when there is no such
-/// value or its type is not `typeFlag` (RRF_RT_…). Throws std::bad_alloc.
+/// The bytes of the value `name` in the subkey `key` of `parent`. Texts end with a null. Empty when there is
+/// no such value or its type is not `typeFlag` (RRF_RT_…). Throws std::bad_alloc.
 std::optional<std::vector<std::byte>> ReadRegistryValue(HKEY parent, const char* key, const char* name,
                                                         DWORD typeFlag);

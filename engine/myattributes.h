@@ -12,7 +12,8 @@
 /// Is notified when items of a `MyAttributes` were written.
 class MyAttributesCallback {
  public:
-  /// Called with the store locked, once for all writes under one outermost lock. The result is ignored.
+  /// Called once when the store's outermost lock is about to be released after writes. The store is still
+  /// locked. The result is ignored.
   virtual HRESULT AttributesChanged() = 0;
 
  protected:

@@ -12,8 +12,8 @@ struct StabilizerSettings {
   Rect ROI = {0, 0, 10000, 10000};  ///< pixels of the input frame, to which it is clipped
   bool ROIEnabled = false;
   std::int32_t GlobalEstimationCoefficients = 0;
-  std::int32_t GlobalEstimationQuality = 2;  ///< one less than the quality's number, 1 (finest) … 4
-  std::int32_t PathSmoothingLevel = 32;      ///< window length in frames
+  std::int32_t GlobalEstimationQuality = 2;             ///< 0 … 3 for quality 1 (finest) … 4
+  std::int32_t PathSmoothingLevel = 32;                 ///< window length in frames
   std::array<std::uint8_t, 3> BkFillColor = {0, 0, 0};  ///< blue, green, red
   std::int32_t LeftRightCropMargin = 0;                 ///< pixels at each side
   std::int32_t TopBottomCropMargin = 0;                 ///< pixels at each side

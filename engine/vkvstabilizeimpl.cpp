@@ -206,7 +206,7 @@ StabilizerSettings CVKVStabilizeImpl::ReadSettings() const {
 }
 
 StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
-  // The first lock keeps out puts, the second one batches of writes under the store's lock.
+  // The settings lock keeps out puts, the store's lock keeps out batches of writes.
   const CAutoLock lock(m_settingsLock);
   const CStoreLock storeLock(Store());
   *version = SettingsVersion();
@@ -346,7 +346,7 @@ STDMETHODIMP CVKVStabilizeImpl::get_AutoReconnect(VARIANT_BOOL* pVal) {
 }
 
 STDMETHODIMP CVKVStabilizeImpl::put_AutoReconnect(VARIANT_BOOL newVal) {
-  // Releasing the store's lock calls callbacks, so the change lock is released before.
+  // Releasing the store's lock calls the callbacks. The change lock is the inner one, so it is free by then.
   const CStoreLock storeLock(Store());
   const CAutoLock lock(m_changeLock);
   WriteFlagIfDifferent(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True, newVal != VARIANT_FALSE);

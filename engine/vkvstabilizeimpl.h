@@ -48,7 +48,7 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   /// The settings store; null when it could not be created. Clients may keep it longer than the facade.
   IMFAttributes* Attributes() const { return Store(); }
 
-  /// Reads all settings at one moment. `version` receives the number of the last change among them.
+  /// Reads all settings at one moment. `version` receives the number of the last change that they include.
   StabilizerSettings TakeSnapshot(unsigned* version);
 
   /// Stabilizes the padded bottom-up frame at `pixels` in place. `noOutput` becomes true while the kernel's
@@ -62,7 +62,7 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   /// Releases the kernel's frames; the next frame sets the kernel up anew. Always true.
   bool Reset();
 
-  /// Replaces an input frame's size by the output frame's.
+  /// Replaces an input frame's size by the stabilizer's output size, whether stabilization is enabled or not.
   void GetOutputSize(SIZE& sz);
 
   /// Whether stabilization is enabled and makes output frames smaller than input frames.

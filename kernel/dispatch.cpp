@@ -16,7 +16,7 @@ constexpr std::array kTables = {&kScalarOps, &kAvx2Ops};
 constexpr std::array kTables = {&kScalarOps};
 #endif
 
-/// The tables that such a machine can run and the cap allows, scalar first.
+/// The tables that a machine with these features can run and `cap` allows, scalar first.
 std::span<const KernelOps* const> Tables(const CpuFeatures& features, SimdLevel cap) {
   return std::span(kTables).first(AllowsTwins(features, cap) ? kTables.size() : 1);
 }

@@ -70,6 +70,8 @@ class WarpMap {
     m_originY = (height - 1) * m_cosine + (width - 1) * m_sine - Shift(height, correction.dy, zoom);
   }
 
+  /// Positions are doubled, so that the centre is a whole number, and scaled by 32 for the zoom: 6 bits in
+  /// all.
   SourceLine Line(std::int32_t row) const {
     return {-2 * row * m_sine - m_originX, 2 * row * m_cosine - m_originY, 2 * m_cosine, 2 * m_sine,
             m_precision + 6};

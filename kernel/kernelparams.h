@@ -33,7 +33,7 @@ struct KernelParams {
   std::int32_t width, height;
   Rect roi;  ///< motion is estimated from this region only
   std::uint32_t estimationCoefficients;
-  std::uint32_t estimationQuality;              ///< 0 (finest) … 3; named 1 … 4 in the interfaces
+  std::uint32_t estimationQuality;              ///< 0 … 3 for quality 1 (finest) … 4; 0 and 1 do the same
   std::int32_t gaussianWeights;                 ///< 0 box weights, otherwise Gaussian weights
   std::int32_t windowLength;                    ///< frames: 4, 8, 12, 16, 24, 32, 64 or 128
   std::array<std::uint8_t, 3> backgroundColor;  ///< blue, green, red

@@ -154,8 +154,8 @@ class EightSources {
   EightPositions m_x, m_y;
 };
 
-/// The end of the last eight columns of a run that may load 16 bytes for each half. Loads must not reach
-/// beyond the source sample of the run's last column and that sample's `neighbours` to the right.
+/// The end of the last step that may load 16 bytes for each half. Loads must not reach beyond the source
+/// sample of the run's last column and that sample's `neighbours` to the right.
 std::int32_t InteriorEnd(const SourceLine& line, ColumnRun run, int neighbours) {
   constexpr std::int32_t kCount = EightSources::kCount;
   constexpr int kSamplesIn16Bytes = 6;  // only a part of the last one

@@ -58,7 +58,7 @@ Fractions FractionsAt(const SourceLine& line, std::int64_t x, std::int64_t y) {
   return {spread(x), spread(y)};
 }
 
-/// What the fractions gain over these numbers of columns.
+/// What the fractions gain over the given numbers of columns.
 Fractions FractionsOver(const SourceLine& line, __m256i columns) {
   const Fractions step = FractionsAt(line, line.stepX, line.stepY);
   return {_mm256_mullo_epi32(columns, step.x), _mm256_mullo_epi32(columns, step.y)};

@@ -149,7 +149,7 @@ class PlaneRotation {
   FixedRotation m_angle;
 };
 
-/// Rotations by the tested angle and by half a degree less and more.
+/// Rotations of a plane by the tested angle and by half a degree less and more.
 struct ThreeRotations {
   ThreeRotations(std::int32_t width, std::int32_t height, double theta)
       : exact(width, height, RadiansFromDegrees(theta)),

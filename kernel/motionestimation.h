@@ -33,8 +33,8 @@ struct RotationScratch {
 /// rows.
 Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, std::int64_t y);
 
-/// The level whose estimate is the result at this quality, if the pyramid has it: 1 for 2, 2 for 3, otherwise
-/// 0.
+/// The finest level that the estimation reaches: level 1 for quality value 2, level 2 for 3, otherwise level
+/// 0. A pyramid with fewer levels ends at its coarsest.
 std::size_t FinestLevel(std::uint32_t quality);
 
 /// Motion from the previous to the newest frame, in pixels of level 0, estimated from the coarsest level to

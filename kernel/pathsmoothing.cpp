@@ -78,9 +78,9 @@ MotionRecord ComputeCorrection(const Ring<MotionRecord>& ring, const PathWeights
                                std::int32_t height) {
   std::uint32_t dx = 0, dy = 0;
   double theta = 0;
-  for (std::size_t age = 0; age < ring.Size(); ++age) {
-    const MotionRecord& motion = ring[age];
-    const std::int32_t weight = weights.entries[ring.Size() - 1 - age];
+  for (std::size_t i = 0; i < ring.Size(); ++i) {
+    const MotionRecord& motion = ring[i];
+    const std::int32_t weight = weights.entries[ring.Size() - 1 - i];
     dx += WrappedProduct(weight, motion.dx);
     dy += WrappedProduct(weight, motion.dy);
     theta += weight * motion.theta;

@@ -13,8 +13,8 @@ class Ring {
   std::size_t Size() const { return m_size; }
   bool IsFull() const { return m_size == m_slots.size(); }
 
-  /// Entry `age` places after the oldest one.
-  const T& operator[](std::size_t age) const { return m_slots[(m_oldest + age) % m_slots.size()]; }
+  /// Entries count from the oldest one, 0.
+  const T& operator[](std::size_t index) const { return m_slots[(m_oldest + index) % m_slots.size()]; }
   const T& Oldest() const { return (*this)[0]; }
   const T& Newest() const { return (*this)[m_size - 1]; }
 

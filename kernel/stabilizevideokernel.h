@@ -17,10 +17,10 @@ class CStabilizeVideoKernel {
   CStabilizeVideoKernel(const CStabilizeVideoKernel&) = delete;
   CStabilizeVideoKernel& operator=(const CStabilizeVideoKernel&) = delete;
 
-  /// Sets up for a stream; may be called again at any time. If the region of interest is empty or leaves the
-  /// frame, frames will pass through unchanged. Otherwise false, and not initialized, for a margin that is
-  /// negative or half a frame or more, an unknown clipping option or window length, a frame of more than
-  /// 2^31 - 1 bytes or 2^23 pixels a side, or when memory runs out.
+  /// Sets up for a stream; may be called again at any time. With a region of interest that is empty or leaves
+  /// the frame this succeeds, and frames pass through unchanged. Otherwise it fails, and the kernel is not
+  /// initialized, for a margin that is negative or half a frame or more, an unknown clipping option or window
+  /// length, a frame of more than 2^31 - 1 bytes or 2^23 pixels a side, or when memory runs out.
   bool Initialize(const KernelParams& params) noexcept;
   bool IsInitialized() const noexcept { return m_initialized; }
 
@@ -28,8 +28,8 @@ class CStabilizeVideoKernel {
   /// delay line. With the crop option that frame is smaller; its rows are `PackedCropPitch` bytes apart.
   ///
   /// With `repeatPrevious` the newest frame seen so far, if there is one, is taken again instead of the
-  /// buffer's content. `noOutput` tells that the delay line is still filling and the buffer must not be
-  /// delivered; it is not set when frames pass through unchanged. False before a successful `Initialize`,
+  /// buffer's content. `noOutput` becomes true while the delay line fills: the buffer must not be delivered
+  /// then. It is not changed when frames pass through unchanged. False before a successful `Initialize`,
   /// after `Release`, and when memory for the delay line runs out.
   bool ProcessFrame(std::uint8_t* pixels, bool repeatPrevious, bool* noOutput) noexcept;
 
