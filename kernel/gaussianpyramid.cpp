@@ -21,8 +21,8 @@ constexpr std::ptrdiff_t kBlockBytes = 64 << 10;
 /// Call when `row` of the first level is complete. Makes the rows of the coarser levels that it completes.
 void ReduceOnward(std::span<GaussianPyramidCalcParams> levels, std::int32_t row, const KernelOps& ops) {
   if (levels.size() < 2) return;
-  // A reduction reads up to two rows behind its centre, so this row completes the one centred two rows
-  // before.
+  // A reduction reads two rows on either side of its centre, so this row completes the one centred two rows
+  // earlier.
   const std::int32_t reducedRow = (row - 2 - kFirstCentre) / 2;
   if (row < kFirstCentre + 2 || row % 2 != 0 || reducedRow >= levels[1].height) return;
   FiveRows rows = {};

@@ -104,17 +104,17 @@ void SampleStraight(const SourceLine& line, ColumnRun run, const Sampler& sample
   if (run.begin >= run.end) return;
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
   const auto sampleAt = [&](std::int32_t column) { return Position(line, column).x >> line.fractionBits; };
-  // The line falls behind by `lag` samples over the run, because it advances by at most one per column. A
-  // step does not fall behind, so it must end `lag` columns before the run or it would read beyond the run's
-  // samples.
+  // Over the run the line falls behind by `lag` samples, because it advances by at most one per column. A
+  // step reads one sample per column. So it must end `lag` columns before the run's end: else it would read
+  // beyond the run's last sample.
   const std::int64_t lag = sampleAt(run.begin) - run.begin - (sampleAt(run.end - 1) - (run.end - 1));
   const std::int64_t lastOverrun = run.end - Sampler::kStep - lag;
-  WholeChanges alongRow(line.startX, line.stepX - one, line.fractionBits, run.begin);
-  WholeChanges ofRow(line.startY, line.stepY, line.fractionBits, run.begin);
+  WholeChanges columnSlips(line.startX, line.stepX - one, line.fractionBits, run.begin);
+  WholeChanges rowChanges(line.startY, line.stepY, line.fractionBits, run.begin);
   while (run.begin < run.end) {
-    if (alongRow.Next() == run.begin) alongRow.Advance();
-    if (ofRow.Next() == run.begin) ofRow.Advance();
-    const std::int64_t end = alongRow.Next() < ofRow.Next() ? alongRow.Next() : ofRow.Next();
+    if (columnSlips.Next() == run.begin) columnSlips.Advance();
+    if (rowChanges.Next() == run.begin) rowChanges.Advance();
+    const std::int64_t end = columnSlips.Next() < rowChanges.Next() ? columnSlips.Next() : rowChanges.Next();
     const ColumnRun piece = {run.begin, end < run.end ? static_cast<std::int32_t>(end) : run.end};
     SamplePiece(line, piece, lastOverrun, sampler);
     run.begin = piece.end;
