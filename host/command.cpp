@@ -63,8 +63,8 @@ class Run {
   Progress m_progress;
 };
 
-/// Prints one line. Control characters are replaced, because the reason may quote arguments, and these could
-/// hold escape sequences.
+/// Prints one line. Control characters are replaced: the reason may quote arguments that hold escape
+/// sequences.
 int Report(std::FILE* messages, ExitCode code, const std::string& reason) {
   std::fprintf(messages, "vstabilize: %s\n", WithoutControls(reason).c_str());
   return code;

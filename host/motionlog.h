@@ -8,13 +8,13 @@
 
 #include "precise/stabilizer.h"
 
-/// Throws WorkError when `fileName` leads to the file that is the input or the output, however it is spelt,
-/// or to another regular file while `overwrite` is false.
+/// Throws WorkError when `fileName`, in whatever spelling, names the file of the input or of the output, or
+/// another existing regular file while `overwrite` is false.
 void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* input, std::FILE* output);
 
 /// A CSV file with a line for each delivered frame: its number from 0, the motion of its content since the
-/// frame before, and the correction. x counts pixels to the right, y pixels upward. theta counts degrees,
-/// counterclockwise in the motion and clockwise in the correction.
+/// frame before, and the correction. x and y are in pixels, positive to the right and upward. theta is in
+/// degrees, positive counterclockwise in the motion and clockwise in the correction.
 class MotionLog {
  public:
   /// `moreColumns` is empty or begins with a comma. Throws WorkError when the file cannot be made.
@@ -41,7 +41,7 @@ class MotionLog {
   template <class Number>
   void Append(Number number) {
     char digits[32];
-    // Adding 0 turns -0 into 0, which has no sign in the file.
+    // Adding 0 turns -0 into 0, which is written without a sign.
     m_line.append(digits, std::to_chars(digits, digits + sizeof digits, number + Number{}).ptr);
     m_line += ',';
   }

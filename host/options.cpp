@@ -40,7 +40,7 @@ bool ParseList(std::string_view text, char separator, std::span<std::int32_t> va
   return true;
 }
 
-/// The index of `value` in a list of words. Throws UsageError, which names the words, if it is not there.
+/// The index of `value` in `words`. Throws a UsageError that lists the words if `value` is none of them.
 std::int32_t IndexOf(std::string_view option, std::string_view value,
                      std::span<const std::string_view> words) {
   std::string choices;
@@ -380,8 +380,8 @@ void CheckFiles(const Options& options) {
     throw UsageError("give INPUT and OUTPUT, or INPUT... --into FOLDER; see --help");
 }
 
-/// Checks what no single option can be checked for: the engine, the range, the files.
-void CheckTogether(Options& options, const Given& given, Program program) {
+/// Chooses the engine if none is named, and checks the options against the engine and against each other.
+void CompleteAndCheck(Options& options, const Given& given, Program program) {
   const auto isEngine = [](const OptionRow* row) { return row->name == "--engine"; };
   if (program == Program::Pipe && std::ranges::none_of(given, isEngine))
     options.engine = DefaultEngine(options, given);
@@ -391,7 +391,7 @@ void CheckTogether(Options& options, const Given& given, Program program) {
     throw UsageError("the frame size is missing: give --size WxH");
 }
 
-/// The value of an option: what stands behind `=`, or else the next argument.
+/// The value of an option: the text after `=`, or the next argument.
 std::string_view ValueOf(const OptionRow& row, std::span<const char* const> arguments, std::size_t& i) {
   const std::string_view argument = arguments[i];
   const std::size_t equals = argument.find('=');
@@ -450,7 +450,7 @@ Options ParseOptions(std::span<const char* const> arguments, Program program) {
     given.push_back(&row);
     if (options.action == Action::PrintHelp || options.action == Action::PrintVersion) return options;
   }
-  if (options.action != Action::ShowSettings) CheckTogether(options, given, program);
+  if (options.action != Action::ShowSettings) CompleteAndCheck(options, given, program);
   return options;
 }
 

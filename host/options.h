@@ -25,8 +25,8 @@ class UsageError : public std::runtime_error {
 /// What the command does.
 enum class Action { Stabilize, ShowSettings, PrintOutputSize, PrintHelp, PrintVersion };
 
-/// The precise engine, or the classic one: called directly (`Kernel`) or as a transform through COM. `Kernel`
-/// and `Transform` give the same bytes.
+/// The precise engine or the classic one. `Kernel` calls the classic engine directly, `Transform` calls it
+/// through COM; both give the same bytes.
 enum class Engine { Precise, Kernel, Transform };
 
 /// The margins at the left and at the right (`x`), and at the top and at the bottom (`y`).

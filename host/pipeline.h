@@ -6,8 +6,8 @@
 
 #include "host/options.h"
 
-/// One stream through an engine. All calls throw WorkError and std::bad_alloc. After a WorkError from `Take`,
-/// the frames before can still be delivered.
+/// One stream through an engine. All calls may throw WorkError and std::bad_alloc. After a WorkError from
+/// `Take`, the earlier frames can still be delivered.
 class Pipeline {
  public:
   virtual ~Pipeline() = default;
@@ -25,10 +25,11 @@ class Pipeline {
   virtual void Finish() = 0;
 };
 
-/// Takes raw frames through the classic engine. Throws WorkError, UsageError and std::bad_alloc.
+/// Makes a pipeline with the classic engine, for raw frames. Throws WorkError, UsageError and std::bad_alloc.
 std::unique_ptr<Pipeline> MakeClassicPipeline(const Options& options, std::FILE* input, std::FILE* output);
 
-/// Takes YUV4MPEG2 through the precise engine. Reads the input's head. Throws WorkError and UsageError.
+/// Makes a pipeline with the precise engine, for YUV4MPEG2, and reads the input's head. Throws WorkError and
+/// UsageError.
 std::unique_ptr<Pipeline> MakePrecisePipeline(const Options& options, std::FILE* input, std::FILE* output);
 
 /// The size of output frames. For the precise engine this reads the input's head. Throws WorkError and

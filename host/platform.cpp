@@ -76,8 +76,8 @@ bool AwaitTransfer(std::FILE* stream, Transfer transfer) {
 
 void PrepareStandardStreams() {
   std::signal(SIGPIPE, SIG_IGN);
-  // `open` returns the lowest free descriptor, so the loop fills the closed ones of 0 to 2. Opened for
-  // reading only, they still make writes fail.
+  // `open` returns the lowest free descriptor, so the loop opens those of 0 to 2 that are closed. They are
+  // read-only: writing to a closed stream must still fail.
   int descriptor = open("/dev/null", O_RDONLY);
   while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDONLY);
   if (descriptor >= 0) close(descriptor);

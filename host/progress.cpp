@@ -11,14 +11,14 @@ namespace {
 
 constexpr auto kRedrawInterval = std::chrono::milliseconds(100);
 
-std::string Minutes(double seconds) {
+std::string MinutesAndSeconds(double seconds) {
   constexpr double kLongest = 1e9;
   const auto whole = std::llround(std::min(seconds, kLongest));
   const std::string rest = std::to_string(whole % 60);
   return std::to_string(whole / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
 }
 
-/// A bar of at most `room` characters; empty if they are too few.
+/// A bar of at most `room` characters; empty if `room` is too small.
 std::string Bar(std::int64_t frames, std::int64_t total, std::size_t room) {
   constexpr std::size_t kFrame = 3, kNarrowest = 5, kWidest = 30;
   if (room < kFrame + kNarrowest) return "";
@@ -63,7 +63,7 @@ void Progress::Draw(std::int64_t frames) {
   line += " frames";
   std::string left;
   if (m_totalFrames > 0)
-    left = ", " + Minutes(static_cast<double>(total - frames) / framesPerSecond) + " left";
+    left = ", " + MinutesAndSeconds(static_cast<double>(total - frames) / framesPerSecond) + " left";
   if ((line + rate + left).size() <= room) line += rate;
   line += left;
   if (m_totalFrames > 0) line = Bar(frames, total, room - std::min(room, line.size())) + line;

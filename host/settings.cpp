@@ -54,7 +54,7 @@ std::array<std::uint16_t, precise::kMaxPlanes> ColourSamples(const std::array<st
   const double blueDifference = (blue - luma) / (2 * (1 - blueWeight));
   const double redDifference = (red - luma) / (2 * (1 - redWeight));
 
-  const double step = 1 << (stream.format.bitsPerSample - 8);  // of 8-bit samples
+  const double step = 1 << (stream.format.bitsPerSample - 8);  // from one 8-bit value to the next
   const double highest = 256 * step - 1;
   const double black = stream.isFullRange ? 0 : 16 * step;
   const double lumaSpan = stream.isFullRange ? highest : 219 * step;

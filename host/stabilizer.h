@@ -21,8 +21,9 @@ class Stabilizer {
   /// The buffer for the next input frame, bottom-up with padded rows. Valid until the next call of `Process`.
   virtual std::uint8_t* InputFrame() = 0;
 
-  /// Processes the frame in `InputFrame`, or the newest frame again. Returns the output frame, valid until
-  /// the next call, or nothing while the delay line fills. Throws WorkError and std::bad_alloc.
+  /// Processes the frame in `InputFrame()` or, with `repeatNewest`, the newest frame again. Returns the
+  /// output frame, valid until the next call, or nothing while the delay line fills. Throws WorkError and
+  /// std::bad_alloc.
   virtual std::optional<StabilizedFrame> Process(bool repeatNewest) = 0;
 
   /// Ends the stream. Throws WorkError.

@@ -58,7 +58,7 @@ TransformStabilizer::FrameSample::FrameSample(std::ptrdiff_t sizeBytes) {
 }
 
 std::uint8_t* TransformStabilizer::FrameSample::Lock() {
-  if (!m_pBytes) Check(m_pBuffer->Lock(&m_pBytes, nullptr, nullptr), "cannot reach a frame");
+  if (!m_pBytes) Check(m_pBuffer->Lock(&m_pBytes, nullptr, nullptr), "cannot lock a frame buffer");
   return m_pBytes;
 }
 
@@ -84,21 +84,21 @@ TransformStabilizer::TransformStabilizer(const StabilizerSettings& settings, Fra
 
 void TransformStabilizer::SetInputType(FrameSize size) {
   ComPtr<IMFMediaType> type;
-  Check(m_pTransform->GetInputAvailableType(0, 0, &type), "the transform takes no frames");
+  Check(m_pTransform->GetInputAvailableType(0, 0, &type), "the transform offers no input type");
   Check(type->SetUINT64(MF_MT_FRAME_SIZE, Packed(size)), "cannot describe the frames");
   Check(type->SetUINT32(MF_MT_FIXED_SIZE_SAMPLES, TRUE), "cannot describe the frames");
   Check(type->SetUINT32(MF_MT_SAMPLE_SIZE, static_cast<UINT32>(m_layout.inputBytes)),
         "cannot describe the frames");
-  Check(m_pTransform->SetInputType(0, type.Get(), 0), "the transform refuses such frames");
+  Check(m_pTransform->SetInputType(0, type.Get(), 0), "the transform refuses frames of this size");
 }
 
 void TransformStabilizer::NegotiateOutputType() {
   ComPtr<IMFMediaType> type;
   UINT64 size = 0;
-  Check(m_pTransform->GetOutputAvailableType(0, 0, &type), "the transform gives no frames");
-  Check(type->GetUINT64(MF_MT_FRAME_SIZE, &size), "the transform gives frames of no size");
+  Check(m_pTransform->GetOutputAvailableType(0, 0, &type), "the transform offers no output type");
+  Check(type->GetUINT64(MF_MT_FRAME_SIZE, &size), "the transform offers output frames without a size");
   // Raw video has no head that could announce another size.
-  if (size != Packed(m_layout.size)) throw WorkError("the transform gives frames of another size");
+  if (size != Packed(m_layout.size)) throw WorkError("the transform offers output frames of another size");
   Check(m_pTransform->SetOutputType(0, type.Get(), 0), "the transform refuses what it proposed");
 }
 

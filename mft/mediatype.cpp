@@ -93,8 +93,7 @@ HRESULT CopyMediaType(IMFMediaType* source, IMFMediaType** copy) {
 }
 
 std::uint64_t ImageParameters::FrameBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const {
-  // The bytes of a row always fit 64 bits. Where those of a frame do not, UINT64_MAX still exceeds any
-  // buffer.
+  // The bytes of a row always fit 64 bits, those of a frame may not.
   const std::uint64_t stride = (std::uint64_t{BitsImage} * frameWidth + 31) / 32 * 4;
   const std::uint64_t limit = UINT64_MAX / (frameHeight > 0 ? frameHeight : 1);
   return stride <= limit ? stride * frameHeight : UINT64_MAX;

@@ -27,13 +27,13 @@ struct ImageParameters {
   std::uint32_t BitsImage = 0;          ///< bits per pixel
   std::uint32_t sampleSize = 0;         ///< bytes of one input frame
 
-  /// Bytes of a frame with `BitsImage` bits a pixel and rows padded to 4 bytes; UINT64_MAX if they are more.
+  /// Bytes of a frame with `BitsImage` bits a pixel and rows padded to 4 bytes, limited to UINT64_MAX.
   std::uint64_t FrameBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
   std::uint64_t FrameBytes() const { return FrameBytes(width, height); }
-  /// The same for media types and stream descriptions, which have 32 bits; UINT32_MAX if the bytes are more.
+  /// The same for media types and stream descriptions, limited to UINT32_MAX.
   std::uint32_t SampleBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
 
-  /// Reads the parameters of `type`. A missing frame size or format block gives 0. A missing
-  /// MF_MT_SAMPLE_SIZE leaves `sampleSize` as the type before set it, or computes it if it is 0.
+  /// Reads the parameters of `type`. A missing frame size or format block gives 0. Without MF_MT_SAMPLE_SIZE,
+  /// `sampleSize` keeps the value from the type before; if that is 0, it is computed.
   void Read(IMFMediaType* type);
 };

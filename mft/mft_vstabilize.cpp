@@ -284,7 +284,7 @@ STDMETHODIMP CMFTVStabilize::SetOutputType(DWORD stream, IMFMediaType* type, DWO
     return S_OK;
   }
   const unsigned formatChanges = m_formatChanges;
-  // After a format change a held sample is no obstacle: ProcessOutput refuses it until a new type is set.
+  // After a format change, ProcessOutput does not process the held sample before a new type is set.
   if (m_pSample && formatChanges == 0) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
   const HRESULT hr = CheckOutputType(type);
   if (SUCCEEDED(hr) && flags != MFT_SET_TYPE_TEST_ONLY) CommitOutputType(type, formatChanges);
@@ -482,8 +482,8 @@ HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
   const HRESULT hr = StabilizeImage(output, &frameTaken, &noOutput);
   if (FAILED(AssertSucceeded(hr))) return hr;
 
-  // The kernel was set up anew, after a reset or a change of settings. It has dropped its frames, so their
-  // timing records are dropped, too.
+  // A new number means that the kernel was set up anew, after a reset or a change of settings. It has dropped
+  // its frames, so their timing records are dropped, too.
   if (m_pFacade->StreamNumber() != streamBefore) m_sampleAttributes.Clear();
   if (frameTaken) m_sampleAttributes.Append(CVRMFSampleAttributes::Of(input));
   if (noOutput) return kNoFrameYet;

@@ -11,8 +11,8 @@ namespace MediaFoundationSamples {
 /// Creates an object and returns its interface `iid`.
 using CreationFunction = HRESULT (*)(IUnknown* outer, REFIID iid, void** object);
 
-/// The class object of one class. It is no living object of the module, so it does not keep the module
-/// loaded; `LockServer` does.
+/// The class object of one class. It does not count as a living object, so only `LockServer` makes it keep
+/// the module loaded.
 class ClassFactory final : public CRefCounted<IClassFactory> {
  public:
   /// Creates a factory and returns its interface `iid`. Releases the factory if it lacks the interface.

@@ -79,7 +79,7 @@ STDMETHODIMP CBasePropertyPage::QueryInterface(REFIID iid, void** object) {
 }
 
 void CBasePropertyPage::Destroy() {
-  CloseDialog();  // while the object is still whole: closing sends messages to the derived class
+  CloseDialog();  // before destruction begins: closing sends messages to the derived class
   CRefCounted::Destroy();
 }
 

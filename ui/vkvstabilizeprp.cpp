@@ -366,7 +366,7 @@ void CVKVStabilizePrp::ReadControls() {
   m_settings.useAdvancedEngine = IsDlgButtonChecked(Dialog(), IDC_ADVANCED_ENGINE) == BST_CHECKED;
   for (const DropDownList& list : kLists) {
     const LRESULT index = SendMessageW(Control(list.id), CB_GETCURSEL, 0, 0);
-    // No item is selected while the setting is a value that the list lacks. That value is kept.
+    // Without a selection, the setting has a value that the list lacks. That value is kept.
     if (index == CB_ERR) continue;
     m_settings.*list.field =
         static_cast<LONG>(SendMessageW(Control(list.id), CB_GETITEMDATA, static_cast<WPARAM>(index), 0));
