@@ -289,7 +289,7 @@ constexpr OptionRow kOptions[] = {
     {"--registered", "", kPipe, kTransform,
      "use the registered transform, not the one beside the program (Windows)", SetRegistered},
     {"--settings", "", kPipe, kTransform,
-     "show the transform's property pages, where Apply saves, and end (Windows)", SetShowSettings},
+     "show the transform's property pages and end; Apply saves the settings (Windows)", SetShowSettings},
     {"--output-size", "", kPipe, kAll, "check the settings, print the size of the output frames, and end",
      SetAction<Action::PrintOutputSize>},
     {"--quiet", "", kBoth, kAll, "no progress bar", Set<&Options::quiet>},

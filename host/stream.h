@@ -8,7 +8,7 @@
 
 // Reads and writes streams, which may be non-blocking pipes.
 
-/// Turns the stream's own buffer off: it would only copy whole frames once more.
+/// Turns off the stream's own buffer, which would only copy whole frames once more.
 void DisableBuffering(std::FILE* stream);
 
 /// Fills `bytes` and returns the number of bytes read. They are fewer if the stream ends or fails; `ferror`
