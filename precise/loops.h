@@ -49,10 +49,12 @@ inline constexpr std::int32_t kCellSide = 16;
 
 /// Weighted sums over a cell: of products of gradients x and y, brightness b (less its middle), and residual
 /// r, and of each alone. `one` is the sum of the weights, in 1/32768.
-struct CellSums {
-  std::int32_t xx = 0, xy = 0, yy = 0, xb = 0, yb = 0, x = 0, y = 0, bb = 0, b = 0, one = 0;
-  std::int32_t xr = 0, yr = 0, br = 0, r = 0;
+template <class Sum>
+struct CellSumsOf {
+  Sum xx = {}, xy = {}, yy = {}, xb = {}, yb = {}, x = {}, y = {}, bb = {}, b = {}, one = {};
+  Sum xr = {}, yr = {}, br = {}, r = {};
 };
+using CellSums = CellSumsOf<std::int32_t>;
 
 /// Sums of the scalar products of gradients of two planes a and b.
 struct GradientProducts {

@@ -147,6 +147,33 @@ Gradient GradientAt(const std::int16_t* above, const std::int16_t* row, const st
   return {row[i + 1] - row[i - 1], below[i] - above[i]};
 }
 
+/// Samples of a cell, one or a vector: their weights in 1/32768, gradients, brightness, residuals, and ones.
+template <class Value>
+struct CellSamples {
+  Value w, x, y, b, r, one;
+};
+
+/// Adds the samples to the sums. `weigh(w, a)` is w·a in the unit of a; `add(sum, a, b)` adds a·b.
+template <class Sum, class Value, class Weigh, class Add>
+void AddToCell(CellSumsOf<Sum>& sums, const CellSamples<Value>& samples, Weigh weigh, Add add) {
+  const auto& [w, x, y, b, r, one] = samples;
+  const Value wx = weigh(w, x), wy = weigh(w, y), wb = weigh(w, b);
+  add(sums.xx, wx, x);
+  add(sums.xy, wx, y);
+  add(sums.yy, wy, y);
+  add(sums.xb, wx, b);
+  add(sums.yb, wy, b);
+  add(sums.x, wx, one);
+  add(sums.y, wy, one);
+  add(sums.bb, wb, b);
+  add(sums.b, wb, one);
+  add(sums.one, w, one);
+  add(sums.xr, wx, r);
+  add(sums.yr, wy, r);
+  add(sums.br, wb, r);
+  add(sums.r, weigh(w, r), one);
+}
+
 void AddGradientProducts(const std::array<const std::int16_t*, 3>& a,
                          const std::array<const std::int16_t*, 3>& b, ColumnRun run,
                          GradientProducts& products) {

@@ -179,28 +179,14 @@ void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
 CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, std::ptrdiff_t pitch,
                  std::int32_t width, std::int32_t height, const RobustWeight& weight) {
   CellSums sums;
+  const auto add = [](std::int32_t& sum, std::int32_t a, std::int32_t b) { sum += a * b; };
   for (std::int32_t row = 0; row < height; ++row, reference += pitch, residuals += pitch) {
     for (std::int32_t i = 0; i < width; ++i) {
       const std::int32_t r = residuals[i], w = WeightOf(r, weight);
       if (w == 0) continue;
       const Gradient g = GradientAt(reference - pitch, reference, reference + pitch, i);
       const std::int32_t b = reference[i] - kMiddleBrightness;
-      const std::int32_t wx = MultiplyFractions(w, g.x), wy = MultiplyFractions(w, g.y);
-      const std::int32_t wb = MultiplyFractions(w, b), wr = MultiplyFractions(w, r);
-      sums.xx += wx * g.x;
-      sums.xy += wx * g.y;
-      sums.yy += wy * g.y;
-      sums.xb += wx * b;
-      sums.yb += wy * b;
-      sums.x += wx;
-      sums.y += wy;
-      sums.bb += wb * b;
-      sums.b += wb;
-      sums.one += w;
-      sums.xr += wx * r;
-      sums.yr += wy * r;
-      sums.br += wb * r;
-      sums.r += wr;
+      AddToCell<std::int32_t, std::int32_t>(sums, {w, g.x, g.y, b, r, 1}, MultiplyFractions, add);
     }
   }
   return sums;

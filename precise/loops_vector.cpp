@@ -616,10 +616,6 @@ class CellColumns {
   Int16s m_counts[kVectors];
 };
 
-struct CellVectors {
-  Int32s xx, xy, yy, xb, yb, x, y, bb, b, one, xr, yr, br, r;
-};
-
 Int16s WeightsOf(Int16s residuals, const RobustWeight& weight) {
   const auto limit = static_cast<std::int16_t>(weight.limit < 32767 ? weight.limit : 32767);
   const Int16s distance = hn::Abs(residuals);
@@ -632,9 +628,9 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
                         std::int32_t width, std::int32_t height, const RobustWeight& weight) {
   if (width < 8) return kScalarLoops.sumCell(reference, residuals, pitch, width, height, weight);
   const CellColumns columns(width);
-  const Int32s zero = hn::Zero(kInt32s);
   const Int16s one = hn::Set(kInt16s, 1);
-  CellVectors sums = {zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero, zero};
+  CellSumsOf<Int32s> sums;
+  const auto weigh = [](Int16s w, Int16s a) { return hn::MulFixedPoint15(w, a); };
   const auto add = [](Int32s& sum, Int16s a, Int16s b) { sum = hn::Add(sum, SumsOfPairs(a, b)); };
   for (std::int32_t row = 0; row < height; ++row, reference += pitch, residuals += pitch) {
     for (int i = 0; i < CellColumns::kVectors; ++i) {
@@ -643,22 +639,7 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
       const Int16s x = hn::Sub(columns.Load(reference + 1, i), columns.Load(reference - 1, i));
       const Int16s y = hn::Sub(columns.Load(reference + pitch, i), columns.Load(reference - pitch, i));
       const Int16s b = hn::Sub(columns.Load(reference, i), hn::Set(kInt16s, kMiddleBrightness));
-      const Int16s wx = hn::MulFixedPoint15(w, x), wy = hn::MulFixedPoint15(w, y),
-                   wb = hn::MulFixedPoint15(w, b);
-      add(sums.xx, wx, x);
-      add(sums.xy, wx, y);
-      add(sums.yy, wy, y);
-      add(sums.xb, wx, b);
-      add(sums.yb, wy, b);
-      add(sums.x, wx, one);
-      add(sums.y, wy, one);
-      add(sums.bb, wb, b);
-      add(sums.b, wb, one);
-      add(sums.one, w, one);
-      add(sums.xr, wx, r);
-      add(sums.yr, wy, r);
-      add(sums.br, wb, r);
-      add(sums.r, hn::MulFixedPoint15(w, r), one);
+      AddToCell<Int32s, Int16s>(sums, {w, x, y, b, r, one}, weigh, add);
     }
   }
   const auto total = [](Int32s sum) { return hn::GetLane(hn::SumOfLanes(kInt32s, sum)); };
