@@ -103,7 +103,8 @@ class UnitColumns {
   /// What the columns of a step read in a row.
   class Taps {
    public:
-    /// `x` is the position of a column of the piece, which comes so many columns after the step's first.
+    /// `x` is the position of a column that comes so many columns after the step's first; before it where
+    /// `column` is negative.
     Taps(const UnitColumns&, std::int64_t x, std::int32_t column)
         : m_phase(static_cast<std::int32_t>(x >> kPhaseShift) & ((1 << kPhaseBits) - 1)),
           m_first((x >> kPositionBits) - column) {}
@@ -133,9 +134,10 @@ class UnitColumns {
 /// The end of the piece that begins at run.begin, which reads at `at`. It is not beyond the end of the run.
 template <class Columns>
 std::int32_t EndOfPiece(const Columns& columns, const Position& at, std::int64_t stepY, ColumnRun run) {
-  const std::int64_t ofX = columns.ColumnsInPhase(at.x), ofY = ColumnsUntilChange(at.y, stepY, kPositionBits);
-  const std::int64_t stay = ofX < ofY ? ofX : ofY;
-  return stay < run.end - run.begin ? run.begin + static_cast<std::int32_t>(stay) : run.end;
+  const std::int64_t inPhase = columns.ColumnsInPhase(at.x);
+  const std::int64_t inRow = ColumnsUntilChange(at.y, stepY, kPositionBits);
+  const std::int64_t length = inPhase < inRow ? inPhase : inRow;
+  return length < run.end - run.begin ? run.begin + static_cast<std::int32_t>(length) : run.end;
 }
 
 /// Samples by a separable filter of 4 × 4 taps. The first pass filters along rows and drops `kFirstPass`

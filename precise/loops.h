@@ -25,8 +25,8 @@ inline constexpr int kPositionBits = 32;
 
 inline constexpr int kExposureBits = 14;
 
-/// The change of brightness between two frames: b becomes (b·gain + offset) / 2^kExposureBits. The sum keeps
-/// within 31 bits.
+/// The change of brightness between two frames: b becomes (b·gain + offset) / 2^kExposureBits, rounded to the
+/// nearest. The sum fits 32 bits.
 struct Exposure {
   std::int32_t gain = 1 << kExposureBits, offset = 0;
 };
@@ -47,12 +47,11 @@ struct RobustWeight {
 /// The side of a cell, in samples. Normal equations are summed cell by cell.
 inline constexpr std::int32_t kCellSide = 16;
 
-/// Weighted sums over a cell: of products of gradients x and y, brightness b (less its middle), and residual
-/// r, and of each alone. `one` is the sum of the weights, in 1/32768.
+/// Weighted sums over a cell. Each is named for what it sums: the gradients x and y, the brightness b (less
+/// its middle), the residual r, or a product of two of these. `one` sums the weights themselves, in 1/32768.
 template <class Sum>
 struct CellSumsOf {
-  Sum xx = {}, xy = {}, yy = {}, xb = {}, yb = {}, x = {}, y = {}, bb = {}, b = {}, one = {};
-  Sum xr = {}, yr = {}, br = {}, r = {};
+  Sum xx, xy, yy, xb, yb, x, y, bb, b, one, xr, yr, br, r;
 };
 using CellSums = CellSumsOf<std::int32_t>;
 
@@ -84,12 +83,12 @@ inline constexpr std::int32_t kMaxWarpedRows = 16;
 
 /// Sample c at `out` = the plane sampled at column c of the line, for each covered column of each row and
 /// each plane. The plane's outermost samples continue beyond its edges. Positions are rounded to 1/256
-/// sample, or to whole samples for the nearest one. There are 1 … `kMaxWarpedRows` rows, whose lines have the
-/// same steps.
+/// sample; `warpNearest` rounds them to whole samples. There are 1 … `kMaxWarpedRows` rows, whose lines have
+/// the same steps.
 using WarpRows = void (*)(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count);
 
-/// The per-pixel loops. Pyramid planes hold brightness in quarters of an 8-bit step, 0 … 1024. Callers
-/// guarantee that every sample read exists; no loop checks. The warps read no sample outside of a plane.
+/// The per-pixel loops. Pyramid planes hold brightness in quarters of an 8-bit step, 0 … 1024. Warps may be
+/// given lines that leave the plane. For all other loops the caller guarantees that every sample read exists.
 ///
 /// The scalar loops define the results; other tables give the same bytes.
 struct Loops {
@@ -133,7 +132,7 @@ struct Loops {
                               const std::array<const std::int16_t*, 3>& b, ColumnRun run,
                               GradientProducts& products);
 
-  /// The sum of min(|b[i] - a[i] - offset|, cap) over `count` samples, which keeps within 31 bits.
+  /// The sum of min(|b[i] - a[i] - offset|, cap) over `count` samples. It fits 32 bits.
   std::int32_t (*sumCappedDifferences)(const std::int16_t* a, const std::int16_t* b, std::int32_t count,
                                        std::int32_t offset, std::int32_t cap);
 

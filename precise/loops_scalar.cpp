@@ -178,7 +178,7 @@ void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
 
 CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, std::ptrdiff_t pitch,
                  std::int32_t width, std::int32_t height, const RobustWeight& weight) {
-  CellSums sums;
+  CellSums sums = {};
   const auto add = [](std::int32_t& sum, std::int32_t a, std::int32_t b) { sum += a * b; };
   for (std::int32_t row = 0; row < height; ++row, reference += pitch, residuals += pitch) {
     for (std::int32_t i = 0; i < width; ++i) {

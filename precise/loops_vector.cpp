@@ -628,8 +628,10 @@ CellSums SumCellInSteps(const std::int16_t* reference, const std::int16_t* resid
                         std::int32_t width, std::int32_t height, const RobustWeight& weight) {
   if (width < 8) return kScalarLoops.sumCell(reference, residuals, pitch, width, height, weight);
   const CellColumns columns(width);
+  const Int32s zero = hn::Zero(kInt32s);
   const Int16s one = hn::Set(kInt16s, 1);
-  CellSumsOf<Int32s> sums;
+  CellSumsOf<Int32s> sums = {zero, zero, zero, zero, zero, zero, zero,
+                             zero, zero, zero, zero, zero, zero, zero};
   const auto weigh = [](Int16s w, Int16s a) { return hn::MulFixedPoint15(w, a); };
   const auto add = [](Int32s& sum, Int16s a, Int16s b) { sum = hn::Add(sum, SumsOfPairs(a, b)); };
   for (std::int32_t row = 0; row < height; ++row, reference += pitch, residuals += pitch) {

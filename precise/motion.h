@@ -33,13 +33,13 @@ class CMotionEstimator {
   /// may be. Throws std::bad_alloc.
   CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region, const Loops& loops);
 
-  /// Shift, roll, and zoom of the content from `earlier` to `later`, in pixels of the frame, by
-  /// inverse-compositional Gauss-Newton steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with
-  /// Tukey weights, coarse to fine. Gain and offset of the brightness are estimated with them.
+  /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton
+  /// steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain
+  /// and offset of the brightness are estimated with them.
   ///
   /// The coarsest level starts from no motion, from each of `guesses`, and from the best shift of a full
-  /// search, and keeps what fits best. An implausibly large motion becomes the identity. In a region of less
-  /// than 12 samples a side at the finest level nothing is measured: likeness is 0, without texture.
+  /// search, and goes on with the one that fits best. An implausibly large motion becomes the identity. A
+  /// region of less than 12 samples a side at the finest level gives `Match{}`.
   Match Estimate(const Pyramid& earlier, const Pyramid& later, std::span<const Similarity> guesses);
 
  private:
@@ -48,7 +48,7 @@ class CMotionEstimator {
     const Plane* earlier;  ///< smooth
     const Plane* later;    ///< not smooth: `residualRow` filters what it reads
     const Plane* laterSmooth;
-    double scale;    ///< columns and rows of the frame in a sample
+    double scale;    ///< how many columns and rows of the frame make one sample
     Complex centre;  ///< of the picture, in samples
     double aspect;   ///< width over height of a displayed sample
     double radius;   ///< half the longer side of the displayed picture, in sample heights

@@ -23,8 +23,8 @@ struct PictureFormat {
   int bitsPerSample = 8;               ///< 8 to 16
   /// Planes 1 and 2 have one sample for 2^shift columns and rows of luma; 0 to 2.
   int chromaShiftX = 0, chromaShiftY = 0;
-  /// How far the first chroma sample is to the right of and below the first luma sample, in luma samples; at
-  /// most 4.
+  /// How far the first chroma sample is to the right of and below the first luma sample, in luma samples; -4
+  /// to 4.
   double chromaSiteX = 0, chromaSiteY = 0;
   double pixelAspect = 1;  ///< width over height of a displayed pixel
 

@@ -12,7 +12,7 @@ namespace precise {
 enum class Tie {
   Cut,       ///< not at all: a shot begins here
   Measured,  ///< the motion between the two was measured
-  Assumed,   ///< the shot goes on, but the motion is not measured: none, or half of that across a flash
+  Assumed,   ///< the shot goes on; the motion was not measured: none, or half of that across a flash
   Open,      ///< the frames differ: the next frame tells a cut from a flash
 };
 

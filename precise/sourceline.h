@@ -23,8 +23,8 @@ std::int64_t FixedPosition(double samples);
 ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
                         ColumnRun within);
 
-/// The columns of `within` whose filter taps all exist in the plane, on both axes. Let s be the sample at or
-/// before the position, after that was rounded to 1/256 sample. The taps are s - before … s + after.
+/// The columns of `within` whose filter taps all exist in the plane. On each axis these are the samples
+/// s - before … s + after, where s is the last sample at or before the position, rounded to 1/256 sample.
 ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,
                              std::int32_t after, ColumnRun within);
 

@@ -162,7 +162,7 @@ struct CStabilizer::Stream {
   Correction HeldCorrection(std::int64_t frame);
   Correction CorrectionOf(std::int64_t frame);
   void Draw(const Correction& correction, const Picture& out);
-  FrameReport Leave(const Correction& correction);
+  FrameReport Release(const Correction& correction);
   void DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in, const Picture& out,
                     std::int32_t begin, std::int32_t end, bool isNewOnCanvas);
 
@@ -173,7 +173,7 @@ struct CStabilizer::Stream {
   HalfSizes sizes;
   bool hasMargins;
   std::int32_t half;   ///< frames that the low-pass looks ahead and back
-  std::int32_t bend;   ///< frames that minimum and mean of the reaches look ahead and back, each
+  std::int32_t bend;   ///< frames that the minimum of the reaches looks ahead and back, and their mean, too
   std::int32_t delay;  ///< frames that must follow the one delivered
   CMotionEstimator estimator;
   std::vector<Pyramid> pyramids;  ///< of the three newest frames
@@ -205,7 +205,8 @@ void CStabilizer::Stream::MakeCanvas() {
 /// Ties the frame to the one before it.
 void CStabilizer::Stream::TieFrame(std::int64_t frame) {
   if (frame == 0) return track.Start();
-  // The last motion is no guess here: each motion would then depend on all before it, and the reach is fixed.
+  // The last motion is not used as a guess: each frame would then depend on all before it, beyond the fixed
+  // reach.
   if (!track.Append(estimator.Estimate(PyramidOf(frame - 1), PyramidOf(frame), {}))) return;
   track.Bridge(estimator.Estimate(PyramidOf(frame - 2), PyramidOf(frame), {}));
 }
@@ -279,7 +280,7 @@ void CStabilizer::Stream::Draw(const Correction& correction, const Picture& out)
 }
 
 /// Counts the oldest frame as delivered, and reports on it.
-FrameReport CStabilizer::Stream::Leave(const Correction& correction) {
+FrameReport CStabilizer::Stream::Release(const Correction& correction) {
   const std::int64_t number = delivered++;
   const Link& link = track[number];
   const double aspect = shown.input.pixelAspect;
@@ -354,9 +355,9 @@ FrameReport CStabilizer::Deliver(const Picture& out) {
   Stream& stream = *m_pStream;
   const Correction correction = stream.CorrectionOf(stream.delivered);
   stream.Draw(correction, out);
-  return stream.Leave(correction);
+  return stream.Release(correction);
 }
 
-FrameReport CStabilizer::Skip() { return m_pStream->Leave(m_pStream->CorrectionOf(m_pStream->delivered)); }
+FrameReport CStabilizer::Skip() { return m_pStream->Release(m_pStream->CorrectionOf(m_pStream->delivered)); }
 
 }  // namespace precise
