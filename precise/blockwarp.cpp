@@ -69,8 +69,8 @@ class WideBlock {
   bool Load(const CositedPlanes& planes, const Extent& extent) {
     m_left = extent.left;
     m_top = extent.top;
-    // The plane has columns left … right - 1 of the extent. In the block they are begin … end - 1, of
-    // `columns`.
+    // The plane has columns left … right - 1 of the extent. In the block, which has `columns`, they are begin
+    // … end - 1.
     const std::int64_t left = extent.left > 0 ? extent.left : 0, width = planes[0].width;
     const std::int64_t right = extent.right < width ? extent.right + 1 : width;
     const std::int64_t begin = left - m_left, end = right - m_left, columns = extent.right + 1 - m_left;
@@ -81,6 +81,7 @@ class WideBlock {
       for (std::int64_t row = 0; row <= extent.bottom - extent.top; ++row) {
         std::int16_t* const to = m_samples[i] + row * kPitch + kStep;
         LoadRow(planes[i], m_top + row, left, right, to + begin);
+        // The outermost samples continue to the extent's sides and a step beyond them.
         const Int16s first = hn::Set(kInt16s, to[begin]), last = hn::Set(kInt16s, to[end - 1]);
         for (const std::int64_t column : {begin, std::int64_t{0}})
           hn::StoreU(first, kInt16s, to + column - kStep);
@@ -139,7 +140,8 @@ class WideBlock {
 };
 
 /// Columns that are at most one source sample apart. The four columns of a block of lanes read seven samples
-/// at most, which sixteen bytes hold.
+/// at most, which sixteen bytes hold. Members are as in `UnitColumns`; columns of a piece may differ in
+/// phase.
 class DenseColumns {
  public:
   static constexpr bool kHaveOnePhase = false;
@@ -202,8 +204,8 @@ class DenseColumns {
 
    private:
     Both<Int32s> m_phases;
-    Both<Bytes> m_pairs;
-    Both<std::array<std::ptrdiff_t, kBlocks>> m_first;
+    Both<Bytes> m_pairs;  // which bytes of its block's samples each lane's first pair takes
+    Both<std::array<std::ptrdiff_t, kBlocks>> m_first;  // the first sample that each block loads
   };
 
   template <int kDropped>

@@ -362,7 +362,8 @@ class LongCubic {
  private:
   Signed m_signed;
   int m_firstShift, m_secondShift;
-  Int32s m_firstHalf, m_secondHalf;
+  Int32s m_firstHalf;  // with what `m_signed` subtracts, times the sum of the weights
+  Int32s m_secondHalf;
 };
 
 /// The reference of a residual row, after the exposure.
@@ -486,6 +487,7 @@ void ResidualRowInSteps(const std::int16_t* plane, std::ptrdiff_t pitch, const S
   }
 }
 
+/// The filter of the bicubic warp, for samples of kSize bytes.
 template <int kSize>
 class Bicubic {
  public:
@@ -511,6 +513,7 @@ class Bicubic {
   decltype(MakeMean(8)) m_mean;
 };
 
+/// The filter of the bilinear warp, for samples of kSize bytes.
 template <int kSize>
 class Bilinear {
  public:
@@ -537,9 +540,12 @@ class Bilinear {
  private:
   Signed m_signed;
   Int16s m_one = OpaqueSet(kInt16s, 256);
+  // What `Signed` subtracts, times the sum of the weights across; and half of what is dropped.
   Int32s m_middle = OpaqueSet(kInt32s, 1 << (15 + 8)), m_half = OpaqueSet(kInt32s, 1 << 15);
 };
 
+/// Warps a row of one plane along any line, kLanes columns a step. Columns near the plane's edges go to the
+/// scalar loop, and so do steps that read too many source rows.
 template <template <int kSize> class Sampler, int kSize>
 void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) {
   using Of = Sampler<kSize>;
@@ -616,6 +622,7 @@ class CellColumns {
   Int16s m_counts[kVectors];
 };
 
+/// Weights in 1/32768. From the limit on products overflow, but do not count.
 Int16s WeightsOf(Int16s residuals, const RobustWeight& weight) {
   const auto limit = static_cast<std::int16_t>(weight.limit < 32767 ? weight.limit : 32767);
   const Int16s distance = hn::Abs(residuals);
