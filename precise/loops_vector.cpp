@@ -30,14 +30,14 @@ Int16s OddPairs(Int16s first, Int16s second) {
   return hn::OddEven(second, hn::BitCast(kInt16s, hn::ShiftRight<16>(hn::BitCast(kUint32s, first))));
 }
 
-/// Calls `work(column)` for steps of kColumns columns, which cover the run. It is at least a step long.
+/// Calls `work(column)` for steps of kColumns columns that cover the run, which is at least a step long.
 template <std::int32_t kColumns = kLanes, class Work>
 void InSteps(ColumnRun run, Work work) {
   for (std::int32_t column = run.begin; column < run.end; column += kColumns)
     work(column + kColumns <= run.end ? column : run.end - kColumns);
 }
 
-/// Sums of neighbouring bytes, two a lane, over so many rows.
+/// Each lane sums two neighbouring bytes over so many rows.
 Uint16s SumPairsOfBytes(const std::uint8_t* samples, std::ptrdiff_t strideBytes, std::int32_t rows) {
   auto even = hn::Zero(kUint16s), odd = even;
   for (std::int32_t row = 0; row < rows; ++row) {
@@ -114,7 +114,7 @@ void SmoothRowInSteps(const std::array<const std::int16_t*, 3>& rows, std::int16
 struct LanePositions {
   std::int64_t whole;  ///< the sample at or before the first lane's position
   Int32s fractions;    ///< in 2^-32 of a sample, the highest bit inverted
-  Int32s carries;      ///< -1 where the lane's distance from the first lane crosses one sample more
+  Int32s carries;      ///< -1 where adding the fractions carried into whole samples
 };
 
 /// One axis of a source line.
@@ -438,7 +438,7 @@ class LevelResiduals {
     return EndOfPiece(m_columns, PositionAt(run.begin), m_source.line.stepY, run);
   }
 
-  /// The piece is at least a step long.
+  /// Writes the residuals of a piece, which is at least a step long.
   void Make(ColumnRun piece, const Expected& expected, std::int16_t* out) const {
     const auto [x, y] = PositionAt(piece.begin);
     const std::int16_t* const row = m_source.plane + ((y >> kPositionBits) - 1) * m_source.pitch;
@@ -598,8 +598,8 @@ void WarpNearest(const CositedPlanes& planes, const WarpedRow* rows, std::int32_
   kScalarLoops.warpNearest(planes, rows, count);
 }
 
-/// A cell's row of 8 to 16 samples as sixteen: the first eight and the last eight. Samples may be there
-/// twice.
+/// The 8 to 16 samples of a cell's row in sixteen lanes: the first eight samples and the last eight, which
+/// may overlap.
 class CellColumns {
  public:
   static constexpr int kVectors = 16 / hn::MaxLanes(kInt16s);
@@ -614,7 +614,7 @@ class CellColumns {
     return LoadBlocks(kInt16s, row + vector * m_last, row + m_last);
   }
 
-  /// The values, but 0 for a sample that is there a second time.
+  /// The values, with 0 for the second copy of each sample that is there twice.
   Int16s Counted(Int16s values, int vector) const { return hn::And(values, m_counts[vector]); }
 
  private:

@@ -32,7 +32,7 @@ constexpr double kMostSearched = 32;
 // Larger motions are implausible: the shift as a share of the longer side, and the distance of the turn
 // from 1.
 constexpr double kLargestShift = 0.25, kLargestTurn = 0.35;
-// Gauss-Newton steps at most: of shift alone and in all at the coarsest level, and at each other level.
+// The most Gauss-Newton steps: at the coarsest level with shift alone, and in all; at each other level.
 constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 5;
 constexpr double kSmallestStep = 0.008;  // samples
 

@@ -232,6 +232,7 @@ void CStabilizer::Stream::MeasureSinceReference(std::int64_t frame) {
   if (match.IsSameScene()) since = Rigid(match.map);
 }
 
+/// Makes the path points of all frames up to the last.
 void CStabilizer::Stream::PlanUpTo(std::int64_t last) {
   for (; planned <= last; ++planned) {
     FindPoses(track, planned, poses);
@@ -250,6 +251,7 @@ Correction CStabilizer::Stream::HeldCorrection(std::int64_t frame) {
   return settings.correctRoll ? held : Correction{.shift = held.shift};
 }
 
+/// The frame's correction: the strongest without margins, otherwise one that keeps edges out.
 Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
   if (!hasMargins) return path[frame].ladder.At(CLadder::kHighest);
   const auto inShot = [&](std::int64_t other) {
