@@ -354,7 +354,7 @@ void Job::Close() {
   std::string leftOut;
   for (const std::string& text : m_leftOut) leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
   if (m_stages->prepare.Deinterlaces())
-    m_notes.Tell("the clip is interlaced: each frame was made of both its fields");
+    m_notes.Tell("the clip is interlaced: each frame was deinterlaced, from both its fields");
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - m_start;
   if (m_notes.IsVerbose())
     m_notes.Tell("wrote " + m_output.FileName() + ": " + std::to_string(m_frames) + " frames in " +
