@@ -85,9 +85,9 @@ std::int32_t DelayFrames(const PictureFormat& format, const Settings& settings);
 ///   End(); while (CanDeliver()) Deliver(out);
 class CStabilizer {
  public:
-  /// `AreUsable` is true of the format and settings. Throws std::bad_alloc. `Push` and `Deliver` do most of
-  /// their work through the runner, if there is one. Neither it nor the cap on the instruction set changes a
-  /// byte.
+  /// `AreUsable` is true of the format and settings. Throws std::bad_alloc. The runner, if there is one, runs
+  /// the rows of the reduction in `Push` and of the drawing in `Deliver`. Neither it nor the cap on the
+  /// instruction set changes a byte.
   CStabilizer(const PictureFormat& format, const Settings& settings, SimdLevel cap = SimdLevel::Avx2,
               RowRunner runner = {});
   ~CStabilizer();
