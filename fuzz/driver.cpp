@@ -3,8 +3,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <random>
 #include <string>
 #include <unistd.h>
@@ -22,11 +20,6 @@ void TellSeed(int signal) {
   std::raise(signal);
 }
 
-int NumberOf(const char* argument, const char* option, int otherwise) {
-  const std::size_t length = std::strlen(option);
-  return std::strncmp(argument, option, length) == 0 ? std::atoi(argument + length) : otherwise;
-}
-
 constexpr unsigned kSecondsToHang = 60;
 
 }  // namespace
@@ -37,8 +30,8 @@ extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
 int main(int count, char** arguments) {
   int runs = 1000, seed = 1;
   for (int i = 1; i < count; ++i) {
-    runs = NumberOf(arguments[i], "-runs=", runs);
-    seed = NumberOf(arguments[i], "-seed=", seed);
+    std::sscanf(arguments[i], "-runs=%d", &runs);
+    std::sscanf(arguments[i], "-seed=%d", &seed);
   }
   for (const int signal : {SIGABRT, SIGALRM}) std::signal(signal, TellSeed);
   for (int run = 0; run < runs; ++run) {
