@@ -13,7 +13,7 @@ constexpr PictureFormat kFormat = {.width = 240, .height = 180};
 struct MotionCase {
   const char* name;
   Similarity motion = MakePose(3.37, -2.61, 0.7);
-  Take take = {};  ///< of both frames, where `change` says no other
+  Take take = {};  ///< of both frames; `change` alters the later one
   std::function<void(Take& later)> change = [](Take&) {};
   double aspect = 1;
   std::optional<Region> region = {};

@@ -44,7 +44,7 @@ const PictureCase kPictureCases[] = {
     {"a tripod", k420Left, {.marginX = 12, .marginY = 12, .tripod = true}, 0.45},
 };
 
-/// The camera as it would stand with the correction and the magnification.
+/// Compares each frame with what a camera would take at the corrected pose, magnified.
 TEST(Picture, IsWhatTheCorrectedCameraWouldTake) {
   for (const PictureCase& test : kPictureCases) {
     const std::vector<Take> takes = ShakyTakes("aaaaaa", 6);
@@ -80,14 +80,14 @@ struct Counts {
   std::size_t uncovered = 0, wrong = 0;
 };
 
-/// Compares what no source sample covers with what shows `beneath`, and takes the rest as wrong where it is
-/// background.
+/// Counts samples that the source does not cover. Of these, samples are wrong that differ from `beneath`; of
+/// the others, those that show background.
 Counts CountUncovered(const PictureFormat& format, int plane, const Movement& correction,
                       const std::vector<std::uint8_t>& shown, const std::vector<std::uint8_t>& beneath) {
   const Similarity toSource = Inverse(MapOf(correction, format.pixelAspect));
   const Complex first = PlaceOf(format, plane, 0, 0), next = PlaceOf(format, plane, 1, 1);
   const std::int32_t width = format.PlaneWidth(plane), height = format.PlaneHeight(plane);
-  // What the plane's samples stand for, in luma samples.
+  // Where the area ends that the plane's samples cover, in luma samples.
   const double right = width * (next.re - first.re) / format.pixelAspect,
                bottom = height * (next.im - first.im);
   Counts counts;

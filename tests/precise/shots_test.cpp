@@ -35,7 +35,7 @@ constexpr ShotCase kShotCases[] = {
     {"cuts not looked for", "aaaabbbb", "00000000", "", 0, 0, false},
 };
 
-/// The run of the shot alone gives what the run of the whole clip gives.
+/// Each shot, stabilized alone, comes out as it does within the whole clip.
 void ExpectAlone(const Settings& settings, const std::vector<PlanarFrame>& frames, const Outcome& run) {
   for (std::size_t begin = 0, end = 0; begin < frames.size(); begin = end) {
     while (end < frames.size() && run.reports[end].shot == run.reports[begin].shot) ++end;
@@ -66,7 +66,7 @@ TEST(Shots, BeginAtCutsAndAreStabilizedAlone) {
   }
 }
 
-/// Frames as far as the delay on both sides of a range decide all of its frames, whatever happens there.
+/// Whatever a clip shows, frames further away than the delay have no influence.
 TEST(Shots, RangesJoinToTheWhole) {
   constexpr std::string_view kScenes = "aaaaaaaaabaaaaabbbbbbbWbbbbbKKbbbbbcdddddd";
   constexpr std::size_t kLength = 3;

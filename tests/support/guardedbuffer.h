@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-/// Bytes between two guards: a write just outside is seen by `GuardsIntact`.
+/// Bytes between two guards. `GuardsIntact` tells whether something was written just outside.
 class GuardedBuffer {
  public:
   explicit GuardedBuffer(const std::vector<std::uint8_t>& content)

@@ -14,7 +14,7 @@ using precise::Complex;
 using precise::PictureFormat;
 using precise::Similarity;
 
-/// Random values on a lattice that repeats, interpolated by cubic B-splines.
+/// Random values on a repeating lattice, interpolated by cubic B-splines.
 class Texture {
  public:
   Texture(double cell, double strength, std::uint32_t seed) : m_cell(cell), m_values(kSide * kSide) {

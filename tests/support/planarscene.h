@@ -62,7 +62,7 @@ class PlanarBuffer {
 /// What a frame shows, and how it was taken.
 struct Take {
   precise::Similarity pose = {};  ///< where the scene's content stands
-  std::uint32_t scene = 1;        ///< which of endlessly many; 0: a flat one
+  std::uint32_t scene = 1;        ///< its number; scene 0 is flat
   double contrast = 1, gain = 1, offset = 0;
   double noise = 0;             ///< sigma, in sample steps
   std::uint32_t noiseSeed = 1;  ///< another noise for another frame
@@ -70,14 +70,15 @@ struct Take {
   precise::Similarity foregroundPose = {};
 };
 
-/// Content moved by so much about the picture's centre: samples to the right and rows down, and degrees
-/// clockwise, as shown.
+/// The pose of content that is moved by x samples to the right and y rows down, and turned clockwise about
+/// the picture's centre.
 precise::Similarity MakePose(double x, double y, double degrees = 0, double zoom = 1);
 
-/// Where a sample of the plane lies: as `Similarity` counts, from the picture's centre.
+/// Where a sample of the plane lies, in the coordinates of `Similarity`.
 precise::Complex PlaceOf(const precise::PictureFormat& format, int plane, std::int32_t column,
                          std::int32_t row);
 
-/// Takes a frame. The scene has detail at several scales, finest 10 samples a period, and values of 16 to 240
-/// where there is no noise; all planes but alpha, which is 200, show it. The same bytes on every machine.
+/// Takes a frame, the same bytes on every machine. The scene has detail at several scales, the finest of 10
+/// samples a period, and values of 16 to 240 where there is no noise. All planes show it but alpha, which is
+/// 200.
 PlanarFrame Shoot(const precise::PictureFormat& format, const Take& take);
