@@ -5,8 +5,7 @@
 
 #include "kernel/stabilizevideokernel.h"
 #include "referencemodel.h"
-#include "support/guardedbuffer.h"
-#include "support/memory.h"
+#include "support/memoryend.h"
 #include "support/params.h"
 #include "support/scene.h"
 
@@ -20,16 +19,19 @@ void ExpectSameMotion(const MotionRecord& actual, const MotionRecord& expected) 
   EXPECT_EQ(actual.theta, expected.theta);
 }
 
-/// Hands a frame to the kernel and returns what comes back. A block of the frame's own size lets sanitizers
-/// see a read outside; guards show what is written there without them.
-Frame Process(CStabilizeVideoKernel& kernel, const Frame& input, bool repeat, bool isGuarded, bool delivers) {
-  GuardedBuffer guarded(input);
-  Frame content = input;
+/// Hands a frame to the kernel, in memory that ends with the frame, and returns what comes back.
+Frame Process(CStabilizeVideoKernel& kernel, MemoryEnd& memory, const Frame& input, bool repeat,
+              bool delivers) {
+  constexpr std::size_t kGuard = 256;
+  const auto block = memory.Last<std::uint8_t>(kGuard + input.size());
+  const auto guard = block.first(kGuard), frame = block.subspan(kGuard);
+  std::ranges::fill(guard, std::uint8_t{0xCD});
+  std::ranges::copy(input, frame.begin());
   bool noOutput = false;
-  EXPECT_TRUE(kernel.ProcessFrame(isGuarded ? guarded.Data() : content.data(), repeat, &noOutput));
+  EXPECT_TRUE(kernel.ProcessFrame(frame.data(), repeat, &noOutput));
   EXPECT_EQ(noOutput, !delivers);
-  EXPECT_TRUE(guarded.GuardsIntact());
-  return isGuarded ? guarded.Content() : content;
+  EXPECT_EQ(std::ranges::count(guard, 0xCD), kGuard) << "something is written before the frame";
+  return Frame(frame.begin(), frame.end());
 }
 
 /// Runs the kernel with each table of loops, and the model, over the same frames.
@@ -40,6 +42,7 @@ void ExpectSameRun(const KernelParams& params, int frames, const std::function<F
     kernels.push_back(std::make_unique<CStabilizeVideoKernel>(*ops));
     ASSERT_TRUE(kernels.back()->Initialize(params));
   }
+  MemoryEnd memory(1 << 20);
   for (int i = 0; i < frames; ++i) {
     const Frame input = frameAt(i);
     const bool repeat = i % 5 == 0;
@@ -47,8 +50,7 @@ void ExpectSameRun(const KernelParams& params, int frames, const std::function<F
     const bool delivers = model.ProcessFrame(expected, repeat);
     for (std::size_t level = 0; level < kernels.size(); ++level) {
       SCOPED_TRACE(testing::Message() << AvailableOps()[level]->name << " frame " << i);
-      const bool isGuarded = (static_cast<std::size_t>(i) + level) % 2 == 0;
-      const Frame content = Process(*kernels[level], input, repeat, isGuarded, delivers);
+      const Frame content = Process(*kernels[level], memory, input, repeat, delivers);
       ExpectSameMotion(kernels[level]->LatestMotion(), model.LatestMotion());
       ExpectSameMotion(kernels[level]->LatestCorrection(), model.LatestCorrection());
       const auto difference = std::mismatch(content.begin(), content.end(), expected.begin()).first;

@@ -71,16 +71,16 @@ TEST_F(KernelLoops, CopyConvertAndReduceRowsOfAnyLength) {
   ForRows({127, 128, 129, 191, 192, 193, 255, 256, 257, 399}, [&](std::int32_t count, Fill fill) {
     const auto pixels = Source<std::uint8_t>(0, count * kBytesPerPixel, fill, 255);
     ExpectSameBytes(
-        pixels.size(),
+        std::ssize(pixels),
         [&](const KernelOps& ops, std::uint8_t* out) {
           ops.copyBytes(pixels.data(), out, std::ssize(pixels));
         },
         1);
-    ExpectSameBytes(2 * static_cast<std::size_t>(count), [&](const KernelOps& ops, std::uint8_t* out) {
+    ExpectSameBytes(2 * count, [&](const KernelOps& ops, std::uint8_t* out) {
       ops.greyRow(pixels.data(), AsSamples(out), count);
     });
     const auto [a, b, c, d, e] = Rows<5>(0, 2 * count + 3, fill, kLargestGrey);
-    ExpectSameBytes(2 * static_cast<std::size_t>(count), [&](const KernelOps& ops, std::uint8_t* out) {
+    ExpectSameBytes(2 * count, [&](const KernelOps& ops, std::uint8_t* out) {
       ops.reduceRow({a + 2, b + 2, c + 2, d + 2, e + 2}, AsSamples(out), count);
     });
   });
@@ -116,7 +116,7 @@ TEST_F(KernelLoops, SamplePlanesAndFramesAlongAnyLine) {
     const ColumnRun run = AnyRun(line, width, height);
     const std::ptrdiff_t pitch = width + Any(0, 2);
     const auto plane = Source<std::int16_t>(0, pitch * (height - 1) + width, AnyFill(), kLargestGrey);
-    ExpectSameBytes(2 * static_cast<std::size_t>(width), [&](const KernelOps& ops, std::uint8_t* out) {
+    ExpectSameBytes(2 * width, [&](const KernelOps& ops, std::uint8_t* out) {
       ops.sampleRow(plane.data(), pitch, line, run, AsSamples(out));
     });
     const SourceLine frameLine = AnyFixedLine(width, height, round % 2 == 0 ? 21 : 37);
@@ -126,7 +126,7 @@ TEST_F(KernelLoops, SamplePlanesAndFramesAlongAnyLine) {
         Source<std::uint8_t>(1, stride * (height - 1) + width * kBytesPerPixel, AnyFill(), 255);
     for (const auto loop : {&KernelOps::warpRowNearest, &KernelOps::warpRowBilinear})
       ExpectSameBytes(
-          static_cast<std::size_t>(width) * kBytesPerPixel,
+          width * kBytesPerPixel,
           [&](const KernelOps& ops, std::uint8_t* out) {
             (ops.*loop)(pixels.data(), stride, frameLine, frameRun, out);
           },

@@ -41,22 +41,21 @@ TEST_F(PreciseLoops, AreSelectedUnderACap) {
 
 TEST_F(PreciseLoops, ReduceRowsOfAnyLength) {
   ForRows({113, 226, 511, 512, 513, 565, 1024, 1025, 1100}, [&](std::int32_t count, Fill fill) {
-    const std::size_t bytes = 2 * static_cast<std::size_t>(count);
     for (const int bits : {8, 9, 10, 16}) {
       const int shift = Any(0, 7), size = bits > 8 ? 2 : 1;
       const std::int32_t side = 1 << shift, blocks = std::min(count, 2048 >> shift);
       const std::ptrdiff_t stride = std::ptrdiff_t{size} * (blocks * side + Any(0, 3));
       const auto source = Source<std::uint8_t>(0, stride * (side - 1) + size * blocks * side, fill, 255);
-      ExpectSameBytes(bytes, [&](const Loops& loops, std::uint8_t* out) {
+      ExpectSameBytes(2 * count, [&](const Loops& loops, std::uint8_t* out) {
         loops.averageBlocks(source.data(), stride, bits, shift, AsSamples(out), blocks);
       });
     }
     const auto [a, b, c] = Rows<3>(0, count, fill, kLargestBrightness);
-    ExpectSameBytes(bytes, [&](const Loops& loops, std::uint8_t* out) {
+    ExpectSameBytes(2 * count, [&](const Loops& loops, std::uint8_t* out) {
       loops.smoothRow({a, b, c}, AsSamples(out), count);
     });
     const auto [d, e, f, g] = Rows<4>(0, 2 * count, fill, kLargestBrightness);
-    ExpectSameBytes(bytes, [&](const Loops& loops, std::uint8_t* out) {
+    ExpectSameBytes(2 * count, [&](const Loops& loops, std::uint8_t* out) {
       loops.halveRow({d, e, f, g}, AsSamples(out), count);
     });
   });
@@ -152,13 +151,13 @@ TEST_F(PreciseLoops, WarpPlanesAlongAnyLines) {
       line.startX += advanceX;
       line.startY += advanceY;
     }
-    const std::size_t pitch = static_cast<std::size_t>(size * width), bytes = rows.size() * pitch;
+    const std::ptrdiff_t pitch = size * width, bytes = std::ssize(rows) * pitch;
     for (const auto warp : {&Loops::warpNearest, &Loops::warpBilinear, &Loops::warpBicubic})
       ExpectSameBytes(
           2 * bytes,
           [&](const Loops& loops, std::uint8_t* out) {
-            for (std::size_t i = 0; i < rows.size(); ++i)
-              rows[i].out = {out + i * pitch, out + bytes + i * pitch};
+            std::uint8_t* to = out;
+            for (WarpedRow& row : rows) row.out = {to, to + bytes}, to += pitch;
             (loops.*warp)(planes, rows.data(), static_cast<std::int32_t>(rows.size()));
           },
           1);
