@@ -3,6 +3,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 #include <unistd.h>
@@ -20,6 +22,11 @@ void TellSeed(int signal) {
   std::raise(signal);
 }
 
+int NumberOf(const char* argument, const char* option, int otherwise) {
+  const std::size_t length = std::strlen(option);
+  return std::strncmp(argument, option, length) == 0 ? std::atoi(argument + length) : otherwise;
+}
+
 constexpr unsigned kSecondsToHang = 60;
 
 }  // namespace
@@ -30,8 +37,8 @@ extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
 int main(int count, char** arguments) {
   int runs = 1000, seed = 1;
   for (int i = 1; i < count; ++i) {
-    std::sscanf(arguments[i], "-runs=%d", &runs);
-    std::sscanf(arguments[i], "-seed=%d", &seed);
+    runs = NumberOf(arguments[i], "-runs=", runs);
+    seed = NumberOf(arguments[i], "-seed=", seed);
   }
   for (const int signal : {SIGABRT, SIGALRM}) std::signal(signal, TellSeed);
   for (int run = 0; run < runs; ++run) {
