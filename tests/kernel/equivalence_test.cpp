@@ -120,7 +120,7 @@ Frame HostileFrame(const FrameGeometry& frame, int number) {
 }
 
 TEST(KernelEqualsItsModel, OnFramesWithoutExplanation) {
-  for (std::uint32_t round = 0; round < 320 && !HasFailure(); ++round) {
+  for (std::uint32_t round = 0; round < 160 && !HasFailure(); ++round) {
     SCOPED_TRACE(round);
     Choices choices(round);
     const bool isSmall = round >= 20;
