@@ -92,14 +92,17 @@ TEST(Motion, TellsAnglesAsTheArcTangentDoes) {
   EXPECT_EQ(Angle({0, 0}), 0);
 }
 
-TEST(Motion, IsNothingWithoutTexture) {
-  for (const double noise : {0.0, 2.0, 5.0, 10.0}) {
-    const FrameReport report = Measured({.name = "flat", .take = {.noise = noise}}, 0);
-    EXPECT_EQ(report.motion.x, 0) << noise;
-    EXPECT_EQ(report.motion.y, 0) << noise;
-    EXPECT_EQ(report.motion.roll, 0) << noise;
-    EXPECT_EQ(report.shot, 0) << noise;
-  }
+TEST(Motion, IsNothingWithoutTextureAndNothingThatNoCameraDoes) {
+  const auto expectNone = [](const MotionCase& test, std::uint32_t scene) {
+    const FrameReport report = Measured(test, scene);
+    EXPECT_EQ(report.motion.x, 0) << test.name;
+    EXPECT_EQ(report.motion.y, 0) << test.name;
+    EXPECT_EQ(report.motion.roll, 0) << test.name;
+    EXPECT_EQ(report.shot, 0) << test.name;
+  };
+  for (const double noise : {0.0, 2.0, 5.0, 10.0}) expectNone({.name = "flat", .take = {.noise = noise}}, 0);
+  for (const double roll : {-21, 21, 24})
+    expectNone({.name = "turned too far", .motion = MakePose(0, 0, roll)}, 1);
 }
 
 }  // namespace
