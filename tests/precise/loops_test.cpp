@@ -131,7 +131,7 @@ TEST_F(PreciseLoops, WarpPlanesAlongAnyLines) {
     const std::int32_t width = Any(4, round % 8 == 0 ? 900 : 150), height = Any(4, 40);
     const std::ptrdiff_t stride = std::ptrdiff_t{size} * (width + Any(0, 2)), last = stride * (height - 1);
     const bool isUpward = m_choices.Once(2);
-    AlikePlanes planes = {};
+    CositedPlanes planes = {};
     for (int i = 0; i < (round % 3 == 0 ? 2 : 1); ++i) {
       const auto samples = Source<std::uint8_t>(i, last + size * width, AnyFill(), 255);
       planes[static_cast<std::size_t>(i)] = {samples.data() + (isUpward ? last : 0),
