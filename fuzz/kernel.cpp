@@ -1,4 +1,5 @@
-// Lives of the classic kernel at every table of loops in step, also where memory runs out.
+// Takes one kernel for each table of loops through the same calls, also where memory runs out, and compares
+// them.
 
 #include <memory>
 #include <tuple>
@@ -24,7 +25,7 @@ KernelParams ChooseAnyParams(Choices& choices) {
 }
 
 struct Life {
-  /// Runs the step for each kernel, within so much memory.
+  /// Runs a step of each kernel, within so much memory, and compares the kernels.
   template <class Step>
   void InStep(std::int64_t memory, const Step& step) {
     std::vector<bool> successes;

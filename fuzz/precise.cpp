@@ -46,7 +46,8 @@ Settings ChooseSettings(Choices& choices, const PictureFormat& format) {
   return settings;
 }
 
-/// What a camera takes, or what none would: noise, also of words that say too much, or a flat field.
+/// A camera's picture, or what no camera takes: random bytes, also samples beyond their bits, or a flat
+/// field.
 void Shoot(Choices& choices, const PictureFormat& format, PlanarBuffer& buffer) {
   const std::uint32_t kind = choices.Byte() % 8;
   const Take take = {.pose = MakePose(choices.Number(-60, 60) / 8.0, choices.Number(-60, 60) / 8.0,

@@ -99,8 +99,7 @@ TEST(KernelEqualsItsModel, OnLargeFrames) {
   }
 }
 
-/// Frames that the estimator cannot explain: flat fields, stripes along one axis, a ramp, and noise, in turn
-/// or with jumps between them.
+/// Frames that show no motion the estimator could find: flat fields, stripes along one axis, a ramp, noise.
 Frame HostileFrame(const FrameGeometry& frame, int number) {
   Frame pixels = RandomBytes(static_cast<std::size_t>(frame.SizeBytes()), static_cast<std::uint32_t>(number));
   const int phase = number * 2;
@@ -128,7 +127,7 @@ TEST(KernelEqualsItsModel, OnFramesWithoutExplanation) {
     const std::int32_t height = isSmall ? choices.Number(2, 23) : choices.OneOf({40, 175, 250});
     KernelParams params = ChooseParams(choices, width, height);
     params.windowLength = isSmall ? choices.OneOf({4, 4, 8, 16, 24, 32}) : 4;
-    // From one start the kinds come in turn, from another they come in pairs, and from others they jump.
+    // The kinds come in turn, in pairs, or with jumps.
     const int stride = choices.OneOf({1, 1, 7}), pairs = choices.OneOf({1, 2}), first = choices.Number(0, 5);
     ExpectSameRun(params, params.windowLength / 2 + 12, [&](int i) {
       return HostileFrame({width, height}, i / pairs * stride + first);

@@ -103,8 +103,8 @@ struct Level {
     return plane;
   }
 
-  /// A sample counts if it stands two from the edges that the displacement (x, y) leads away from, and if the
-  /// sample that is one further out than its source can be used.
+  /// A sample counts if it is at least two samples from the edges that the displacement (x, y) leads away
+  /// from, and if the sample one beyond its source, in the direction of the displacement, can be used.
   RotationSums Compare(const TurnedPlane& plane, std::int64_t x, std::int64_t y) const {
     const std::int64_t w = width, h = height, outX = x > 0 ? 1 : -1, outY = y > 0 ? 1 : -1;
     const auto isIn = [](std::int64_t place, std::int64_t end) { return place >= 0 && place < end; };
@@ -170,7 +170,8 @@ class Model {
     }
   }
 
-  /// Takes the frame, and replaces it by the one that is delivered, if there is one.
+  /// Takes a frame. Replaces it by the delivered one and returns true, or returns false while the delay line
+  /// fills.
   bool ProcessFrame(Frame& pixels, bool repeatPrevious) {
     const auto delay = static_cast<std::size_t>(m_params.windowLength / 2 + 1);
     if (m_history.size() == delay) m_history.pop_front();

@@ -129,7 +129,7 @@ TEST(Kernel, ReportsMissingMemoryAndGoesOn) {
   EXPECT_EQ(frame[0], 1);
 }
 
-/// Only the delay line is filled frame by frame; nothing else is allocated once the kernel is set up.
+/// Once the kernel is set up, it allocates only the frames of the delay line, one a call.
 TEST(Kernel, ForgetsTheStreamOnResetAndAllocatesOneFrameACallUntilTheDelayLineIsFull) {
   const Scene scene({200, 190}, 24);
   for (const std::uint32_t clipping : {0U, 1U, 2U}) {

@@ -19,13 +19,13 @@ struct Outcome {
   std::vector<FrameReport> reports;
 };
 
-/// How a stabilizer is run. None of this may change the frames that come out, but that a kept background
-/// lacks the skipped one.
+/// How a stabilizer is run. What comes out must not depend on it, except that a kept background lacks a
+/// skipped frame.
 struct Way {
   bool bottomUp = false;  ///< the order of rows in memory
   SimdLevel cap = SimdLevel::Avx2;
   RowRunner runner = {};
-  std::ptrdiff_t skipped = -1;  ///< a frame that is not drawn: nothing comes out for it
+  std::ptrdiff_t skipped = -1;  ///< number of a frame that is not drawn
 };
 
 /// Stabilizes the frames as a caller would. Expects of every run that frames come out as soon as the delay

@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
-/// Choices that bytes make, one after the other: given ones, behind whose end each choice is the first that
-/// there is, or endless random ones.
+/// Makes choices one after the other, from given bytes or at random. Where the given bytes end, every choice
+/// is the first option.
 class Choices {
  public:
   explicit Choices(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}

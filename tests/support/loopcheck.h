@@ -100,8 +100,8 @@ class LoopTwins : public testing::Test {
     return line;
   }
 
-  /// Runs a loop from every table into memory of `size` bytes, at any place so aligned. What lies beside that
-  /// memory must stay as it is.
+  /// Runs a loop from every table into memory of `size` bytes, at an arbitrary place of this alignment. What
+  /// lies beside that memory must stay as it is.
   template <class Run>
   void ExpectSameBytes(std::ptrdiff_t size, const Run& run, int alignment = 2) {
     const std::ptrdiff_t offset = Any(0, 63) / alignment * alignment;
