@@ -68,7 +68,7 @@ class Turn {
   int m_bits;
 };
 
-/// A plane at an angle: its samples, what they gain from half a degree more to half a degree less, and
+/// A plane at an angle: its samples, their difference between half a degree less and half a degree more, and
 /// whether all three exist.
 struct TurnedPlane {
   Samples here, derivative;
