@@ -72,6 +72,14 @@ TEST(AverageBlocks, HoldTheLargestSums) {
       }
 }
 
+TEST(SumRows, CapDifferencesAndCountWhatIsBelow) {
+  const std::int16_t a[] = {0, 10, 3}, b[] = {5, 5, 5}, residuals[] = {-3, -2, 2, 3, kNoResidual};
+  for (const Loops* const loops : Tables()) {
+    EXPECT_EQ(loops->sumCappedDifferences(a, b, 3, 1, 5), 4 + 5 + 1);
+    EXPECT_EQ(loops->countBelow(residuals, 5, 3), 2);
+  }
+}
+
 TEST_F(PreciseLoops, SumRowsOfAnyLength) {
   ForRows({511, 512, 513, 1100}, [&](std::int32_t count, Fill fill) {
     const auto [a0, a1, a2] = Rows<3>(0, count + 2, fill, kLargestBrightness);
@@ -111,7 +119,7 @@ TEST_F(PreciseLoops, SumCellsOfAnySize) {
 
 TEST_F(PreciseLoops, SamplePlanesAlongAnyLine) {
   ForRounds(20000, [&](int) {
-    const std::int32_t width = Any(4, 150), height = Any(4, 40);
+    const std::int32_t width = Any(4, 150), height = AnyHeight(4);
     const SourceLine line = AnySourceLine(width, height);
     const ColumnRun run =
         ColumnsInside(line, Within(width, 1, 2), Within(height, 1, 2), {Any(0, 3), kOutWidth});
@@ -128,7 +136,7 @@ TEST_F(PreciseLoops, WarpPlanesAlongAnyLines) {
   ForRounds(5000, [&](int round) {
     // Samples may be larger than their bits allow.
     const int bits = m_choices.OneOf({8, 8, 9, 10, 12, 14, 15, 16}), size = bits > 8 ? 2 : 1;
-    const std::int32_t width = Any(4, round % 8 == 0 ? 900 : 150), height = Any(4, 40);
+    const std::int32_t width = Any(4, round % 8 == 0 ? 900 : 150), height = AnyHeight(4);
     const std::ptrdiff_t stride = std::ptrdiff_t{size} * (width + Any(0, 2)), last = stride * (height - 1);
     const bool isUpward = m_choices.Once(2);
     CositedPlanes planes = {};

@@ -83,6 +83,9 @@ class LoopTwins : public testing::Test {
     return rows;
   }
 
+  /// A height from `least` on, often a small one: lines then end where memory does.
+  std::int32_t AnyHeight(std::int32_t least) { return Any(least, m_choices.OneOf({least + 1, 40})); }
+
   /// A line through a picture, most often nearly a row of it: where it starts, and how far columns stand
   /// apart.
   struct Line {
@@ -92,7 +95,8 @@ class LoopTwins : public testing::Test {
     const auto real = [&](double low, double high) { return m_choices.Real(low, high); };
     const double reach = m_choices.OneOf({0.0, 1e-8, 0.001, 0.02, 0.1, 0.5, 3.2}),
                  angle = real(-reach, reach);
-    const double scale = m_choices.OneOf({1.0, real(0.9999, 1.0001), real(0.5, 1.1), real(0.2, 3)});
+    const double scale =
+        m_choices.OneOf({1.0, real(0.9999, 1.0001), real(0.9, 1.1), real(0.4, 1), real(0.2, 3)});
     Line line = {real(-0.2, 1) * width, real(-0.2, 1) * height, scale * std::cos(angle),
                  scale * std::sin(angle)};
     for (double* const start : {&line.startX, &line.startY})
