@@ -22,7 +22,7 @@ class MyAttributesCallback {
 /// An attribute store that tells a callback when its items were written. Each write takes the store's lock;
 /// when the outermost lock is released after a write, the callback is called once. Deletions and reads
 /// neither wait for the lock nor notify.
-class MyAttributes final : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
+class MyAttributes : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
 
@@ -79,11 +79,12 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public CR
   STDMETHODIMP GetItemByIndex(UINT32 index, GUID* key, PROPVARIANT* value) override;
   STDMETHODIMP CopyAllItems(IMFAttributes* destination) override;
 
- private:
+ protected:
   explicit MyAttributes(Microsoft::WRL::ComPtr<IMFAttributes> attributes)
       : m_pAttributes(std::move(attributes)) {}
   ~MyAttributes() override = default;
 
+ private:
   template <class Function>
   HRESULT Write(Function write);
 

@@ -21,10 +21,14 @@ struct Documentation {
   std::wstring name, help;
 };
 
-/// What a type or one of its members is called, and what is said of it.
-Documentation DocumentationOf(ITypeInfo* info, MEMBERID member = MEMBERID_NIL) {
-  BSTR name = nullptr, help = nullptr;
-  EXPECT_EQ(info->GetDocumentation(member, &name, &help, nullptr, nullptr), S_OK);
+/// What a library, a type or a member is called, and what is said of it. None has more help than that.
+template <class Described>
+Documentation DocumentationOf(Described* described, LONG member = MEMBERID_NIL) {
+  BSTR name = nullptr, help = nullptr, helpFile = nullptr;
+  DWORD context = 99;
+  EXPECT_EQ(described->GetDocumentation(member, &name, &help, &context, &helpFile), S_OK);
+  EXPECT_EQ(context, 0U);
+  EXPECT_EQ(Take(helpFile), L"");
   return {Take(name), Take(help)};
 }
 
@@ -126,11 +130,8 @@ TEST_F(TypeLibrary, DeclaresItsTypesAndNothingElse) {
   EXPECT_EQ(attributes->wMinorVerNum, 0);
   EXPECT_EQ(attributes->lcid, 0x409U);
   m_pLibrary->ReleaseTLibAttr(attributes);
-  BSTR name = nullptr, help = nullptr, helpFile = nullptr;
-  ASSERT_EQ(m_pLibrary->GetDocumentation(-1, &name, &help, nullptr, &helpFile), S_OK);
-  EXPECT_EQ(Take(name), L"VKFVStabilizeLib");
-  EXPECT_EQ(Take(help), L"Varkon MF Video Stabilizer Library");
-  EXPECT_EQ(Take(helpFile), L"");
+  const auto [name, help] = DocumentationOf(m_pLibrary.Get());
+  EXPECT_EQ(name + L": " + help, L"VKFVStabilizeLib: Varkon MF Video Stabilizer Library");
 
   std::set<std::wstring> types;
   for (UINT i = 0; i < m_pLibrary->GetTypeInfoCount(); ++i) {
@@ -185,7 +186,7 @@ TEST_F(TypeLibrary, DeclaresTheInterfacesMemberByMember) {
   ExpectInterface(__uuidof(IVKFVStabilize), L"IVKFVStabilize1", second);
 }
 
-class Automation : public EngineTest {
+class Automation : public FacadeTest {
  protected:
   /// Calls a member by name as a script does.
   HRESULT Call(const wchar_t* name, WORD kind, VARIANT* argument, VARIANT* result) {
@@ -214,8 +215,6 @@ class Automation : public EngineTest {
     EXPECT_EQ(Call(name, DISPATCH_PROPERTYGET, nullptr, &result), S_OK) << name;
     return result.vt == VT_BOOL ? result.boolVal : result.lVal;
   }
-
-  ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade();
 };
 
 TEST_F(Automation, WorksByNameWithoutRegistration) {

@@ -34,7 +34,7 @@ class Listener : public MyAttributesCallback {
 
 class MyAttributesTest : public EngineTest {
  protected:
-  MyAttributesTest() { EXPECT_EQ(MyAttributes::Create(&CreateAttributes, 4, &m_pStore), S_OK); }
+  MyAttributesTest() { EXPECT_EQ(MyAttributes::Create(MFCreateAttributes, 4, &m_pStore), S_OK); }
 
   ComPtr<MyAttributes> m_pStore;
 };

@@ -2,9 +2,12 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <mfapi.h>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 #include <wrl/client.h>
 
@@ -12,25 +15,45 @@
 #include "engine/settingskeys.h"
 #include "engine/vkvstabilizeimpl.h"
 
-/// A transform's end of the callback.
-class CallbackCounter : public VKVStabilizeImplCB {
+/// While the object lives, this program's calls of a system function reach `replacement`. The slot is the
+/// pointer that the linker makes for the function, named __imp_ and the function's name.
+template <auto& slot, class Function = std::remove_reference_t<decltype(slot)>>
+class Replaced;
+
+template <auto& slot, class Result, class... Parameters>
+class Replaced<slot, Result (*)(Parameters...)> {
  public:
-  HRESULT STDMETHODCALLTYPE OutputChanged() override {
-    ++calls;
-    return E_FAIL;  // of no interest to the facade
+  explicit Replaced(std::function<Result(Parameters...)> replacement) {
+    s_replacement = std::move(replacement);
+    s_original =
+        std::exchange(slot, [](Parameters... parameters) -> Result { return s_replacement(parameters...); });
   }
-  int calls = 0;
+  /// Makes one call fail: the one after `*successes` more, which it counts down.
+  Replaced(int* successes, Result failure)
+      : Replaced([=](Parameters... parameters) {
+          return (*successes)-- == 0 ? failure : s_original(parameters...);
+        }) {}
+  ~Replaced() {
+    slot = s_original;
+    s_replacement = nullptr;
+  }
+
+ private:
+  static inline std::function<Result(Parameters...)> s_replacement;
+  static inline Result (*s_original)(Parameters...) = nullptr;
 };
 
-/// Each case starts without saved settings and must leave nothing behind: no memory, no reference to the
-/// platform's attribute store. Reports of failed assertions are kept.
-class EngineTest : public ::testing::Test {
- public:
-  /// Makes the platform's store and remembers it.
-  static HRESULT STDAPICALLTYPE CreateAttributes(IMFAttributes** attributes, UINT32 initialSize);
-  /// Lets HKEY_CURRENT_USER be a key of this process's own.
-  static void UseTestHive();
+extern "C" {
+extern decltype(&GetModuleFileNameA) __imp_GetModuleFileNameA;
+extern decltype(&MessageBoxA) __imp_MessageBoxA;
+extern decltype(&MFTRegister) __imp_MFTRegister;
+extern decltype(&RegCreateKeyExA) __imp_RegCreateKeyExA;
+extern decltype(&RegSetValueExA) __imp_RegSetValueExA;
+}
 
+/// Each case starts without saved settings and must give back its memory. Reports of failed assertions are
+/// kept.
+class EngineTest : public ::testing::Test {
  protected:
   EngineTest();
   ~EngineTest() override;
@@ -38,8 +61,8 @@ class EngineTest : public ::testing::Test {
   /// How many pieces of memory are in use, not counting the platform's.
   static long LiveAllocations();
 
-  /// A facade whose store is watched; null callback unless given.
-  Microsoft::WRL::ComPtr<CVKVStabilizeImpl> MakeFacade(VKVStabilizeImplCB* callback = nullptr);
+  static Microsoft::WRL::ComPtr<CVKVStabilizeImpl> MakeFacade(
+      VKVStabilizeImplCB* callback = nullptr, MyAttributes::CreateFunction create = MFCreateAttributes);
 
   static constexpr char kKeyName[] = "SOFTWARE\\Varkon Systems, Inc.\\MF\\Transforms\\VStabilize";
 
@@ -48,6 +71,27 @@ class EngineTest : public ::testing::Test {
 
  private:
   long m_allocations = 0;
+};
+
+/// A facade, and the calls that its transform gets.
+class FacadeTest : public EngineTest {
+ protected:
+  struct Transform : VKVStabilizeImplCB {
+    HRESULT STDMETHODCALLTYPE OutputChanged() override {
+      ++calls;
+      return E_FAIL;  // of no interest to the facade
+    }
+    int calls = 0;
+  };
+
+  UINT32 Item(const GUID& key) const {
+    UINT32 value = 0xDEAD;
+    m_pFacade->Attributes()->GetUINT32(key, &value);
+    return value;
+  }
+
+  Transform m_transform;
+  Microsoft::WRL::ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade(&m_transform);
 };
 
 /// While the object lives, allocations of `smallest` … `largest` bytes fail.

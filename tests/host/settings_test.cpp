@@ -3,10 +3,10 @@
 #include <chrono>
 #include <gtest/gtest.h>
 #include <prsht.h>
-#include <string>
 #include <thread>
 
 #include "automation/vkvstabilize.h"
+#include "engine/userhive.h"
 #include "host/commandrun.h"
 #include "host/transformmodule.h"
 #include "support/scene.h"
@@ -16,74 +16,56 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-/// The user's settings of this process are its own.
-class Settings : public ::testing::Test {
- protected:
-  Settings() {
-    HKEY hive = nullptr;
-    EXPECT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, m_hive.c_str(), &hive), ERROR_SUCCESS);
-    EXPECT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, hive), ERROR_SUCCESS);
-    RegCloseKey(hive);
-  }
-  ~Settings() override {
-    RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
-    RegDeleteTreeA(HKEY_CURRENT_USER, m_hive.c_str());
-  }
+/// What a new transform starts with.
+template <class Function>
+void WithSettings(Function function) {
+  const ComSession session(COINIT_MULTITHREADED);
+  const TransformModule module(false);
+  ComPtr<IVKFVStabilize> settings;
+  ASSERT_EQ(module.CreateTransform().As(&settings), S_OK);
+  function(settings.Get());
+}
 
-  /// What a new transform starts with.
-  template <class Function>
-  static void WithSettings(Function function) {
-    const ComSession session(COINIT_MULTITHREADED);
-    const TransformModule module(false);
-    ComPtr<IVKFVStabilize> settings;
-    ASSERT_EQ(module.CreateTransform().As(&settings), S_OK);
-    function(settings.Get());
-  }
-
- private:
-  const std::string m_hive = "SOFTWARE\\VStabilizeTests." + std::to_string(GetCurrentProcessId());
-};
-
-struct PropertyFrame {
+/// The windows of this process that show the page: its check box, and the frame around it.
+struct Found {
   HWND frame = nullptr, enable = nullptr;
 };
 
-/// The frame of this process that shows the property page.
-PropertyFrame FindFrame() {
-  PropertyFrame found;
-  EnumWindows(
-      [](HWND window, LPARAM result) {
-        DWORD process = 0;
-        GetWindowThreadProcessId(window, &process);
-        if (process != GetCurrentProcessId() || !IsWindowVisible(window)) return TRUE;
-        auto& wanted = *reinterpret_cast<PropertyFrame*>(result);
-        wanted.frame = window;
-        EnumChildWindows(
-            window,
-            [](HWND child, LPARAM control) {
-              if (GetDlgCtrlID(child) == IDC_ENABLE) *reinterpret_cast<HWND*>(control) = child;
-              return TRUE;
-            },
-            reinterpret_cast<LPARAM>(&wanted.enable));
-        return wanted.enable == nullptr ? TRUE : FALSE;
-      },
-      reinterpret_cast<LPARAM>(&found));
+Found FindPage() {
+  Found found;
+  const auto look = [](HWND window, LPARAM result) -> BOOL {
+    auto& wanted = *reinterpret_cast<Found*>(result);
+    DWORD process = 0;
+    GetWindowThreadProcessId(window, &process);
+    if (process != GetCurrentProcessId() || !IsWindowVisible(window)) return TRUE;
+    wanted.frame = window;
+    EnumChildWindows(
+        window,
+        [](HWND child, LPARAM enable) -> BOOL {
+          if (GetDlgCtrlID(child) == IDC_ENABLE) *reinterpret_cast<HWND*>(enable) = child;
+          return TRUE;
+        },
+        reinterpret_cast<LPARAM>(&wanted.enable));
+    return wanted.enable == nullptr;
+  };
+  EnumWindows(look, reinterpret_cast<LPARAM>(&found));
   return found;
 }
 
 /// Switches processing off on the page, then leaves the frame without applying that.
 void SwitchOffAndCancel() {
-  PropertyFrame found;
-  for (int i = 0; i < 1000 && !found.enable; ++i, found = FindFrame())
+  Found found;
+  for (int i = 0; i < 1000 && !found.enable; ++i, found = FindPage())
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_NE(found.enable, nullptr) << "no property page came up";
-  if (found.enable) SendMessageA(found.enable, BM_CLICK, 0, 0);
-  if (found.frame) PostMessageA(found.frame, PSM_PRESSBUTTON, PSBTN_CANCEL, 0);
+  SendMessageA(found.enable, BM_CLICK, 0, 0);
+  PostMessageA(found.frame, PSM_PRESSBUTTON, PSBTN_CANCEL, 0);
 }
 
 // Wine's frame never hears that a page has changed, so nothing can be applied in it; what applying does is
 // tested on the page itself.
-TEST_F(Settings, ShowTheirPagesAndStayWhenCancelled) {
+TEST(Settings, ShowTheirPagesAndStayWhenCancelled) {
+  const UserHive hive;
   std::thread person(SwitchOffAndCancel);
   const Outcome outcome = RunWords("--settings");
   person.join();
@@ -95,7 +77,8 @@ TEST_F(Settings, ShowTheirPagesAndStayWhenCancelled) {
   });
 }
 
-TEST_F(Settings, SavedForPipelinesDoNotReachTheCommand) {
+TEST(Settings, SavedForPipelinesDoNotReachTheCommand) {
+  const UserHive hive;
   WithSettings([](IVKFVStabilize* settings) {
     EXPECT_EQ(settings->put_Enabled(VARIANT_FALSE), S_OK);
     EXPECT_EQ(settings->put_LeftRightCropMargin(9), S_OK);

@@ -1,6 +1,5 @@
 #include <windows.h>
 
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <mfapi.h>
@@ -9,7 +8,6 @@
 #include <olectl.h>
 
 #include "common/baseobject.h"
-#include "common/messagebox.h"
 #include "common/module.h"
 #include "common/registrykey.h"
 #include "engine/testenvironment.h"
@@ -86,7 +84,9 @@ TEST_F(Server, MakesEachOfItsClassesAndNoOther) {
        {CLSID_VKFVStabilize, CLSID_VKFVStabilizePropertyPage, CLSID_VKFVStabilizeAbout}) {
     ComPtr<IClassFactory> factory;
     ASSERT_EQ(DllGetClassObject(clsid, IID_PPV_ARGS(&factory)), S_OK);
-    ComPtr<IUnknown> object, outer = factory;
+    ComPtr<IUnknown> object, outer;
+    EXPECT_EQ(factory.As(&outer), S_OK);
+    EXPECT_EQ(outer.Get(), factory.Get());
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)), S_OK);
     EXPECT_EQ(object.Reset(), 0U);
     EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(IUnknown), nullptr), E_POINTER);
@@ -208,25 +208,34 @@ TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
 }
 
 TEST_F(Server, StopsRegisteringAtTheFirstFailure) {
-  // The root is a key that is gone: nothing can be made below it.
-  ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, kClasses), ERROR_SUCCESS);
-  EXPECT_EQ(DllRegisterServer(), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+  // Two keys and three values for each of three classes, then two categories
+  constexpr int kSteps = 17;
+  const LSTATUS full = ERROR_DISK_FULL;
+  const HRESULT failure = HRESULT_FROM_WIN32(full);
+  int successes = 0;
+  const Replaced<__imp_RegCreateKeyExA> key(&successes, full);
+  const Replaced<__imp_RegSetValueExA> value(&successes, full);
+  const Replaced<__imp_MFTRegister> transform(&successes, failure);
+  for (int step = 0; step <= kSteps; ++step) {
+    successes = step;
+    EXPECT_EQ(DllRegisterServer(), step < kSteps ? failure : S_OK) << step;
+    EXPECT_EQ(successes, step < kSteps ? -1 : 0) << "nothing is tried after that";
+  }
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+  const Replaced<__imp_GetModuleFileNameA> longPath([](HMODULE, char*, DWORD size) { return size; });
+  EXPECT_EQ(DllRegisterServer(), E_FAIL) << "a path that would be cut";
   EXPECT_EQ(DllUnregisterServer(), S_OK) << "whatever the single steps give";
 }
 
 TEST_F(Server, KeepsTheRegistrationWhenTheTypeLibraryFails) {
-  static std::string message;
-  const MessageBoxFunction before = SetMessageBox([](HWND, const char* text, const char*, UINT) {
-    message = text;
-    return IDOK;
-  });
+  std::string message;
+  const Replaced<__imp_MessageBoxA> box(
+      [&](HWND, const char* text, const char*, UINT) { return message = text, IDOK; });
   // A module without a library.
   DllMain(GetModuleHandleA("advapi32.dll"), DLL_PROCESS_ATTACH, nullptr);
   EXPECT_EQ(DllRegisterServer(), S_OK);
-  SetMessageBox(before);
   EXPECT_NE(message.find("to register type library"), std::string::npos) << message;
   EXPECT_TRUE(IsListed(MFT_CATEGORY_VIDEO_EFFECT));
-  std::string().swap(message);
   EXPECT_EQ(DllUnregisterServer(), S_OK);
 }
 
