@@ -77,7 +77,8 @@ TEST_F(Persistence, SavesThePlatformsBlobAndRestoresEveryItemAtOnce) {
 TEST_F(Persistence, ResetsToDefaultsOnACorruptBlobAndLeavesTheValue) {
   m_pFacade->SaveAttributes();
   const Bytes good = Stored();
-  std::vector<Bytes> corrupt = {{}, Bytes(1), {good.begin(), good.begin() + 7}, {good.begin(), good.end() - 1}};
+  std::vector<Bytes> corrupt = {
+      {}, Bytes(1), {good.begin(), good.begin() + 7}, {good.begin(), good.end() - 1}};
   corrupt.emplace_back(Bytes(1000, std::byte{0xFF}));
   for (std::size_t i = 0; i < corrupt.size(); ++i) {
     m_pFacade->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_7);

@@ -1,4 +1,5 @@
-// The last line of a program under Wine. A crash in a destructor or in a function for the program's end comes before it.
+// The last line of a program under Wine. A crash in a destructor or in a function for the program's end comes
+// before it.
 
 #include <cstdio>
 
