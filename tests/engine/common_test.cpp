@@ -1,6 +1,5 @@
 #include "common/messagebox.h"
 #include "common/module.h"
-#include "common/registrykey.h"
 #include "common/typelibrary.h"
 #include "testenvironment.h"
 
@@ -9,23 +8,6 @@ extern "C" decltype(&RegisterTypeLib) __imp_RegisterTypeLib;
 namespace {
 
 class CommonTest : public EngineTest {};
-
-TEST_F(CommonTest, RegistryValuesAreReadWithTheirTypeOnly) {
-  constexpr char kName[] = "SOFTWARE\\Varkon Systems, Inc.\\Test";
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ));
-  CRegistryKey key;
-  EXPECT_EQ(key.Create(HKEY_CURRENT_USER, kName, KEY_READ | KEY_WRITE), ERROR_SUCCESS);
-  EXPECT_EQ(key.SetText("name", "value"), ERROR_SUCCESS);
-  EXPECT_EQ(key.SetText("name", nullptr), ERROR_INVALID_PARAMETER);
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "none", RRF_RT_REG_SZ));
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_BINARY));
-  const auto text = ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ);
-  ASSERT_TRUE(text);
-  EXPECT_STREQ(reinterpret_cast<const char*>(text->data()), "value");
-  const char* const expanded = "%PATH%";
-  ASSERT_EQ(key.SetData("name", REG_EXPAND_SZ, std::as_bytes(std::span(expanded, 7))), ERROR_SUCCESS);
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ));
-}
 
 TEST_F(CommonTest, FindsTheModuleItsVersionAndItsHelp) {
   EXPECT_EQ(CurrentModule(), GetModuleHandleA(nullptr));

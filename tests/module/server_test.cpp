@@ -1,7 +1,6 @@
 #include <windows.h>
 
-#include <filesystem>
-#include <fstream>
+#include <cstdint>
 #include <mfapi.h>
 #include <mftransform.h>
 #include <oleauto.h>
@@ -16,6 +15,7 @@
 using Microsoft::WRL::ComPtr;
 
 extern "C" BOOL APIENTRY DllMain(HINSTANCE module, DWORD reason, void* reserved);
+extern "C" decltype(&VerQueryValueA) __imp_VerQueryValueA;
 
 namespace {
 
@@ -156,55 +156,47 @@ TEST_F(Server, RegistersAndUnregistersAllOfItself) {
 }
 
 TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
-  // The tests' program tells no version; the module built beside it does.
-  const HMODULE module = LoadLibraryA(VSTABILIZE_MODULE);
-  ASSERT_NE(module, nullptr);
-  DllMain(module, DLL_PROCESS_ATTACH, nullptr);
-  std::string path, newer;
-  ASSERT_EQ(GetModulePath(module, &path), S_OK);
-  ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &newer), S_OK);
-  ASSERT_LT(ReadFileVersion(path.c_str()), ReadFileVersion(newer.c_str()));
-
-  RegisterServer(newer);
-  EXPECT_EQ(DllRegisterServer(), S_OK);
-  EXPECT_EQ(Text(kServerKey), newer);
-  EXPECT_EQ(Text(kTransformKey), "");
-  EXPECT_FALSE(IsListed(kFamilyCategory));
-  EXPECT_EQ(DllUnregisterServer(), S_OK);
-  EXPECT_EQ(Text(kServerKey), newer);
-
-  // Only the last number of the version is higher; then nothing is.
-  const std::string copy = path + ".copy";
-  std::string bytes(std::filesystem::file_size(path), '\0');
-  std::ifstream(path, std::ios::binary).read(bytes.data(), std::ssize(bytes));
-  char& lowest = bytes[bytes.find("\xBD\x04\xEF\xFE") + 12];  // behind the version's signature
-  for (const std::string& winner : {copy, path}) {
-    if (winner == copy) ++lowest;
-    std::ofstream(copy, std::ios::binary).write(bytes.data(), std::ssize(bytes));
-    if (winner == copy) --lowest;
-    RegisterServer(copy);
-    EXPECT_EQ(DllRegisterServer(), S_OK);
-    EXPECT_EQ(Text(kServerKey), winner);
-  }
-  std::filesystem::remove(copy);
-
-  // Neither an older copy, nor one that tells no version or is not there any more, stands in the way.
-  const std::string gone = "Z:\\gone\\vkfvstabilize.dll";
-  for (const std::string& other : {OwnPath(), gone}) {
+  // The versions of the registered file and of this one; 0 for none
+  constexpr struct {
+    std::uint64_t theirs, ours;
+    bool stays;
+  } kCases[] = {{0x0002'0000'0000'0000, 0x0001'FFFF'FFFF'FFFF, true},
+                {0x0001'0002'0003'0005, 0x0001'0002'0003'0004, true},
+                {0x0001'0002'0003'0004, 0x0001'0002'0003'0004, false},
+                {0x0001'0002'0003'0003, 0x0001'0002'0003'0004, false},
+                {0x0001'0000'FFFF'FFFF, 0x0001'0001'0000'0000, false},
+                {0, 1, false},
+                {1, 0, false}};
+  std::string other;
+  ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &other), S_OK);
+  for (const auto& [theirs, ours, stays] : kCases) {
+    VS_FIXEDFILEINFO info = {};
+    std::uint64_t version = theirs, next = ours;
+    const Replaced<__imp_VerQueryValueA> told([&](const void*, const char*, void** found, UINT* size) {
+      info.dwFileVersionMS = static_cast<DWORD>(version >> 32);
+      info.dwFileVersionLS = static_cast<DWORD>(version);
+      *found = &info;
+      *size = sizeof info;
+      return std::exchange(version, next) != 0;
+    });
     RegisterServer(other);
     EXPECT_EQ(DllRegisterServer(), S_OK);
-    EXPECT_EQ(Text(kServerKey), path);
+    EXPECT_EQ(Text(kServerKey), stays ? other : OwnPath()) << theirs << " and " << ours;
+    EXPECT_EQ(IsListed(kFamilyCategory), !stays);
+    DllUnregisterServer();
+    EXPECT_EQ(Text(kTransformKey), stays ? "" : "(no key)") << "who registered last takes it away";
+    RegDeleteTreeA(HKEY_CLASSES_ROOT, kTransformKey);
   }
-  RegisterServer(OwnPath());
-  EXPECT_EQ(DllUnregisterServer(), S_OK);
-  EXPECT_EQ(Text(kServerKey), OwnPath()) << "that one's registration";
-  // Another spelling of the same path is the same file.
-  for (const std::string& own : {gone, std::string(path).insert(path.find_last_of('\\'), "\\.")}) {
-    RegisterServer(own);
+  // A file that is not there any more does not count, and another spelling of the same path is the same file.
+  const std::string own = OwnPath(), gone = "Z:\\gone\\vkfvstabilize.dll";
+  for (const std::string& registered : {gone, std::string(own).insert(own.find_last_of('\\'), "\\.")}) {
+    RegisterServer(registered);
     EXPECT_EQ(DllUnregisterServer(), S_OK);
-    EXPECT_EQ(Text(kTransformKey), "(no key)") << own;
+    EXPECT_EQ(Text(kTransformKey), "(no key)") << registered;
+    RegisterServer(registered);
+    EXPECT_EQ(DllRegisterServer(), S_OK);
+    EXPECT_EQ(Text(kServerKey), own);
   }
-  FreeLibrary(module);
 }
 
 TEST_F(Server, StopsRegisteringAtTheFirstFailure) {
