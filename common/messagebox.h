@@ -4,8 +4,9 @@
 
 #include <string>
 
-/// Shows an error to the person at the screen.
+/// Shows an error in a message box.
 void ShowErrorMessage(const char* text);
 
-/// The system's text for a result code, without its line end, or the code's digits. Throws std::bad_alloc.
+/// The system's text for a result code, without a line end; the code in hexadecimal when there is no text.
+/// Throws std::bad_alloc.
 std::string DescribeError(HRESULT hr);
