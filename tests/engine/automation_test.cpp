@@ -188,32 +188,29 @@ TEST_F(TypeLibrary, DeclaresTheInterfacesMemberByMember) {
 
 class Automation : public FacadeTest {
  protected:
-  /// Calls a member by name as a script does.
-  HRESULT Call(const wchar_t* name, WORD kind, VARIANT* argument, VARIANT* result) {
-    DISPID id = DISPID_UNKNOWN;
+  /// Calls a member by name as a script does; `value` is what is put, or receives what is got.
+  HRESULT Call(const wchar_t* name, WORD kind, VARIANT* value = nullptr) {
+    DISPID id = DISPID_UNKNOWN, put = DISPID_PROPERTYPUT;
     LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
     const HRESULT hr = m_pFacade->GetIDsOfNames(IID_NULL, names, 1, 0x409, &id);
     if (FAILED(hr)) return hr;
-    DISPID put = DISPID_PROPERTYPUT;
-    DISPPARAMS parameters = {argument, nullptr, argument ? 1U : 0U, 0};
-    if (kind == DISPATCH_PROPERTYPUT) {
-      parameters.rgdispidNamedArgs = &put;
-      parameters.cNamedArgs = 1;
-    }
-    return m_pFacade->Invoke(id, IID_NULL, 0x409, kind, &parameters, result, nullptr, nullptr);
+    const UINT arguments = kind == DISPATCH_PROPERTYPUT ? 1 : 0;
+    DISPPARAMS parameters = {value, &put, arguments, arguments};
+    return m_pFacade->Invoke(id, IID_NULL, 0x409, kind, &parameters, arguments ? nullptr : value, nullptr,
+                             nullptr);
   }
 
-  HRESULT Put(const wchar_t* name, VARTYPE type, LONG value) {
-    VARIANT argument = {};
-    argument.vt = type;
-    argument.lVal = value;
-    return Call(name, DISPATCH_PROPERTYPUT, &argument, nullptr);
+  HRESULT Put(const wchar_t* name, VARTYPE type, LONG number) {
+    VARIANT value = {};
+    value.vt = type;
+    value.lVal = number;
+    return Call(name, DISPATCH_PROPERTYPUT, &value);
   }
 
   LONG Get(const wchar_t* name) {
-    VARIANT result = {};
-    EXPECT_EQ(Call(name, DISPATCH_PROPERTYGET, nullptr, &result), S_OK) << name;
-    return result.vt == VT_BOOL ? result.boolVal : result.lVal;
+    VARIANT value = {};
+    EXPECT_EQ(Call(name, DISPATCH_PROPERTYGET, &value), S_OK) << name;
+    return value.vt == VT_BOOL ? value.boolVal : value.lVal;
   }
 };
 
@@ -228,12 +225,12 @@ TEST_F(Automation, WorksByNameWithoutRegistration) {
   EXPECT_EQ(Put(L"UseAdvancedEngine", VT_BOOL, VARIANT_TRUE), S_OK);
   EXPECT_EQ(Get(L"UseAdvancedEngine"), VARIANT_TRUE);
   EXPECT_HRESULT_FAILED(Put(L"AdvancedEngineAvailable", VT_BOOL, VARIANT_TRUE));
-  EXPECT_EQ(Call(L"SaveAttributes", DISPATCH_METHOD, nullptr, nullptr), S_OK);
-  EXPECT_EQ(Call(L"ResetToDefaults", DISPATCH_METHOD, nullptr, nullptr), S_OK);
+  EXPECT_EQ(Call(L"SaveAttributes", DISPATCH_METHOD), S_OK);
+  EXPECT_EQ(Call(L"ResetToDefaults", DISPATCH_METHOD), S_OK);
   EXPECT_EQ(Get(L"ROIRight"), 10000);
-  EXPECT_EQ(Call(L"LoadAttributes", DISPATCH_METHOD, nullptr, nullptr), S_OK);
+  EXPECT_EQ(Call(L"LoadAttributes", DISPATCH_METHOD), S_OK);
   EXPECT_EQ(Get(L"ROIRight"), 123);
-  EXPECT_EQ(Call(L"Sharpness", DISPATCH_PROPERTYGET, nullptr, nullptr), DISP_E_UNKNOWNNAME);
+  EXPECT_EQ(Call(L"Sharpness", DISPATCH_PROPERTYGET), DISP_E_UNKNOWNNAME);
 }
 
 TEST_F(Automation, HandsOutTheTypeInformationOfTheNewerInterface) {

@@ -526,6 +526,7 @@ TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
   };
   constexpr COLORREF kWhite = RGB(255, 255, 255), kFirst = RGB(9, 80, 200), kNext = RGB(200, 100, 50);
   BOOL answer = FALSE;
+  bool closes = false;
   COLORREF custom = kWhite, preselected = kFirst;
   const Replaced<__imp_ChooseColorA> dialog([&](CHOOSECOLORA* chooser) {
     EXPECT_EQ(chooser->lStructSize, sizeof *chooser);
@@ -534,6 +535,7 @@ TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
     EXPECT_EQ(std::exchange(chooser->rgbResult, kNext), preselected);
     for (int i = 0; i < 16; ++i) EXPECT_EQ(chooser->lpCustColors[i], i == 15 ? custom : kWhite);
     custom = chooser->lpCustColors[15] = RGB(1, 2, 3);
+    if (closes) m_pPage->Deactivate();
     return answer;
   });
   m_pSettings->put_BkFillColor(kFirst);
@@ -551,6 +553,12 @@ TEST_F(PropertyPage, ChoosesTheBackgroundByTheSystemsDialog) {
   EXPECT_EQ(Get(&IVKFVStabilize::get_BkFillColor), kNext);
   Click(IDC_ENABLE);
   EXPECT_EQ(swatchColor(), GetSysColor(COLOR_3DFACE)) << "disabled";
+  Click(IDC_ENABLE);
+  EXPECT_EQ(m_pPage->Apply(), S_OK);
+  closes = true;
+  preselected = kNext;
+  Click(IDC_BACKGROUND);
+  EXPECT_EQ(m_pPage->IsPageDirty(), S_FALSE) << "the page was closed meanwhile";
 }
 
 TEST_F(PropertyPage, NamesAndExplainsEachControl) {
