@@ -27,7 +27,8 @@ TEST(Settings, OfferTheirPagesToTheSystemsFrame) {
     EXPECT_EQ(objects, 1U);
     for (ULONG i = 0; i < pages; ++i) {
       ComPtr<IPropertyPage> page;
-      EXPECT_EQ(CoCreateInstance(classes[i], nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&page)), S_OK);
+      const HRESULT hr = CoCreateInstance(classes[i], nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&page));
+      if (FAILED(hr)) return hr;
       EXPECT_EQ(page->SetObjects(1, object), S_OK);
       shown += SUCCEEDED(page->SetObjects(0, nullptr));
     }
