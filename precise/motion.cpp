@@ -287,7 +287,8 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
   return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
 }
 
-/// Makes up to `steps` steps, the first `shiftSteps` of them with shift alone, until one is small.
+/// Makes up to `steps` steps, the first `shiftSteps` of them with shift alone. Ends earlier where the motion
+/// becomes implausible, or after a small step of all unknowns.
 void CMotionEstimator::Refine(const View& view, Alignment& alignment, int steps, int shiftSteps) {
   for (int i = 0; i < steps && IsPlausible(alignment.map, 2 * view.radius * view.scale); ++i)
     if (Step(view, alignment, i < shiftSteps) < kSmallestStep && i >= shiftSteps) return;
