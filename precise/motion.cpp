@@ -151,7 +151,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
   return {.shift = best};
 }
 
-/// Refines each start: no motion, the guesses, the best shift of the search. Returns the one that fits best.
+/// Refines each start: no motion, the guesses, the best shift of the search. Returns the one that fits best;
+/// a later one counts as better only if it is clearly so.
 CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
                                                         std::span<const Similarity> guesses) {
   const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
