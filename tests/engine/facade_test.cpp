@@ -302,21 +302,6 @@ TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStores) {
   EXPECT_EQ(after.Reset(), 0U);
 }
 
-TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
-  static bool fails = true;
-  m_pFacade = MakeFacade(&m_transform, [](IMFAttributes** attributes, UINT32 size) {
-    return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
-  });
-  m_pFacade->DetachCallback();
-  fails = false;
-  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
-  EXPECT_EQ(FramesBeforeOutput(), 16) << "the defaults";
-  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
-  m_pFacade->put_CropEnabled(VARIANT_TRUE);
-  EXPECT_EQ(m_transform.calls, 0);
-  EXPECT_EQ(Item(VKVSTAB_ATTR_CROP_ENABLED), 1U);
-}
-
 TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
   struct Slow : VKVStabilizeImplCB {
     HRESULT STDMETHODCALLTYPE OutputChanged() override {
@@ -337,7 +322,10 @@ TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
 }
 
 TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
-  m_pFacade = MakeFacade(nullptr, [](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; });
+  static bool fails = true;
+  m_pFacade = MakeFacade(&m_transform, [](IMFAttributes** attributes, UINT32 size) {
+    return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
+  });
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->LoadAttributes(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->SaveAttributes(), MF_E_NOT_INITIALIZED) << "saving makes none";
@@ -348,6 +336,13 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
   EXPECT_EQ(m_pFacade->put_ROITop(5), S_OK);
   m_pFacade->DetachCallback();
   EXPECT_EQ(FramesBeforeOutput(), 16) << "the record's own defaults";
+
+  fails = false;
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
+  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  m_pFacade->put_CropEnabled(VARIANT_TRUE);
+  EXPECT_EQ(Item(VKVSTAB_ATTR_CROP_ENABLED), 1U);
+  EXPECT_EQ(m_transform.calls, 0) << "the transform took its leave before the store was made";
   {
     const FailingAllocations kernel(sizeof(CStabilizeVideoKernel), sizeof(CStabilizeVideoKernel));
     m_pFacade = MakeFacade();
