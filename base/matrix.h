@@ -25,5 +25,5 @@ class Matrix {
   std::unique_ptr<T[]> m_data;
 };
 
-/// Grey values are 0 … 1020 and their differences ±1020, so 16 bits hold them.
+/// Brightness: four times that of 8 bits, at most 1024. So 16 bits hold it, and differences of it.
 using Plane = Matrix<std::int16_t>;

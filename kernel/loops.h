@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/columnrun.h"
+
 /// Interpolation weighs by the highest 9 bits of a position's fraction.
 inline constexpr int kWeightBits = 9;
 inline constexpr std::int32_t kWeightOne = 1 << kWeightBits;
@@ -17,11 +19,6 @@ struct SourceLine {
   std::int64_t startX, startY;
   std::int64_t stepX, stepY;
   int fractionBits;
-};
-
-/// Columns begin … end - 1 of a row; none when end <= begin.
-struct ColumnRun {
-  std::int32_t begin, end;
 };
 
 /// Least-squares sums over gradients x and y and the time difference t.

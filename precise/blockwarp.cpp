@@ -32,10 +32,6 @@ Position RoundedAt(const SourceLine& line, std::int32_t column) {
   return {line.startX + column * line.stepX + kHalfPhase, line.startY + column * line.stepY + kHalfPhase};
 }
 
-ColumnRun Common(ColumnRun a, ColumnRun b) {
-  return {a.begin > b.begin ? a.begin : b.begin, a.end < b.end ? a.end : b.end};
-}
-
 /// Source samples from the first to the last, which need not all exist.
 struct Extent {
   std::int64_t left = std::numeric_limits<std::int64_t>::max(), top = left;
@@ -275,7 +271,7 @@ class Strips {
 
   /// Writes the row's covered columns of the block, by pieces that read the same source rows.
   void WarpRow(const WideBlock& block, const WarpedRow& row) {
-    const ColumnRun run = Common(row.covered, {m_column, m_column + kBlockColumns});
+    const ColumnRun run = Intersect(row.covered, {m_column, m_column + kBlockColumns});
     for (std::int32_t begin = run.begin, end; begin < run.end; begin = end) {
       const Position at = block.Within(RoundedAt(row.line, begin));
       end = EndOfPiece(m_columns, at, m_stepY, {begin, run.end});
@@ -391,10 +387,10 @@ bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t c
   const std::int32_t last = all.end - kFewestColumns > all.begin ? all.end - kFewestColumns : all.begin;
   for (std::int32_t next = all.begin; next < all.end; next += kBlockColumns) {
     const std::int32_t begin = next < last ? next : last;
-    const ColumnRun columns = Common({begin, begin + kBlockColumns}, all);
+    const ColumnRun columns = Intersect({begin, begin + kBlockColumns}, all);
     Extent extent;
     for (const WarpedRow* row = rows; row != rows + count; ++row) {
-      const ColumnRun run = Common(row->covered, columns);
+      const ColumnRun run = Intersect(row->covered, columns);
       if (run.begin >= run.end) continue;
       extent.Add(RoundedAt(row->line, run.begin));
       extent.Add(RoundedAt(row->line, run.end - 1));

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/matrix.h"
+#include "base/rect.h"
 #include "precise/loops.h"
 #include "precise/picture.h"
 #include "precise/pyramid.h"
@@ -30,7 +31,7 @@ struct Match {
 class CMotionEstimator {
  public:
   /// Estimates from the whole picture, or from a region of it, which is usable. Throws std::bad_alloc.
-  CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region, const Loops& loops);
+  CMotionEstimator(const PictureFormat& format, const std::optional<Rect>& region, const Loops& loops);
 
   /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton
   /// steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain
@@ -48,7 +49,7 @@ class CMotionEstimator {
     Complex centre;  ///< of the picture, in samples
     double aspect;   ///< width of a sample as it is shown, over its height
     double radius;   ///< half the longer side of the picture, in samples as they are shown
-    Region region;   ///< samples of the earlier frame, all with neighbours
+    Rect region;     ///< samples of the earlier frame, all with neighbours
   };
 
   /// The later frame's brightness is 512 + gain·(earlier - 512) + offset, where the map leads.
@@ -80,7 +81,7 @@ class CMotionEstimator {
 
   const Loops* m_pLoops;
   PictureFormat m_format;
-  Region m_region;
+  Rect m_region;
   std::vector<std::int16_t> m_residuals;  // rows as wide as those of the level at hand
   std::int32_t m_lastMedian = 4;          // residuals of the next step will hardly be larger
 };

@@ -8,18 +8,12 @@ namespace precise {
 /// 2^30 in size.
 SourceLine MakeSourceLine(double startX, double startY, double stepX, double stepY);
 
-/// Positions low ≤ x < high, in the units of a `SourceLine`.
-struct PositionRange {
-  std::int64_t low, high;
-};
-
 inline constexpr std::int64_t kOneSample = std::int64_t{1} << kPositionBits;
 
 /// The position of so many samples, which are below 2^30 in size.
 std::int64_t FixedPosition(double samples);
 
-/// The columns of `within` whose position lies inside both ranges. They form one run, since both coordinates
-/// advance linearly.
+/// The columns of `within` whose position lies inside both ranges, which are in the units of the line.
 ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
                         ColumnRun within);
 

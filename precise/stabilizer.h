@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/rect.h"
 #include "base/simd.h"
 #include "precise/picture.h"
 #include "precise/rowrunner.h"
@@ -16,11 +17,6 @@ namespace precise {
 enum class Clipping { Stretch, Crop, Outline };
 
 enum class Interpolation { Nearest, Bilinear, Bicubic };
-
-/// Samples left … right - 1 of the rows top … bottom - 1.
-struct Region {
-  std::int32_t left = 0, top = 0, right = 0, bottom = 0;
-};
 
 struct Settings {
   std::int32_t window = 32;  ///< frames that the path is smoothed over: even, 2 to 256
@@ -34,7 +30,7 @@ struct Settings {
   bool findCuts = true;  ///< or take the stream as one shot
   /// Nothing: the whole picture. Motion needs some 14 samples a side, more in pictures above 300 rows and
   /// columns.
-  std::optional<Region> estimateFrom = {};
+  std::optional<Rect> estimateFrom = {};
   /// What shows where no source sample lies: a sample value for each plane, or what was last seen there.
   std::array<std::uint16_t, kMaxPlanes> background = {};
   bool keepBackground = false;

@@ -106,7 +106,7 @@ TEST(Stream, RefusesWhatItCannotStabilize) {
   const PictureFormat format = {
       .width = 64, .height = 48, .planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .pixelAspect = 16};
   const Settings settings = {
-      .window = 256, .marginX = 31, .marginY = 23, .estimateFrom = Region{-9, 47, 1, 99}};
+      .window = 256, .marginX = 31, .marginY = 23, .estimateFrom = Rect{-9, 47, 1, 99}};
   Settings weighted = settings;
   weighted.pathWeights.assign(129, 1.0);
   EXPECT_TRUE(AreUsable(format, settings) && AreUsable(format, weighted));
@@ -137,7 +137,7 @@ TEST(Stream, RefusesWhatItCannotStabilize) {
       settings, [&](const Settings& spoilt) { return AreUsable(format, spoilt); },
       std::pair(&Settings::window, Numbers{0, 5, 258}), std::pair(&Settings::marginX, Values{-1, 31.75, NAN}),
       std::pair(&Settings::marginY, Values{-1, 24, NAN}),
-      std::pair(&Settings::estimateFrom, std::vector<Region>{{64, 0, 90, 40}, {0, 30, 20, 10}}),
+      std::pair(&Settings::estimateFrom, std::vector<Rect>{{64, 0, 90, 40}, {0, 30, 20, 10}}),
       std::pair(&Settings::pathWeights, std::vector<Values>{{1, 1}}));
 }
 
