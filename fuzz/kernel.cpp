@@ -7,7 +7,7 @@
 #include "fuzz/target.h"
 #include "kernel/frame.h"
 #include "kernel/stabilizevideokernel.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 namespace {
 

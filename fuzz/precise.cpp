@@ -4,32 +4,14 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
-#include <memory>
+#include <utility>
 
 #include "fuzz/target.h"
 #include "precise/stabilizer.h"
-#include "support/planarscene.h"
+#include "scenes/pictureplanes.h"
 
 namespace precise {
 namespace {
-
-/// Planes in blocks of their exact size, so that the sanitizers see what is read or written beside them.
-struct Planes {
-  explicit Planes(const PictureFormat& format, bool isBottomUp = false, std::uint8_t fill = 0) {
-    for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
-      const int plane = static_cast<int>(i);
-      const std::ptrdiff_t row = std::ptrdiff_t{format.PlaneWidth(plane)} * format.BytesPerSample();
-      bytes[i].resize(static_cast<std::size_t>(row * format.PlaneHeight(plane)), fill);
-      picture[i] = {bytes[i].data(), row};
-      if (isBottomUp) picture[i] = {&bytes[i].back() + 1 - row, -row};
-      constPicture[i] = {picture[i].data, picture[i].strideBytes};
-    }
-  }
-
-  std::array<std::vector<std::uint8_t>, kMaxPlanes> bytes;
-  Picture picture;
-  ConstPicture constPicture;
-};
 
 PictureFormat ChooseFormat(Choices& choices) {
   const std::int32_t most = choices.OneOf({40, 24, 40, 4, 40, 90, 24, 40, 24, 330});
@@ -65,23 +47,17 @@ Settings ChooseSettings(Choices& choices, const PictureFormat& format) {
 }
 
 /// What a camera takes, or what none would: noise, also of words that say too much, or a flat field.
-void Shoot(Choices& choices, const PictureFormat& format, Planes& planes) {
+void Shoot(Choices& choices, const PictureFormat& format, PicturePlanes& planes) {
   const std::uint32_t kind = choices.Byte() % 8;
   const Take take = {.pose = MakePose(choices.Number(-60, 60) / 8.0, choices.Number(-60, 60) / 8.0,
                                       choices.Number(-40, 40) / 10.0, choices.Number(90, 110) / 100.0),
                      .scene = choices.Once(6) ? 2U : 1U,
                      .gain = choices.OneOf({1.0, 1.0, 0.5}),
                      .noise = choices.OneOf({0.0, 0.0, 4.0})};
-  const PlanarFrame shot = kind < 5 ? ::Shoot(format, take) : PlanarFrame{};
-  for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
-    std::vector<std::uint8_t>& bytes = planes.bytes[i];
+  if (kind < 5) planes.Write(::Shoot(format, take));
+  for (std::vector<std::uint8_t>& bytes : planes.Memory()) {
     if (kind == 7) std::ranges::fill(bytes, static_cast<std::uint8_t>(choices.OneOf({0, 255, 128})));
     if (kind == 5 || kind == 6) choices.Fill(bytes);
-    const auto step = static_cast<std::size_t>(format.BytesPerSample());
-    for (std::size_t k = 0; k < shot[i].size(); ++k) {
-      const auto sample = static_cast<std::uint16_t>(shot[i][k] << (format.bitsPerSample - 8));
-      std::memcpy(&bytes[k * step], &sample, step);
-    }
   }
 }
 
@@ -102,26 +78,28 @@ void LiveInStep(Choices& choices) {
   const PictureFormat shown = OutputFormat(format, settings);
   CStabilizer scalar(format, settings, SimdLevel::Scalar), vector(format, settings),
       pieces(format, settings, SimdLevel::Avx2, Pieces(choices.Number(1, 40)));
-  std::deque<Planes> lent;
+  // Blocks have their exact size, so that the sanitizers see what is read or written beside them.
+  std::deque<PicturePlanes> lent;
   const auto deliver = [&] {
     Require(vector.CanDeliver() == scalar.CanDeliver() && pieces.CanDeliver() == scalar.CanDeliver(),
             "engines deliver at the same time");
     if (!scalar.CanDeliver()) return false;
-    Planes expected(shown);
-    const FrameReport report = scalar.Deliver(expected.picture);
+    PicturePlanes expected(shown, {});
+    const FrameReport report = scalar.Deliver(expected.Planes());
     for (CStabilizer* const other : {&vector, &pieces}) {
       const bool skips = other == &pieces && !settings.keepBackground && choices.Once(8);
-      Planes actual(shown, false, 90);
-      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.picture);
+      PicturePlanes actual(shown, {.fill = 90});
+      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.Planes());
       Require(std::memcmp(&report, &same, sizeof same) == 0, "reports are equal");
-      Require(skips || expected.bytes == actual.bytes, "pictures are equal");
+      Require(skips || expected.Memory() == actual.Memory(), "pictures are equal");
     }
     lent.pop_front();
     return true;
   };
   while (choices.AreLeft()) {
-    Shoot(choices, format, lent.emplace_back(format, choices.Once(3)));
-    for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->Push(lent.back().constPicture);
+    Shoot(choices, format, lent.emplace_back(format, PlaneLayout{.isBottomUp = choices.Once(3)}));
+    for (CStabilizer* const engine : {&scalar, &vector, &pieces})
+      engine->Push(std::as_const(lent.back()).Planes());
     deliver();
   }
   for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->End();

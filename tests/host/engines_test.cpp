@@ -13,7 +13,7 @@
 #include "host/transformstabilizer.h"
 #include "kernel/stabilizevideokernel.h"
 #include "module/samples.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 using Microsoft::WRL::ComPtr;
 

@@ -9,7 +9,7 @@
 #include "automation/vkvstabilize.h"
 #include "host/commandrun.h"
 #include "host/transformmodule.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 #include "ui/resource.h"
 
 using Microsoft::WRL::ComPtr;

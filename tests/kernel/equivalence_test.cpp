@@ -6,9 +6,9 @@
 #include "kernel/sinecosine.h"
 #include "kernel/stabilizevideokernel.h"
 #include "referencemodel.h"
+#include "scenes/scene.h"
 #include "support/guardedbuffer.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

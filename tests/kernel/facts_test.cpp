@@ -16,8 +16,8 @@
 #include "kernel/sampling.h"
 #include "kernel/sinecosine.h"
 #include "kernel/stabilizevideokernel.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 // Literal numbers: what the kernel and a model of it could get wrong alike, and what no frame of a test
 // reaches.

@@ -8,8 +8,8 @@
 #include <new>
 
 #include "kernel/frame.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <random>
 
 #include "engine/threadteam.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 #include "transformtest.h"
 
 using Microsoft::WRL::ComPtr;

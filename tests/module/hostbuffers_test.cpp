@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "support/scene.h"
+#include "scenes/scene.h"
 #include "transformtest.h"
 
 using Microsoft::WRL::ComPtr;

@@ -3,7 +3,7 @@
 
 #include "precise/run.h"
 #include "precise/similarity.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 namespace precise {
 namespace {
@@ -95,9 +95,9 @@ TEST(Stream, GivesAStillCamerasFramesBack) {
 }
 
 TEST(Stream, HoldsTheLongestWindow) {
-  const std::vector<PlanarFrame> few = ShootAll(kSmall420, ShakyTakes(std::string(6, 'a')));
+  const EndlessClip<PlanarFrame> clip(ShootAll(kSmall420, ShakyTakes(std::string(6, 'a'))));
   std::vector<PlanarFrame> frames;
-  for (int i = 0; i < 300; ++i) frames.push_back(few[static_cast<std::size_t>(i) % few.size()]);
+  for (std::size_t i = 0; i < 300; ++i) frames.push_back(clip[i]);
   const Settings settings = {.window = 256, .marginX = 3, .marginY = 3};
   EXPECT_EQ(Stabilize(kSmall420, settings, frames).reports.back().shot, 0);
 }
