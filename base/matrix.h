@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-/// An owned plane; rows stand one after the other without padding, the contents are undefined until written.
+/// An owned plane. Rows have no padding. The contents are undefined until they are written.
 template <class T>
 class Matrix {
  public:
@@ -25,5 +25,5 @@ class Matrix {
   std::unique_ptr<T[]> m_data;
 };
 
-/// Brightness: four times that of 8 bits, at most 1024. So 16 bits hold it, and differences of it.
+/// Brightness in quarters of an 8-bit step, 0 … 1024. 16 bits hold its differences, too.
 using Plane = Matrix<std::int16_t>;
