@@ -14,7 +14,7 @@ using precise::Complex;
 using precise::PictureFormat;
 using precise::Similarity;
 
-/// Random values on a lattice that repeats, interpolated by cubic B-splines.
+/// Random values on a periodic lattice, interpolated by cubic B-splines.
 class Texture {
  public:
   Texture(double cell, double strength, std::uint32_t seed) : m_cell(cell), m_values(kSide * kSide) {
@@ -26,7 +26,7 @@ class Texture {
     const double x = point.re / m_cell, y = point.im / m_cell;
     const double wholeX = std::floor(x), wholeY = std::floor(y);
     const std::array<double, 4> across = SplineWeights(x - wholeX), down = SplineWeights(y - wholeY);
-    // Adding periods keeps the indices from being negative.
+    // Whole periods are added so that indices are not negative.
     const auto column = static_cast<std::size_t>(wholeX + 1000 * kSide);
     const auto row = static_cast<std::size_t>(wholeY + 1000 * kSide);
     double sum = 0;
@@ -59,7 +59,7 @@ class Brightness {
   bool m_isFlat;
 };
 
-/// Nearly normal noise of sigma 1.
+/// Approximately normal noise with a standard deviation of 1: a sum of uniform numbers.
 double Noise(std::mt19937& random) {
   double sum = -6;
   for (int i = 0; i < 12; ++i) sum += static_cast<double>(random()) / 4294967296.0;

@@ -16,7 +16,7 @@ struct CameraPose {
 /// takes of it. The bytes are the same on every machine.
 class Scene {
  public:
-  /// Large enough for frames of this size at poses up to `margin` pixels away.
+  /// The picture is large enough for frames of this size at poses up to `margin` pixels off the middle.
   Scene(FrameGeometry frame, std::int32_t margin, std::uint32_t seed = 1);
 
   /// The frame at a pose; padding bytes are 0.
