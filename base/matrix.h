@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-/// An owned plane. Rows have no padding. The contents are undefined until they are written.
+/// An owned plane. Rows have no padding; values are undefined until written. Throws std::bad_alloc.
 template <class T>
 class Matrix {
  public:
@@ -25,5 +25,5 @@ class Matrix {
   std::unique_ptr<T[]> m_data;
 };
 
-/// Brightness in quarters of an 8-bit step, 0 … 1024. 16 bits hold its differences, too.
+/// Brightness of either engine, within 0 … 1024. 16 bits hold differences of it, too.
 using Plane = Matrix<std::int16_t>;
