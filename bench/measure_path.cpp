@@ -34,7 +34,9 @@ bool ShowsBackground(const Video& video, int x, int y) {
 Layer ToLayer(const Video& video) {
   constexpr int reach = 2;
   const int width = video.Width(), height = video.Height();
-  Layer layer{FloatPlane(width, height), FloatPlane(width, height)};
+  Layer layer;
+  layer.grey = FloatPlane(width, height);
+  layer.trust = FloatPlane(width, height);
   std::fill_n(layer.trust.Row(0), std::ptrdiff_t{width} * height, 1.0F);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
