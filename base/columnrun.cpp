@@ -4,8 +4,8 @@
 
 namespace {
 
-/// The first column of `within` whose position on a rising line is at least `value`, or its end. Most need no
-/// division, as the line lies inside the picture.
+/// The first column of `within` whose position on a rising line is at least `value`; the end of `within`
+/// where there is none. Most calls need no division, as most lines lie inside the picture.
 std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t value, ColumnRun within) {
   if (start + within.begin * step >= value || within.begin >= within.end) return within.begin;
   if (start + within.end * step < value) return within.end;
@@ -15,7 +15,7 @@ std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t
 }  // namespace
 
 ColumnRun ColumnsInside(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within) {
-  // Seen in a mirror, a falling line rises: low <= x < high becomes 1 - high <= -x < 1 - low.
+  // Negation makes a falling line rise: low <= x < high becomes 1 - high <= -x < 1 - low.
   if (step < 0) {
     start = -start;
     step = -step;

@@ -2,7 +2,7 @@
 
 namespace precise {
 
-// As std::llround does, which is a call.
+// Rounds as std::llround does, which compilers do not inline.
 std::int64_t FixedPosition(double samples) {
   const double scaled = samples * static_cast<double>(kOneSample);
   const auto whole = static_cast<std::int64_t>(scaled);
@@ -21,7 +21,8 @@ ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const Po
 
 ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,
                              std::int32_t after, ColumnRun within) {
-  // Rounding may move a position up by half of 1/256 sample.
+  // Rounding moves a position up by at most 1/512 sample. The lower limit leaves that out, as it would gain a
+  // column at most.
   const auto interior = [&](std::int32_t samples) {
     return PositionRange{before * kOneSample, (samples - after) * kOneSample - (kOneSample >> 9)};
   };
