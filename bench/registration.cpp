@@ -13,8 +13,7 @@ constexpr int CoarsestWidth = 80;  // of the layer on which the search starts, i
 constexpr int SearchReach = 12;    // of the search on that layer, in its pixels
 constexpr double SamplesAtMost = 40000;
 constexpr std::size_t FewestSamples = 100;
-constexpr double LeastScale =
-    1.5;  // residuals of exact fits in grey levels, from 8-bit rounding and resampling
+constexpr double LeastScale = 1.5;  // grey levels, from 8-bit rounding and resampling
 
 constexpr std::size_t Unknowns = 6;                 // x, y, roll, zoom, gain, offset
 using Equation = std::array<double, Unknowns + 1>;  // derivatives by the unknowns, then the residual

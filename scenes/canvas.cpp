@@ -105,7 +105,7 @@ Canvas PaintCanvas(Area area, std::uint32_t seed) {
                             static_cast<std::size_t>(samples.Height()));
   std::fill_n(samples.Row(0), covered.size(), 0.0F);
   Random random(seed);
-  // Covering the last half percent would take most of the time: it stays at zero.
+  // Half a percent stays uncovered, at zero: each further leaf would cover hardly any of it.
   std::size_t bare = covered.size();
   while (bare > covered.size() / 200) bare -= Paint(GrowLeaf(random, area), area, samples, covered);
   // The lens: it removes nearly all detail that is too fine for pixels.

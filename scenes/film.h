@@ -52,8 +52,8 @@ struct Film {
 
 std::vector<std::string_view> FilmNames();
 
-/// The film of a scene. NAME_WxH has another size. NAME@FRAMES has another length; several shots are only cut
-/// off, one shot also goes on. Throws std::invalid_argument, which lists the names, for an unknown scene.
+/// The film of a scene. NAME_WxH has another size. NAME@FRAMES ends after so many frames; a film of one shot
+/// can be made longer, too. Throws std::invalid_argument, which lists the names, for an unknown scene.
 Film FindFilm(const std::string& name);
 
 /// The canvas of a shot.
