@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "fuzz/limitedmemory.h"
 #include "fuzz/target.h"
 #include "host/command.h"
 #include "host/commandrun.h"
+#include "support/memory.h"
 
 namespace {
 

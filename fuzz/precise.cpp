@@ -1,14 +1,14 @@
-// A stream through the precise engine: the scalar loops, the vector loops, and these with rows in pieces and
-// frames skipped, in step.
+// A stream through three precise engines in step: one with scalar loops, one with vector loops, and one more
+// with vector loops, rows in pieces and frames skipped.
 
 #include <algorithm>
 #include <cstring>
 #include <deque>
-#include <utility>
+#include <memory>
 
 #include "fuzz/target.h"
 #include "precise/stabilizer.h"
-#include "scenes/pictureplanes.h"
+#include "scenes/planarscene.h"
 
 namespace precise {
 namespace {
@@ -46,18 +46,19 @@ Settings ChooseSettings(Choices& choices, const PictureFormat& format) {
   return settings;
 }
 
-/// What a camera takes, or what none would: noise, also of words that say too much, or a flat field.
-void Shoot(Choices& choices, const PictureFormat& format, PicturePlanes& planes) {
+/// A camera's picture, or what no camera takes: random bytes, also samples beyond their bits, or a flat
+/// field.
+void Shoot(Choices& choices, const PictureFormat& format, PlanarBuffer& buffer) {
   const std::uint32_t kind = choices.Byte() % 8;
   const Take take = {.pose = MakePose(choices.Number(-60, 60) / 8.0, choices.Number(-60, 60) / 8.0,
                                       choices.Number(-40, 40) / 10.0, choices.Number(90, 110) / 100.0),
                      .scene = choices.Once(6) ? 2U : 1U,
                      .gain = choices.OneOf({1.0, 1.0, 0.5}),
                      .noise = choices.OneOf({0.0, 0.0, 4.0})};
-  if (kind < 5) planes.Write(::Shoot(format, take));
-  for (std::vector<std::uint8_t>& bytes : planes.Memory()) {
-    if (kind == 7) std::ranges::fill(bytes, static_cast<std::uint8_t>(choices.OneOf({0, 255, 128})));
-    if (kind == 5 || kind == 6) choices.Fill(bytes);
+  if (kind < 5) return buffer.Write(::Shoot(format, take));
+  for (std::vector<std::uint8_t>& bytes : buffer.bytes) {
+    if (kind == 7) std::ranges::fill(bytes, choices.OneOf<std::uint8_t>({0, 255, 128}));
+    if (kind < 7) choices.Fill(bytes);
   }
 }
 
@@ -78,28 +79,27 @@ void LiveInStep(Choices& choices) {
   const PictureFormat shown = OutputFormat(format, settings);
   CStabilizer scalar(format, settings, SimdLevel::Scalar), vector(format, settings),
       pieces(format, settings, SimdLevel::Avx2, Pieces(choices.Number(1, 40)));
-  // Blocks have their exact size, so that the sanitizers see what is read or written beside them.
-  std::deque<PicturePlanes> lent;
+  std::deque<PlanarBuffer> lent;
   const auto deliver = [&] {
     Require(vector.CanDeliver() == scalar.CanDeliver() && pieces.CanDeliver() == scalar.CanDeliver(),
             "engines deliver at the same time");
     if (!scalar.CanDeliver()) return false;
-    PicturePlanes expected(shown, {});
-    const FrameReport report = scalar.Deliver(expected.Planes());
+    PlanarBuffer expected(shown);
+    const FrameReport report = scalar.Deliver(expected.View<std::uint8_t>());
     for (CStabilizer* const other : {&vector, &pieces}) {
       const bool skips = other == &pieces && !settings.keepBackground && choices.Once(8);
-      PicturePlanes actual(shown, {.fill = 90});
-      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.Planes());
+      PlanarBuffer actual(shown, false, 0, 90);
+      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.View<std::uint8_t>());
       Require(std::memcmp(&report, &same, sizeof same) == 0, "reports are equal");
-      Require(skips || expected.Memory() == actual.Memory(), "pictures are equal");
+      Require(skips || expected.bytes == actual.bytes, "pictures are equal");
     }
     lent.pop_front();
     return true;
   };
   while (choices.AreLeft()) {
-    Shoot(choices, format, lent.emplace_back(format, PlaneLayout{.isBottomUp = choices.Once(3)}));
+    Shoot(choices, format, lent.emplace_back(format, choices.Once(3)));
     for (CStabilizer* const engine : {&scalar, &vector, &pieces})
-      engine->Push(std::as_const(lent.back()).Planes());
+      engine->Push(lent.back().View<const std::uint8_t>());
     deliver();
   }
   for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->End();

@@ -62,7 +62,7 @@ double ValueNoise(double x, double y, std::uint32_t seed) {
 }
 
 /// Noise with periods of two pixels and more. u and v are picture pixels along the leaf's axes.
-double Texture(const Leaf& leaf, double u, double v) {
+double Grain(const Leaf& leaf, double u, double v) {
   double sum = 0;
   std::uint32_t seed = leaf.texture;
   for (const double period : {2.0, 4.0, 9.0, 21.0}) sum += ValueNoise(u / period, 1.6 * v / period, seed++);
@@ -90,7 +90,7 @@ std::size_t Paint(const Leaf& leaf, Area area, FloatPlane& samples, std::vector<
       if (!inside) continue;
       taken = 1;
       ++painted;
-      samples.Row(y)[x] = static_cast<float>(leaf.grey + leaf.shade * across + Texture(leaf, u, v));
+      samples.Row(y)[x] = static_cast<float>(leaf.grey + leaf.shade * across + Grain(leaf, u, v));
     }
   }
   return painted;

@@ -159,7 +159,7 @@ Area Surroundings(const std::vector<FilmFrame>& frames, double width, double hei
 }
 
 /// Removes `sign` and the number behind it from the front of `text`. False when `text` does not begin so.
-bool Take(std::string_view& text, char sign, int& number) {
+bool ParseNumber(std::string_view& text, char sign, int& number) {
   if (!text.starts_with(sign)) return false;
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data() + 1, end, number);
@@ -170,9 +170,10 @@ bool Take(std::string_view& text, char sign, int& number) {
 /// Applies an optional _WxH and an optional @FRAMES to a recipe. False for any other text.
 bool Vary(std::string_view text, Recipe& recipe, int& frames) {
   const auto isUsable = [](int side) { return side % 2 == 0 && side >= 64 && side <= 8192; };
-  if (text.starts_with('_') && !(Take(text, '_', recipe.width) && Take(text, 'x', recipe.height)))
+  if (text.starts_with('_') &&
+      !(ParseNumber(text, '_', recipe.width) && ParseNumber(text, 'x', recipe.height)))
     return false;
-  if (text.starts_with('@') && !Take(text, '@', frames)) return false;
+  if (text.starts_with('@') && !ParseNumber(text, '@', frames)) return false;
   if (recipe.shots == 1) recipe.frames = std::max(recipe.frames, frames);
   return text.empty() && isUsable(recipe.width) && isUsable(recipe.height) && frames > 0 && frames <= 10000;
 }

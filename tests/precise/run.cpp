@@ -1,18 +1,15 @@
 #include "precise/run.h"
 
 #include <gtest/gtest.h>
-#include <utility>
 
-#include "scenes/pictureplanes.h"
 #include "scenes/scene.h"
+#include "support/memory.h"
 
 namespace precise {
 namespace {
 
-/// Memory that shows what is written beside the samples.
-PicturePlanes GuardedPlanes(const PictureFormat& format, const Way& way) {
-  return {format, {.isBottomUp = way.bottomUp, .padding = 6, .guard = 4096, .fill = 0x5A}};
-}
+constexpr std::ptrdiff_t kPadding = 6;
+constexpr std::uint8_t kPaddingMark = 0x5A;
 
 }  // namespace
 
@@ -21,25 +18,34 @@ Outcome Stabilize(const PictureFormat& format, const Settings& settings, std::sp
   EXPECT_TRUE(AreUsable(format, settings));
   CStabilizer stabilizer(format, settings, way.cap, way.runner);
   const auto delay = static_cast<std::size_t>(stabilizer.DelayFrames());
-  std::vector<PicturePlanes> lent;
+  std::vector<PlanarBuffer> lent;
   Outcome run;
   const auto deliver = [&] {
-    PicturePlanes out = GuardedPlanes(OutputFormat(format, settings), way);
-    run.reports.push_back(stabilizer.Deliver(out.Planes()));
-    EXPECT_TRUE(out.IsRestUntouched());
-    EXPECT_EQ(run.reports.back().frame, static_cast<std::int64_t>(run.frames.size()));
-    lent[run.frames.size()] = GuardedPlanes(format, way);
-    run.frames.push_back(out.Read());
+    PlanarBuffer out(OutputFormat(format, settings), way.bottomUp, kPadding, kPaddingMark);
+    const Picture view = out.View<std::uint8_t>();
+    const std::int64_t before = AllocationCount();
+    const bool isSkipped = std::ssize(run.frames) == way.skipped;
+    const FrameReport report = isSkipped ? stabilizer.Skip() : stabilizer.Deliver(view);
+    EXPECT_EQ(AllocationCount(), before);
+    EXPECT_TRUE(out.IsPaddingIntact());
+    EXPECT_EQ(report.frame, std::ssize(run.frames));
+    lent[run.frames.size()] = PlanarBuffer(format);
+    run.reports.push_back(report);
+    run.frames.push_back(isSkipped ? PlanarFrame{} : out.Read());
   };
   for (const PlanarFrame& frame : frames) {
     EXPECT_FALSE(stabilizer.CanDeliver());
-    lent.push_back(GuardedPlanes(format, way));
-    lent.back().Write(frame);
-    stabilizer.Push(std::as_const(lent.back()).Planes());
+    lent.emplace_back(format, way.bottomUp, kPadding).Write(frame);
+    const ConstPicture view = lent.back().View<const std::uint8_t>();
+    const std::int64_t before = AllocationCount();
+    stabilizer.Push(view);
+    EXPECT_EQ(AllocationCount(), before);
     EXPECT_EQ(stabilizer.CanDeliver(), lent.size() > delay);
     if (stabilizer.CanDeliver()) deliver();
   }
+  const std::int64_t before = AllocationCount();
   stabilizer.End();
+  EXPECT_EQ(AllocationCount(), before);
   while (stabilizer.CanDeliver() && run.frames.size() < frames.size()) deliver();
   EXPECT_FALSE(stabilizer.CanDeliver());
   EXPECT_EQ(run.frames.size(), frames.size());
