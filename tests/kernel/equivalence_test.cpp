@@ -5,6 +5,7 @@
 
 #include "kernel/stabilizevideokernel.h"
 #include "referencemodel.h"
+#include "scenes/scene.h"
 #include "support/memoryend.h"
 #include "support/params.h"
 

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "kernel/frame.h"
+#include "scenes/scene.h"
 #include "support/memory.h"
 #include "support/params.h"
 
