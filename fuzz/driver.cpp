@@ -14,11 +14,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
+#ifdef _WIN32
+constexpr int kEnds[] = {SIGABRT, SIGSEGV};
+unsigned alarm(unsigned) { return 0; }  // CTest ends a run that hangs
+#else
+constexpr int kEnds[] = {SIGABRT, SIGALRM};
+#endif
+
 volatile std::sig_atomic_t g_seed = 0;
 
 void TellSeed(int signal) {
   const std::string text = "\nto run it again: -runs=1 -seed=" + std::to_string(g_seed) + '\n';
-  if (write(STDERR_FILENO, text.data(), text.size()) >= 0) std::signal(signal, SIG_DFL);
+  if (write(STDERR_FILENO, text.data(), static_cast<unsigned>(text.size())) >= 0)
+    std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
 
@@ -40,7 +48,7 @@ int main(int count, char** arguments) {
     runs = NumberOf(arguments[i], "-runs=", runs);
     seed = NumberOf(arguments[i], "-seed=", seed);
   }
-  for (const int signal : {SIGABRT, SIGALRM}) std::signal(signal, TellSeed);
+  for (const int signal : kEnds) std::signal(signal, TellSeed);
   for (int run = 0; run < runs; ++run) {
     g_seed = seed + run;
     std::mt19937 random(static_cast<std::uint32_t>(g_seed));

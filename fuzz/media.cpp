@@ -43,8 +43,7 @@ void Live(Choices& choices) {
   std::string clip = folder.clips[choices.Byte() % folder.clips.size()];
   choices.Damage(clip, 20);
   std::ofstream(input, std::ios::binary) << clip;
-  // The library's writer of GIF loses a packet where the work fails.
-  const std::string target = output + choices.OneOf({".mp4", ".mkv", ".avi", ".ts", ".mov"});
+  const std::string target = output + choices.OneOf({".mp4", ".mkv", ".avi", ".ts", ".mov", ".gif"});
   std::string words = input + ' ' + target + " --window 4";
   for (const char* word : {"--keep-partial", "--compare", "--start 0.12", "--end 0.3", "--engine kernel"})
     if (choices.Once(5)) words += std::string(" ") + word;
