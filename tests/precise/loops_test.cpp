@@ -69,6 +69,10 @@ TEST(AverageBlocks, HoldTheLargestSums) {
         std::int16_t mean = 0;
         loops->averageBlocks(white.data(), 128 * (bits / 8), bits, shift, &mean, 1);
         EXPECT_EQ(mean, bits == 8 ? 1020 : 1024) << loops->name << ' ' << bits << ' ' << shift;
+        // A mean of half a step is rounded up.
+        const std::uint8_t halves[] = {32, 0, 32, 0, 32, 0, 32, 0};
+        loops->averageBlocks(halves, 4, 16, 1, &mean, 1);
+        EXPECT_EQ(mean, 1) << loops->name;
       }
 }
 
