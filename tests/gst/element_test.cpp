@@ -12,7 +12,7 @@
 #include "gst/owners.h"
 #include "gst/videoformat.h"
 #include "host/commandrun.h"
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
 
 /// GLib forgets its first table of names on purpose. Its allocations show no caller; what is left of the
 /// library's objects is found by the library itself.

@@ -18,8 +18,8 @@
 #include "host/platform.h"
 #include "host/progress.h"
 #include "kernel/stabilizevideokernel.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

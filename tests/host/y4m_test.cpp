@@ -9,7 +9,7 @@
 
 #include "host/commandrun.h"
 #include "host/settings.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 namespace {
 
