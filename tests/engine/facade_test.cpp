@@ -109,7 +109,7 @@ TEST_F(Facade, AnswersForItsTwoInterfacesOnly) {
 TEST_F(Facade, EachNumberHasItsOwnPropertyItemAndField) {
   m_pFacade->put_ROIRight(200);
   m_pFacade->put_ROIBottom(300);
-  // No range is checked.
+  // Values are not range-checked.
   m_pFacade->put_ROITop(-11);
   m_pFacade->put_ROILeft(12);
   m_pFacade->put_GlobalEstimationCoefficients(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA);
@@ -172,7 +172,7 @@ TEST_F(Facade, StoresColoursTranslatedAndRefusesOthers) {
   EXPECT_EQ(m_pFacade->put_BkFillColor(0x05123456), E_INVALIDARG);
   EXPECT_EQ(Item(VKVSTAB_ATTR_BK_FILL_COLOR), 0x00112233U);
 
-  // A colour that got into the store another way is black, and the frame is processed all the same.
+  // An invalid colour, stored as an attribute, counts as black. Frames are still processed.
   m_pFacade->Attributes()->SetUINT32(VKVSTAB_ATTR_BK_FILL_COLOR, 0x05123456);
   EXPECT_EQ(Feed(), 0);
   EXPECT_EQ(m_assertions, std::vector<std::string>{"vkvstabilizeimpl: SUCCEEDED ( hr )"});
@@ -190,7 +190,7 @@ TEST_F(Facade, MissingItemsReadTrueForTwoFlagsAndNothingElse) {
   EXPECT_EQ(taken.PathSmoothingLevel, 0);
   EXPECT_EQ(taken.ROI.bottom, 0);
 
-  // What counts as there already is not stored.
+  // A missing item stands for a value. Putting that value stores nothing.
   m_pFacade->put_Enabled(VARIANT_TRUE);
   m_pFacade->put_AutoReconnect(VARIANT_TRUE);
   m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);
@@ -352,7 +352,7 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
 }
 
 TEST_F(Facade, ReadsNoEngineThatIsHalfLoaded) {
-  m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);  // and there is none
+  m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);  // which this machine does not have
   EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
   ScriptedAttributes::writesLeft = 99;
   m_pFacade = MakeFacade(nullptr, &ScriptedAttributes::Create);

@@ -25,7 +25,7 @@ class Persistence : public FacadeTest {
     return data.value_or(Bytes());
   }
 
-  /// Saves while a function of the system fails.
+  /// Saves while one system function fails.
   template <auto& slot>
   HRESULT SaveWithout(auto failure) {
     const Replaced<slot> failing([=](auto...) { return failure; });
