@@ -1,8 +1,6 @@
 // Video files with damaged bytes through `stabilize`.
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "fuzz/target.h"
 #include "host/commandrun.h"
@@ -16,23 +14,21 @@ namespace fs = std::filesystem;
 struct Folder {
   Folder() {
     Require(mkdtemp(path.data()) != nullptr, "a temporary folder can be made");
-    for (const char* const name : {"1.mp4", "2.mkv", "3.avi", "4.ts", "5.mov", "6.gif", "7.mpg", "8.flv"}) {
-      const std::string
-          file = path + "/clip",
-          command =
-              "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x48:rate=25 -f lavfi -i sine "
-              "-t 0.4 -ar 44100 -metadata title=a " +
-              path + '/' + name;
+    for (const std::string kind : {"mp4", "mkv", "avi", "ts", "mov", "gif", "mpg", "flv"}) {
+      const std::string clip = path + "/clip." + kind;
+      const std::string command =
+          "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x48:rate=25 -f lavfi -i sine "
+          "-t 0.4 -ar 44100 -metadata title=a " +
+          clip;
       Require(std::system(command.c_str()) == 0, "ffmpeg makes clips");
-      std::ifstream stream(path + '/' + name, std::ios::binary);
-      clips.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-      fs::remove(path + '/' + name);
+      clips.push_back(ReadAll(File(std::fopen(clip.c_str(), "rb")).get()));
+      fs::remove(clip);
     }
   }
   ~Folder() { fs::remove_all(path); }
 
   std::string path = "/tmp/fuzz-XXXXXX";
-  std::vector<std::string> clips;
+  std::vector<Bytes> clips;
 };
 
 }  // namespace
@@ -40,10 +36,10 @@ struct Folder {
 void Live(Choices& choices) {
   static const Folder folder;
   const std::string input = folder.path + "/in", output = folder.path + "/out";
-  std::string clip = folder.clips[choices.Byte() % folder.clips.size()];
+  Bytes clip = folder.clips[choices.Byte() % folder.clips.size()];
   choices.Damage(clip, 20);
-  std::ofstream(input, std::ios::binary) << clip;
-  // The library's writer of GIF loses a packet where the work fails.
+  std::fwrite(clip.data(), 1, clip.size(), File(std::fopen(input.c_str(), "wb")).get());
+  // GIF is no target: the library's writer leaks a packet when the work fails.
   const std::string target = output + choices.OneOf({".mp4", ".mkv", ".avi", ".ts", ".mov"});
   std::string words = input + ' ' + target + " --window 4";
   for (const char* word : {"--keep-partial", "--compare", "--start 0.12", "--end 0.3", "--engine kernel"})

@@ -4,6 +4,7 @@
 
 #include "fuzz/limitedmemory.h"
 #include "fuzz/target.h"
+#include "fuzz/texts.h"
 #include "host/command.h"
 #include "host/commandrun.h"
 
@@ -11,32 +12,12 @@ namespace {
 
 constexpr std::int64_t kMostMemory = 1 << 28;
 
-constexpr const char* kWords[] = {"--window 12",
-                                  "--window 256",
-                                  "--crop 0",
-                                  "--crop 3,2",
-                                  "--crop 10%",
-                                  "--clip crop",
-                                  "--clip outline",
-                                  "--interpolation nearest",
-                                  "--interpolation bilinear",
-                                  "--background keep",
-                                  "--background ff8000",
-                                  "--roi 0,0,20,15",
-                                  "--roi 20,14,99,99",
-                                  "--simd scalar",
-                                  "--size 21x15",
-                                  "--size 16384x16384",
-                                  "--engine kernel",
-                                  "--engine transform",
-                                  "--quality 4",
-                                  "--frames 3",
-                                  "--rotation",
-                                  "--no-rotation",
-                                  "--tripod",
-                                  "--no-cuts",
-                                  "--output-size",
-                                  "--quiet"};
+constexpr char kWords[] =
+    "--window 12|--window 256|--crop 0|--crop 3,2|--crop 10%|--clip crop|--clip outline|--interpolation "
+    "nearest|"
+    "--interpolation bilinear|--background keep|--background ff8000|--roi 0,0,20,15|--roi 20,14,99,99|"
+    "--simd scalar|--size 21x15|--size 16384x16384|--engine kernel|--engine transform|--quality 4|--frames 3|"
+    "--rotation|--no-rotation|--tripod|--no-cuts|--output-size|--quiet";
 
 struct Sampling {
   const char* tag;
@@ -48,7 +29,7 @@ constexpr Sampling kSamplings[] = {{"420", 491}, {"444alpha", 1260}, {"mono", 31
 std::string ChooseWords(Choices& choices) {
   std::string words = "--window 4";
   for (std::int32_t i = choices.Number(0, 4); i > 0; --i) {
-    std::string word = kWords[choices.Byte() % std::size(kWords)];
+    std::string word = TextOf(choices, kWords);
     const std::size_t name = word.find(' ');
     if (name != std::string::npos && choices.Once(4)) {
       std::string value = word.substr(name + 1);

@@ -1,22 +1,18 @@
-#include "host/command.h"
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
+#include <tuple>
 #include <vector>
 
 #ifdef __linux__
-#include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #endif
 
 #include "host/commandrun.h"
 #include "host/platform.h"
-#include "host/progress.h"
+#include "host/settings.h"
 #include "kernel/stabilizevideokernel.h"
 #include "support/params.h"
 #include "support/scene.h"
@@ -26,9 +22,7 @@ namespace {
 constexpr std::int32_t kWidth = 101, kHeight = 90;
 constexpr int kFrames = 11;
 
-Bytes ShotClip(int frames = kFrames) { return ShakyClip(kWidth, kHeight, frames); }
-
-/// The same clip through the kernel alone.
+/// Frames of a moving camera through the kernel alone.
 Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int32_t outputHeight,
                  std::ptrdiff_t pitch) {
   const Scene scene({kWidth, kHeight}, 24);
@@ -47,7 +41,7 @@ Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int3
 }
 
 TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
-  const Bytes input = ShotClip();
+  const Bytes input = ShakyClip(kWidth, kHeight, kFrames);
   KernelParams params = DefaultParams(kWidth, kHeight);
   params.windowLength = 8;
   EXPECT_EQ(RunWords("--size 101x90 --window 8 --engine kernel --simd scalar --quiet", input).output,
@@ -162,117 +156,185 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
   }
 }
 
-#ifdef __linux__
-TEST(Command, WritesTheWholeFramesOfAnInputThatCannotBeRead) {
-  struct Source {
-    Bytes clip = ShotClip(7);
-    std::size_t position = 0;
-  } source;
-  const auto read = [](void* cookie, char* buffer, std::size_t size) -> ssize_t {
-    auto& from = *static_cast<Source*>(cookie);
-    const std::size_t count = std::min(size, from.clip.size() - from.position);
-    if (count == 0) return errno = EIO, -1;
-    std::copy_n(from.clip.begin() + static_cast<std::ptrdiff_t>(from.position), count, buffer);
-    from.position += count;
-    return static_cast<ssize_t>(count);
-  };
-  const File input(
-      fopencookie(&source, "rb", {.read = read, .write = nullptr, .seek = nullptr, .close = nullptr}));
-  const File output = TemporaryFile(), messages = TemporaryFile();
-  const Arguments arguments("--size 101x90 --window 8");
-  EXPECT_EQ(RunCommand(arguments.Pointers(), input.get(), output.get(), messages.get()), 1);
-  EXPECT_EQ(ReadAll(output.get()).size(), source.clip.size());
-  const Bytes text = ReadAll(messages.get());
-  EXPECT_NE(std::string(text.begin(), text.end()).find("cannot read frame 8"), std::string::npos);
-}
-
-TEST(Command, WaitsForPipesThatDoNotBlock) {
-  const Bytes clip = ShotClip();
-  int in[2], out[2];
-  ASSERT_EQ(pipe2(in, O_NONBLOCK) | pipe2(out, O_NONBLOCK), 0);
-  const File messages = TemporaryFile();
-  File input(fdopen(in[0], "rb")), output(fdopen(out[1], "wb"));
-  fcntl(in[1], F_SETFL, 0);
-  fcntl(out[0], F_SETFL, 0);
-  // Both pipes hold less than a frame, so that the command runs dry and runs full.
-  fcntl(in[1], F_SETPIPE_SZ, 4096);
-  fcntl(out[0], F_SETPIPE_SZ, 4096);
-  std::thread feeder([&] {
-    const File feed(fdopen(in[1], "wb"));
-    std::fwrite(clip.data(), 1, clip.size(), feed.get());
-  });
-  Bytes steady(clip.size());
-  std::thread drain([&] {
-    const File from(fdopen(out[0], "rb"));
-    steady.resize(std::fread(steady.data(), 1, steady.size(), from.get()));
-  });
-  const Arguments arguments("--size 101x90 --window 8");
-  EXPECT_EQ(RunCommand(arguments.Pointers(), input.get(), output.get(), messages.get()), 0);
-  input.reset();
-  output.reset();
-  feeder.join();
-  drain.join();
-  EXPECT_EQ(steady, RunWords("--size 101x90 --window 8", clip).output);
-}
-#endif
-
 TEST(Command, OverwritesAMotionFileOnlyWhenToldAndNeverItsOwnStreams) {
   const std::string name = ::testing::TempDir() + "kept.csv", spelt = ::testing::TempDir() + "./kept.csv";
-  const Bytes clip = ShotClip(1);
-  const auto make = [&](const Bytes& content) {
-    const File file(std::fopen(name.c_str(), "wb"));
-    std::fwrite(content.data(), 1, content.size(), file.get());
-  };
-  const auto run = [&](const std::string& words, std::FILE* input, std::FILE* output) {
-    const Arguments arguments("--size 101x90 --window 4 --engine kernel --motion " + spelt + words);
-    const File messages = TemporaryFile();
-    return RunCommand(arguments.Pointers(), input, output, messages.get());
-  };
-  const auto size = [&] { return std::filesystem::file_size(name); };
+  const auto open = [&](const char* mode) { return File(std::fopen(name.c_str(), mode)); };
   const File nothing = TemporaryFile(), sink = TemporaryFile();
-  make(clip);
+  const auto run = [&](const std::string& words, std::FILE* input, std::FILE* output) {
+    return RunWords("--size 101x90 --window 4 --engine kernel --motion " + spelt + words, input, output).code;
+  };
+  const Bytes clip = ShakyClip(kWidth, kHeight, 1);
+  std::fwrite(clip.data(), 1, clip.size(), open("wb").get());
   EXPECT_EQ(run("", nothing.get(), sink.get()), 1);
-  EXPECT_EQ(run(" --force", File(std::fopen(name.c_str(), "rb")).get(), sink.get()), 1) << "the input";
-  EXPECT_EQ(run(" --force", nothing.get(), File(std::fopen(name.c_str(), "ab")).get()), 1) << "the output";
-  EXPECT_EQ(size(), clip.size());
+  EXPECT_EQ(run(" --force", open("rb").get(), sink.get()), 1) << "the input";
+  EXPECT_EQ(run(" --force", nothing.get(), open("ab").get()), 1) << "the output";
+  EXPECT_EQ(std::filesystem::file_size(name), clip.size());
   EXPECT_EQ(run(" --force", nothing.get(), sink.get()), 0);
-  EXPECT_LT(size(), 100U) << "the head line alone";
+  EXPECT_LT(std::filesystem::file_size(name), 100U) << "the head line alone";
   std::remove(name.c_str());
 }
 
-TEST(Command, ReportsEveryPlaceThatTakesNoMore) {
-  const File full(std::fopen("/dev/full", "wb"));
-  if (!full) GTEST_SKIP() << "this system has no /dev/full";
-  const Outcome frames = RunWords("--size 101x90 --window 4", ShotClip(), full.get());
-  EXPECT_EQ(frames.code, 1);
-  EXPECT_NE(frames.messages.find("cannot write frame 1 of the output"), std::string::npos) << frames.messages;
-  EXPECT_EQ(RunWords("--help", {}, full.get()).code, 1);
-  EXPECT_EQ(RunWords("--size 64x48 --output-size", {}, full.get()).code, 1);
-  const Outcome outcome = RunWords("--size 101x90 --window 4 --motion /dev/full", ShotClip());
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_NE(outcome.messages.find("cannot write the motion file /dev/full"), std::string::npos)
-      << outcome.messages;
-  EXPECT_EQ(outcome.output.size(), ShotClip().size()) << "the frames are not lost for it";
+void Append(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
+
+/// The first line, without its end.
+std::string Head(const Bytes& stream) {
+  return {stream.begin(), std::ranges::find(stream, static_cast<std::uint8_t>('\n'))};
 }
 
-TEST(Progress, TellsFramesSpeedAndTimeLeft) {
-  const auto drawn = [](std::int64_t total, bool enabled) {
-    const File terminal = TemporaryFile();
-    {
-      Progress progress(terminal.get(), total, enabled);
-      progress.Update(5);
-    }
-    const Bytes text = ReadAll(terminal.get());
-    return std::string(text.begin(), text.end());
+/// A stream of one picture again and again, with parameters at its second frame. Of words each second byte
+/// keeps the bits of `highByte`.
+Bytes StillStream(const std::string& head, std::size_t frameBytes, int frames, int highByte = 255) {
+  Bytes picture = RandomBytes(frameBytes, 1);
+  for (std::size_t i = 1; i < picture.size(); i += 2)
+    picture[i] = static_cast<std::uint8_t>(picture[i] & highByte);
+  Bytes stream;
+  Append(stream, head + '\n');
+  for (int i = 0; i < frames; ++i) {
+    Append(stream, i == 1 ? "FRAME Ip Xnote=a\n" : "FRAME\n");
+    stream.insert(stream.end(), picture.begin(), picture.end());
+  }
+  return stream;
+}
+
+TEST(Y4m, KeepsHeadFramesAndParametersOfEverySampling) {
+  // 21x15 luma samples, 11 or 21 columns and 8 or 15 rows of each chroma plane.
+  constexpr std::size_t kLuma = 21 * 15, k420 = kLuma + 2 * 11 * 8, k422 = kLuma + 2 * 11 * 15;
+  struct Case {
+    std::string tags;
+    std::size_t frameBytes;
+    int highByte = 255;
   };
-  const std::string known = drawn(10, true);
-  EXPECT_NE(known.find("[###############...............] 5/10 frames"), std::string::npos) << known;
-  EXPECT_NE(known.find(" a second, 0:00 left"), std::string::npos) << known;
-  EXPECT_EQ(known.back(), '\n');
-  EXPECT_EQ(known.find('\x1b'), std::string::npos) << "a console may show control sequences as they are";
-  EXPECT_EQ(drawn(0, true).find("left"), std::string::npos);
-  EXPECT_NE(drawn(3, true).find("5/5"), std::string::npos) << "more than announced";
-  EXPECT_EQ(drawn(10, false), "");
+  for (const auto& [tags, frameBytes, highByte] :
+       std::vector<Case>{{"", k420},
+                         {" Ip A0:0 C420", k420},
+                         {" C420jpeg XYSCSS=420JPEG XCOLORRANGE=FULL", k420},
+                         {" I? C420mpeg2 A4:3", k420},
+                         {" Qx C420paldv", k420},
+                         {" C422", k422},
+                         {" C444", 3 * kLuma},
+                         {" C444alpha", 4 * kLuma},
+                         {" Cmono", kLuma},
+                         {" C420p9", 2 * k420, 1},
+                         {" C422p10 XYSCSS=422P10", 2 * k422, 3},
+                         {" C444p14", 6 * kLuma, 63},
+                         {" C420p16", 2 * k420},
+                         {" Cmono12", 2 * kLuma, 15}}) {
+    for (const int frames : {0, 1, 9}) {
+      const Bytes input = StillStream("YUV4MPEG2 H15 W21 F0:0" + tags, frameBytes, frames, highByte);
+      const Outcome outcome = RunWords("--crop 0 --window 4", input);
+      EXPECT_EQ(outcome.code, 0) << tags << ": " << outcome.messages;
+      EXPECT_EQ(outcome.messages, "");
+      EXPECT_TRUE(outcome.output == input) << tags << ", " << frames << " frames";
+    }
+  }
+}
+
+TEST(Y4m, ChangesTheHeadsSizeWhereItCrops) {
+  struct Case {
+    std::string tag, margins, size;
+    std::size_t frameBytes, croppedBytes;
+  };
+  for (const auto& [tag, margins, size, frameBytes, croppedBytes] :
+       std::vector<Case>{{"444", "3,2", "19x11", 3 * 25 * 15, 3 * 19 * 11},
+                         {"444", "0", "25x15", 3 * 25 * 15, 3 * 25 * 15},
+                         {"mono", "20%", "15x9", 25 * 15, 15 * 9},
+                         {"420", "4,2", "17x11", 25 * 15 + 2 * 13 * 8, 17 * 11 + 2 * 9 * 6}}) {
+    const Bytes input = StillStream("YUV4MPEG2 W25 H15 Xa F25:1 C" + tag, frameBytes, 3);
+    const Outcome cropped = RunWords("--clip crop --crop " + margins, input);
+    const std::size_t x = size.find('x');
+    EXPECT_EQ(Head(cropped.output),
+              "YUV4MPEG2 W" + size.substr(0, x) + " H" + size.substr(x + 1) + " Xa F25:1 C" + tag);
+    EXPECT_EQ(cropped.output.size() + Head(input).size() - Head(cropped.output).size(),
+              input.size() - 3 * (frameBytes - croppedBytes));
+    const Outcome told = RunWords("--output-size --clip crop --crop " + margins, input);
+    EXPECT_TRUE(std::ranges::equal(told.output, size + '\n')) << size;
+  }
+}
+
+TEST(Y4m, WritesTheWholeFramesOfAnInputCutShortAsTheRawStreamDoes) {
+  const Bytes whole = StillStream("YUV4MPEG2 W21 H15 Cmono", 21 * 15, 5),
+              raw(std::size_t{5} * 21 * 15 * 3, 99);
+  const auto expectWhole = [&](const Outcome& outcome, const Bytes& frames, const char* problem) {
+    EXPECT_EQ(outcome.code, 1);
+    for (const char* const named : {problem, "; the 5 whole"})
+      EXPECT_NE(outcome.messages.find(named), std::string::npos) << outcome.messages;
+    EXPECT_EQ(std::ranges::count(outcome.messages, '\n'), 1);
+    EXPECT_EQ(outcome.output.size(), frames.size()) << problem;
+    EXPECT_TRUE(&frames == &raw || outcome.output == whole);
+  };
+  for (const auto& [words, frames, rest] : {std::tuple("--crop 0", &whole, std::string("FRA")),
+                                            {"--crop 0", &whole, "FRAME\n" + std::string(200, 'x')},
+                                            {"--size 21x15 --clip crop", &raw, std::string(200, 'x')}}) {
+    Bytes cut = *frames;
+    Append(cut, rest);
+    expectWhole(RunWords(std::string("--window 8 ") + words, cut), *frames, "ends inside frame 6");
+  }
+#ifdef __linux__
+  // Who leaves with bytes unread breaks the connection.
+  int ends[2] = {};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  ASSERT_EQ(write(ends[1], whole.data(), whole.size()) + write(ends[0], "x", 1) + close(ends[1]),
+            static_cast<ssize_t>(whole.size()) + 1);
+  const File broken(fdopen(ends[0], "rb")), output = TemporaryFile();
+  expectWhole(RunWords("--window 8 --crop 0", broken.get(), output.get()), whole, "cannot read frame 6");
+#endif
+}
+
+TEST(Y4m, MovesAlphaAlongAndLeavesUncoveredPixelsTransparent) {
+  // All planes show the green of a scene, which is never 0: so luma comes out as alpha or, where alpha is 0,
+  // as the background.
+  constexpr std::size_t kPlane = std::size_t{kWidth} * kHeight, kJolt = 6;
+  const Scene scene({kWidth, kHeight}, 24);
+  Bytes input;
+  Append(input, "YUV4MPEG2 W101 H90 F25:1 C444alpha\n");
+  for (std::size_t frame = 0; frame < 12; ++frame) {
+    const CameraPose pose = frame == kJolt ? CameraPose{6, 4, 0} : CameraPose{};
+    const Bytes packed = Packed(scene.Shoot(pose).data(), kWidth, kHeight, scene.Frame().strideBytes);
+    Append(input, "FRAME\n");
+    for (std::size_t i = 0; i < 4 * kPlane; ++i)
+      input.push_back(std::max<std::uint8_t>(packed[i % kPlane * 3 + 1], 1));
+  }
+  const Outcome outcome = RunWords("--crop 0 --window 8 --interpolation nearest --background ffffff", input);
+  ASSERT_EQ(outcome.output.size(), input.size()) << outcome.messages;
+  const auto* const luma = outcome.output.data() + Head(input).size() + 1 + kJolt * (6 + 4 * kPlane) + 6;
+  std::size_t uncovered = 0;
+  for (std::size_t i = 0; i < kPlane; ++i) {
+    const std::uint8_t alpha = luma[3 * kPlane + i];
+    uncovered += alpha == 0;
+    ASSERT_EQ(luma[i], alpha == 0 ? 235 : alpha) << "pixel " << i;
+  }
+  EXPECT_GT(uncovered, std::size_t{kWidth});
+  EXPECT_LT(uncovered, kPlane / 4);
+}
+
+TEST(Y4m, TakesOneSecondAsWindowAndTheColoursOfTheClip) {
+  StreamFacts stream;
+  stream.format = {.width = 320, .height = 240, .planes = 4};
+  using Window = std::array<std::int64_t, 3>;
+  for (const auto& [frames, seconds, window] : {Window{0, 0, 32},
+                                                {10, 1, 16},
+                                                {24, 1, 24},
+                                                {25, 1, 26},
+                                                {30000, 1001, 30},
+                                                {50, 1, 50},
+                                                {240, 1, 64},
+                                                {1000000000, 1, 64}}) {
+    stream.rateNumerator = frames;
+    stream.rateDenominator = seconds;
+    EXPECT_EQ(MakePreciseSettings({}, stream).window, window) << frames << ':' << seconds;
+  }
+
+  Options orange;
+  orange.background = {0x20, 0x80, 0xff};
+  // As ffmpeg's scaler makes them of the same colour.
+  using Samples = std::array<std::uint16_t, precise::kMaxPlanes>;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{149, 67, 191, 0}));
+  stream.isFullRange = true;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{155, 59, 199, 0}));
+  stream.matrix = ColourMatrix::Bt709;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{148, 65, 196, 0}));
+  stream.format.planes = 2;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{148, 0, 0, 0}));
 }
 
 }  // namespace

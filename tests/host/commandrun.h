@@ -35,8 +35,9 @@ class Arguments {
   std::vector<const char*> m_pointers;
 };
 
-/// Runs the command with these words. `output` stands in for a stream that fails.
-Outcome RunWords(const std::string& words, const Bytes& input = {}, std::FILE* output = nullptr);
+/// Runs the command with these words.
+Outcome RunWords(const std::string& words, const Bytes& input = {});
+Outcome RunWords(const std::string& words, std::FILE* input, std::FILE* output);
 
 /// Rows without padding, top row first, of a padded bottom-up frame.
 Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch);
