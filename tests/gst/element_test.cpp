@@ -465,7 +465,7 @@ TEST(Pipeline, PassesAsManyFramesAsComeAndSurvivesSeeks) {
   Pipeline pipeline(file + " ! vstabilize window=16 ! queue");
   gst_element_set_state(pipeline.Get(), GST_STATE_PAUSED);
   pipeline.Settle();
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < 40; ++i) {
     const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | (i % 2 * GST_SEEK_FLAG_ACCURATE));
     EXPECT_TRUE(
         gst_element_seek_simple(pipeline.Get(), GST_FORMAT_TIME, flags, i * 37 % 50 * 40 * GST_MSECOND));
@@ -481,7 +481,7 @@ TEST(Pipeline, SurvivesChangesOfStateAndOfProperties) {
       "videotestsrc num-buffers=200 ! video/x-raw,width=96,height=64 ! vstabilize name=it ! queue");
   GstElement* const element = gst_bin_get_by_name(GST_BIN(pipeline.Get()), "it");
   std::mt19937 random(1);
-  for (int i = 0; i < 500; ++i) {
+  for (int i = 0; i < 300; ++i) {
     gst_element_set_state(pipeline.Get(), static_cast<GstState>(GST_STATE_NULL + random() % 4));
     if (random() % 4 == 0) pipeline.Settle();
     g_object_set(element, "window", static_cast<guint>(random() % 40), "crop", i % 2 * 5.0, nullptr);
