@@ -1,5 +1,5 @@
-// Stands in for libFuzzer where the compiler has none, with two of its options: -runs=N and -seed=N. The last
-// number that it prints is the seed of the bytes that fail.
+// Takes the place of libFuzzer where the compiler has none, with two of its options: -runs=N and -seed=N. The
+// last number that is printed is the seed of the run that failed.
 
 #include <cstdint>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Video files with damaged bytes through `stabilize`.
+// The program `stabilize` on video files with flipped bits, other bytes and missing ends.
 
 #include <filesystem>
 
@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A folder with a short clip of each kind, while the program runs.
+/// Short clips of each container, and a folder that is removed at the program's end.
 struct Folder {
   Folder() {
     Require(mkdtemp(path.data()) != nullptr, "a temporary folder can be made");

@@ -1,4 +1,4 @@
-// The command `vstabilize`: its words, and streams whose heads, frames and ends are damaged.
+// The command `vstabilize` with random options, and streams with damaged heads, frames and ends.
 
 #include <string>
 
@@ -21,7 +21,7 @@ constexpr char kWords[] =
 
 struct Sampling {
   const char* tag;
-  std::size_t bytes;  ///< of a frame of 21x15
+  std::size_t bytes;  ///< that a frame of 21x15 has
 };
 constexpr Sampling kSamplings[] = {{"420", 491}, {"444alpha", 1260}, {"mono", 315},    {"420p10", 982},
                                    {"422", 645}, {"mono16", 630},    {"444p12", 1890}, {"411", 500}};

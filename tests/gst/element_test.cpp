@@ -16,16 +16,15 @@
 #include "host/commandrun.h"
 #include "support/planarscene.h"
 
-/// GLib forgets its first table of names on purpose. Its allocations show no caller; what is left of the
-/// library's objects is found by the library itself.
+/// GLib never frees its first table of names, and the stacks of its allocations show no caller to name here.
+/// Leaked objects are found by GStreamer's own tracer.
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
   return "leak:g_malloc";
 }
 
 namespace {
 
-/// Ends the program where it uses the library wrongly, and expects that nothing of the library's is left
-/// then.
+/// Makes each wrong use of the library end the program, and expects that no object of the library is leaked.
 class Library : public testing::Environment {
  public:
   void SetUp() override {
@@ -58,7 +57,7 @@ const std::string kI420 = CapsText("I420");
 
 CapsPtr CapsOf(const std::string& text) { return CapsPtr(gst_caps_from_string(text.c_str())); }
 
-/// The samples of a frame in the engine's order, plane by plane: `visit(sample, plane, index)`.
+/// Calls `visit(sample, plane, index)` for each sample of a frame, planes in the engine's order.
 template <class Visit>
 void ForEachSample(const GstVideoFrame& frame, const Visit& visit) {
   const precise::PictureFormat format = FactsOf(frame.info).format;
@@ -80,7 +79,7 @@ void Stamp(GstBuffer* frame, int number) {
   GST_BUFFER_OFFSET(frame) = static_cast<guint64>(number);
 }
 
-/// A shaken frame. With `strayed`, rows have padding, and planes stand apart and later in the memory.
+/// A frame of a shaky camera. With `strayed`, rows have padding, and planes have gaps before them.
 BufferPtr MakeFrame(const std::string& caps, int number, bool strayed = false) {
   const GstVideoInfo info = InfoOf(*CapsOf(caps));
   BufferPtr frame(gst_buffer_new_allocate(nullptr, 3 * info.size + 200, nullptr));
@@ -106,7 +105,7 @@ BufferPtr MakeFrame(const std::string& caps, int number, bool strayed = false) {
   return frame;
 }
 
-/// The frame as a stream for the command has it.
+/// The frame as it stands in a YUV4MPEG2 stream.
 std::string Streamed(const GstCaps& caps, GstBuffer* frame) {
   const GstVideoInfo info = InfoOf(caps);
   const CMappedFrame mapped(info, frame, GST_MAP_READ);
@@ -121,7 +120,7 @@ std::string TemporaryName(const std::string& extension) {
   return testing::TempDir() + "gst_tests_" + std::to_string(getpid()) + extension;
 }
 
-/// The words, with 2-4 written out as 2 3 4.
+/// Writes 2-4 out as 2 3 4, and keeps all other words.
 std::string WrittenOut(const std::string& words) {
   std::string text;
   std::istringstream stream(words);
@@ -135,7 +134,7 @@ std::string WrittenOut(const std::string& words) {
   return text;
 }
 
-/// The element alone, between pads.
+/// The element between two pads, without a pipeline.
 class Harness {
  public:
   explicit Harness(const std::string& properties, std::string caps = kI420)
@@ -155,8 +154,8 @@ class Harness {
   void Push(BufferPtr frame) { EXPECT_EQ(gst_harness_push(&pads, frame.release()), GST_FLOW_OK); }
 
   /// Does what the words say: a number pushes that frame (!5: discontinuous, 5+: with a region of interest),
-  /// a name sends that event, a=b sets a property, format=NV12 is the format of all that follows. A bar is
-  /// noted, to tell what has left by then.
+  /// a name sends that event, a=b sets a property, format=NV12 is the format of all that follows. A bar
+  /// goes into `seen`, to tell what has left by then.
   void Play(const std::string& words) {
     std::istringstream stream(WrittenOut(words));
     for (std::string word; stream >> word;) {
@@ -174,7 +173,7 @@ class Harness {
     }
   }
 
-  /// What came out since the last call, by its number.
+  /// The frames that came out since the last call, by their numbers.
   std::map<guint64, std::string> Pictures() {
     std::map<guint64, std::string> pictures;
     const CapsPtr caps(gst_pad_get_current_caps(pads.sinkpad));
@@ -184,7 +183,7 @@ class Harness {
   }
 
   GstHarness& pads;
-  std::string seen;  ///< what has left, in the words of Play
+  std::string seen;  ///< frames and events that have left, in the words of Play
 
  private:
   void Set(const std::string& name, const std::string& value) {
@@ -286,7 +285,7 @@ TEST(Element, GivesTheBytesOfTheCommand) {
 TEST(Element, DrainsHoldsOrDropsAsTheRulesSay) {
   struct Case {
     const char *words, *seen;
-    int delay = 4;  ///< of frames at the end
+    int delay = 4;  ///< in frames, after the last word
   };
   for (const auto& [words, seen, delay] : std::vector<Case>{
            {"0-7 drain | 8-19 | eos", "0-7 | 8-15 | 16-19 eos"},
@@ -403,7 +402,7 @@ TEST(Element, PostsWhatTheCommandLogs) {
   std::filesystem::remove(log);
 }
 
-/// A pipeline that ends in a sink.
+/// A pipeline that ends in a sink, which counts the frames.
 class Pipeline {
  public:
   explicit Pipeline(const std::string& text)
@@ -420,12 +419,12 @@ class Pipeline {
 
   GstElement* Get() const { return m_pipeline; }
 
-  /// Waits until a change of state, or a seek, is done.
+  /// Waits until the last change of state, or seek, is done.
   void Settle() {
     EXPECT_NE(gst_element_get_state(m_pipeline, nullptr, nullptr, kPatience), GST_STATE_CHANGE_FAILURE);
   }
 
-  /// Plays to the end; the number of frames that the sink has got.
+  /// Plays to the end. Returns the number of frames that the sink has got so far.
   int Play() {
     gst_element_set_state(m_pipeline, GST_STATE_PLAYING);
     GstMessage* const end =

@@ -1,5 +1,5 @@
-// GLib's locks are futexes of its own, in code without instrumentation: here the thread sanitizer is told of
-// them.
+// GLib makes its locks of futexes, which the thread sanitizer does not see. These functions stand in front of
+// GLib's and tell the sanitizer.
 
 #include <dlfcn.h>
 #include <glib.h>

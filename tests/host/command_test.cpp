@@ -22,7 +22,7 @@ namespace {
 constexpr std::int32_t kWidth = 101, kHeight = 90;
 constexpr int kFrames = 11;
 
-/// Frames of a moving camera through the kernel alone.
+/// The frames of ShakyClip as the kernel gives them, without the command.
 Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int32_t outputHeight,
                  std::ptrdiff_t pitch) {
   const Scene scene({kWidth, kHeight}, 24);
@@ -67,8 +67,8 @@ TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
 }
 
 TEST(Command, FillsWhatTheCroppedFrameLacksWithBackground) {
-  // Without margins the packed rows of 5 pixels need 2 bytes a row more than the frame has: 10 rows find no
-  // room.
+  // A cropped row of 5 pixels takes 18 bytes, a row of the frame 16: so 10 of 90 rows lie behind the frame's
+  // end.
   constexpr std::size_t kRowBytes = 5 * 3, kRows = 90, kRowsWithoutRoom = 10;
   const Outcome outcome =
       RunWords("--size 5x90 --clip crop --window 4 --background 102030", RandomBytes(kRowBytes * kRows, 1));
@@ -100,7 +100,7 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
     int code = 2;
   };
   for (const auto& [words, named, head, code] : std::vector<Refusal>{
-           // The words alone
+           // Refused before any input is read
            {"--engine kernel", "--size"},
            {"--size 64x", "64x"},
            {"--size 1x100", "at least 2"},
@@ -119,7 +119,7 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
            {"--size 64x48 --rotation=yes", "--rotation"},
            {"--size 64x48 --motion", "--motion"},
            {"--size 64x48 \x1b[2J\x7f\u009b\x9b\u00db", "unknown option ?[2J???\u00db;"},
-           // The words for these frames
+           // Refused for frames of this size
            {"--size 64x48 --window 33", "33"},
            {"--size 64x48 --roi 64,0,80,48", "outside the 64x48"},
            {"--size 64x48 --interpolation bicubic", "nearest and bilinear"},
@@ -128,7 +128,7 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
            {"--crop 11,2", "--crop 11,2", good},
            {"--crop 2,8 --output-size", "--crop 2,8", good},
            {"--roi 21,0,30,9", "outside the 21x15", good},
-           // The stream
+           // Refused because of the stream
            {"", "input is empty; YUV4MPEG2", "", 1},
            {"", "--size", "RIFF", 1},
            {"", "--size", "YUV4MPEG", 1},
@@ -178,13 +178,13 @@ TEST(Command, OverwritesAMotionFileOnlyWhenToldAndNeverItsOwnStreams) {
 
 void Append(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
 
-/// The first line, without its end.
+/// The stream's first line, without the line break.
 std::string Head(const Bytes& stream) {
   return {stream.begin(), std::ranges::find(stream, static_cast<std::uint8_t>('\n'))};
 }
 
-/// A stream of one picture again and again, with parameters at its second frame. Of words each second byte
-/// keeps the bits of `highByte`.
+/// A stream that repeats one picture of noise; the second frame has parameters. `highByte` masks each second
+/// byte, to keep words of 9 to 16 bits in range.
 Bytes StillStream(const std::string& head, std::size_t frameBytes, int frames, int highByte = 255) {
   Bytes picture = RandomBytes(frameBytes, 1);
   for (std::size_t i = 1; i < picture.size(); i += 2)
@@ -270,7 +270,7 @@ TEST(Y4m, WritesTheWholeFramesOfAnInputCutShortAsTheRawStreamDoes) {
     expectWhole(RunWords(std::string("--window 8 ") + words, cut), *frames, "ends inside frame 6");
   }
 #ifdef __linux__
-  // Who leaves with bytes unread breaks the connection.
+  // A peer that closes with bytes unread makes the next read fail.
   int ends[2] = {};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
   ASSERT_EQ(write(ends[1], whole.data(), whole.size()) + write(ends[0], "x", 1) + close(ends[1]),
@@ -293,7 +293,7 @@ TEST(Y4m, TakesOneSecondAsWindowAndTheColoursOfTheClip) {
 
   Options orange;
   orange.background = {0x20, 0x80, 0xff};
-  // As ffmpeg's scaler makes them of the same colour.
+  // ffmpeg's scaler makes the same samples of this colour.
   using Samples = std::array<std::uint16_t, precise::kMaxPlanes>;
   EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{149, 67, 191, 0}));
   stream.isFullRange = true;

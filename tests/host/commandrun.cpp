@@ -14,8 +14,7 @@
 namespace {
 
 #ifdef _WIN32
-// The library's own function lets go of a name before it opens the file: programs that run at the same time
-// may then share one.
+// The library's std::tmpfile frees its name before it opens the file, so two programs may get the same file.
 std::FILE* OpenTemporary() {
   wchar_t folder[MAX_PATH + 1], path[MAX_PATH];
   GetTempPathW(MAX_PATH + 1, folder);

@@ -1,12 +1,12 @@
 # shellcheck shell=bash
-# For tests that are scripts, which source this.
+# Counts cases for tests that are scripts; these source it.
 
 passed=0 failed=0
 
-# check DESCRIPTION COMMAND...: the case holds when the command succeeds; its output explains when it does not.
+# check DESCRIPTION COMMAND...: the case passes when the command succeeds; otherwise the command's output is shown.
 check() {
   local said code
-  set +e # as the body of an "if" the command would run without "set -e"
+  set +e # not "if command": that would switch "set -e" off inside the command
   said=$(set -e; "${@:2}" 2>&1)
   code=$?
   set -e
