@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-/// An owned plane; rows stand one after the other without padding, the contents are undefined until written.
+/// An owned plane. Rows have no padding; values are undefined until written. Throws std::bad_alloc.
 template <class T>
 class Matrix {
  public:
@@ -25,5 +25,5 @@ class Matrix {
   std::unique_ptr<T[]> m_data;
 };
 
-/// Grey values are 0 … 1020 and their differences ±1020, so 16 bits hold them.
+/// Brightness of either engine, within 0 … 1024. 16 bits hold differences of it, too.
 using Plane = Matrix<std::int16_t>;

@@ -3,7 +3,7 @@
 CpuFeatures DetectCpuFeatures() {
   CpuFeatures features;
 #if defined(__x86_64__)
-  // This asks the operating system, too: it must save the wide registers.
+  // False, too, when the operating system does not save the wide registers.
   __builtin_cpu_init();
   features.avx2 = __builtin_cpu_supports("avx2") != 0;
 #endif

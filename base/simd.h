@@ -1,16 +1,17 @@
 #pragma once
 
-/// What a processor offers, as far as the operating system lets programs use it.
+/// Instruction sets that the processor has and the operating system supports.
 struct CpuFeatures {
   bool avx2 = false;
 };
 
-/// Instruction sets that there are loops for, plainest first. A cap of `Avx2` allows all that a machine has:
-/// on 64-bit ARM, whose processors all have NEON, the loops for that.
+/// Upper limits for the choice of loops. `Avx2` allows every loop that the machine can run. On 64-bit ARM
+/// that includes the NEON loops, as all its processors have NEON.
 enum class SimdLevel { Scalar, Avx2 };
 
 /// The features of this machine.
 CpuFeatures DetectCpuFeatures();
 
-/// True when machines with these features may run more than scalar loops, at most of level `cap`.
+/// Every scalar loop has a twin: a vector loop that gives the same bytes. Returns whether a machine with
+/// these features can run the twins and `cap` allows them.
 bool AllowsTwins(const CpuFeatures& features, SimdLevel cap);

@@ -1,4 +1,4 @@
-# Pages of the manual for programs, made of what they say of themselves.
+# add_manual(TARGET): makes and installs a program's manual page from its --help and --version.
 find_program(HELP2MAN help2man)
 function(add_manual target)
   if(NOT HELP2MAN OR CMAKE_CROSSCOMPILING)

@@ -1,17 +1,16 @@
-# A room is one source folder and one target. What it may include is what it links to: each room publishes
-# its headers through a folder that holds a link to that room alone, so "kernel/frame.h" is found only by
-# targets that name the kernel as a dependency.
+# A room is one source folder and one target. A room can include only the rooms that it links to: the include
+# folder of each room holds a symbolic link to that room and nothing else.
 
 add_library(project_options INTERFACE)
 target_compile_features(project_options INTERFACE cxx_std_20)
-# The same bits on every compiler: no fused multiply-add behind the code's back.
+# Without fused multiply-adds, all compilers give the same bits.
 target_compile_options(project_options INTERFACE
   -ffp-contract=off -Wall -Wextra -Wpedantic -Werror -Wconversion -Wshadow -Wold-style-cast -Wcast-align
   -Wnull-dereference -Wimplicit-fallthrough)
-# A room may be compiled as one source, which takes a third of the time.
+# A unity build compiles each room as one source, which takes a third of the time.
 if(CMAKE_UNITY_BUILD)
   set(CMAKE_UNITY_BUILD_BATCH_SIZE 0)
-  # Sources keep names to themselves there too.
+  # GCC takes the included sources for headers and warns of their anonymous namespaces.
   target_compile_options(project_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()
 if(VSTABILIZE_SANITIZE)
@@ -19,7 +18,7 @@ if(VSTABILIZE_SANITIZE)
                                                    -fno-omit-frame-pointer)
   target_link_options(project_options INTERFACE -fsanitize=${VSTABILIZE_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
-    # libFuzzer watches which code its inputs reach. The warnings that count are GCC's.
+    # libFuzzer needs code that reports which branches run. Only GCC's warnings are errors.
     target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link -Wno-error)
   endif()
 endif()
@@ -40,8 +39,8 @@ function(add_room name)
   target_link_libraries(${name} PUBLIC ${ROOM_LINKS} PRIVATE project_options)
 endfunction()
 
-# Adds sources that are compiled for AVX2, where the target's processor may have it. Only loops know wider instructions;
-# everything else runs on any processor.
+# add_avx2_loops(TARGET SOURCES...): on x86-64, adds sources that are compiled for AVX2. All other sources run on any
+# processor.
 function(add_avx2_loops target)
   if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     return()
@@ -49,7 +48,7 @@ function(add_avx2_loops target)
   target_sources(${target} PRIVATE ${ARGN})
   set_property(SOURCE ${ARGN} PROPERTY COMPILE_OPTIONS -mavx2)
   if(WIN32)
-    # The stack is aligned to 16 bytes there, which the compiler forgets when it keeps wide registers on it.
+    # Windows aligns the stack to 16 bytes only, but GCC stores 32-byte registers there with aligned moves.
     set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -Wa,-muse-unaligned-vector-move)
   endif()
 endfunction()

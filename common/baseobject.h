@@ -4,7 +4,7 @@
 
 namespace MediaFoundationSamples {
 
-/// How many objects and server locks keep the module loaded. Changed atomically.
+/// The number of objects and server locks that keep the module loaded. Any thread may call.
 class LiveObjects {
  public:
   static void Add() { InterlockedIncrement(&s_count); }
@@ -15,8 +15,8 @@ class LiveObjects {
   inline static LONG s_count = 0;
 };
 
-/// Counts as a living object of the module. Base of the objects that a client may still hold when it has
-/// released all others: the transform, its facade and its settings store.
+/// Base of the objects that keep the module loaded. A client may hold any of them alone: the transform, its
+/// facade, or its settings store.
 class BaseObject {
  public:
   BaseObject(const BaseObject&) = delete;

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-/// Runs the body of a COM method that may allocate: exhausted memory comes out as E_OUTOFMEMORY.
+/// Runs the body of a COM method. A std::bad_alloc that it throws becomes E_OUTOFMEMORY.
 template <class Body>
 HRESULT ComBoundary(Body&& body) noexcept {
   try {

@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-/// A lock that its thread may take again.
+/// A recursive mutex.
 class CCriticalSection {
  public:
   CCriticalSection() { InitializeCriticalSection(&m_section); }

@@ -1,16 +1,16 @@
 #pragma once
 
-/// Where failed consistency checks and traces go. Both functions may be called from any thread.
+/// Receives failed consistency checks and traces. Any thread may call either function.
 struct DebugReporter {
   void (*assertion)(const char* condition, const char* file);
   void (*trace)(const char* text);
 };
 
-/// Replaces the reporter, which at first writes to the debugger, and returns the one before. `reporter` must
-/// outlive its use.
+/// Replaces the reporter and returns the previous one. The initial reporter writes to the debugger.
+/// `reporter` must live until it is replaced.
 const DebugReporter* SetDebugReporter(const DebugReporter* reporter);
 
-/// Reports the text of a condition that does not hold, with the source file's name. The program goes on.
+/// Reports `condition` and the source file's name unless the condition holds. The program goes on.
 void DebugAssert(bool holds, const char* condition, const char* file);
 
 /// Reports a line of text, formatted as by printf.

@@ -10,7 +10,7 @@ template <class Text, class Function>
 HRESULT QueryModulePath(HMODULE module, Text* path, Function getFileName) {
   path->resize(MAX_PATH);
   const DWORD length = getFileName(module, path->data(), MAX_PATH);
-  // A path that fills the buffer has been cut.
+  // A path that fills the buffer was truncated.
   const bool isWhole = length > 0 && length < MAX_PATH;
   path->resize(isWhole ? length : 0);
   return isWhole ? S_OK : E_FAIL;
@@ -18,7 +18,7 @@ HRESULT QueryModulePath(HMODULE module, Text* path, Function getFileName) {
 
 using FileIdentity = std::array<DWORD, 3>;
 
-/// A file opened to be told apart from others, not to be read.
+/// A file that is opened only to learn its identity.
 class IdentifiedFile {
  public:
   explicit IdentifiedFile(const char* path)
@@ -71,7 +71,7 @@ bool IsFile(const char* path) {
 }
 
 bool IsSameFile(const char* first, const char* second) {
-  // Both stay open during the comparison: the system may give a closed file's identity to another.
+  // Both files stay open during the comparison: the system may reuse the identity of a closed file.
   const IdentifiedFile a(first), b(second);
   const std::optional<FileIdentity> identity = a.Identity();
   return identity && identity == b.Identity();

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-/// Counts the references of a COM object with these interfaces. It is made with one, and ends with the last.
+/// Counts the references of a COM object with these interfaces, from 1. The object ends when none is left.
 template <class... Interfaces>
 class CRefCounted : public Interfaces... {
  public:
@@ -17,7 +17,7 @@ class CRefCounted : public Interfaces... {
   CRefCounted() = default;
   virtual ~CRefCounted() = default;
 
-  /// The last reference is gone.
+  /// Called when the last reference is released.
   virtual void Destroy() { delete this; }
 
   LONG m_nRefCount = 1;

@@ -27,7 +27,7 @@ std::optional<std::vector<std::byte>> ReadRegistryValue(HKEY parent, const char*
   const DWORD flags = typeFlag | RRF_NOEXPAND;
   DWORD size = 0;
   if (RegGetValueA(parent, key, name, flags, nullptr, nullptr, &size) != ERROR_SUCCESS) return std::nullopt;
-  std::vector<std::byte> bytes(size + 1);  // so that even an empty value has an address
+  std::vector<std::byte> bytes(size + 1);  // an empty value needs an address, too
   if (RegGetValueA(parent, key, name, flags, nullptr, bytes.data(), &size) != ERROR_SUCCESS)
     return std::nullopt;
   bytes.resize(size);

@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-/// A registry key to write to, closed with the object. Functions give Win32 error codes.
+/// A registry key for writing. Closed by the destructor. Functions return Win32 error codes.
 class CRegistryKey {
  public:
   CRegistryKey() = default;
@@ -16,7 +16,7 @@ class CRegistryKey {
   CRegistryKey& operator=(const CRegistryKey&) = delete;
 
   LSTATUS Create(HKEY parent, const char* name, REGSAM access);
-  /// To open keys below; null when none is open.
+  /// The handle, for opening subkeys. Null when no key is open.
   HKEY Handle() const { return m_key; }
 
   LSTATUS SetData(const char* name, DWORD type, std::span<const std::byte> data) const;
@@ -29,7 +29,7 @@ class CRegistryKey {
   HKEY m_key = nullptr;
 };
 
-/// The bytes of a value under `key` of `parent` if it has the one type that `typeFlag` (RRF_RT_…) names; a
-/// text has its terminating null. Throws std::bad_alloc.
+/// The bytes of the value `name` in the subkey `key` of `parent`. Texts end with a null. Empty when there is
+/// no such value or its type is not `typeFlag` (RRF_RT_…). Throws std::bad_alloc.
 std::optional<std::vector<std::byte>> ReadRegistryValue(HKEY parent, const char* key, const char* name,
                                                         DWORD typeFlag);

@@ -4,9 +4,9 @@
 
 #include <oaidl.h>
 
-/// The type library that a module carries as its resource, without any registration.
+/// Loads the type library from a module's resources. Does not register it.
 HRESULT LoadModuleTypeLibrary(HMODULE module, ITypeLib** library);
 
-/// Registers that library under the module's path. Failures to load or to register
-/// are traced, and shown in a message box if wanted.
+/// Registers the type library of a module under the module's path. A failure is traced, and with
+/// `showMessages` shown in a message box.
 HRESULT RegisterModuleTypeLibrary(HMODULE module, bool showMessages);

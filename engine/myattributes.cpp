@@ -59,7 +59,7 @@ STDMETHODIMP MyAttributes::LockStore() {
 }
 
 STDMETHODIMP MyAttributes::UnlockStore() {
-  // The callback is called under the lock, so that none is called after SetCallback has returned.
+  // The callback runs under the lock, so SetCallback waits until it has ended.
   if (m_lockDepth == 1 && m_dirty && m_pCallback) m_pCallback->AttributesChanged();
   --m_lockDepth;
   m_lock.unlock();

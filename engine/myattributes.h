@@ -9,39 +9,42 @@
 #include "common/criticalsection.h"
 #include "common/refcounted.h"
 
-/// Hears of changes in a `MyAttributes`.
+/// Is notified when items of a `MyAttributes` were written.
 class MyAttributesCallback {
  public:
-  /// Called with the store locked, once for all writes between its outermost lock and unlock.
+  /// Called once when the store's outermost lock is about to be released after writes. The store is still
+  /// locked. The result is ignored.
   virtual HRESULT AttributesChanged() = 0;
 
  protected:
   ~MyAttributesCallback() = default;
 };
 
-/// An attribute store that tells a callback when its items were written. Each write takes the store's lock;
-/// when the outermost lock is released after a write, the callback is called once. Deletions and reads
-/// neither wait for the lock nor notify.
+/// An attribute store that notifies a callback of writes. Each write takes the store's lock. When the
+/// outermost lock is released after writes, the callback is called once. Deletions and reads do not take the
+/// lock and do not notify.
 class MyAttributes final : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
 
-  /// A store over one made by `create`, with one reference for the caller.
+  /// Wraps a new store made by `create`. The caller owns the one reference.
   static HRESULT Create(CreateFunction create, UINT32 initialSize, MyAttributes** attributes);
 
   MyAttributes(const MyAttributes&) = delete;
   MyAttributes& operator=(const MyAttributes&) = delete;
 
-  /// Sets whom to notify; null for nobody. Once this returns, the callback set before is not called any more.
+  /// Replaces the callback; null for none. The previous callback is not called after this returns.
   void SetCallback(MyAttributesCallback* callback);
 
-  /// Drops a notification that is due. Called with the store locked.
+  /// Cancels the pending notification. Called with the store locked.
   void ClearDirty();
 
-  /// The present inner store. Items read from it belong together, even if `Replace` comes in between.
+  /// The current inner store. `Replace` exchanges that store and does not change it, so items that are read
+  /// from it belong together.
   Microsoft::WRL::ComPtr<IMFAttributes> Inner() const;
 
-  /// Replaces all items by those of another store, as one write: readers see either all old or all new ones.
+  /// Replaces all items by those of another store, in one write: readers see either the old items or the new
+  /// ones.
   void Replace(Microsoft::WRL::ComPtr<IMFAttributes> inner);
 
   // IUnknown
@@ -87,16 +90,16 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public CR
   template <class Function>
   HRESULT Write(Function write);
 
-  mutable CCriticalSection m_innerLock;                 // held for a copy or an exchange only
-  Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;  // guarded by it
+  mutable CCriticalSection m_innerLock;                 // held only to copy or exchange the pointer
+  Microsoft::WRL::ComPtr<IMFAttributes> m_pAttributes;  // guarded by m_innerLock
   CCriticalSection m_lock;
-  // Guarded by the lock:
+  // Guarded by m_lock:
   MyAttributesCallback* m_pCallback = nullptr;
   int m_lockDepth = 0;
   bool m_dirty = false;
 };
 
-/// Holds a store's lock for a scope; nothing when there is no store.
+/// Locks a store for a scope. The store may be null.
 class CStoreLock {
  public:
   explicit CStoreLock(IMFAttributes* store) : m_pStore(store) {

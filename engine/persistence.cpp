@@ -14,7 +14,7 @@
 
 using Microsoft::WRL::ComPtr;
 
-// Saving and loading the settings, and resetting them to their defaults.
+// Saves and loads the settings, and resets them to their defaults.
 
 namespace {
 
@@ -29,7 +29,7 @@ HRESULT CVKVStabilizeImpl::WriteDefaults(IMFAttributes* store) {
   store->LockStore();
   for (const SettingDefault& setting : kSettingDefaults) {
     const HRESULT hr = store->SetUINT32(setting.key, setting.value);
-    // The store stays locked: nobody may go on with settings that are half reset.
+    // The store stays locked (kept for compatibility): frames wait, as the settings are only partly reset.
     if (FAILED(hr)) return hr;
   }
   store->UnlockStore();
@@ -44,7 +44,7 @@ STDMETHODIMP CVKVStabilizeImpl::LoadAttributes() {
     const auto blob = ReadRegistryValue(HKEY_CURRENT_USER, kKeyName, kValueName, RRF_RT_REG_BINARY);
     if (!blob) return S_OK;
 
-    // A second store is filled, as readers of this one would meanwhile find it empty or half full.
+    // Reads do not lock the store. They would find missing items in it while it is filled.
     ComPtr<IMFAttributes> loaded;
     hr = m_createAttributes(&loaded, static_cast<UINT32>(kSettingDefaults.size()));
     if (FAILED(hr)) return hr;
@@ -64,7 +64,7 @@ STDMETHODIMP CVKVStabilizeImpl::SaveAttributes() {
     CRegistryKey key;
     LSTATUS status = key.Create(HKEY_CURRENT_USER, kKeyName, KEY_READ | KEY_WRITE);
     if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
-    // No write may come between asking for the size and for the content.
+    // A write between the reads of size and content would make them disagree.
     const CStoreLock lock(Store());
     UINT32 size = 0;
     HRESULT hr = MFGetAttributesAsBlobSize(Store(), &size);

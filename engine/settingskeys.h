@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <guiddef.h>
 
+#include "engine/stabilizersettings.h"
+
 // Keys of the settings in the attribute store. Every item is a UINT32.
 
 namespace settingskeys {
@@ -42,24 +44,40 @@ struct SettingDefault {
   std::uint32_t value;
 };
 
-/// All items, in the order in which a reset writes them.
-inline constexpr std::array<SettingDefault, 18> kSettingDefaults = {{
-    {VKVSTAB_ATTR_ENABLED, 1},
-    {VKVSTAB_ATTR_ROI_TOP, 0},
-    {VKVSTAB_ATTR_ROI_LEFT, 0},
-    {VKVSTAB_ATTR_ROI_BOTTOM, 10000},
-    {VKVSTAB_ATTR_ROI_RIGHT, 10000},
-    {VKVSTAB_ATTR_ROI_ENABLED, 0},
-    {VKVSTAB_ATTR_ESTIMATION_COEFFICIENTS, 0},
-    {VKVSTAB_ATTR_ESTIMATION_QUALITY, 2},
-    {VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL, 32},
-    {VKVSTAB_ATTR_BK_FILL_COLOR, 0},
-    {VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN, 0},
-    {VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN, 0},
-    {VKVSTAB_ATTR_CROP_ENABLED, 0},
-    {VKVSTAB_ATTR_INTERPOLATION_TYPE, 1},
-    {VKVSTAB_ATTR_CLIPPING_OPTION, 0},
-    {VKVSTAB_ATTR_AUTO_RECONNECT, 1},
-    {VKVSTAB_ATTR_USE_ADVANCED_ENGINE, 0},
-    {VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, 0},
-}};
+namespace settingskeys {
+
+constexpr std::uint32_t Item(std::int32_t value) { return static_cast<std::uint32_t>(value); }
+
+/// A colour as a COLORREF, 0x00BBGGRR.
+constexpr std::uint32_t Item(const std::array<std::uint8_t, 3>& blueGreenRed) {
+  return std::uint32_t{blueGreenRed[0]} << 16 | std::uint32_t{blueGreenRed[1]} << 8 | blueGreenRed[2];
+}
+
+constexpr std::array<SettingDefault, 18> MakeDefaults() {
+  constexpr StabilizerSettings defaults;
+  return {{
+      {VKVSTAB_ATTR_ENABLED, Item(defaults.Enabled)},
+      {VKVSTAB_ATTR_ROI_TOP, Item(defaults.ROI.top)},
+      {VKVSTAB_ATTR_ROI_LEFT, Item(defaults.ROI.left)},
+      {VKVSTAB_ATTR_ROI_BOTTOM, Item(defaults.ROI.bottom)},
+      {VKVSTAB_ATTR_ROI_RIGHT, Item(defaults.ROI.right)},
+      {VKVSTAB_ATTR_ROI_ENABLED, Item(defaults.ROIEnabled)},
+      {VKVSTAB_ATTR_ESTIMATION_COEFFICIENTS, Item(defaults.GlobalEstimationCoefficients)},
+      {VKVSTAB_ATTR_ESTIMATION_QUALITY, Item(defaults.GlobalEstimationQuality)},
+      {VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL, Item(defaults.PathSmoothingLevel)},
+      {VKVSTAB_ATTR_BK_FILL_COLOR, Item(defaults.BkFillColor)},
+      {VKVSTAB_ATTR_LEFT_RIGHT_CROP_MARGIN, Item(defaults.LeftRightCropMargin)},
+      {VKVSTAB_ATTR_TOP_BOTTOM_CROP_MARGIN, Item(defaults.TopBottomCropMargin)},
+      {VKVSTAB_ATTR_CROP_ENABLED, Item(defaults.CropEnabled)},
+      {VKVSTAB_ATTR_INTERPOLATION_TYPE, Item(defaults.InterpolationType)},
+      {VKVSTAB_ATTR_CLIPPING_OPTION, Item(defaults.ClippingOption)},
+      {VKVSTAB_ATTR_AUTO_RECONNECT, 1},  // not in the record
+      {VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Item(defaults.UseAdvancedEngine)},
+      {VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Item(defaults.AdvancedEngineAvailable)},
+  }};
+}
+
+}  // namespace settingskeys
+
+/// All items with the defaults of `StabilizerSettings`, in the order in which a reset writes them.
+inline constexpr std::array<SettingDefault, 18> kSettingDefaults = settingskeys::MakeDefaults();

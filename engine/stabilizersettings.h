@@ -5,17 +5,18 @@
 
 #include "kernel/kernelparams.h"
 
-/// Snapshot of all settings. Numbers may have any 32-bit value; whoever uses one checks it.
+/// A snapshot of the settings. A new record holds the defaults. Numbers may have any 32-bit value, because
+/// puts check no range.
 struct StabilizerSettings {
   bool Enabled = true;
-  Rect ROI = {0, 0, 10000, 10000};  ///< clipped to the frame
+  Rect ROI = {0, 0, 10000, 10000};  ///< pixels of the input frame, to which it is clipped
   bool ROIEnabled = false;
   std::int32_t GlobalEstimationCoefficients = 0;
-  std::int32_t GlobalEstimationQuality = 2;
+  std::int32_t GlobalEstimationQuality = 2;             ///< 0 … 3 for quality 1 (finest) … 4
   std::int32_t PathSmoothingLevel = 32;                 ///< window length in frames
   std::array<std::uint8_t, 3> BkFillColor = {0, 0, 0};  ///< blue, green, red
-  std::int32_t LeftRightCropMargin = 0;                 ///< pixels a side
-  std::int32_t TopBottomCropMargin = 0;                 ///< pixels a side
+  std::int32_t LeftRightCropMargin = 0;                 ///< pixels at each side
+  std::int32_t TopBottomCropMargin = 0;                 ///< pixels at each side
   bool CropEnabled = false;
   std::int32_t InterpolationType = 1;
   std::int32_t ClippingOption = 0;
@@ -31,21 +32,22 @@ struct CropMargins {
   std::int32_t leftRight, topBottom;
 };
 
-/// Orders the edges, gives an empty side one pixel, and clips to the frame; all zero when nothing is left.
+/// Swaps edges in the wrong order, widens an empty side to one pixel, and clips to the frame. All zeros when
+/// the region lies outside the frame.
 Rect NormalizeRoi(Rect roi, FrameSize frame);
 
-/// Limits each margin to 0 … half the frame less one pixel.
+/// Limits each margin to 0 … one pixel less than half the frame's side.
 CropMargins ClampCropMargins(CropMargins margins, FrameSize frame);
 
-/// Whether the clipping option is crop, and cropping is on.
+/// Whether cropping is on and the clipping option is crop.
 bool IsCropping(const StabilizerSettings& settings);
 
-/// Whether output frames are smaller than input frames.
+/// Whether stabilization is enabled and makes output frames smaller than input frames.
 bool ChangesFrameSize(const StabilizerSettings& settings);
 
-/// Size of the output frames for input frames of size `frame`. Only the clipping option crop makes them
-/// smaller.
+/// The stabilizer's output size for frames of size `frame`, enabled or not. Only the clipping option crop
+/// makes it smaller.
 FrameSize GetOutputSize(const StabilizerSettings& settings, FrameSize frame);
 
-/// What the kernel is initialised with for frames of size `frame`.
+/// The kernel's parameters for frames of size `frame`.
 KernelParams MakeKernelParams(const StabilizerSettings& settings, FrameSize frame);

@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kFile[] = "vkvstabilizeimpl";
 
-// The record and the kernel have the same numbers as the automation interface.
+// Settings reach the kernel with the automation interface's numbers.
 static_assert(vkvstab_CLIPPINGOPTIONS_CROP == static_cast<int>(ClippingOption::Crop));
 static_assert(vkvstab_CLIPPINGOPTIONS_CROPANDSTRETCH == static_cast<int>(ClippingOption::CropAndStretch));
 static_assert(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA ==
@@ -26,7 +26,7 @@ static_assert(vkvstab_INTERPOLATIONTYPE_NEAREST == static_cast<int>(Interpolatio
 
 constexpr VARIANT_BOOL ToVariantBool(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
 
-/// Nothing when the item, or the whole store, is missing.
+/// Empty when the item or the store is missing.
 std::optional<UINT32> ReadItem(IMFAttributes* store, const GUID& key) {
   UINT32 value = 0;
   if (store && SUCCEEDED(store->GetUINT32(key, &value))) return value;
@@ -59,14 +59,14 @@ void CVKVStabilizeImpl::DetachCallback() {
 
 HRESULT CVKVStabilizeImpl::CreateStore() {
   if (Store()) return S_OK;
-  // The store does not exist yet, so nobody holds its lock: the order of locks is kept.
+  // No thread holds the lock of a store that does not exist, so taking that lock below cannot deadlock.
   const CAutoLock lock(m_creationLock);
   if (m_pStore) return S_OK;
   HRESULT hr =
       MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
   if (FAILED(hr)) return hr;
   m_pStore->SetCallback(this);
-  // The store is published after that, so nobody sees it without items.
+  // Readers get the store only after this, so they do not see it without items.
   hr = WriteDefaults(m_pStore.Get());
   m_pAttributes = m_pStore.Get();
   return hr;
@@ -126,8 +126,8 @@ void CVKVStabilizeImpl::InitializeKernel(FrameSize frame) {
   ClearSettingsChanged(version);
 }
 
-// The transform asks these two from its callback, where the store may be locked: they take no settings lock,
-// which would come before it.
+// The transform calls these two from its callback, which runs with the store locked. The settings lock comes
+// before the store's, so they must not take it.
 
 void CVKVStabilizeImpl::GetOutputSize(SIZE& sz) {
   const FrameSize output = ::GetOutputSize(ReadSettings(), {sz.cx, sz.cy});
@@ -165,8 +165,8 @@ unsigned CVKVStabilizeImpl::SettingsVersion() {
 
 void CVKVStabilizeImpl::ClearSettingsChanged(unsigned version) {
   const CAutoLock lock(m_changeLock);
-  // A change since the snapshot stays pending. So does one that another thread's newer snapshot included, as
-  // this older one may have reached the kernel last.
+  // Changes after this snapshot stay pending. That holds even when another thread has already set the kernel
+  // up with them: this older set-up may have come last.
   m_settingsChanged = version != m_settingsVersion;
 }
 
@@ -191,7 +191,7 @@ StabilizerSettings CVKVStabilizeImpl::ReadSettings() const {
   settings.ROI.top = ReadNumber(VKVSTAB_ATTR_ROI_TOP);
   settings.ROI.left = ReadNumber(VKVSTAB_ATTR_ROI_LEFT);
   settings.ROI.bottom = ReadNumber(VKVSTAB_ATTR_ROI_BOTTOM);
-  settings.ROI.right = ReadNumber(VKVSTAB_ATTR_ROI_BOTTOM);  // as get_ROIRight
+  settings.ROI.right = ReadNumber(VKVSTAB_ATTR_ROI_BOTTOM);  // see get_ROIRight
   settings.GlobalEstimationCoefficients = ReadNumber(VKVSTAB_ATTR_ESTIMATION_COEFFICIENTS);
   settings.GlobalEstimationQuality = ReadNumber(VKVSTAB_ATTR_ESTIMATION_QUALITY);
   settings.PathSmoothingLevel = ReadNumber(VKVSTAB_ATTR_PATH_SMOOTHING_LEVEL);
@@ -206,13 +206,13 @@ StabilizerSettings CVKVStabilizeImpl::ReadSettings() const {
 }
 
 StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
-  // The locks keep puts and batches of writes from coming in between.
+  // The settings lock keeps out puts, the store's lock keeps out batches of writes.
   const CAutoLock lock(m_settingsLock);
   const CStoreLock storeLock(Store());
   *version = SettingsVersion();
   StabilizerSettings settings = ReadSettings();
   if (!Store()) return settings;
-  // The attribute may hold a number that is no colour.
+  // The item may hold a number that is not a colour.
   const auto color = std::bit_cast<OLE_COLOR>(ReadNumber(VKVSTAB_ATTR_BK_FILL_COLOR));
   COLORREF translated = 0;
   if (AssertSucceeded(OleTranslateColor(color, nullptr, &translated)))
@@ -222,7 +222,7 @@ StabilizerSettings CVKVStabilizeImpl::TakeSnapshot(unsigned* version) {
 
 bool CVKVStabilizeImpl::IsAdvancedEngineActive() {
   const CAutoLock lock(m_settingsLock);
-  // Both items come from the same inner store: a load in between would mix old and new.
+  // Both items are read from one inner store: else a load in between would mix old and new items.
   const ComPtr<IMFAttributes> items = Store() ? Store()->Inner() : nullptr;
   return ReadFlag(items.Get(), VKVSTAB_ATTR_ADVANCED_ENGINE_AVAILABLE, Missing::False) &&
          ReadFlag(items.Get(), VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False);
@@ -312,7 +312,7 @@ HRESULT CVKVStabilizeImpl::PutFlag(const GUID& key, Missing missing, VARIANT_BOO
   return S_OK;
 }
 
-// Enumerations are stored bit by bit, so that any 32-bit value comes back as it was put.
+// Items hold the bits of numbers and enumerations, so a get returns any 32-bit value as it was put.
 template <class Number>
 HRESULT CVKVStabilizeImpl::GetNumber(const GUID& key, Number* pVal) {
   if (!pVal) return E_POINTER;
@@ -346,7 +346,7 @@ STDMETHODIMP CVKVStabilizeImpl::get_AutoReconnect(VARIANT_BOOL* pVal) {
 }
 
 STDMETHODIMP CVKVStabilizeImpl::put_AutoReconnect(VARIANT_BOOL newVal) {
-  // Releasing the store's lock notifies. It is the outer lock, so that the change lock is free by then.
+  // Releasing the store's lock calls the callbacks. The change lock is the inner one, so it is free by then.
   const CStoreLock storeLock(Store());
   const CAutoLock lock(m_changeLock);
   WriteFlagIfDifferent(VKVSTAB_ATTR_AUTO_RECONNECT, Missing::True, newVal != VARIANT_FALSE);
@@ -375,7 +375,7 @@ STDMETHODIMP CVKVStabilizeImpl::put_ROIBottom(LONG newVal) {
   return PutNumber(VKVSTAB_ATTR_ROI_BOTTOM, newVal);
 }
 
-// Both edges are one item, so putting one changes the other (kept for compatibility).
+// Right and bottom edge are one item, so putting one changes the other (kept for compatibility).
 STDMETHODIMP CVKVStabilizeImpl::get_ROIRight(LONG* pVal) { return get_ROIBottom(pVal); }
 
 STDMETHODIMP CVKVStabilizeImpl::put_ROIRight(LONG newVal) { return put_ROIBottom(newVal); }
@@ -460,8 +460,8 @@ STDMETHODIMP CVKVStabilizeImpl::get_UseAdvancedEngine(VARIANT_BOOL* pVal) {
   return GetFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::False, pVal);
 }
 
-// A missing item counts as true here and as false in the getter, so putting true stores nothing then (kept
-// for compatibility).
+// A missing item counts as true here and as false in the getter. So putting true does not create it (kept for
+// compatibility).
 STDMETHODIMP CVKVStabilizeImpl::put_UseAdvancedEngine(VARIANT_BOOL newVal) {
   return PutFlag(VKVSTAB_ATTR_USE_ADVANCED_ENGINE, Missing::True, newVal);
 }

@@ -15,7 +15,7 @@
 #include "engine/stabilizersettings.h"
 #include "kernel/stabilizevideokernel.h"
 
-/// What the facade tells its transform.
+/// Notifications from the facade to its transform.
 class VKVStabilizeImplCB {
  public:
   /// The size of the output frames may have changed. Called with the settings store locked, on the thread
@@ -29,44 +29,43 @@ class VKVStabilizeImplCB {
 /// The engine facade: owns the settings store and the kernel, serves the automation interface, keeps the
 /// settings in the registry, and decides before each frame whether the kernel must be set up anew.
 ///
-/// Any thread may call any method. Locks are taken in the order settings, store, change; the kernel lock is
-/// never held together with another. Clients may keep the object longer than its transform, which calls
-/// `DetachCallback` at its end.
+/// Any thread may call any method. A thread takes locks in the order settings, store, change, and holds no
+/// other lock together with the kernel lock. Clients may keep the facade longer than its transform, whose
+/// destructor calls `DetachCallback`.
 class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
                                 public CRefCounted<IVKFVStabilize>,
                                 private MyAttributesCallback {
  public:
-  /// `callback` may be null and is not owned. `createAttributes` makes the platform's store.
+  /// `callback` may be null and is not owned. `createAttributes` makes the store that `MyAttributes` wraps.
   explicit CVKVStabilizeImpl(VKVStabilizeImplCB* callback,
                              MyAttributes::CreateFunction createAttributes = MFCreateAttributes);
   CVKVStabilizeImpl(const CVKVStabilizeImpl&) = delete;
   CVKVStabilizeImpl& operator=(const CVKVStabilizeImpl&) = delete;
 
-  /// Once this returns, the transform's callback is not called any more.
+  /// The transform's callback is not called after this returns.
   void DetachCallback();
 
-  /// The settings as attributes; null when they could not be created. Clients may keep them longer than the
-  /// facade.
+  /// The settings store; null when it could not be created. Clients may keep it longer than the facade.
   IMFAttributes* Attributes() const { return Store(); }
 
-  /// All settings of one moment. `version` receives the number of the last change that they include.
+  /// Reads all settings at one moment. `version` receives the number of the last change that they include.
   StabilizerSettings TakeSnapshot(unsigned* version);
 
   /// Stabilizes the padded bottom-up frame at `pixels` in place. `noOutput` becomes true while the kernel's
-  /// delay line fills. It becomes true, and false is returned, when there is no kernel to process the frame.
+  /// delay line fills. False, with `noOutput` true, when the kernel could not be set up or ran out of memory.
   bool ProcessFrame(std::uint8_t* pixels, std::uint32_t width, std::uint32_t height, bool repeatPrevious,
                     bool* noOutput);
 
-  /// Changes whenever the kernel is set up anew and so begins a new stream.
+  /// A number that changes whenever the kernel is set up anew. Delayed frames are lost then.
   unsigned StreamNumber();
 
-  /// Forgets the stream; the next frame sets the kernel up anew.
+  /// Releases the kernel's frames; the next frame sets the kernel up anew. Always true.
   bool Reset();
 
-  /// Replaces an input frame's size by the output frame's.
+  /// Replaces an input frame's size by the stabilizer's output size, whether stabilization is enabled or not.
   void GetOutputSize(SIZE& sz);
 
-  /// Whether output frames are smaller than input frames.
+  /// Whether stabilization is enabled and makes output frames smaller than input frames.
   bool ChangesFrameSize();
 
   bool IsAdvancedEngineActive();
@@ -75,10 +74,10 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   bool IsReconnectPending();
   void ClearReconnectPending();
 
-  // IUnknown; answers for IDispatch and IVKFVStabilize only.
+  // IUnknown. QueryInterface knows IDispatch and IVKFVStabilize only.
   STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
 
-  // IDispatch, from the type library in this module
+  // IDispatch, implemented by the module's type library
   STDMETHODIMP GetTypeInfoCount(UINT* count) override;
   STDMETHODIMP GetTypeInfo(UINT index, LCID locale, ITypeInfo** typeInfo) override;
   STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID locale, DISPID* ids) override;
@@ -130,14 +129,14 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
  private:
   ~CVKVStabilizeImpl() override;
 
-  /// The value of a boolean item that is missing.
+  /// What a missing boolean item counts as.
   enum class Missing { False, True };
 
   // MyAttributesCallback
   HRESULT AttributesChanged() override;
 
   MyAttributes* Store() const { return m_pAttributes; }
-  /// Makes the store with its defaults, if there is none yet.
+  /// Creates the store with the defaults, unless there is one.
   HRESULT CreateStore();
   static HRESULT WriteDefaults(IMFAttributes* store);
   static bool ReadFlag(IMFAttributes* store, const GUID& key, Missing missing);
@@ -151,8 +150,8 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   template <class Number>
   HRESULT PutNumber(const GUID& key, Number newVal);
 
-  /// All settings of one moment but the background. Takes no settings lock, which would come before the
-  /// store's in a callback.
+  /// Reads all settings but the background colour at one moment. Callbacks use it: they run with the store
+  /// locked, so it must not take the settings lock.
   StabilizerSettings ReadSettings() const;
 
   void InitializeKernel(FrameSize frame);
@@ -167,11 +166,11 @@ class CVKVStabilizeImpl final : private MediaFoundationSamples::BaseObject,
   CCriticalSection m_settingsLock;
   Microsoft::WRL::ComPtr<ITypeInfo> m_pTypeInfo;  // guarded by the settings lock
   CCriticalSection m_creationLock;
-  Microsoft::WRL::ComPtr<MyAttributes> m_pStore;       // guarded by the creation lock
-  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same, for readers; set when it is complete
+  Microsoft::WRL::ComPtr<MyAttributes> m_pStore;       // set once, under the creation lock
+  std::atomic<MyAttributes*> m_pAttributes = nullptr;  // the same store; set after its defaults are written
   CCriticalSection m_changeLock;
   // Guarded by the change lock:
-  bool m_reconnectPending = false;  // kept for compatibility, never true
+  bool m_reconnectPending = false;  // kept for compatibility; nothing sets it
   bool m_settingsChanged = false;
   unsigned m_settingsVersion = 0;
   std::atomic<VKVStabilizeImplCB*> m_pCallback;  // called with the store locked

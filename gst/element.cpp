@@ -72,7 +72,7 @@ void InitTransform(GstBaseTransformClass& transform) {
   transform.query = [](GstBaseTransform* base, GstPadDirection direction, GstQuery* query) -> gboolean {
     return Of(base).Query(direction, *query);
   };
-  // Never called, as `generate_output` draws. Without it the base class would let frames pass.
+  // Never called, as `generate_output` draws. But without it the base class would pass frames through.
   transform.transform = [](GstBaseTransform*, GstBuffer*, GstBuffer*) { return GST_FLOW_ERROR; };
 }
 
@@ -85,7 +85,7 @@ void InitClass(void* self, void*) {
   AddPadTemplate(element, "src", GST_PAD_SRC);
   gst_element_class_set_static_metadata(
       &element, "Video stabilizer", "Filter/Effect/Video",
-      "Takes the shake out of video in one pass, half a window of frames late, a whole one with margins",
+      "Takes the shake out of video in one pass; the delay is half a window, or a whole one with margins",
       "vstabilize");
 }
 

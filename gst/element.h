@@ -2,6 +2,6 @@
 
 #include <gst/gst.h>
 
-/// Makes the element `vstabilize` known, as one of `plugin`, or of the program itself where that is null: raw
-/// video in, the same stabilized and later out.
+/// Registers the element `vstabilize`, which takes raw video and gives it back later, stabilized. `plugin` is
+/// the one that it belongs to; null: the program itself.
 gboolean RegisterElement(GstPlugin* plugin);

@@ -32,17 +32,17 @@ precise::FrameReport CFrameStream::Deliver(const GstVideoFrame& out) {
   m_chromaIn.Split(m_held.front().frame.Frame());
   const precise::FrameReport report = m_engine.Deliver(planes);
   m_chromaOut.Merge(out);
-  GiveBack();
+  ReleaseOldest();
   return report;
 }
 
 precise::FrameReport CFrameStream::Skip() {
   const precise::FrameReport report = m_engine.Skip();
-  GiveBack();
+  ReleaseOldest();
   return report;
 }
 
-void CFrameStream::GiveBack() {
+void CFrameStream::ReleaseOldest() {
   std::ranges::move(m_held.front().behind, std::back_inserter(m_due));
   m_held.pop_front();
 }
@@ -50,6 +50,6 @@ void CFrameStream::GiveBack() {
 std::vector<EventPtr> CFrameStream::TakeDueEvents() { return std::exchange(m_due, {}); }
 
 std::vector<EventPtr> CFrameStream::TakeAllEvents() {
-  while (!m_held.empty()) GiveBack();
+  while (!m_held.empty()) ReleaseOldest();
   return TakeDueEvents();
 }

@@ -7,36 +7,36 @@
 #include "gst/videoformat.h"
 #include "precise/stabilizer.h"
 
-/// Frames on their way through the engine, from its first to its last, and the events between them.
+/// The frames inside one engine, and the events that must stay in order with them.
 class CFrameStream {
  public:
-  /// `facts` are those of `input`, and the settings fit them. Throws std::bad_alloc.
+  /// `facts` describe `input`, and the settings must be valid for them. Throws std::bad_alloc.
   CFrameStream(const GstVideoInfo& input, const GstVideoInfo& output, const StreamFacts& facts,
                const precise::Settings& settings);
 
-  /// Takes a frame and keeps it until it is delivered; false where the buffer holds none.
+  /// Takes a frame and keeps it until it is delivered; false when the buffer holds no such frame.
   bool Push(BufferPtr frame);
 
-  /// Keeps an event, which is due when the newest frame has left.
+  /// Keeps an event until the newest frame has left. Frames must be held.
   void Append(EventPtr event);
 
-  /// No frame follows.
+  /// Ends the stream. All frames held can then be delivered.
   void End();
 
   bool HoldsFrames() const { return !m_held.empty(); }
   bool CanDeliver() const { return m_engine.CanDeliver(); }
   GstBuffer* Oldest() const { return m_held.front().frame.Buffer(); }
 
-  /// Draws the oldest frame, stabilized, and gives it back.
+  /// Draws the oldest frame, stabilized, into `out`, and releases it.
   precise::FrameReport Deliver(const GstVideoFrame& out);
 
-  /// Gives the oldest frame back and draws nothing. Its motion counts as that of any other.
+  /// Releases the oldest frame without drawing it. Its motion still counts for the path.
   precise::FrameReport Skip();
 
-  /// The events of frames that have left.
+  /// Moves out the events that were due behind frames that have left.
   std::vector<EventPtr> TakeDueEvents();
 
-  /// All events, as those that were flushed.
+  /// Releases all frames, and moves out all events.
   std::vector<EventPtr> TakeAllEvents();
 
  private:
@@ -46,12 +46,12 @@ class CFrameStream {
     std::vector<EventPtr> behind;
   };
 
-  void GiveBack();
+  void ReleaseOldest();
 
   GstVideoInfo m_input;
   std::deque<Held> m_held;
   std::vector<EventPtr> m_due;
-  // Chroma is read when a frame is delivered, so all frames of a kind share one place for it.
+  // The engine reads chroma only while it delivers a frame, so all input frames share one pair of planes.
   CSplitChroma m_chromaIn, m_chromaOut;
   precise::CStabilizer m_engine;
 };

@@ -3,7 +3,7 @@
 #include <gst/video/video.h>
 #include <memory>
 
-// Owners of the library's objects.
+// Owners of GStreamer's objects.
 
 struct MiniObjectReleaser {
   template <class T>
@@ -20,7 +20,7 @@ struct ObjectReleaser {
 };
 using PoolPtr = std::unique_ptr<GstBufferPool, ObjectReleaser>;
 
-/// A frame's planes in memory. Refers to its buffer as long as it lives.
+/// Maps a frame's planes into memory, and holds a reference to its buffer.
 class CMappedFrame {
  public:
   CMappedFrame(const GstVideoInfo& info, GstBuffer* buffer, GstMapFlags access)
@@ -31,7 +31,7 @@ class CMappedFrame {
   CMappedFrame(const CMappedFrame&) = delete;
   CMappedFrame& operator=(const CMappedFrame&) = delete;
 
-  /// False where the buffer holds no such frame; nothing else may be called then.
+  /// False when the buffer holds no such frame. Then nothing else may be called.
   bool IsMapped() const { return m_isMapped; }
   const GstVideoFrame& Frame() const { return m_frame; }
   GstBuffer* Buffer() const { return m_frame.buffer; }

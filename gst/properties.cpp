@@ -151,7 +151,7 @@ constexpr Row kRows[] = {
      [](const Properties& properties, GValue& value) {
        g_value_set_boolean(&value, properties.options.findCuts);
      }},
-    // The base class would drop late frames before they are measured, so its property of this name is hidden.
+    // Overrides the base class's property, which would drop late frames before they are measured.
     {[] {
        return g_param_spec_boolean("qos", "QoS", "Do not draw frames that come too late to be shown",
                                    Properties{}.skipsLate, kFlags);

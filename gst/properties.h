@@ -4,17 +4,17 @@
 
 #include "host/options.h"
 
-/// What the element's properties ask for.
+/// The values of the element's properties.
 struct Properties {
-  Options options;             ///< of the stream
-  bool skipsLate = true;       ///< draws no frame that comes too late
-  bool postsMessages = false;  ///< one for each frame
+  Options options;             ///< of the engine
+  bool skipsLate = true;       ///< frames that would come too late are not drawn
+  bool postsMessages = false;  ///< about each frame
 };
 
 /// Gives the class its properties, numbered from 1.
 void InstallProperties(GObjectClass* object);
 
-/// Sets the property; true where the options change by it. Throws UsageError.
+/// Sets the property; true when it is one of the options. Throws UsageError.
 bool SetProperty(Properties& properties, guint id, const GValue& value);
 
 void GetProperty(const Properties& properties, guint id, GValue& value);

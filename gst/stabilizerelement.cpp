@@ -11,13 +11,13 @@ GST_DEBUG_CATEGORY_STATIC(g_category);
 
 namespace {
 
-// What others on the way may keep of a pool, beside the frames that are held here.
+// Buffers of a pool that other elements may hold, beside those held here.
 constexpr guint kBuffersForOthers = 3;
-// Of streams that do not tell their rate, until the second frame does.
+// Assumed for streams that do not tell their rate, until the second frame comes.
 constexpr GstClockTime kUsualInterval = 40 * GST_MSECOND;
 
-/// Gives the structure the size that frames of its caps have on the other side of a crop: any, where they
-/// have none yet.
+/// Changes the size in caps to that on the element's other side, where `clip=crop` makes frames smaller.
+/// Without a fixed size, and from the source side, any size is possible.
 void SetSizeBehindCrop(const Options& options, GstPadDirection direction, GstStructure& structure) {
   const CapsPtr caps(gst_caps_new_full(gst_structure_copy(&structure), nullptr));
   if (direction == GST_PAD_SINK && gst_caps_is_fixed(caps.get())) {
@@ -82,7 +82,7 @@ void CStabilizerElement::Stop() {
   m_input = m_output = {};
 }
 
-/// Does work that may throw, and reports what it threw.
+/// Runs work that may throw. Returns false, and posts an error message, when it throws.
 template <class Work>
 bool CStabilizerElement::Try(const Work& work) {
   try {
@@ -99,7 +99,7 @@ bool CStabilizerElement::Try(const Work& work) {
   return false;
 }
 
-/// Makes the settings for the stream, of which no frame is held.
+/// Makes the engine's settings from caps and options. No frame may be held.
 bool CStabilizerElement::Prepare() {
   const bool isDone = Try([this] {
     m_facts = FactsOf(m_input);
@@ -135,7 +135,7 @@ GstCaps* CStabilizerElement::TransformCaps(GstPadDirection direction, GstCaps& c
     for (guint i = 0; options.clipping == precise::Clipping::Crop && i < gst_caps_get_size(result.get()); ++i)
       SetSizeBehindCrop(options, direction, *gst_caps_get_structure(result.get(), i));
   } catch (const UsageError&) {
-    // Whoever sets such caps is told.
+    // SetCaps reports the error when such caps are set.
   }
   if (filter) result.reset(gst_caps_intersect_full(filter, result.get(), GST_CAPS_INTERSECT_FIRST));
   return result.release();
@@ -172,7 +172,7 @@ bool CStabilizerElement::ProposeAllocation(GstQuery& query) const {
   return true;
 }
 
-/// Takes the pool that downstream offers, or one of its own.
+/// Uses the pool that downstream offers, or a new one.
 bool CStabilizerElement::DecideAllocation(GstQuery& query) {
   GstCaps* caps = nullptr;
   gst_query_parse_allocation(&query, &caps, nullptr);
@@ -195,14 +195,14 @@ bool CStabilizerElement::DecideAllocation(GstQuery& query) {
   return m_parent.decide_allocation(&m_base, &query);
 }
 
-/// Those that tell places in the frame lose their meaning when its sides are cut off.
+/// Metas that tell places in the frame are dropped where cropping changes the places.
 bool CStabilizerElement::KeepsMeta(const GstMeta& meta) const {
   const bool keepsSize = m_input.width == m_output.width && m_input.height == m_output.height;
   return keepsSize ||
          !gst_meta_api_type_has_tag(meta.info->api, g_quark_from_static_string(GST_META_TAG_VIDEO_SIZE_STR));
 }
 
-/// Lets the stream run with the options that the properties ask for.
+/// Puts new property values into effect: draws all frames held, then makes new settings.
 bool CStabilizerElement::TakeOptions() {
   {
     const ObjectLock lock(*this);
@@ -214,14 +214,14 @@ bool CStabilizerElement::TakeOptions() {
     m_hasNewOptions = false;
     m_options = m_properties.options;
   }
-  // Frames may have another size now.
+  // The size of the output may have changed.
   gst_base_transform_reconfigure_src(&m_base);
   return m_input.width == 0 || Prepare();
 }
 
 GstFlowReturn CStabilizerElement::Submit(bool isDiscontinuous, GstBuffer* frame) {
   BufferPtr taken(frame);
-  // The base class says so of all frames until the first is out, which comes late here.
+  // `isDiscontinuous` is of no use: the base class keeps it set until the first frame leaves.
   if (GST_BUFFER_IS_DISCONT(frame)) Drain();
   if (!TakeOptions()) return GST_FLOW_ERROR;
   return m_parent.submit_input_buffer(&m_base, isDiscontinuous, taken.release());
@@ -236,18 +236,18 @@ GstFlowReturn CStabilizerElement::Generate(GstBuffer** out) {
   return Next(out);
 }
 
-/// The frame, or a copy where its pool cannot spare it as long as it is held.
-BufferPtr CStabilizerElement::Lasting(BufferPtr frame) {
+/// The frame, or a copy when its pool has too few buffers for frames to be held.
+BufferPtr CStabilizerElement::Holdable(BufferPtr frame) {
   if (!frame->pool) return frame;
   guint most = 0;
   GstStructure* const config = gst_buffer_pool_get_config(frame->pool);
   gst_buffer_pool_config_get_params(config, nullptr, nullptr, nullptr, &most);
   gst_structure_free(config);
-  return most == 0 || most >= BuffersWanted() ? std::move(frame) : Copied(std::move(frame));
+  return most == 0 || most >= BuffersWanted() ? std::move(frame) : Copy(std::move(frame));
 }
 
-/// Null where that fails.
-BufferPtr CStabilizerElement::Copied(BufferPtr frame) {
+/// Null on failure.
+BufferPtr CStabilizerElement::Copy(BufferPtr frame) {
   if (!m_copies) {
     m_copies.reset(gst_video_buffer_pool_new());
     GstStructure* const config = gst_buffer_pool_get_config(m_copies.get());
@@ -281,7 +281,7 @@ GstFlowReturn CStabilizerElement::Take(BufferPtr frame) {
   bool isTaken = false;
   const bool isDone = Try([&] {
     if (!m_stream) m_stream.emplace(m_input, m_output, m_facts, m_settings);
-    frame = Lasting(std::move(frame));
+    frame = Holdable(std::move(frame));
     isTaken = frame && m_stream->Push(std::move(frame));
   });
   if (!isDone) return GST_FLOW_ERROR;
@@ -293,7 +293,7 @@ GstFlowReturn CStabilizerElement::Take(BufferPtr frame) {
   return GST_FLOW_OK;
 }
 
-/// The oldest frame, when it is ready; null otherwise. What is due before it goes downstream at once.
+/// Gives the next drawn frame in `out`; null when none is ready. Events that are due before it go downstream.
 GstFlowReturn CStabilizerElement::Next(GstBuffer** out) {
   *out = nullptr;
   while (m_stream) {
@@ -329,7 +329,7 @@ GstFlowReturn CStabilizerElement::Draw(GstBuffer** out) {
   return GST_FLOW_OK;
 }
 
-/// Sends all that is held downstream, as what follows has nothing to do with it.
+/// Draws all frames held and sends them and their events downstream. The next frame begins a new path.
 GstFlowReturn CStabilizerElement::Drain() {
   m_firstTime = GST_CLOCK_TIME_NONE;
   if (!m_stream) return GST_FLOW_OK;
@@ -342,7 +342,7 @@ GstFlowReturn CStabilizerElement::Drain() {
   return flow;
 }
 
-/// Forgets what is held. Of its events, those stay that tell what the stream is.
+/// Drops all frames held. Of their events, the sticky ones are kept on the source pad.
 void CStabilizerElement::Drop() {
   m_firstTime = GST_CLOCK_TIME_NONE;
   m_hasSkipped = false;
@@ -385,7 +385,7 @@ bool CStabilizerElement::SourceEvent(GstEvent* event) {
     GstClockTime time = GST_CLOCK_TIME_NONE;
     const ObjectLock lock(*this);
     gst_event_parse_qos(event, nullptr, &m_proportion, &lateness, &time);
-    // As decoders do: twice as late, to catch up.
+    // Skips for twice the lateness, as decoders do, to catch up.
     const GstClockTimeDiff ahead = lateness > 0 ? 2 * lateness : lateness;
     const bool isKnown = GST_CLOCK_TIME_IS_VALID(time) && (ahead >= 0 || time > static_cast<guint64>(-ahead));
     m_earliest = isKnown ? time + static_cast<guint64>(ahead) : GST_CLOCK_TIME_NONE;
@@ -393,7 +393,7 @@ bool CStabilizerElement::SourceEvent(GstEvent* event) {
   return m_parent.src_event(&m_base, event);
 }
 
-/// Tells, and reports to the application, that the frame would come too late.
+/// True when the frame would come too late; the application then gets a QoS message.
 bool CStabilizerElement::SkipsLate(GstBuffer& frame) {
   const GstSegment& segment = m_base.segment;
   if (segment.format != GST_FORMAT_TIME) return false;
@@ -441,7 +441,7 @@ void CStabilizerElement::Post(const GstBuffer& frame, const precise::FrameReport
 }
 
 bool CStabilizerElement::Query(GstPadDirection direction, GstQuery& query) {
-  // Whoever asks wants its buffers back.
+  // Upstream wants its buffers back.
   if (GST_QUERY_TYPE(&query) == GST_QUERY_DRAIN && direction == GST_PAD_SINK) Drain();
   if (GST_QUERY_TYPE(&query) != GST_QUERY_LATENCY || direction != GST_PAD_SRC)
     return m_parent.query(&m_base, direction, &query);

@@ -6,11 +6,11 @@
 #include "gst/framestream.h"
 #include "gst/properties.h"
 
-/// What the element does, behind the library's object. Calls come as the base class makes them: those that
-/// concern frames and serialized events from the streaming thread alone, the others from any.
+/// The element's behaviour, to which the GObject forwards its virtual methods. The base class calls those
+/// about frames, caps and serialized events on the streaming thread, the others on any thread.
 class CStabilizerElement {
  public:
-  /// `base` outlives this; its class's own functions are in `parent`.
+  /// `base` must outlive this. `parent` is the base class, whose methods do the usual work.
   CStabilizerElement(GstBaseTransform& base, const GstBaseTransformClass& parent);
 
   void SetProperty(guint id, const GValue& value);
@@ -39,8 +39,8 @@ class CStabilizerElement {
   bool Prepare();
   bool TakeOptions();
   void SetLatency();
-  BufferPtr Lasting(BufferPtr frame);
-  BufferPtr Copied(BufferPtr frame);
+  BufferPtr Holdable(BufferPtr frame);
+  BufferPtr Copy(BufferPtr frame);
   guint BuffersWanted() const;
   GstFlowReturn Take(BufferPtr frame);
   GstFlowReturn Next(GstBuffer** out);
@@ -54,15 +54,15 @@ class CStabilizerElement {
   GstBaseTransform& m_base;
   const GstBaseTransformClass& m_parent;
 
-  // Under the object lock.
+  // Guarded by the object lock.
   Properties m_properties;
   bool m_hasNewOptions = false;
-  Options m_options;  ///< that the stream runs with; only its thread writes them
+  Options m_options;  ///< in effect; written by the streaming thread only
   GstClockTime m_latency = 0;
-  GstClockTime m_earliest = GST_CLOCK_TIME_NONE;  ///< running time; frames before come too late
+  GstClockTime m_earliest = GST_CLOCK_TIME_NONE;  ///< running time up to which frames come too late
   gdouble m_proportion = 1;
 
-  // Of the streaming thread.
+  // Used by the streaming thread only.
   GstVideoInfo m_input = {}, m_output = {};
   StreamFacts m_facts;
   precise::Settings m_settings;
@@ -70,5 +70,5 @@ class CStabilizerElement {
   PoolPtr m_copies;
   GstClockTime m_firstTime = GST_CLOCK_TIME_NONE, m_interval = GST_CLOCK_TIME_NONE;
   guint64 m_drawn = 0, m_skipped = 0;
-  bool m_hasSkipped = false;  ///< the next frame does not follow the last one
+  bool m_hasSkipped = false;  ///< a frame, since the last one drawn
 };

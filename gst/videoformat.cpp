@@ -17,12 +17,12 @@ const char kRawVideo[] = "video/x-raw, format=(string){ I420, YV12, Y42B, Y444, 
 
 namespace {
 
-/// The engine takes red, green and blue as green, blue and red.
+/// The library's number of the engine's plane: the engine's order of RGB is green, blue, red.
 guint Component(const GstVideoInfo& info, guint plane) {
   return GST_VIDEO_INFO_IS_RGB(&info) ? (plane + 1) % 3 : plane;
 }
 
-/// Where the first sample of chroma lies, in luma samples from the first of these.
+/// The first chroma sample's distance from the first luma sample, in luma samples.
 double Site(int shift, bool isCosited) { return isCosited ? 0 : ((1 << shift) - 1) / 2.0; }
 
 ColourMatrix MatrixOf(const GstVideoInfo& info) {

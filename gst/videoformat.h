@@ -5,35 +5,36 @@
 
 #include "host/settings.h"
 
-// How the library's raw video lies in memory, as the precise engine takes it.
+// Describes GStreamer's raw video in the precise engine's terms.
 
 /// Caps of all raw video that can be stabilized.
 extern const char kRawVideo[];
 
-/// What fixed caps of such video tell. The library forgets the chroma site where it knows the colours badly.
+/// The format that fixed caps describe. Keeps their chroma site, which the library replaces by a default when
+/// the colorimetry is missing or invalid.
 GstVideoInfo InfoOf(const GstCaps& caps);
 
-/// What a stream of such frames tells about itself. Chroma of 4:2:2 lies on luma samples, whatever the caps
-/// tell.
+/// The precise engine's description of such a stream. Chroma of 4:2:2 always counts as lying on luma samples.
 StreamFacts FactsOf(const GstVideoInfo& info);
 
-/// True where both chroma components share a plane, sample by sample.
+/// True when both chroma components alternate in one plane, as in NV12.
 bool IsInterleaved(const GstVideoInfo& info);
 
-/// The planes of a mapped frame in the engine's order. Those that share a plane are left out.
+/// The planes of a mapped frame in the engine's order, without interleaved chroma (see CSplitChroma).
 precise::ConstPicture ConstPlanesOf(const GstVideoFrame& frame);
 precise::Picture PlanesOf(const GstVideoFrame& frame);
 
-/// Chroma of an interleaved frame in planes of its own. Other frames need none, and get none.
+/// Planes for the chroma of interleaved frames, one for each component. With other frames its methods do
+/// nothing.
 class CSplitChroma {
  public:
   CSplitChroma(const GstVideoInfo& info, const precise::PictureFormat& format);
 
-  /// Takes the samples of `frame`, or gives them to it.
+  /// Split copies the chroma of `frame` into the planes; Merge copies the planes into the chroma of `frame`.
   void Split(const GstVideoFrame& frame);
   void Merge(const GstVideoFrame& frame) const;
 
-  /// Puts the planes to those of a picture that lacks them.
+  /// Adds the planes to a picture that has only luma.
   void AddTo(precise::ConstPicture& picture) const;
   void AddTo(precise::Picture& picture);
 

@@ -20,7 +20,7 @@ namespace {
 
 enum ExitCode { kDone = 0, kWorkFailed = 1, kWrongUsage = 2 };
 
-/// One run over a stream: what comes in goes through the engine and out again.
+/// Takes one stream through an engine, from the first frame to the last.
 class Run {
  public:
   Run(const Options& options, std::FILE* input, std::FILE* output, std::FILE* messages)
@@ -28,7 +28,7 @@ class Run {
                                                       : MakeClassicPipeline(options, input, output)),
         m_progress(messages, options.totalFrames, !options.quiet && IsTerminal(messages)) {}
 
-  /// Frames finished before a failure have been written.
+  /// Throws WorkError. When the input fails, all frames before the failure are written first.
   void Stabilize() {
     while (Take()) Deliver();
     m_pPipeline->EndInput();
@@ -63,7 +63,8 @@ class Run {
   Progress m_progress;
 };
 
-/// One line that no terminal takes for commands, whatever the words of the command line hold.
+/// Prints one line. Control characters are replaced: the reason may quote arguments that hold escape
+/// sequences.
 int Report(std::FILE* messages, ExitCode code, const std::string& reason) {
   std::fprintf(messages, "vstabilize: %s\n", WithoutControls(reason).c_str());
   return code;

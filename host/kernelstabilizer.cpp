@@ -18,7 +18,7 @@ std::optional<StabilizedFrame> KernelStabilizer::Process(bool repeatNewest) {
   if (m_motionLog) {
     const MotionRecord motion = m_motions.front(), correction = m_kernel.LatestCorrection();
     m_motions.pop_front();
-    m_motionLog->WriteLine(m_frame++, motion.dx, motion.dy, motion.theta, correction.dx, correction.dy,
+    m_motionLog->WriteLine(m_framesOut++, motion.dx, motion.dy, motion.theta, correction.dx, correction.dy,
                            correction.theta);
   }
   return StabilizedFrame{m_buffer.data(), m_layout.pitchBytes};

@@ -9,10 +9,10 @@
 #include "host/stabilizer.h"
 #include "kernel/stabilizevideokernel.h"
 
-/// The kernel, driven directly. Writes the motion log when one is asked for.
+/// Drives the kernel directly, and writes the motion log.
 class KernelStabilizer final : public Stabilizer {
  public:
-  /// Writes no log where `motionFile` is empty. Throws WorkError and std::bad_alloc.
+  /// Writes no log if `motionFile` is empty. Throws WorkError and std::bad_alloc.
   KernelStabilizer(const StabilizerSettings& settings, FrameSize size, const KernelOps& ops,
                    const std::string& motionFile);
 
@@ -24,7 +24,7 @@ class KernelStabilizer final : public Stabilizer {
   OutputLayout m_layout;
   CStabilizeVideoKernel m_kernel;
   std::optional<MotionLog> m_motionLog;
-  std::deque<MotionRecord> m_motions;  // of the frames held
-  std::int64_t m_frame = 0;            // the next one out
-  std::vector<std::uint8_t> m_buffer;  // of the frame that comes in and of the one that goes out
+  std::deque<MotionRecord> m_motions;  // of the frames in the delay line
+  std::int64_t m_framesOut = 0;
+  std::vector<std::uint8_t> m_buffer;  // the kernel replaces the input frame by the output frame
 };

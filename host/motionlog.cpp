@@ -38,10 +38,10 @@ void MotionLog::Fail() const {
 }
 
 precise::FrameReport AsLogged(const precise::FrameReport& report) {
-  constexpr double kDegrees = 180 / std::numbers::pi;
+  constexpr double kDegreesPerRadian = 180 / std::numbers::pi;
   precise::FrameReport logged = report;
-  logged.motion = {report.motion.x, -report.motion.y, -report.motion.roll * kDegrees};
-  logged.correction = {report.correction.x, -report.correction.y, report.correction.roll * kDegrees};
+  logged.motion = {report.motion.x, -report.motion.y, -report.motion.roll * kDegreesPerRadian};
+  logged.correction = {report.correction.x, -report.correction.y, report.correction.roll * kDegreesPerRadian};
   return logged;
 }
 

@@ -8,19 +8,19 @@
 
 #include "precise/stabilizer.h"
 
-/// Throws WorkError when the name is that of the stream's input or output, whatever way it is spelt, or of
-/// another file that is not to be overwritten.
+/// Throws WorkError when `fileName`, in whatever spelling, names the file of the input or of the output, or
+/// another existing regular file while `overwrite` is false.
 void CheckMotionFile(const std::string& fileName, bool overwrite, std::FILE* input, std::FILE* output);
 
-/// A CSV file with a line for each delivered frame: its number from 0, how the content moved against the
-/// frame before, and how it was moved to correct that. x in pixels to the right, y in pixels upward, theta in
-/// degrees, counterclockwise in the motion and clockwise in the correction.
+/// A CSV file with a line for each delivered frame: its number from 0, the motion of its content since the
+/// frame before, and the correction. x and y are in pixels, positive to the right and upward. theta is in
+/// degrees, positive counterclockwise in the motion and clockwise in the correction.
 class MotionLog {
  public:
-  /// `moreColumns` begins with a comma where it is not empty. Throws WorkError when the file cannot be made.
+  /// `moreColumns` is empty or begins with a comma. Throws WorkError when the file cannot be made.
   explicit MotionLog(const std::string& fileName, std::string_view moreColumns = "");
 
-  /// Numbers get the shortest digits that read back as the same. Throws WorkError.
+  /// Writes each number with the fewest digits that read back as the same number. Throws WorkError.
   template <class... Number>
   void WriteLine(Number... numbers) {
     m_line.clear();
@@ -29,7 +29,7 @@ class MotionLog {
     Write(m_line);
   }
 
-  /// Writes what is still buffered. Throws WorkError.
+  /// Writes the rest of the buffered lines. Throws WorkError.
   void Close();
 
  private:
@@ -37,11 +37,11 @@ class MotionLog {
     void operator()(std::FILE* file) const { std::fclose(file); }
   };
 
-  /// The number and a comma.
+  /// Adds the number and a comma to the line.
   template <class Number>
   void Append(Number number) {
     char digits[32];
-    // Adding zero turns -0 into 0.
+    // Adding 0 turns -0 into 0, which is written without a sign.
     m_line.append(digits, std::to_chars(digits, digits + sizeof digits, number + Number{}).ptr);
     m_line += ',';
   }
@@ -57,9 +57,8 @@ class MotionLog {
 /// The columns that the precise engine adds.
 inline constexpr std::string_view kPreciseColumns = ",shot,zoom";
 
-/// The report with the classic engine's units and signs: y upward, degrees, roll of the motion against the
-/// clock, and that of the correction with it.
+/// Converts a report to the units and signs of `MotionLog`, which are the classic engine's.
 precise::FrameReport AsLogged(const precise::FrameReport& report);
 
-/// A line of the precise engine, as logged. Throws WorkError.
+/// Converts a report of the precise engine and writes it as a line. Throws WorkError.
 void WriteReport(MotionLog& log, const precise::FrameReport& report);

@@ -29,7 +29,7 @@ bool ParseHexadecimal(std::string_view text, std::uint32_t& value) {
   return error == std::errc() && rest == end;
 }
 
-/// As many integers as `values` holds, with `separator` between them.
+/// Parses integers with `separator` between them; false unless they are exactly as many as `values` holds.
 bool ParseList(std::string_view text, char separator, std::span<std::int32_t> values) {
   for (std::size_t i = 0; i < values.size(); ++i) {
     const bool isLast = i + 1 == values.size();
@@ -40,7 +40,7 @@ bool ParseList(std::string_view text, char separator, std::span<std::int32_t> va
   return true;
 }
 
-/// The place of `value` in a list of words.
+/// The index of `value` in `words`. Throws a UsageError that lists the words if `value` is none of them.
 std::int32_t IndexOf(std::string_view option, std::string_view value,
                      std::span<const std::string_view> words) {
   std::string choices;
@@ -143,9 +143,9 @@ void SetFolder(Options& options, std::string_view name, std::string_view value) 
   options.folder = value;
 }
 
-/// Seconds, MM:SS or HH:MM:SS, the seconds with decimals if you like.
+/// Parses seconds, MM:SS or HH:MM:SS. The seconds may have decimals.
 bool ParseTime(std::string_view text, std::int64_t& milliseconds) {
-  std::int64_t whole = 0;  // seconds before the last colon
+  std::int64_t whole = 0;  // hours and minutes, in seconds
   double seconds = 0, limit = 1e9;
   for (std::size_t colon = text.find(':'), count = 0; colon != std::string_view::npos;
        colon = text.find(':')) {
@@ -222,14 +222,14 @@ constexpr unsigned kPipe = Bit(Program::Pipe), kFiles = Bit(Program::Files), kBo
 
 struct OptionRow {
   std::string_view name;
-  std::string_view value;  ///< what the help calls it; empty for an option without a value
-  unsigned programs;       ///< those that have it
-  unsigned engines;        ///< those that have it
+  std::string_view value;  ///< its name in the help; empty for an option without a value
+  unsigned programs;       ///< bits of the programs that have the option
+  unsigned engines;        ///< bits of the engines that have the option
   std::string_view help;
   void (*set)(Options& options, std::string_view name, std::string_view value);
 };
 
-// In the help a line break stands before what differs between the engines.
+// In the help texts, the part that differs between the engines begins on a new line.
 constexpr OptionRow kOptions[] = {
     {"--size", "WxH", kPipe, kClassic, "size of raw frames in pixels; without it the input is YUV4MPEG2",
      SetSize},
@@ -249,13 +249,15 @@ constexpr OptionRow kOptions[] = {
      "nearest, bilinear, bicubic\n(default precise: bicubic; classic, which has no bicubic: bilinear)",
      SetInterpolation},
     {"--background", "RRGGBB", kBoth, kAll,
-     "fill of uncovered pixels (default 000000)\nor keep, what was last seen there (precise)", SetBackground},
+     "colour of uncovered pixels (default 000000)\nor keep: what was last seen there (precise)",
+     SetBackground},
     {"--rotation", "", kBoth, kAll, "correct roll too (default of precise)", Set<&Options::rotation>},
     {"--no-rotation", "", kBoth, kAll, "do not correct roll (default of classic)",
      Set<&Options::rotation, false>},
-    {"--tripod", "", kBoth, kPrecise, "hold still: lay every frame of a shot on its first (precise)",
+    {"--tripod", "", kBoth, kPrecise, "hold still: align every frame of a shot with its first (precise)",
      Set<&Options::tripod>},
-    {"--no-cuts", "", kBoth, kPrecise, "take the clip as one shot (precise)", Set<&Options::findCuts, false>},
+    {"--no-cuts", "", kBoth, kPrecise, "treat the clip as one shot (precise)",
+     Set<&Options::findCuts, false>},
     {"--roi", "L,T,R,B", kBoth, kAll, "estimate from this region only (default the whole frame)", SetRoi},
     {"--quality", "1..4", kBoth, kClassic,
      "precision of the motion estimate, 1 finest and slowest (classic; default 3)", SetQuality},
@@ -263,36 +265,35 @@ constexpr OptionRow kOptions[] = {
      SetMotionFile},
     {"--force", "", kPipe, kAll, "overwrite a motion file that exists", Set<&Options::overwrite>},
     {"--force", "", kFiles, kAll, "overwrite OUTPUT and the motion file", Set<&Options::overwrite>},
-    {"--into", "FOLDER", kFiles, kAll, "write each output there, under its input's name", SetFolder},
+    {"--into", "FOLDER", kFiles, kAll, "write each output into FOLDER, under its input's name", SetFolder},
     {"--format", "EXT", kFiles, kAll,
      "extension of the outputs' format (default OUTPUT's own; with --into, INPUT's)", SetFormat},
-    {"--start", "T", kFiles, kAll, "begin with the first frame from here on: seconds or [HH:]MM:SS[.mmm]",
+    {"--start", "T", kFiles, kAll, "begin with the first frame at T or later: seconds or [HH:]MM:SS[.mmm]",
      SetTime<&Options::start>},
-    {"--end", "T", kFiles, kAll, "end before the first frame from here on", SetTime<&Options::end>},
+    {"--end", "T", kFiles, kAll, "end before the first frame at T or later", SetTime<&Options::end>},
     {"--compare", "", kFiles, kAll, "show the picture before and after, side by side",
      Set<&Options::compare>},
     {"--codec", "NAME", kFiles, kAll,
-     "of the picture, or the name of an encoder (default by OUTPUT's extension)",
+     "codec of the picture, or name of an encoder (default by OUTPUT's extension)",
      SetEncoding<&Encoding::codec>},
     {"--crf", "N", kFiles, kAll, "quality of the encoding, lower is better (default by codec)", SetCrf},
-    {"--preset", "NAME", kFiles, kAll, "of the encoder: its speed against size (default by codec)",
+    {"--preset", "NAME", kFiles, kAll, "preset of the encoder: its speed against size (default by codec)",
      SetEncoding<&Encoding::preset>},
     {"--encoder-options", "K=V:K=V", kFiles, kAll, "further options of the encoder",
      SetEncoding<&Encoding::options>},
-    {"--keep-partial", "", kFiles, kAll, "keep what there is of a clip that breaks off",
+    {"--keep-partial", "", kFiles, kAll, "keep the output of a clip that breaks off",
      Set<&Options::keepPartial>},
     {"--frames", "N", kPipe, kAll, "number of frames in the input, for the progress bar", SetTotalFrames},
     {"--simd", "LEVEL", kBoth, kPrecise | kKernel,
-     "cap on the instruction set: scalar, avx2 (default the best of this machine)", SetSimd},
+     "highest instruction set to use: scalar, avx2 (default the best of this machine)", SetSimd},
     {"--registered", "", kPipe, kTransform,
-     "the transform that is registered, not the one beside the program (Windows)", SetRegistered},
+     "use the registered transform, not the one beside the program (Windows)", SetRegistered},
     {"--settings", "", kPipe, kTransform,
-     "show the transform's property pages, save what is applied, and end (Windows)", SetShowSettings},
-    {"--output-size", "", kPipe, kAll,
-     "check the settings, print the size of the frames that come out, and end",
+     "show the transform's property pages and end; Apply saves the settings (Windows)", SetShowSettings},
+    {"--output-size", "", kPipe, kAll, "check the settings, print the size of the output frames, and end",
      SetAction<Action::PrintOutputSize>},
     {"--quiet", "", kBoth, kAll, "no progress bar", Set<&Options::quiet>},
-    {"--verbose", "", kFiles, kAll, "tell more, and without a terminal too", Set<&Options::verbose>},
+    {"--verbose", "", kFiles, kAll, "print more, even without a terminal", Set<&Options::verbose>},
     {"--help", "", kBoth, kAll, "print this text", SetAction<Action::PrintHelp>},
     {"--version", "", kBoth, kAll, "print the version", SetAction<Action::PrintVersion>},
 };
@@ -300,19 +301,20 @@ constexpr OptionRow kOptions[] = {
 constexpr std::size_t kLongestName =
     std::ranges::max(kOptions, {}, [](const OptionRow& row) { return row.name.size(); }).name.size();
 
-/// Insertions, deletions and replacements that make an option's name of the word (Levenshtein 1966).
-std::size_t EditDistance(std::string_view from, std::string_view to) {
+/// The fewest insertions, deletions and replacements that turn a word into an option's name (Levenshtein
+/// 1966).
+std::size_t EditDistance(std::string_view word, std::string_view name) {
   std::array<std::size_t, kLongestName + 1> costs = {};
   std::iota(costs.begin(), costs.end(), 0);
-  for (std::size_t i = 0; i < from.size(); ++i) {
+  for (std::size_t i = 0; i < word.size(); ++i) {
     std::size_t diagonal = costs[0]++;
-    for (std::size_t j = 0; j < to.size(); ++j) {
-      const std::size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+    for (std::size_t j = 0; j < name.size(); ++j) {
+      const std::size_t replaced = diagonal + (word[i] == name[j] ? 0 : 1);
       diagonal = costs[j + 1];
       costs[j + 1] = std::min({replaced, diagonal + 1, costs[j] + 1});
     }
   }
-  return costs[to.size()];
+  return costs[name.size()];
 }
 
 [[noreturn]] void RefuseUnknown(std::string_view argument, std::string_view name, Program program) {
@@ -333,20 +335,20 @@ const OptionRow& FindOption(std::string_view argument, std::string_view name, Pr
 
 using Given = std::vector<const OptionRow*>;
 
-bool AllServe(const Given& given, unsigned engine) {
+bool HasAll(unsigned engine, const Given& given) {
   return std::ranges::all_of(given, [engine](const OptionRow* row) { return (row->engines & engine) != 0; });
 }
 
-/// The engine of the pipe where none is named.
+/// The engine of `vstabilize` without --engine.
 Engine DefaultEngine(const Options& options, const Given& given) {
   if (options.registered) return Engine::Transform;
   if (options.size.width == 0) return Engine::Precise;
-  const bool transformCan = kHasTransform && AllServe(given, kTransform) &&
-                            (!options.roi || ShareFarEdge(*options.roi, options.size));
+  const bool transformCan = kHasTransform && HasAll(kTransform, given) &&
+                            (!options.roi || EqualizeRightAndBottom(*options.roi, options.size));
   return transformCan ? Engine::Transform : Engine::Kernel;
 }
 
-void CheckServed(const OptionRow& row, Engine engine, Program program) {
+void CheckEngineHas(const OptionRow& row, Engine engine, Program program) {
   if ((row.engines & Bit(engine)) != 0) return;
   const bool isPipe = program == Program::Pipe;
   const std::string_view wayOut = engine == Engine::Precise
@@ -365,30 +367,31 @@ void CheckRange(const Options& options) {
   if (options.end && *options.end <= options.start.value_or(0))
     throw UsageError("--end: the range ends before it starts; give a later time");
   if (options.keepBackground)
-    throw UsageError("--background keep: it depends on all frames before; leave out --start and --end");
+    throw UsageError("--background keep: it needs all earlier frames; leave out --start and --end");
   if (!options.motionFile.empty() && options.engine == Engine::Kernel)
     throw UsageError("--motion: the engine kernel logs whole clips only; leave out --start and --end");
 }
 
 void CheckFiles(const Options& options) {
   CheckRange(options);
-  if (options.engine == Engine::Transform) Refuse("--engine", "transform", "files take precise or kernel");
+  if (options.engine == Engine::Transform)
+    Refuse("--engine", "transform", "choose precise or kernel for files");
   if (options.folder.empty() ? options.files.size() != 2 : options.files.empty())
-    throw UsageError(
-        "give INPUT and OUTPUT, or INPUT... --into FOLDER, and settings if you like; see --help");
+    throw UsageError("give INPUT and OUTPUT, or INPUT... --into FOLDER; see --help");
 }
 
-void CheckWhole(Options& options, const Given& given, Program program) {
+/// Chooses the engine if none is named, and checks the options against the engine and against each other.
+void CompleteAndCheck(Options& options, const Given& given, Program program) {
   const auto isEngine = [](const OptionRow* row) { return row->name == "--engine"; };
   if (program == Program::Pipe && std::ranges::none_of(given, isEngine))
     options.engine = DefaultEngine(options, given);
-  for (const OptionRow* row : given) CheckServed(*row, options.engine, program);
+  for (const OptionRow* row : given) CheckEngineHas(*row, options.engine, program);
   if (program == Program::Files) return CheckFiles(options);
   if (options.engine != Engine::Precise && options.size.width == 0)
     throw UsageError("the frame size is missing: give --size WxH");
 }
 
-/// The value of an option, which may be the next argument.
+/// The value of an option: the text after `=`, or the next argument.
 std::string_view ValueOf(const OptionRow& row, std::span<const char* const> arguments, std::size_t& i) {
   const std::string_view argument = arguments[i];
   const std::size_t equals = argument.find('=');
@@ -414,9 +417,9 @@ constexpr std::string_view kFilesUsage =
     "       stabilize INPUT... --into FOLDER [settings]\n"
     "       stabilize - - --format EXT [settings] < in > out\n"
     "\n"
-    "Takes the shake out of a video. OUTPUT's extension decides its format. Sound, subtitles, time stamps "
-    "and\n"
-    "colours stay those of INPUT. Behind -- all arguments are file names.\n"
+    "Takes the shake out of a video. OUTPUT's extension selects its format.\n"
+    "Sound, subtitles, time stamps and colours stay as in INPUT.\n"
+    "After -- all arguments are file names.\n"
     "\n"
     "  stabilize shaky.mp4 steady.mp4\n"
     "  stabilize shaky.mov steady.mkv --crop 8% --window 60\n"
@@ -447,7 +450,7 @@ Options ParseOptions(std::span<const char* const> arguments, Program program) {
     given.push_back(&row);
     if (options.action == Action::PrintHelp || options.action == Action::PrintVersion) return options;
   }
-  if (options.action != Action::ShowSettings) CheckWhole(options, given, program);
+  if (options.action != Action::ShowSettings) CompleteAndCheck(options, given, program);
   return options;
 }
 

@@ -13,46 +13,46 @@
 #include "engine/stabilizersettings.h"
 #include "precise/stabilizer.h"
 
-/// The command line cannot be understood or makes no sense; the message says why and what would.
+/// The command line is wrong. The message says what is wrong and what would be right.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Throws UsageError.
+/// Throws the UsageError "`option` `value`: `wanted`".
 [[noreturn]] void Refuse(std::string_view option, std::string_view value, const std::string& wanted);
 
 /// What the command does.
 enum class Action { Stabilize, ShowSettings, PrintOutputSize, PrintHelp, PrintVersion };
 
-/// What stabilizes: the precise engine, or the classic one as a kernel or as the transform through COM. The
-/// last two give the same bytes.
+/// The precise engine or the classic one. `Kernel` calls the classic engine directly, `Transform` calls it
+/// through COM; both give the same bytes.
 enum class Engine { Precise, Kernel, Transform };
 
-/// Margins of each side.
+/// The margins at the left and at the right (`x`), and at the top and at the bottom (`y`).
 struct Margins {
   double x = 0, y = 0;
-  bool isPercent = false;  ///< of the frame's width and height; otherwise pixels
+  bool isPercent = false;  ///< percent of the frame's width and height; otherwise pixels
 };
 
 /// The programs that share the options: `vstabilize` works in a pipe, `stabilize` on files.
 enum class Program { Pipe, Files };
 
-/// What `stabilize` takes for the standard input or output where a file is to be named.
+/// To `stabilize`, this file name means the standard input or output.
 inline constexpr std::string_view kStandardStream = "-";
 
-/// How `stabilize` encodes the picture. What is empty follows from the output's format.
+/// How `stabilize` encodes the picture. Empty fields get defaults that depend on the output's format.
 struct Encoding {
   std::string codec, preset;
   std::optional<double> crf;
-  std::string options;  ///< of the encoder: k=v:k=v
+  std::string options;  ///< further options of the encoder: k=v:k=v
 };
 
-/// What was asked for. An empty optional leaves the choice to the engine, see `host/settings.h`.
+/// What the command line asks for. An empty optional means the engine's default, see `host/settings.h`.
 struct Options {
   Action action = Action::Stabilize;
   Engine engine = Engine::Precise;
-  FrameSize size = {0, 0};  ///< of raw frames; zero: the stream tells
+  FrameSize size = {0, 0};  ///< of the classic engine's frames; zero if unknown
   std::optional<std::int32_t> window;
   std::optional<Margins> margins;
   std::optional<precise::Clipping> clipping;
@@ -63,18 +63,18 @@ struct Options {
   bool tripod = false, findCuts = true;
   std::optional<Rect> roi;
   std::optional<std::int32_t> quality;  ///< 0 finest … 3
-  bool registered = false;              ///< the transform that is registered, not the one beside the program
-  SimdLevel simd = SimdLevel::Avx2;     ///< at most
+  bool registered = false;              ///< use the registered transform, not the one beside the program
+  SimdLevel simd = SimdLevel::Avx2;     ///< the highest to use
   std::string motionFile;               ///< empty: none
-  bool overwrite = false;               ///< files that exist
+  bool overwrite = false;               ///< existing files
   std::int64_t totalFrames = 0;         ///< 0: unknown
   bool quiet = false;
 
-  // Of `stabilize` alone.
+  // For `stabilize` only:
   std::vector<std::string> files;
   std::string folder;  ///< for the outputs; empty: the last of the files is the output
-  std::string format;  ///< extension that names the outputs' format; empty: as their names say
-  std::optional<std::int64_t> start, end;  ///< of the range, in milliseconds; nothing: the clip's own
+  std::string format;  ///< the extension of the outputs' format; empty: that of their names
+  std::optional<std::int64_t> start, end;  ///< of the range, in milliseconds; empty: the clip's own
   Encoding encoding;
   bool compare = false, keepPartial = false, verbose = false;
 

@@ -76,8 +76,8 @@ bool AwaitTransfer(std::FILE* stream, Transfer transfer) {
 
 void PrepareStandardStreams() {
   std::signal(SIGPIPE, SIG_IGN);
-  // The system gives out the lowest free number first, so this fills the closed ones. They are read-only, so
-  // that writing to a closed stream still fails.
+  // `open` returns the lowest free descriptor, so the loop opens those of 0 to 2 that are closed. They are
+  // read-only: writing to a closed stream must still fail.
   int descriptor = open("/dev/null", O_RDONLY);
   while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDONLY);
   if (descriptor >= 0) close(descriptor);

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-/// The transform is a Windows module.
+/// The transform exists on Windows only.
 #ifdef _WIN32
 inline constexpr bool kHasTransform = true;
 #else
@@ -13,18 +13,20 @@ inline constexpr bool kHasTransform = false;
 
 bool IsTerminal(std::FILE* stream);
 
-/// How wide a terminal is, in characters; 0: unknown.
+/// The width of a terminal in characters; 0 if unknown.
 std::size_t TerminalColumns(std::FILE* terminal);
 
-/// True when the path leads to the very file that the stream reads or writes. A device is nobody's file.
+/// Whether the path leads to the file that the stream reads or writes. False for devices, which may be
+/// shared.
 bool IsFileOf(const std::string& path, std::FILE* stream);
 
 enum class Transfer { Read, Write };
 
-/// To be called after a failed transfer. If it failed only because the stream does not block, waits until the
-/// stream can go on and returns true.
+/// Call this after a failed transfer. If the transfer failed because a non-blocking stream was not ready,
+/// waits until the stream is ready and returns true.
 bool AwaitTransfer(std::FILE* stream, Transfer transfer);
 
-/// Prepares the standard streams: they carry plain bytes; writing to a closed pipe fails instead of ending
-/// the program; a closed stream becomes an empty one, so that no file opened later takes its number.
+/// On Windows, switches the standard streams to binary mode. On Linux, makes writes to a closed pipe fail
+/// instead of ending the program, and opens /dev/null for closed standard streams: otherwise a file that is
+/// opened later would take their descriptors.
 void PrepareStandardStreams();

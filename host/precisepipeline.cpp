@@ -19,7 +19,7 @@ Y4mReader OpenInput(std::FILE* input) {
   return Y4mReader(input);
 }
 
-/// As many frames as are between the reader and the writer at once.
+/// A ring of frame buffers, one for each frame that the engine holds at once.
 class FramePool {
  public:
   FramePool(std::size_t frames, std::size_t frameBytes) {
@@ -27,7 +27,7 @@ class FramePool {
     while (m_frames.size() < frames) m_frames.emplace_back(frameBytes);
   }
 
-  /// The place of a frame, by its number from 0.
+  /// The buffer of a frame, whose number counts from 0.
   Y4mFrame& operator[](std::int64_t frame) {
     return m_frames[static_cast<std::size_t>(frame) % m_frames.size()];
   }
@@ -53,7 +53,7 @@ class PrecisePipeline final : public Pipeline {
         m_held(static_cast<std::size_t>(m_stabilizer.DelayFrames()) + 1, FrameBytes(m_reader.Facts().format)),
         m_output(FrameBytes(m_outputFormat)) {
     if (!options.motionFile.empty()) m_log.emplace(options.motionFile, kPreciseColumns);
-    // The writer writes the head at once, so it comes after all that may fail.
+    // The writer's constructor writes the head, so all that may fail comes first.
     m_writer.emplace(output, m_reader.Head(), m_outputFormat);
   }
 

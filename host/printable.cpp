@@ -6,7 +6,7 @@ namespace {
 
 bool IsContinuation(char byte) { return (byte & '\xC0') == '\x80'; }
 
-/// Bytes of the character that begins with this one; 1 when none does.
+/// The length of the UTF-8 character that begins with `lead`; 1 if none can.
 std::size_t CharacterBytes(unsigned char lead) {
   if (lead < 0xC2 || lead > 0xF4) return 1;
   return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;

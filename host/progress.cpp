@@ -11,14 +11,14 @@ namespace {
 
 constexpr auto kRedrawInterval = std::chrono::milliseconds(100);
 
-std::string Minutes(double seconds) {
+std::string MinutesAndSeconds(double seconds) {
   constexpr double kLongest = 1e9;
   const auto whole = std::llround(std::min(seconds, kLongest));
   const std::string rest = std::to_string(whole % 60);
   return std::to_string(whole / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
 }
 
-/// As wide as there is room; empty where there is too little.
+/// A bar of at most `room` characters; empty if `room` is too small.
 std::string Bar(std::int64_t frames, std::int64_t total, std::size_t room) {
   constexpr std::size_t kFrame = 3, kNarrowest = 5, kWidest = 30;
   if (room < kFrame + kNarrowest) return "";
@@ -52,9 +52,9 @@ void Progress::Draw(std::int64_t frames) {
   m_lastDrawn = Clock::now();
   const double seconds = std::max(std::chrono::duration<double>(m_lastDrawn - m_start).count(), 1e-3);
   const double framesPerSecond = static_cast<double>(frames) / seconds;
-  // The announced total may be too small: then the bar stays full.
+  // If there are more frames than announced, the bar stays full.
   const std::int64_t total = std::max(m_totalFrames, frames);
-  // A line that wraps cannot be drawn over.
+  // The line must not wrap, because the next one overwrites only one row of the terminal.
   const std::size_t columns = TerminalColumns(m_pTerminal);
   const std::size_t room = columns > 0 ? columns - 1 : std::numeric_limits<std::size_t>::max();
   const std::string rate = ", " + std::to_string(std::llround(framesPerSecond)) + " a second";
@@ -63,11 +63,11 @@ void Progress::Draw(std::int64_t frames) {
   line += " frames";
   std::string left;
   if (m_totalFrames > 0)
-    left = ", " + Minutes(static_cast<double>(total - frames) / framesPerSecond) + " left";
+    left = ", " + MinutesAndSeconds(static_cast<double>(total - frames) / framesPerSecond) + " left";
   if ((line + rate + left).size() <= room) line += rate;
   line += left;
   if (m_totalFrames > 0) line = Bar(frames, total, room - std::min(room, line.size())) + line;
-  // Blanks cover a longer line before: not every Windows console follows control sequences.
+  // Blanks erase the end of a longer line. A control sequence would not do it on every Windows console.
   m_lineLength = std::min(room, std::max(m_lineLength, line.size()));
   line.resize(m_lineLength, ' ');
   std::fputs(('\r' + line).c_str(), m_pTerminal);

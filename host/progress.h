@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
-/// A line on a terminal that tells how far the work has come. Draws nothing when disabled.
+/// A line on a terminal that shows the progress. Draws nothing when disabled.
 class Progress {
  public:
   /// `totalFrames` 0: unknown.
@@ -25,5 +25,5 @@ class Progress {
   std::int64_t m_totalFrames, m_frames = 0;
   bool m_enabled;
   Clock::time_point m_start, m_lastDrawn;
-  std::size_t m_lineLength = 0;  // of the longest drawn
+  std::size_t m_lineLength = 0;  // of the longest line so far
 };

@@ -8,13 +8,13 @@
 #include "engine/stabilizersettings.h"
 #include "kernel/frame.h"
 
-/// Frames without padding, top row first, from a stream.
+/// Reads frames without padding, top row first.
 class RawVideoReader {
  public:
   RawVideoReader(std::FILE* stream, FrameSize size);
 
-  /// Reads the next frame into a padded bottom-up one; false at the stream's end. Throws WorkError when the
-  /// stream cannot be read or ends inside the frame.
+  /// Reads the next frame and stores it bottom-up with padded rows; false at the stream's end. Throws
+  /// WorkError when the stream cannot be read or ends inside the frame.
   bool Read(std::uint8_t* frame);
 
  private:
@@ -24,7 +24,7 @@ class RawVideoReader {
   std::int64_t m_frames = 0;
 };
 
-/// Frames without padding, top row first, to a stream.
+/// Writes frames without padding, top row first.
 class RawVideoWriter {
  public:
   RawVideoWriter(std::FILE* stream, FrameSize size);

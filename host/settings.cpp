@@ -17,7 +17,7 @@ void CheckRoi(const Rect& roi, std::int32_t width, std::int32_t height) {
     throw UsageError("--roi: the region lies outside the " + SizeText(width, height) + " frame");
 }
 
-/// Margins in pixels, of the frame's sides.
+/// Converts margins to pixels of a frame with these sides.
 Margins InPixels(Margins margins, std::int32_t width, std::int32_t height) {
   if (!margins.isPercent) return margins;
   return {width * margins.x / 100, height * margins.y / 100};
@@ -30,7 +30,7 @@ void CheckMargins(const Margins& margins, const precise::PictureFormat& format) 
              " frame; give less than half of each side");
 }
 
-/// One second of frames, made even.
+/// The even number of frames nearest to one second, within 16 to 64; 32 if the rate is unknown.
 std::int32_t DefaultWindow(const StreamFacts& stream) {
   constexpr std::int64_t kShortest = 16, kLongest = 64, kUnknownRate = 32;
   const std::int64_t frames = stream.rateNumerator, seconds = stream.rateDenominator;
@@ -39,23 +39,26 @@ std::int32_t DefaultWindow(const StreamFacts& stream) {
   return static_cast<std::int32_t>(std::clamp((frames + seconds) / (2 * seconds) * 2, kShortest, kLongest));
 }
 
-struct Weights {
+/// The weights of red and blue in luma.
+struct LumaWeights {
   double red, blue;
 };
 
-/// A colour as samples of luma, blue and red difference, and alpha, which nothing covers.
+/// The samples of a colour in each plane of the stream. Alpha is 0, so that uncovered pixels are transparent.
 std::array<std::uint16_t, precise::kMaxPlanes> ColourSamples(const std::array<std::uint8_t, 3>& blueGreenRed,
                                                              const StreamFacts& stream) {
-  static constexpr Weights kWeights[] = {{0.299, 0.114}, {0.2126, 0.0722}, {0.2627, 0.0593}, {0, 0}};
+  static constexpr LumaWeights kWeights[] = {{0.299, 0.114}, {0.2126, 0.0722}, {0.2627, 0.0593}, {0, 0}};
   const auto [redWeight, blueWeight] = kWeights[static_cast<std::size_t>(stream.matrix)];
   const double blue = blueGreenRed[0] / 255.0, green = blueGreenRed[1] / 255.0, red = blueGreenRed[2] / 255.0;
   const double luma = redWeight * red + (1 - redWeight - blueWeight) * green + blueWeight * blue;
   const double blueDifference = (blue - luma) / (2 * (1 - blueWeight));
   const double redDifference = (red - luma) / (2 * (1 - redWeight));
 
-  const double one = 1 << (stream.format.bitsPerSample - 8), highest = 256 * one - 1;
-  const double black = stream.isFullRange ? 0 : 16 * one, lumaSpan = stream.isFullRange ? highest : 219 * one;
-  const double grey = 128 * one, chromaSpan = stream.isFullRange ? highest : 224 * one;
+  const double step = 1 << (stream.format.bitsPerSample - 8);  // from one 8-bit value to the next
+  const double highest = 256 * step - 1;
+  const double black = stream.isFullRange ? 0 : 16 * step;
+  const double lumaSpan = stream.isFullRange ? highest : 219 * step;
+  const double grey = 128 * step, chromaSpan = stream.isFullRange ? highest : 224 * step;
   const auto sample = [highest](double value) {
     return static_cast<std::uint16_t>(std::clamp(std::floor(value + 0.5), 0.0, highest));
   };
@@ -78,9 +81,10 @@ void SetEstimation(const Options& options, StabilizerSettings& settings) {
   if (!options.roi) return;
   CheckRoi(*options.roi, options.size.width, options.size.height);
   std::optional<Rect> roi = options.roi;
-  if (options.engine == Engine::Transform) roi = ShareFarEdge(*roi, options.size);
+  if (options.engine == Engine::Transform) roi = EqualizeRightAndBottom(*roi, options.size);
   if (!roi)
-    throw UsageError("--roi: the transform takes one number for both far edges; choose --engine kernel");
+    throw UsageError(
+        "--roi: the transform has one number for the right and the bottom edge; choose --engine kernel");
   settings.ROI = *roi;
   settings.ROIEnabled = true;
 }
@@ -107,7 +111,7 @@ void SetPicture(const Options& options, StabilizerSettings& settings) {
 
 }  // namespace
 
-std::optional<Rect> ShareFarEdge(Rect roi, FrameSize size) {
+std::optional<Rect> EqualizeRightAndBottom(Rect roi, FrameSize size) {
   for (const std::int32_t edge : {roi.right, roi.bottom}) {
     if (std::min(edge, size.width) == std::min(roi.right, size.width) &&
         std::min(edge, size.height) == std::min(roi.bottom, size.height))
@@ -149,6 +153,6 @@ precise::Settings MakePreciseSettings(const Options& options, const StreamFacts&
   }
   if (!AreUsable(format, settings))
     throw UsageError("frames of " + SizeText(format.width, format.height) +
-                     " cannot be stabilized so; give smaller margins by --crop");
+                     " cannot be stabilized with these margins; give smaller ones with --crop");
   return settings;
 }

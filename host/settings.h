@@ -11,14 +11,15 @@
 
 inline constexpr double kDefaultCropPercent = 5;  ///< of the precise engine
 
-/// The transform takes only regions whose right and bottom edges are equal. Returns such a region that covers
-/// the same part of the frame; nothing where there is none.
-std::optional<Rect> ShareFarEdge(Rect roi, FrameSize size);
+/// The transform takes only regions whose right and bottom edges are the same number. Returns such a region
+/// that covers the same part of the frame, or nothing if there is none.
+std::optional<Rect> EqualizeRightAndBottom(Rect roi, FrameSize size);
 
 /// Settings of the classic engine for frames of `options.size`. Throws UsageError.
 StabilizerSettings MakeClassicSettings(const Options& options);
 
-/// What planes hold: luma and differences by a recommendation, or green, blue and red.
+/// How planes code a colour: as luma and colour differences of an ITU-R recommendation, or as green, blue,
+/// red.
 enum class ColourMatrix { Bt601, Bt709, Bt2020, Rgb };
 
 /// The properties that a stream of planar frames declares.
@@ -29,5 +30,5 @@ struct StreamFacts {
   bool isFullRange = false;
 };
 
-/// Settings of the precise engine for such a stream. Throws UsageError when the engine cannot work so.
+/// Settings of the precise engine for such a stream. Throws UsageError when the engine cannot use them.
 precise::Settings MakePreciseSettings(const Options& options, const StreamFacts& stream);

@@ -10,7 +10,7 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-/// The page classes of an object.
+/// The class identifiers of an object's property pages.
 class PageClasses {
  public:
   explicit PageClasses(IUnknown* object) {

@@ -13,33 +13,34 @@ struct StabilizedFrame {
   std::ptrdiff_t pitchBytes;  ///< from one row to the next
 };
 
-/// One stream through the stabilizer: frames go in, and come out half a smoothing window later.
+/// One stream through the classic engine. A frame comes out half a smoothing window after it went in.
 class Stabilizer {
  public:
   virtual ~Stabilizer() = default;
 
-  /// Where the next frame is to be put: padded, bottom-up. Valid until the next call of `Process`.
+  /// The buffer for the next input frame, bottom-up with padded rows. Valid until the next call of `Process`.
   virtual std::uint8_t* InputFrame() = 0;
 
-  /// Takes the frame that was put there, or the newest one again. Returns the frame that comes out, valid
-  /// until the next call, or nothing while the delay line fills. Throws WorkError and std::bad_alloc.
+  /// Processes the frame in `InputFrame()` or, with `repeatNewest`, the newest frame again. Returns the
+  /// output frame, valid until the next call, or nothing while the delay line fills. Throws WorkError and
+  /// std::bad_alloc.
   virtual std::optional<StabilizedFrame> Process(bool repeatNewest) = 0;
 
   /// Ends the stream. Throws WorkError.
   virtual void Finish() = 0;
 };
 
-/// How output frames lie in the buffer that input frames of size `frame` come in.
+/// The layout of output frames in their buffer, for input frames of size `frame`.
 struct OutputLayout {
   OutputLayout(const StabilizerSettings& settings, FrameSize frame);
 
   FrameSize size;
   std::ptrdiff_t pitchBytes;
   std::ptrdiff_t inputBytes;
-  std::ptrdiff_t bufferBytes;  ///< more than `inputBytes` where cropped rows run past an input frame
+  std::ptrdiff_t bufferBytes;  ///< more than `inputBytes` where a cropped frame needs more
 
-  /// Fills the bytes beyond the input frame with the background. Cropped rows may reach there, and the engine
-  /// never writes them.
+  /// Fills the bytes after the first `inputBytes` with the background. A cropped frame may reach into these
+  /// bytes, but the engine never writes them.
   void FillTail(std::uint8_t* buffer) const;
 
  private:

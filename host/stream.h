@@ -6,15 +6,16 @@
 #include <span>
 #include <string>
 
-// Reads and writes a stream whose other end may be a pipe that does not block.
+// Reads and writes streams, which may be non-blocking pipes.
 
-/// Turns the stream's own buffer off: it would only copy whole frames once more.
+/// Turns off the stream's own buffer, which would only copy whole frames once more.
 void DisableBuffering(std::FILE* stream);
 
-/// Fills `bytes` and returns how many there were: fewer where the stream ends or, as `ferror` tells, fails.
+/// Fills `bytes` and returns the number of bytes read. They are fewer if the stream ends or fails; `ferror`
+/// tells which.
 std::size_t ReadBytes(std::FILE* stream, std::span<std::uint8_t> bytes);
 
-/// Returns false when the stream takes no more; `errno` says why.
+/// Writes all bytes. Returns false when that fails; `errno` says why.
 bool WriteBytes(std::FILE* stream, std::span<const std::byte> bytes);
 
 std::string SystemReason(int error);

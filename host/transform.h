@@ -4,12 +4,12 @@
 
 #include "host/stabilizer.h"
 
-// What the command does with the transform. Only Windows has it.
+// The command's use of the transform, which exists on Windows only.
 
-/// The transform, driven as any host drives it: through COM. Throws WorkError.
+/// Makes a stabilizer that drives the transform through COM, as any host does. Throws WorkError.
 std::unique_ptr<Stabilizer> MakeTransformStabilizer(const StabilizerSettings& settings, FrameSize size,
                                                     bool registered);
 
-/// Shows the transform's property pages in the system's property frame until the person closes it. What is
-/// applied there is saved for this user. Throws WorkError.
+/// Shows the transform's property pages in the system's property frame until the user closes it. Apply saves
+/// the settings for this user. Throws WorkError.
 void ShowSettingsPages(bool registered);

@@ -11,7 +11,7 @@ using Microsoft::WRL::ComPtr;
 namespace {
 
 constexpr wchar_t kModuleName[] = L"vkfvstabilize.dll";
-constexpr char kWayOut[] = "--registered takes one that is registered, --engine kernel stabilizes without";
+constexpr char kWayOut[] = "use --registered for a registered transform, or --engine kernel for none";
 
 std::wstring ModulePath() {
   std::wstring path(32768, L'\0');
@@ -52,13 +52,13 @@ TransformModule::TransformModule(bool registered) {
   if (registered) return;
   const std::wstring path = ModulePath();
   m_library = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-  // The next system call may change the last error.
+  // Read now, because any other system call may change the last error.
   const HRESULT hr = m_library ? S_OK : HRESULT_FROM_WIN32(GetLastError());
   Check(hr, "cannot load " + Narrow(path) + "; " + kWayOut);
 }
 
 TransformModule::~TransformModule() {
-  for (const DWORD cookie : m_offered) CoRevokeClassObject(cookie);
+  for (const DWORD cookie : m_classCookies) CoRevokeClassObject(cookie);
   if (m_library) FreeLibrary(m_library);
 }
 
@@ -84,12 +84,12 @@ ComPtr<IMFTransform> TransformModule::CreateTransform() const {
 }
 
 void TransformModule::OfferPages(const CAUUID& pages) {
-  if (!m_library) return;  // the pages are registered with the transform
+  if (!m_library) return;  // the pages are registered as the transform is
   for (ULONG i = 0; i < pages.cElems; ++i) {
     DWORD cookie = 0;
     Check(CoRegisterClassObject(pages.pElems[i], ClassObject(pages.pElems[i]).Get(), CLSCTX_INPROC_SERVER,
                                 REGCLS_MULTIPLEUSE, &cookie),
           "cannot offer the property pages");
-    m_offered.push_back(cookie);
+    m_classCookies.push_back(cookie);
   }
 }

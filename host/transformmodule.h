@@ -8,10 +8,10 @@
 #include <vector>
 #include <wrl/client.h>
 
-/// Throws WorkError that says what failed and with which code.
+/// Throws WorkError with `what` and the code if `hr` is a failure.
 void Check(HRESULT hr, const std::string& what);
 
-/// COM and Media Foundation, started for this thread and ended with the object.
+/// Starts COM and Media Foundation for this thread, and ends them with the object.
 class ComSession {
  public:
   /// `concurrency` as for CoInitializeEx. Throws WorkError.
@@ -21,8 +21,8 @@ class ComSession {
   ComSession& operator=(const ComSession&) = delete;
 };
 
-/// Where the transform comes from: the module beside the program, which needs no registration, or whatever is
-/// registered under its class identifier. It must outlive all that it made.
+/// Creates the transform from the module beside the program, which needs no registration, or as the
+/// registered class. Must outlive every object that comes from it.
 class TransformModule {
  public:
   /// Throws WorkError when there is no module beside the program.
@@ -34,12 +34,13 @@ class TransformModule {
   /// Throws WorkError.
   Microsoft::WRL::ComPtr<IMFTransform> CreateTransform() const;
 
-  /// Lets the system create the classes of the transform's property pages. Throws WorkError.
+  /// Makes the classes of the property pages known to COM in this process, so that the property frame can
+  /// create them. Throws WorkError.
   void OfferPages(const CAUUID& pages);
 
  private:
   Microsoft::WRL::ComPtr<IClassFactory> ClassObject(const CLSID& clsid) const;
 
-  HMODULE m_library = nullptr;   // null: the registered one
-  std::vector<DWORD> m_offered;  // what the system calls the class objects
+  HMODULE m_library = nullptr;        // null: the registered transform is used
+  std::vector<DWORD> m_classCookies;  // of CoRegisterClassObject
 };

@@ -11,7 +11,7 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-// Raw video has no times, so any frame rate serves.
+// Raw video has no time stamps, so any frame rate will do.
 constexpr LONGLONG kFrameDuration = 10'000'000 / 30;
 
 VARIANT_BOOL Flag(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
@@ -32,7 +32,7 @@ void ConfigureTransform(IMFTransform* transform, const StabilizerSettings& setti
       stabilize->put_ROIEnabled(Flag(settings.ROIEnabled)),
       stabilize->put_ROITop(settings.ROI.top),
       stabilize->put_ROILeft(settings.ROI.left),
-      stabilize->put_ROIBottom(settings.ROI.bottom),  // which is the right edge too
+      stabilize->put_ROIBottom(settings.ROI.bottom),  // sets the right edge, too
       stabilize->put_GlobalEstimationCoefficients(
           static_cast<vkvstab_GlobalEstimationCoefficients>(settings.GlobalEstimationCoefficients)),
       stabilize->put_GlobalEstimationQuality(
@@ -58,7 +58,7 @@ TransformStabilizer::FrameSample::FrameSample(std::ptrdiff_t sizeBytes) {
 }
 
 std::uint8_t* TransformStabilizer::FrameSample::Lock() {
-  if (!m_pBytes) Check(m_pBuffer->Lock(&m_pBytes, nullptr, nullptr), "cannot reach a frame");
+  if (!m_pBytes) Check(m_pBuffer->Lock(&m_pBytes, nullptr, nullptr), "cannot lock a frame buffer");
   return m_pBytes;
 }
 
@@ -84,28 +84,28 @@ TransformStabilizer::TransformStabilizer(const StabilizerSettings& settings, Fra
 
 void TransformStabilizer::SetInputType(FrameSize size) {
   ComPtr<IMFMediaType> type;
-  Check(m_pTransform->GetInputAvailableType(0, 0, &type), "the transform takes no frames");
+  Check(m_pTransform->GetInputAvailableType(0, 0, &type), "the transform offers no input type");
   Check(type->SetUINT64(MF_MT_FRAME_SIZE, Packed(size)), "cannot describe the frames");
   Check(type->SetUINT32(MF_MT_FIXED_SIZE_SAMPLES, TRUE), "cannot describe the frames");
   Check(type->SetUINT32(MF_MT_SAMPLE_SIZE, static_cast<UINT32>(m_layout.inputBytes)),
         "cannot describe the frames");
-  Check(m_pTransform->SetInputType(0, type.Get(), 0), "the transform refuses such frames");
+  Check(m_pTransform->SetInputType(0, type.Get(), 0), "the transform refuses frames of this size");
 }
 
 void TransformStabilizer::NegotiateOutputType() {
   ComPtr<IMFMediaType> type;
   UINT64 size = 0;
-  Check(m_pTransform->GetOutputAvailableType(0, 0, &type), "the transform gives no frames");
-  Check(type->GetUINT64(MF_MT_FRAME_SIZE, &size), "the transform gives frames of no size");
-  // The output is raw video, so a size other than the announced one could not be told.
-  if (size != Packed(m_layout.size)) throw WorkError("the transform gives frames of another size");
+  Check(m_pTransform->GetOutputAvailableType(0, 0, &type), "the transform offers no output type");
+  Check(type->GetUINT64(MF_MT_FRAME_SIZE, &size), "the transform offers output frames without a size");
+  // Raw video has no head that could announce another size.
+  if (size != Packed(m_layout.size)) throw WorkError("the transform offers output frames of another size");
   Check(m_pTransform->SetOutputType(0, type.Get(), 0), "the transform refuses what it proposed");
 }
 
 std::uint8_t* TransformStabilizer::InputFrame() { return m_input.Lock(); }
 
 std::optional<StabilizedFrame> TransformStabilizer::Process(bool) {
-  // To repeat a frame is to send the buffer again, which still holds it.
+  // The input buffer still holds the newest frame: sending it again repeats that frame.
   m_input.Unlock();
   m_output.Unlock();
   Check(m_input.Sample()->SetSampleTime(m_time), "cannot stamp a frame");
@@ -123,7 +123,7 @@ std::optional<StabilizedFrame> TransformStabilizer::Process(bool) {
     *events.GetAddressOf() = buffer.pEvents;
   }
   if (hr == MF_E_TRANSFORM_NEED_MORE_INPUT) {
-    // Once its delay line is full, the transform delivers nothing only if it had no memory for the frame.
+    // Once the delay line is full, no output means that the transform had no memory for the frame.
     if (m_framesToFill-- == 0) throw std::bad_alloc();
     return std::nullopt;
   }

@@ -10,11 +10,11 @@
 #include "host/stabilizer.h"
 #include "host/transformmodule.h"
 
-/// Gives a transform all settings, whatever the user has saved for other programs. The region's right edge is
+/// Sets all settings of a transform, replacing those that the user has saved. The region's right edge becomes
 /// its bottom edge. Throws WorkError.
 void ConfigureTransform(IMFTransform* transform, const StabilizerSettings& settings);
 
-/// The transform as a host drives it.
+/// Drives the transform as any host does.
 class TransformStabilizer final : public Stabilizer {
  public:
   /// Throws WorkError.
@@ -25,7 +25,7 @@ class TransformStabilizer final : public Stabilizer {
   void Finish() override;
 
  private:
-  /// A sample over one buffer, which is locked while a frame is being put in or looked at.
+  /// A sample with one buffer. The buffer is locked while its pixels are written or read.
   class FrameSample {
    public:
     explicit FrameSample(std::ptrdiff_t sizeBytes);
@@ -51,6 +51,6 @@ class TransformStabilizer final : public Stabilizer {
   Microsoft::WRL::ComPtr<IMFTransform> m_pTransform;
   OutputLayout m_layout;
   FrameSample m_input, m_output;
-  std::int32_t m_framesToFill;  // the delay line, before one comes out
+  std::int32_t m_framesToFill;  // that go in before the first one comes out
   LONGLONG m_time = 0;          // of the next input frame, in units of 100 ns
 };

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kMagic = "YUV4MPEG2", kFrameMagic = "FRAME";
 constexpr std::size_t kLongestLine = 1024;
-constexpr std::int32_t kFirstRowsOfBt709 = 720;
+constexpr std::int32_t kLeastHeightOfBt709 = 720;
 
 struct Sampling {
   std::string_view tag;
@@ -20,14 +20,16 @@ struct Sampling {
   double siteX, siteY;
 };
 
-// In DV one chroma plane lies a row lower than the other. Both count as lying where the upper one does.
+// In PAL DV the samples of one chroma plane lie a row below those of the other. Both planes get the site of
+// the upper one.
 constexpr Sampling kSamplings[] = {
     {"420", 3, 1, 1, 0.5, 0.5},  {"420jpeg", 3, 1, 1, 0.5, 0.5}, {"420mpeg2", 3, 1, 1, 0, 0.5},
     {"420paldv", 3, 1, 1, 0, 0}, {"422", 3, 1, 0, 0, 0},         {"444", 3, 0, 0, 0, 0},
     {"444alpha", 4, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0},
 };
 
-// The number of bits follows these names. Such tags tell no site, so that of most such video is taken.
+// These names are followed by the bits per sample, as in 420p10. They do not tell the chroma site; the table
+// has the most common one.
 constexpr Sampling kDeepSamplings[] = {
     {"420p", 3, 1, 1, 0, 0.5}, {"422p", 3, 1, 0, 0, 0}, {"444p", 3, 0, 0, 0, 0}, {"mono", 1, 0, 0, 0, 0}};
 constexpr int kDeepBits[] = {9, 10, 12, 14, 16};
@@ -48,7 +50,7 @@ struct Ratio {
   std::int32_t numerator = 0, denominator = 0;
 };
 
-/// 0:0 is unknown.
+/// Parses the ratio after the tag's letter. 0:0 means unknown.
 Ratio ParseRatio(std::string_view tag) {
   Ratio ratio;
   const char* const end = tag.data() + tag.size();
@@ -64,7 +66,7 @@ Ratio ParseRatio(std::string_view tag) {
   return ratio;
 }
 
-/// Reads what a tag, without its C, says about the samples; false for an unknown name.
+/// Looks up the name of a sampling, which is a C tag without its letter; false for an unknown name.
 bool FindSampling(std::string_view name, Sampling& sampling, int& bits) {
   const auto take = [&](const Sampling& found, int foundBits) {
     sampling = found;
@@ -84,8 +86,8 @@ void SetSampling(std::string_view tag, precise::PictureFormat& format) {
   if (!FindSampling(tag.substr(1), found, format.bitsPerSample))
     RefuseTag(
         tag,
-        "this sampling is not served, only 420, 422, 444 and mono of 8 to 16 bits and 444alpha of 8 are; "
-        "convert it by ffmpeg -i INPUT -pix_fmt yuv420p -f yuv4mpegpipe -");
+        "this sampling is not supported; 420, 422, 444 and mono of 8 to 16 bits are, and 444alpha of 8; "
+        "convert it with ffmpeg -i INPUT -pix_fmt yuv420p -f yuv4mpegpipe -");
   format.planes = found.planes;
   format.chromaShiftX = found.shiftX;
   format.chromaShiftY = found.shiftY;
@@ -98,14 +100,12 @@ void SetAspect(std::string_view tag, precise::PictureFormat& format) {
   format.pixelAspect = ratio.denominator == 0 ? 1 : static_cast<double>(ratio.numerator) / ratio.denominator;
   if (format.pixelAspect > precise::kLargestPixelAspect ||
       format.pixelAspect * precise::kLargestPixelAspect < 1)
-    RefuseTag(
-        tag,
-        "pixels are at most 16 times as wide as high, or as high as wide; set it by ffmpeg -vf setsar=1");
+    RefuseTag(tag, "the pixel aspect must be within 1:16 and 16:1; set it with ffmpeg -vf setsar=1");
 }
 
 void CheckInterlacing(std::string_view tag) {
   if (tag == "It" || tag == "Ib" || tag == "Im")
-    RefuseTag(tag, "the input is interlaced; make whole frames of it first, such as by ffmpeg -vf bwdif");
+    RefuseTag(tag, "the input is interlaced; deinterlace it first, for example with ffmpeg -vf bwdif");
   if (tag != "Ip" && tag != "I?") RefuseTag(tag, "Ip or I? is expected");
 }
 
@@ -141,7 +141,8 @@ StreamFacts ParseHead(std::string_view head) {
   if (facts.format.width == 0 || facts.format.height == 0)
     throw WorkError(std::string("the input's head lacks the frame's ") +
                     (facts.format.width == 0 ? "width (W)" : "height (H)"));
-  if (facts.format.height >= kFirstRowsOfBt709) facts.matrix = ColourMatrix::Bt709;
+  // The format does not tell the matrix, so the height decides.
+  if (facts.format.height >= kLeastHeightOfBt709) facts.matrix = ColourMatrix::Bt709;
   return facts;
 }
 
@@ -149,23 +150,23 @@ std::string InputFailure(std::FILE* stream, const std::string& what, const std::
   return std::ferror(stream) ? "cannot read " + what + " of the input: " + SystemReason(errno) : atEnd;
 }
 
-enum class LineStart { Ours, Other, Nothing };
+enum class LineStart { Magic, Other, EndOfStream };
 
-/// Reads the word that a line is to begin with, and the blank or line end behind it, into `rest`.
-LineStart ReadMagic(std::FILE* stream, std::string_view magic, char& rest) {
+/// Reads the word `magic`, with which the line should begin. `next` becomes the blank or line end after it.
+LineStart ReadMagic(std::FILE* stream, std::string_view magic, char& next) {
   std::uint8_t bytes[16] = {};
   const std::size_t count = ReadBytes(stream, {bytes, magic.size() + 1});
-  if (count == 0) return LineStart::Nothing;
-  rest = static_cast<char>(bytes[magic.size()]);
-  const bool isOurs = std::equal(magic.begin(), magic.end(), bytes) && (rest == ' ' || rest == '\n');
-  return isOurs ? LineStart::Ours : LineStart::Other;
+  if (count == 0) return LineStart::EndOfStream;
+  next = static_cast<char>(bytes[magic.size()]);
+  const bool isMagic = std::equal(magic.begin(), magic.end(), bytes) && (next == ' ' || next == '\n');
+  return isMagic ? LineStart::Magic : LineStart::Other;
 }
 
-/// Reads up to the line's end, which is taken away; `rest` tells what stands before. False when there is no
-/// end within the longest line.
-bool ReadLine(std::FILE* stream, char rest, std::string& line) {
+/// Reads the rest of a line without its end. `next` is the character from `ReadMagic`. False when the line
+/// has no end or is too long.
+bool ReadLine(std::FILE* stream, char next, std::string& line) {
   line.clear();
-  if (rest == '\n') return true;
+  if (next == '\n') return true;
   std::uint8_t byte = 0;
   while (line.size() < kLongestLine && ReadBytes(stream, {&byte, 1}) == 1) {
     if (byte == '\n') return true;
@@ -194,39 +195,39 @@ precise::Picture PlanesOf(const precise::PictureFormat& format, std::uint8_t* sa
   return picture;
 }
 
-// The samples are not initialised, so that the system gives no memory to buffers that no frame fills.
+// The samples are not initialised: the system gives memory only to the buffers that frames fill.
 Y4mFrame::Y4mFrame(std::size_t frameBytes)
     : bytes(frameBytes), samples(std::make_unique_for_overwrite<std::uint8_t[]>(frameBytes)) {
   parameters.reserve(kLongestLine);
 }
 
 Y4mReader::Y4mReader(std::FILE* stream) : m_pStream(stream) {
-  constexpr char kWanted[] = "YUV4MPEG2 is expected (raw bgr24 frames need --size WxH)";
+  const std::string hint = " (raw bgr24 frames need --size WxH)";
   DisableBuffering(stream);
-  char rest = 0;
-  const LineStart start = ReadMagic(stream, kMagic, rest);
-  if (start == LineStart::Nothing)
-    throw WorkError(InputFailure(stream, "the head", std::string("the input is empty; ") + kWanted));
-  if (start == LineStart::Other) throw WorkError(std::string("the input is of another kind; ") + kWanted);
-  if (!ReadLine(stream, rest, m_head))
+  char next = 0;
+  const LineStart start = ReadMagic(stream, kMagic, next);
+  if (start == LineStart::EndOfStream)
+    throw WorkError(InputFailure(stream, "the head", "the input is empty; YUV4MPEG2 is expected" + hint));
+  if (start == LineStart::Other) throw WorkError("the input is not YUV4MPEG2" + hint);
+  if (!ReadLine(stream, next, m_head))
     throw WorkError(InputFailure(
         stream, "the head", "the input's head has no end within " + std::to_string(kLongestLine) + " bytes"));
   m_facts = ParseHead(m_head);
 }
 
 bool Y4mReader::Read(Y4mFrame& frame) {
-  // Only a failure makes these texts, as making them allocates.
+  // Makes its text only on failure, because that allocates.
   const auto fail = [this](const char* problem) {
     const std::string name = "frame " + std::to_string(m_frames + 1);
     throw WorkError(InputFailure(m_pStream, name, problem + name));
   };
-  char rest = 0;
-  const LineStart start = ReadMagic(m_pStream, kFrameMagic, rest);
-  if (start == LineStart::Nothing && !std::ferror(m_pStream)) return false;
+  char next = 0;
+  const LineStart start = ReadMagic(m_pStream, kFrameMagic, next);
+  if (start == LineStart::EndOfStream && !std::ferror(m_pStream)) return false;
   if (start == LineStart::Other && !std::feof(m_pStream))
-    fail("the input holds something else than FRAME before ");
-  if (start != LineStart::Ours) fail("the input ends inside ");
-  if (!ReadLine(m_pStream, rest, frame.parameters)) fail("the input has no end of the line before ");
+    fail("the input has something other than FRAME before ");
+  if (start != LineStart::Magic) fail("the input ends inside ");
+  if (!ReadLine(m_pStream, next, frame.parameters)) fail("the input has no end of the line before ");
   if (ReadBytes(m_pStream, {frame.samples.get(), frame.bytes}) < frame.bytes) fail("the input ends inside ");
   ++m_frames;
   return true;

@@ -4,8 +4,8 @@
 
 namespace {
 
-// The tables are constants because a local static would need a guard: in a Windows module that takes a
-// thread-local slot, which unloading does not give back, and after a thousand loads a process has none left.
+// The tables are constants. A local static would need a guard, which takes a thread-local slot in a Windows
+// module. Unloading does not free that slot, so a process would run out of slots after a thousand loads.
 
 #if defined(__x86_64__)
 constexpr KernelOps kAvx2Ops = {"avx2",          avx2::CopyBytes,         avx2::GreyRow,
@@ -16,7 +16,7 @@ constexpr std::array kTables = {&kScalarOps, &kAvx2Ops};
 constexpr std::array kTables = {&kScalarOps};
 #endif
 
-/// The tables that may be chosen, plainest first.
+/// The tables that a machine with these features can run and `cap` allows, scalar first.
 std::span<const KernelOps* const> Tables(const CpuFeatures& features, SimdLevel cap) {
   return std::span(kTables).first(AllowsTwins(features, cap) ? kTables.size() : 1);
 }

@@ -5,12 +5,12 @@
 #include "base/simd.h"
 #include "kernel/loops.h"
 
-/// The widest loops that a machine with these features can run, at most of level `cap`. This machine must
-/// have the features.
+/// The fastest loops that need no more than `features` and are allowed by `cap`. The caller makes sure that
+/// this machine has the features.
 const KernelOps& SelectOps(const CpuFeatures& features, SimdLevel cap);
 
-/// The tables of loops that this machine can run, plainest first.
+/// The tables of loops that this machine can run, scalar first and fastest last.
 std::span<const KernelOps* const> AvailableOps();
 
-/// The fastest of them.
+/// The fastest loops that this machine can run.
 const KernelOps& BestOps();

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <limits>
 
-/// Bytes of one blue-green-red pixel.
+/// Bytes per pixel: blue, green, red.
 inline constexpr int kBytesPerPixel = 3;
 
 /// Geometry of a padded bottom-up frame: memory row 0 is the bottom row of the picture, and each row is
@@ -25,17 +25,17 @@ struct FrameGeometry {
   }
 };
 
-/// With sides up to this, all fixed-point positions in a frame and their intermediate sums fit 63 bits.
+/// Up to this side, all fixed-point positions in a frame and their intermediate sums fit 63 bits.
 inline constexpr std::int32_t kMaxFrameSide = 1 << 23;
 
-/// Frames have at least one pixel, at most `kMaxFrameSide` a side, and their bytes can be counted in 31 bits.
+/// Whether both sides are 1 … `kMaxFrameSide` pixels and the frame has at most 2^31 - 1 bytes.
 inline bool IsFrameSizeUsable(std::int32_t width, std::int32_t height) {
   return width > 0 && width <= kMaxFrameSide && height > 0 && height <= kMaxFrameSide &&
          FrameGeometry(width, height).SizeBytes() <= std::numeric_limits<std::int32_t>::max();
 }
 
-/// Bytes from one row to the next of a cropped frame of `width` pixels. Where the width is odd, this is not
-/// the stride of an equally wide `FrameGeometry`: the bytes of cropped frames are fixed.
+/// Bytes from one row to the next of a cropped frame of `width` pixels. For odd widths this differs from the
+/// stride of `FrameGeometry`; programs that read cropped frames rely on that.
 constexpr std::ptrdiff_t PackedCropPitch(std::int32_t width) {
   return std::ptrdiff_t{width} * kBytesPerPixel + (4 - std::ptrdiff_t{width} * 9 % 4) % 4;
 }

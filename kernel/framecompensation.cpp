@@ -13,8 +13,8 @@ namespace {
 constexpr std::int32_t kNoZoom = 32;
 constexpr std::int32_t kStrongestZoom = 16;
 
-// Magnifications 32 / 16 … 32 / 32, rounded to four decimals. The search compares with these values, not
-// with the exact ratios, and so decides which zoom is nearest.
+// Magnifications 32 / 16 … 32 / 32, rounded to four decimals. Exact ratios would choose other zoom steps for
+// some margins.
 constexpr std::array<double, 17> kMagnifications = {2.0,    1.8824, 1.7778, 1.6842, 1.6,    1.5238,
                                                     1.4545, 1.3913, 1.3333, 1.28,   1.2308, 1.1852,
                                                     1.1429, 1.1034, 1.0667, 1.0323, 1.0};
@@ -39,8 +39,8 @@ void FillColumnsOfAllRows(const Compensation& compensation, std::uint8_t* output
     FillColumns(compensation, output + compensation.frame.Offset(0, row), begin, end);
 }
 
-/// Shifts by whole pixels. The bytes move as one array; the pixels that thereby cross a row's end are
-/// overwritten by the background.
+/// Shifts by whole pixels. All bytes are copied as one block, so some pixels land in a neighbouring row; the
+/// background overwrites those.
 void Translate(const Compensation& compensation, const std::uint8_t* source, std::int32_t dx, std::int32_t dy,
                std::uint8_t* output) {
   const FrameGeometry& frame = compensation.frame;
@@ -63,12 +63,15 @@ class WarpMap {
     const std::int32_t zoom = compensation.zoomStep;
     m_cosine = rotation.cosine * zoom;
     m_sine = rotation.sine * zoom;
-    // The rotation is about ((w - 1) / 2, (h - 1) / 2), the shift back by (w / 2, h / 2).
+    // The centre of rotation is ((w - 1) / 2, (h - 1) / 2), but the shift back from it is (w / 2, h / 2). The
+    // bytes of warped frames depend on that half pixel.
     const std::int64_t width = compensation.frame.width, height = compensation.frame.height;
     m_originX = (width - 1) * m_cosine - (height - 1) * m_sine - Shift(width, correction.dx, zoom);
     m_originY = (height - 1) * m_cosine + (width - 1) * m_sine - Shift(height, correction.dy, zoom);
   }
 
+  /// Positions are doubled, so that the centre is a whole number, and scaled by 32 for the zoom: 6 bits in
+  /// all.
   SourceLine Line(std::int32_t row) const {
     return {-2 * row * m_sine - m_originX, 2 * row * m_cosine - m_originY, 2 * m_cosine, 2 * m_sine,
             m_precision + 6};
@@ -111,9 +114,9 @@ void Outline(const Compensation& compensation, std::uint8_t* output) {
   FillColumnsOfAllRows(compensation, output, frame.width - compensation.cropMarginX, frame.width);
 }
 
-/// Moves the area inside the margins to the frame's start at the packed pitch. Where that pitch exceeds the
-/// stride, rows overtake their sources: from the first such row on they are copied last to first, so that
-/// each is still whole when it is read. A row that would cross the frame's end is cut there.
+/// Moves the area inside the margins to the frame's start, with the packed pitch. If that pitch exceeds the
+/// stride, later rows move towards the frame's end. Those are copied last to first, so no copy overwrites a
+/// row that is still to be read. Rows are cut at the frame's end.
 void CropInPlace(const Compensation& compensation, std::uint8_t* output) {
   const FrameGeometry& frame = compensation.frame;
   const Rect& area = compensation.outputRect;
@@ -127,10 +130,10 @@ void CropInPlace(const Compensation& compensation, std::uint8_t* output) {
     if (length > 0) std::memmove(output + row * pitch, output + from(row), length);
   };
 
-  std::int32_t firstOvertaking = 0;
-  while (firstOvertaking < rows && firstOvertaking * pitch <= from(firstOvertaking)) ++firstOvertaking;
-  for (std::int32_t row = rows; row-- > firstOvertaking;) copyRow(row);
-  for (std::int32_t row = 0; row < firstOvertaking; ++row) copyRow(row);
+  std::int32_t firstMovingUp = 0;
+  while (firstMovingUp < rows && firstMovingUp * pitch <= from(firstMovingUp)) ++firstMovingUp;
+  for (std::int32_t row = rows; row-- > firstMovingUp;) copyRow(row);
+  for (std::int32_t row = 0; row < firstMovingUp; ++row) copyRow(row);
 }
 
 }  // namespace

@@ -6,10 +6,9 @@
 #include "kernel/kernelparams.h"
 #include "kernel/loops.h"
 
-/// Everything about the compensation that stays the same from frame to frame.
+/// What the compensation of every frame of a stream needs.
 struct Compensation {
-  /// `params` have been checked by the kernel: margins below half a frame, a known clipping option.
-  /// Throws std::bad_alloc.
+  /// `params` must have margins below half a frame and a known clipping option. Throws std::bad_alloc.
   explicit Compensation(const KernelParams& params);
 
   FrameGeometry frame;
@@ -21,12 +20,13 @@ struct Compensation {
   std::vector<std::uint8_t> backgroundRow;
 };
 
-/// The step, 16 … 32, of the magnification that hides margins of this size.
+/// The zoom step, 16 … 32. With crop and stretch, 32 / step is the magnification nearest to the one that
+/// hides the margins; otherwise the step is 32, no magnification.
 std::int32_t ComputeZoom(ClippingOption clippingOption, std::int32_t width, std::int32_t height,
                          std::int32_t cropMarginX, std::int32_t cropMarginY);
 
-/// Writes `source`, moved by `correction` and clipped, into `output`; both are whole frames and do not
-/// overlap. What the moved picture does not cover gets the background colour. |dx| and |dy| are below the
-/// frame's size.
+/// Moves the frame `source` by `correction`, clips it, and writes it to the frame `output`. The two do not
+/// overlap. Pixels that the moved picture does not cover get the background colour. |dx| must be below the
+/// frame's width and |dy| below its height.
 void CompensateFrame(const Compensation& compensation, const std::uint8_t* source,
                      const MotionRecord& correction, std::uint8_t* output, const KernelOps& ops);

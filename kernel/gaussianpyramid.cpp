@@ -13,22 +13,23 @@ constexpr std::int32_t kFirstCentre = 6;
 
 constexpr std::int32_t ReducedSide(std::int32_t side) { return (side - 3) / 2 - 4; }
 
-// Rows that a level holds in turn when it keeps no planes: more than the five that a reduction reads.
-constexpr std::int32_t kRowsInTurn = 8;
-// The frame is copied in blocks of rows, and each block is converted while the cache still holds it.
+// A level without whole planes keeps its newest rows only. A reduction reads the newest five.
+constexpr std::int32_t kNewestRows = 8;
+// The frame is copied in blocks of rows, and each block is converted to grey while it is still in the cache.
 constexpr std::ptrdiff_t kBlockBytes = 64 << 10;
 
-/// Makes the row of each coarser level that only waited for `row` of the finest one.
-void PassOn(std::span<GaussianPyramidCalcParams> levels, std::int32_t row, const KernelOps& ops) {
+/// Call when `row` of the first level is complete. Makes the rows of the coarser levels that it completes.
+void ReduceOnward(std::span<GaussianPyramidCalcParams> levels, std::int32_t row, const KernelOps& ops) {
   if (levels.size() < 2) return;
-  // The reduction around a row reads two rows further, so this row completes the one two before it.
+  // A reduction reads two rows on either side of its centre, so this row completes the one centred two rows
+  // earlier.
   const std::int32_t reducedRow = (row - 2 - kFirstCentre) / 2;
   if (row < kFirstCentre + 2 || row % 2 != 0 || reducedRow >= levels[1].height) return;
   FiveRows rows = {};
   for (std::int32_t i = 0; i < 5; ++i)
     rows[static_cast<std::size_t>(i)] = levels[0].CurrentRow(row - 4 + i) + kFirstCentre;
   ops.reduceRow(rows, levels[1].CurrentRow(reducedRow), levels[1].width);
-  PassOn(levels.subspan(1), reducedRow, ops);
+  ReduceOnward(levels.subspan(1), reducedRow, ops);
 }
 
 }  // namespace
@@ -38,7 +39,7 @@ GaussianPyramidCalcParams::GaussianPyramidCalcParams(std::int32_t levelWidth, st
     : width(levelWidth),
       height(levelHeight),
       previousPlane(levelWidth, keepsPlanes ? levelHeight : 0),
-      currentPlane(levelWidth, keepsPlanes ? levelHeight : kRowsInTurn) {}
+      currentPlane(levelWidth, keepsPlanes ? levelHeight : kNewestRows) {}
 
 std::vector<GaussianPyramidCalcParams> MakePyramid(std::int32_t width, std::int32_t height,
                                                    std::size_t finestKept) {
@@ -69,7 +70,7 @@ void BuildPyramid(std::vector<GaussianPyramidCalcParams>& levels, const std::uin
                   (end - begin) * frame.strideBytes);
     for (std::int32_t row = std::max(begin, firstRow); row < std::min(end, endRow); ++row) {
       ops.greyRow(pixels + frame.Offset(roi.left, row), finest.CurrentRow(row - firstRow), finest.width);
-      PassOn(levels, row - firstRow, ops);
+      ReduceOnward(levels, row - firstRow, ops);
     }
   }
 }

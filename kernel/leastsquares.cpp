@@ -8,7 +8,8 @@
 
 namespace {
 
-/// Products of the sums over strong textures exceed 63 bits; they count modulo 2^64.
+/// Products of sums over strong textures need more than 63 bits. They wrap at 64 bits; estimates depend on
+/// that.
 std::uint64_t WrappedProduct(std::int64_t a, std::int64_t b) {
   return static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(b);
 }
@@ -24,7 +25,8 @@ struct Inverse2 {
   double first = 0, mixed = 0, second = 0;
 };
 
-/// Inverse of the matrix with rows (a, b) and (b, d); a row of zeros counts as absent. Nothing when singular.
+/// Inverse of the matrix with rows (a, b) and (b, d). A row of zeros, and its column, are left out and give
+/// zeros. Empty when what remains is singular.
 std::optional<Inverse2> Invert2(std::int64_t a, std::int64_t b, std::int64_t d) {
   const bool hasFirst = a != 0 || b != 0;
   const bool hasSecond = b != 0 || d != 0;
@@ -39,13 +41,14 @@ std::optional<Inverse2> Invert2(std::int64_t a, std::int64_t b, std::int64_t d) 
   return Inverse2{};
 }
 
-bool IsWholeStep(double update) {
+/// Whether the update, rounded away from zero to whole samples, fits 32 bits.
+bool StepFits32Bits(double update) {
   const double step = std::copysign(std::ceil(std::abs(update)), update);
   return step >= std::numeric_limits<std::int32_t>::min() && step <= std::numeric_limits<std::int32_t>::max();
 }
 
 MotionUpdate ZeroUnlessUsable(const MotionUpdate& update) {
-  const bool usable = std::isfinite(update.theta) && IsWholeStep(update.x) && IsWholeStep(update.y);
+  const bool usable = std::isfinite(update.theta) && StepFits32Bits(update.x) && StepFits32Bits(update.y);
   return usable ? update : MotionUpdate{};
 }
 
@@ -54,8 +57,7 @@ struct Inverse3 {
   double rr = 0, rx = 0, ry = 0, xx = 0, xy = 0, yy = 0;
 };
 
-/// Inverse of the full matrix with rows (a, b, c), (b, d, e), (c, e, f), divided by `scale`. Nothing when
-/// singular.
+/// Inverse of the matrix with rows (a, b, c), (b, d, e), (c, e, f), divided by `scale`. Empty when singular.
 std::optional<Inverse3> InvertByCofactors(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d,
                                           std::int64_t e, std::int64_t f, double scale) {
   const double A = ToDouble(a), B = ToDouble(b), C = ToDouble(c), D = ToDouble(d), E = ToDouble(e),
@@ -70,8 +72,8 @@ std::optional<Inverse3> InvertByCofactors(std::int64_t a, std::int64_t b, std::i
                   entry(WrappedDifference(b, c, a, e)), entry(WrappedDifference(a, d, b, b))};
 }
 
-/// Inverse of the sums' matrix. Entries above 2^31 are scaled down first, so that cofactors keep within 64
-/// bits. Nothing when singular.
+/// Inverse of the normal matrix. If an entry exceeds 2^31, all are divided by 2^10 first, which keeps the
+/// cofactors of most pictures within 64 bits. Empty when singular.
 std::optional<Inverse3> Invert3(const RotationSums& sums) {
   const std::int64_t largest = std::max({sums.rr, sums.rx, sums.ry, sums.xx, sums.xy, sums.yy});
   const int shift = largest > std::int64_t{1} << 31 ? 10 : 0;

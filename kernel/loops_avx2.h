@@ -2,8 +2,8 @@
 
 #include <immintrin.h>
 
-// Loads and stores for the files of AVX2 loops. Each file has its own copy: a shared one, compiled for AVX2,
-// could be linked into code that must run on any processor.
+// Loads and stores for the files of AVX2 loops. Each file has its own copy: the linker could use a shared
+// one, compiled for AVX2, in code that must run on any processor.
 
 namespace {
 
@@ -12,7 +12,7 @@ inline __m256i Load32(const void* from) { return _mm256_loadu_si256(static_cast<
 inline void Store16(void* to, __m128i bytes) { _mm_storeu_si128(static_cast<__m128i*>(to), bytes); }
 inline void Store32(void* to, __m256i bytes) { _mm256_storeu_si256(static_cast<__m256i*>(to), bytes); }
 
-/// 16 bytes from each place, in the lower and the upper half.
+/// Loads 16 bytes from each address into the lower and the upper half.
 inline __m256i LoadHalves(const void* lower, const void* upper) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(Load16(lower)), Load16(upper), 1);
 }

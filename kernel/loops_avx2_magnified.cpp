@@ -1,15 +1,15 @@
 #include "kernel/loops_avx2_sampling.h"
 
-// Lines of any slope whose source columns rise by at most one a column, eight columns at a time. Each half of
-// them mostly reads from one row and so from 16 bytes, out of which a shuffle picks its pixels; where the row
-// changes within a half, all eight are gathered.
+// Warps along lines of any slope that advance by at most one source column per column. A step makes eight
+// columns, four in each half of a vector. A half usually reads one source row; then 16 bytes hold all its
+// pixels, and a shuffle picks them. If the source row changes within a half, all eight pixels are gathered.
 
 namespace {
 
-/// Eight positions along a line, in lanes of 64 bits. A shuffle takes half of each lane from both vectors,
-/// and the columns come out in order:
+/// Eight positions along a line, in lanes of 64 bits. A shuffle takes 32 bits of each lane, which brings the
+/// columns into order:
 ///
-///   m_first    0   1  |  4   5      columns from the first on
+///   m_first    0   1  |  4   5      columns from the first one on
 ///   m_second   2   3  |  6   7
 ///   shuffled   0 1 2 3 | 4 5 6 7
 class EightPositions {
@@ -25,7 +25,7 @@ class EightPositions {
     m_second = _mm256_add_epi64(m_second, m_stride);
   }
 
-  __m256i Whole() const {
+  __m256i WholeParts() const {
     const __m256i upper = Shuffle<0xDD>(m_first, m_second);
     return _mm256_sra_epi32(upper, _mm_cvtsi32_si128(m_fractionBits - 32));
   }
@@ -51,7 +51,7 @@ class EightPositions {
   __m256i m_first, m_second, m_stride;
 };
 
-/// Where eight neighbouring columns of a warped row read. Source columns rise by at most one a column.
+/// Reads the source pixels of eight neighbouring columns.
 class EightSources {
  public:
   static constexpr std::int32_t kCount = 8;
@@ -74,13 +74,13 @@ class EightSources {
     m_y.Advance();
   }
 
-  /// As `StorePixels` takes them.
+  /// The nearest pixels, in the layout of `StorePixels`.
   __m256i Nearest() const {
-    if (!ReadsStraight()) {
+    if (!HalvesReadOneRow()) {
       const __m128i triples = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
       return _mm256_shuffle_epi8(Gather(0), _mm256_broadcastsi128_si256(triples));
     }
-    // Four distances become those of each pixel's three bytes.
+    // Each pixel's distance is repeated for its three bytes.
     const __m128i repeated = _mm_setr_epi8(0, 0, 0, 4, 4, 4, 8, 8, 8, 12, 12, 12, -1, -1, -1, -1);
     const __m128i colors = _mm_setr_epi8(0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 0, 0, 0);
     const __m256i order =
@@ -89,9 +89,10 @@ class EightSources {
     return _mm256_shuffle_epi8(LoadHalves(0), order);
   }
 
+  /// Bilinear pixels, in the layout of `StorePixels`.
   __m256i Bilinear() const {
     const __m256i weightsX = m_x.Weights(), weightsY = m_y.Weights();
-    if (!ReadsStraight())
+    if (!HalvesReadOneRow())
       return BilinearPixels(GatherPairs(0), GatherPairs(m_strideBytes), weightsX, weightsY);
     const __m256i distances = DistancesInHalf();
     const __m256i order = _mm256_add_epi8(_mm256_or_si256(distances, _mm256_slli_epi32(distances, 16)),
@@ -101,13 +102,14 @@ class EightSources {
   }
 
  private:
-  /// Whether each half of the columns reads from one row. Then its bytes are near each other, too.
-  bool ReadsStraight() const {
-    const __m256i y = m_y.Whole();
+  /// Whether each half of the columns reads one source row. Then 16 bytes hold its pixels and their right
+  /// neighbours.
+  bool HalvesReadOneRow() const {
+    const __m256i y = m_y.WholeParts();
     return _mm256_movemask_epi8(_mm256_cmpeq_epi32(y, _mm256_shuffle_epi32(y, 0))) == -1;
   }
 
-  /// 16 bytes a half, `offset` bytes further than its first source sample.
+  /// Loads 16 bytes into each half, from `offset` bytes after its first source pixel on.
   __m256i LoadHalves(std::ptrdiff_t offset) const {
     return ::LoadHalves(m_frame + offset + OffsetOf(0), m_frame + offset + OffsetOf(kCount / 2));
   }
@@ -117,24 +119,25 @@ class EightSources {
     return (y >> m_line.fractionBits) * m_strideBytes + (x >> m_line.fractionBits) * kBytesPerPixel;
   }
 
-  /// Bytes from the half's first source sample to each column's.
+  /// For each column, the bytes from its half's first source pixel to its own.
   __m256i DistancesInHalf() const {
-    const __m256i x = m_x.Whole();
+    const __m256i x = m_x.WholeParts();
     const __m256i samples = _mm256_sub_epi32(x, _mm256_shuffle_epi32(x, 0));
     return _mm256_add_epi32(samples, _mm256_add_epi32(samples, samples));
   }
 
-  /// Four bytes a column, `offset` bytes further than its source sample.
+  /// Loads four bytes for each column, from `offset` bytes after its source pixel on.
   __m256i Gather(std::ptrdiff_t offset) const {
-    const __m256i offsets =
-        _mm256_add_epi32(_mm256_mullo_epi32(m_y.Whole(), _mm256_set1_epi32(static_cast<int>(m_strideBytes))),
-                         _mm256_mullo_epi32(m_x.Whole(), _mm256_set1_epi32(kBytesPerPixel)));
+    const __m256i offsets = _mm256_add_epi32(
+        _mm256_mullo_epi32(m_y.WholeParts(), _mm256_set1_epi32(static_cast<int>(m_strideBytes))),
+        _mm256_mullo_epi32(m_x.WholeParts(), _mm256_set1_epi32(kBytesPerPixel)));
     return _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), reinterpret_cast<const int*>(m_frame + offset),
                                        offsets, _mm256_set1_epi32(-1), 1);
   }
 
   ColorPairs GatherPairs(std::ptrdiff_t offset) const {
-    // The pixels' own bytes and the next pixel's blue; their red and the next pixel.
+    // Each pixel has bytes b g r and its right neighbour B G R: the first four are "bgrB", the last four
+    // "rBGR".
     const __m256i lower = Gather(offset), upper = Gather(offset + 2);
     const __m256i firstAndLast =
         _mm256_broadcastsi128_si256(_mm_setr_epi8(0, -1, 3, -1, 4, -1, 7, -1, 8, -1, 11, -1, 12, -1, 15, -1));
@@ -151,20 +154,20 @@ class EightSources {
   EightPositions m_x, m_y;
 };
 
-/// Where the last eight columns of a run end that may load 16 bytes a half. The source of the run's last
-/// column and its `neighbours` to the right exist; what is loaded must not lie beyond.
+/// The end of the last step that may load 16 bytes for each half. Loads must not reach beyond the source
+/// sample of the run's last column and that sample's `neighbours` to the right.
 std::int32_t InteriorEnd(const SourceLine& line, ColumnRun run, int neighbours) {
   constexpr std::int32_t kCount = EightSources::kCount;
-  constexpr int kSamplesOf16Bytes = 6;  // the last of them in part
+  constexpr int kSamplesIn16Bytes = 6;  // only a part of the last one
   const auto sampleAt = [&](std::int32_t column) { return Position(line, column).x >> line.fractionBits; };
   const std::int64_t lastSample = sampleAt(run.end - 1) + neighbours;
   std::int32_t end = run.begin + (run.end - run.begin) / kCount * kCount;
-  while (end > run.begin && sampleAt(end - kCount / 2) + kSamplesOf16Bytes - 1 > lastSample) end -= kCount;
+  while (end > run.begin && sampleAt(end - kCount / 2) + kSamplesIn16Bytes - 1 > lastSample) end -= kCount;
   return end;
 }
 
-/// Warps the inside of a run by `pixelsOf(sources)` and returns what is left of it, all of a line that does
-/// not suit.
+/// Warps a run in steps of eight columns, as far as loads allow, and returns the rest of the run. The rest is
+/// the whole run if the line runs backwards or advances by more than one source column per column.
 template <class PixelSource>
 ColumnRun WarpInterior(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& coarse,
                        ColumnRun run, int neighbours, std::uint8_t* out, const PixelSource& pixelsOf) {
@@ -185,8 +188,8 @@ namespace avx2 {
 
 void WarpRowNearest(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                     ColumnRun run, std::uint8_t* out) {
-  // A fraction from the threshold on counts as the next sample: the whole line is shifted by what is missing
-  // to one there.
+  // From the threshold on, a fraction counts as the next sample. The line is shifted so that such fractions
+  // reach that sample.
   SourceLine shifted = line;
   const std::int64_t shift = std::int64_t{kWeightOne - kNearestThreshold}
                              << (line.fractionBits - kWeightBits);

@@ -2,12 +2,12 @@
 #include "kernel/loops.h"
 #include "kernel/loops_avx2.h"
 
-// Where a row's length is no multiple of a step, the last step ends with the row and repeats some samples.
-// Rows shorter than a step go to the scalar loops.
+// If a row's length is not a multiple of the step, the last step ends with the row and makes some samples
+// again. Rows shorter than a step go to the scalar loops.
 
 namespace {
 
-/// Blue + green and 2·red of four pixels a half; `order` spreads their bytes to four a pixel.
+/// For four pixels in each half: blue + green, and 2·red. `order` shuffles their bytes to four per pixel.
 __m256i GreyPairs(__m256i pixels, __m256i order) {
   const __m256i weights = _mm256_set1_epi32(0x00020101);
   return _mm256_maddubs_epi16(_mm256_shuffle_epi8(pixels, order), weights);
@@ -17,8 +17,8 @@ __m256i Madd(__m256i samples, int even, int odd) {
   return _mm256_madd_epi16(samples, _mm256_set1_epi32(odd * 65536 + even));
 }
 
-/// Eight outputs from sample pairs (-2, -1), (0, 1) and (1, 2): what falls to the second of the middle ones
-/// has no weight there.
+/// Eight outputs. Each adds the weighted sample pairs (-2, -1), (0, 1) and (1, 2) of five rows. Sample 1 is
+/// in two pairs; in the pair (0, 1) it has no weight.
 __m256i ReduceEight(const FiveRows& rows, std::ptrdiff_t at) {
   const auto sumOf = [&](std::size_t a, std::size_t b, std::ptrdiff_t offset) {
     return _mm256_add_epi16(Load32(rows[a] + at + offset), Load32(rows[b] + at + offset));
@@ -46,7 +46,7 @@ void AddProducts(__m256i& sums, __m256i a, __m256i b) {
   sums = _mm256_add_epi32(sums, _mm256_madd_epi16(a, b));
 }
 
-/// All ones in the last `count` of 16 lanes, zeros before.
+/// Ones in the last `count` of 16 lanes, zeros in the others.
 __m256i LastLanes(std::int32_t count) {
   static constexpr std::int16_t kMasks[32] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
                                               -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
@@ -124,11 +124,11 @@ struct RotationLanes {
 };
 
 constexpr std::int32_t kSumStep = 16;
-// Lanes of 32 bits hold 2064 products of two differences, and each step adds two of them.
+// A 32-bit lane holds the sum of 2064 products of two differences. Each step adds two products.
 constexpr std::int32_t kMaxSumCount = 2064 / 2 * kSumStep;
 static_assert(std::int64_t{1020} * 1020 * 2064 < std::int64_t{1} << 31);
 
-/// Sums products of what `gradientsAt(i)` gives for samples i … i + 15, over all of `count` samples.
+/// Adds the products of gradients over `count` samples. `gradientsAt(i)` gives those of samples i … i + 15.
 template <class Lanes, class GradientSource, class Sums>
 void SumRow(std::int32_t count, Sums& sums, const GradientSource& gradientsAt) {
   for (std::int32_t begin = 0; begin < count; begin += kMaxSumCount) {
@@ -152,7 +152,7 @@ namespace avx2 {
 void CopyBytes(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t count) {
   constexpr std::ptrdiff_t kLine = 64;
   if (count < 2 * kLine) return kScalarOps.copyBytes(from, to, count);
-  // Stores past the cache need aligned addresses. Unaligned stores make the ends, and may overlap them.
+  // Stores that bypass the cache need aligned addresses, so the unaligned ends are copied as usual.
   const std::ptrdiff_t head =
       kLine - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kLine);
   const std::ptrdiff_t tail = (count - head) % kLine;
@@ -170,7 +170,7 @@ void GreyRow(const std::uint8_t* pixels, std::int16_t* grey, std::int32_t count)
   constexpr std::int32_t kStep = 16;
   if (count < kStep) return kScalarOps.greyRow(pixels, grey, count);
   const __m128i order = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
-  // The last load must end with the last pixel, so it begins 4 bytes earlier.
+  // The last load must end with the last pixel, so its pixels begin 4 bytes later in it.
   const __m128i late = _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
   const __m256i order0 = _mm256_broadcastsi128_si256(order), order1 = _mm256_setr_m128i(order, late);
   for (std::int32_t begin = 0; begin < count; begin += kStep) {

@@ -2,16 +2,20 @@
 
 #include "kernel/loops_avx2_sampling.h"
 
-// Lines that advance by nearly one source column a column. A camera turns by little, so most pieces are long.
+// Samples along lines that advance by nearly one source column per column and stay nearly in one row. Cameras
+// turn by little, so most pieces of such a line are long.
 
 namespace {
 
-/// The columns at which a position's whole part changes. Each is found one ahead, so that its division runs
-/// beside the work on the columns before.
+/// Finds the columns at which a position's whole part changes. Each is computed one ahead, so that its
+/// division overlaps with the work on earlier columns.
 class WholeChanges {
  public:
   WholeChanges(std::int64_t start, std::int64_t step, int fractionBits, std::int32_t firstColumn)
-      : m_start(start), m_step(step), m_last((std::int64_t{1} << fractionBits) - 1), m_next(firstColumn) {
+      : m_start(start),
+        m_step(step),
+        m_largestFraction((std::int64_t{1} << fractionBits) - 1),
+        m_next(firstColumn) {
     m_next = After(m_next);
     m_following = After(m_next);
   }
@@ -24,17 +28,17 @@ class WholeChanges {
 
  private:
   std::int64_t After(std::int64_t column) const {
-    const std::int64_t fraction = (m_start + column * m_step) & m_last;
-    if (m_step > 0) return column + (m_last - fraction) / m_step + 1;
+    const std::int64_t fraction = (m_start + column * m_step) & m_largestFraction;
+    if (m_step > 0) return column + (m_largestFraction - fraction) / m_step + 1;
     return m_step < 0 ? column + fraction / -m_step + 1 : kNever;
   }
 
   static constexpr std::int64_t kNever = std::int64_t{1} << 31;
 
-  std::int64_t m_start, m_step, m_last, m_next, m_following = 0;
+  std::int64_t m_start, m_step, m_largestFraction, m_next, m_following = 0;
 };
 
-/// Fractions of eight columns' source positions, as 32-bit numbers that wrap around at one.
+/// The fractions of eight source positions, as 32-bit numbers that wrap at one.
 struct Fractions {
   __m256i x, y;
 
@@ -45,7 +49,7 @@ struct Fractions {
   __m256i WeightsY() const { return _mm256_srli_epi32(y, 32 - kWeightBits); }
 };
 
-/// Fractions of a position on a line of at most 32 fraction bits, in all lanes.
+/// The fractions of one position, in all lanes. The line has at most 32 fraction bits.
 Fractions FractionsAt(const SourceLine& line, std::int64_t x, std::int64_t y) {
   const auto spread = [&](std::int64_t value) {
     const std::uint64_t wrapped = static_cast<std::uint64_t>(value) << (32 - line.fractionBits);
@@ -54,13 +58,13 @@ Fractions FractionsAt(const SourceLine& line, std::int64_t x, std::int64_t y) {
   return {spread(x), spread(y)};
 }
 
-/// From a position to those this many columns further.
+/// What the fractions gain over the given numbers of columns.
 Fractions FractionsOver(const SourceLine& line, __m256i columns) {
   const Fractions step = FractionsAt(line, line.stepX, line.stepY);
   return {_mm256_mullo_epi32(columns, step.x), _mm256_mullo_epi32(columns, step.y)};
 }
 
-/// Weighted means of eight pairs of neighbours in one row and in the next.
+/// Eight bilinear samples. Pairs are neighbours in the near row and in the far row.
 __m256i Bilinear(__m256i nearPairs, __m256i farPairs, __m256i weightPairsX, __m256i weightsY) {
   const __m256i near = _mm256_madd_epi16(nearPairs, weightPairsX);
   const __m256i far = _mm256_madd_epi16(farPairs, weightPairsX);
@@ -68,15 +72,15 @@ __m256i Bilinear(__m256i nearPairs, __m256i farPairs, __m256i weightPairsX, __m2
   return _mm256_srli_epi32(_mm256_add_epi32(change, _mm256_slli_epi32(near, kWeightBits)), 2 * kWeightBits);
 }
 
-/// Samples a piece in steps of `Sampler::kStep` columns. Steps that begin after column `lastOverrun` must end
-/// with the piece.
+/// Samples a piece in steps of `Sampler::kStep` columns. A step may end beyond the piece only if it begins at
+/// column `lastOverrun` or before.
 template <class Sampler>
 void SamplePiece(const SourceLine& line, ColumnRun piece, std::int64_t lastOverrun, const Sampler& sampler) {
   constexpr std::int32_t kStep = Sampler::kStep;
   const Position at(line, piece.begin);
   const auto* const source = sampler.SourceAt(at.x >> line.fractionBits, at.y >> line.fractionBits);
   const auto step = [&](std::int32_t column, const Fractions& first) {
-    sampler.Step(source + std::ptrdiff_t{column - piece.begin} * Sampler::kValuesASample, column, first);
+    sampler.Step(source + std::ptrdiff_t{column - piece.begin} * Sampler::kValuesPerSample, column, first);
   };
   const Fractions advance = FractionsOver(line, _mm256_set1_epi32(kStep));
   Fractions first = FractionsAt(line, at.x, at.y);
@@ -93,22 +97,24 @@ void SamplePiece(const SourceLine& line, ColumnRun piece, std::int64_t lastOverr
     sampler.Rest(line, {column, piece.end});
 }
 
-/// Cuts a run into pieces and samples them. A step may read on past its piece's end; the columns that it
-/// writes there are written again by the next piece.
+/// Cuts a run into pieces and samples them. A step may write columns beyond its piece; the next piece
+/// overwrites them.
 template <class Sampler>
 void SampleStraight(const SourceLine& line, ColumnRun run, const Sampler& sampler) {
   if (run.begin >= run.end) return;
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
   const auto sampleAt = [&](std::int32_t column) { return Position(line, column).x >> line.fractionBits; };
-  // Source columns advance by one or less: reading on must end with what the run's last column reads.
+  // Over the run the line falls behind by `lag` samples, because it advances by at most one per column. A
+  // step reads one sample per column. So it must end `lag` columns before the run's end: else it would read
+  // beyond the run's last sample.
   const std::int64_t lag = sampleAt(run.begin) - run.begin - (sampleAt(run.end - 1) - (run.end - 1));
   const std::int64_t lastOverrun = run.end - Sampler::kStep - lag;
-  WholeChanges alongRow(line.startX, line.stepX - one, line.fractionBits, run.begin);
-  WholeChanges ofRow(line.startY, line.stepY, line.fractionBits, run.begin);
+  WholeChanges columnSlips(line.startX, line.stepX - one, line.fractionBits, run.begin);
+  WholeChanges rowChanges(line.startY, line.stepY, line.fractionBits, run.begin);
   while (run.begin < run.end) {
-    if (alongRow.Next() == run.begin) alongRow.Advance();
-    if (ofRow.Next() == run.begin) ofRow.Advance();
-    const std::int64_t end = alongRow.Next() < ofRow.Next() ? alongRow.Next() : ofRow.Next();
+    if (columnSlips.Next() == run.begin) columnSlips.Advance();
+    if (rowChanges.Next() == run.begin) rowChanges.Advance();
+    const std::int64_t end = columnSlips.Next() < rowChanges.Next() ? columnSlips.Next() : rowChanges.Next();
     const ColumnRun piece = {run.begin, end < run.end ? static_cast<std::int32_t>(end) : run.end};
     SamplePiece(line, piece, lastOverrun, sampler);
     run.begin = piece.end;
@@ -117,14 +123,14 @@ void SampleStraight(const SourceLine& line, ColumnRun run, const Sampler& sample
 
 /// Makes 16 columns of a plane at a time.
 ///
-///   loaded     0 1 2 3 4 5 6 7 | 8 9 10 11 12 13 14 15     a column a 16-bit lane
-///   m_low      0 1 2 3         | 8 9 10 11                 its fractions, after unpacking the lower lanes
-///   m_high             4 5 6 7 |            12 13 14 15    and the upper lanes of each half
+///   loaded     0 1 2 3 4 5 6 7 | 8 9 10 11 12 13 14 15     columns, one per 16-bit lane
+///   m_low      0 1 2 3         | 8 9 10 11                 after unpacking the lower lanes of each half
+///   m_high             4 5 6 7 |            12 13 14 15    after unpacking the upper lanes of each half
 ///   packed     0 1 2 3 4 5 6 7 | 8 9 10 11 12 13 14 15
 class PlaneSampler {
  public:
   static constexpr std::int32_t kStep = 16;
-  static constexpr std::ptrdiff_t kValuesASample = 1;
+  static constexpr std::ptrdiff_t kValuesPerSample = 1;
 
   PlaneSampler(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine& line, std::int16_t* out)
       : m_plane(plane),
@@ -160,7 +166,8 @@ class PlaneSampler {
   Fractions m_low, m_high;
 };
 
-/// Whether pieces are long enough to be worth finding: at a magnification they are not, at a rotation mostly.
+/// Whether the line's pieces are long enough to be worth finding. In rotated pictures they usually are, in
+/// magnified ones usually not.
 bool IsNearlyStraight(const SourceLine& line) {
   constexpr int kColumnsAlongRow = 16, kColumnsInRow = 4;
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
@@ -168,8 +175,9 @@ bool IsNearlyStraight(const SourceLine& line) {
          kColumnsInRow * line.stepY < one && kColumnsInRow * line.stepY > -one;
 }
 
-/// Whether each column reads one whole sample, as at the angle of zero with which most levels begin.
-bool IsUntouched(const SourceLine& line) {
+/// Whether the columns read whole samples of one row, one after the other. Most levels begin with such lines,
+/// at the angle zero.
+bool ReadsWholeSamples(const SourceLine& line) {
   const std::int64_t one = std::int64_t{1} << line.fractionBits;
   return line.stepX == one && line.stepY == 0 && ((line.startX | line.startY) & (one - 1)) == 0;
 }
@@ -186,7 +194,7 @@ void CopySamples(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
 class FrameSampler {
  public:
   static constexpr std::int32_t kStep = 8;
-  static constexpr std::ptrdiff_t kValuesASample = kBytesPerPixel;
+  static constexpr std::ptrdiff_t kValuesPerSample = kBytesPerPixel;
 
   FrameSampler(const std::uint8_t* frame, std::ptrdiff_t strideBytes, const SourceLine& line,
                std::uint8_t* out)
@@ -212,7 +220,7 @@ class FrameSampler {
   }
 
  private:
-  /// The upper half ends with the last neighbour's bytes and so begins one byte before its first pixel.
+  /// The upper half must end with the last neighbour's bytes, so it begins one byte before its first pixel.
   static ColorPairs LoadPairs(const std::uint8_t* from) {
     const __m256i order = _mm256_setr_epi8(0, -1, 3, -1, 3, -1, 6, -1, 6, -1, 9, -1, 9, -1, 12, -1,  //
                                            1, -1, 4, -1, 4, -1, 7, -1, 7, -1, 10, -1, 10, -1, 13, -1);
@@ -225,8 +233,7 @@ class FrameSampler {
   Fractions m_columns;
 };
 
-/// The line without its lowest bits if those are clear, as an unmagnified frame's are: then 32 fraction bits
-/// hold it.
+/// Drops fraction bits below the 32 highest if they are zero, as they are in frames that are not magnified.
 SourceLine WithoutClearBits(const SourceLine& line) {
   const int extra = line.fractionBits - 32;
   if (extra <= 0) return line;
@@ -242,7 +249,7 @@ void SampleRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLine
                std::int16_t* out) {
   if (!IsNearlyStraight(line))
     kScalarOps.sampleRow(plane, pitch, line, run, out);
-  else if (IsUntouched(line))
+  else if (ReadsWholeSamples(line))
     CopySamples(plane, pitch, line, run, out);
   else
     SampleStraight(line, run, PlaneSampler(plane, pitch, line, out));

@@ -30,7 +30,7 @@ void ReduceRow(const FiveRows& rows, std::int16_t* out, std::int32_t count) {
   }
 }
 
-/// Gradients of a sample and its difference to the previous frame.
+/// A sample's gradients and its temporal difference.
 struct Gradients {
   std::int32_t x, y, t;
 };
@@ -72,7 +72,7 @@ void AddRotationRow(const std::int16_t* previous, const RotatedRow& current, std
   sums = total;
 }
 
-/// Where a destination column reads: the whole sample, and the weights of its right and upper neighbours.
+/// The source of a destination column: a sample, and the weights of its right and upper neighbours.
 struct SourceSample {
   std::int64_t x, y;
   std::int32_t weightX, weightY;
@@ -87,7 +87,7 @@ SourceSample SampleAt(const SourceLine& line, std::int32_t column) {
           static_cast<std::int32_t>(y >> weightShift) & (kWeightOne - 1)};
 }
 
-/// Weighted mean of four neighbours: `step` apart along the row, `pitch` apart between rows.
+/// Weighted mean of four neighbours, `step` values apart in a row and `pitch` values apart between rows.
 template <class T>
 T Bilinear(const T* corner, std::ptrdiff_t step, std::ptrdiff_t pitch, const SourceSample& at) {
   const std::int32_t near0 = corner[0], near1 = corner[step];

@@ -21,14 +21,15 @@ std::int32_t Saturate(std::int64_t value) {
                                                             std::numeric_limits<std::int32_t>::max()));
 }
 
-/// One axis of the displacement: it moves in whole samples and remembers its last move.
+/// One axis of the displacement. It moves in whole samples and remembers the last move.
 struct Axis {
   std::int64_t position;
   double update = 0;
   std::int64_t step = 0;
   int sign = 0;
 
-  /// Rounds the update away from zero to whole samples and moves by them. True when the move turned back.
+  /// Rounds the update away from zero to whole samples and moves by them. True when the direction reversed,
+  /// or when both this update and the last one are zero.
   bool Move(double newUpdate, int newSign) {
     const bool turnedBack = sign == -newSign;
     update = newUpdate;
@@ -52,11 +53,11 @@ struct Axis {
   std::int32_t Result(std::size_t level) const { return level == 0 ? FinestResult() : CoarseResult(); }
 };
 
-/// 1, 0 or -1; the rotation estimator counts zero as -1.
 int SignOrZero(double value) { return value > 0 ? 1 : value < 0 ? -1 : 0; }
+/// The rotation estimator takes zero for negative.
 int SignOf(double value) { return value > 0 ? 1 : -1; }
 
-/// Three rows around one of a plane, at a column.
+/// A row of a plane and its two neighbours, from a column on.
 ThreeRows RowsAround(const Plane& plane, std::int64_t row, std::int64_t column) {
   return {plane.Row(row - 1) + column, plane.Row(row) + column, plane.Row(row + 1) + column};
 }
@@ -73,8 +74,8 @@ TranslationSums SumTranslation(const GaussianPyramidCalcParams& level, std::int6
   return sums;
 }
 
-/// The updates of displacements tried so far. The estimator often comes back to one, which would give the
-/// same sums again.
+/// The updates of the displacements tried so far. The estimator often tries a displacement again; its sums,
+/// and so its update, would be the same.
 class KnownUpdates {
  public:
   const MotionUpdate* Find(std::int64_t x, std::int64_t y) const {
@@ -120,7 +121,7 @@ int EstimateTranslation(GaussianPyramidCalcParams& level, std::size_t index, Mot
   return iterations;
 }
 
-/// Turns a plane about its centre, with 2·2^precision as the unit of positions.
+/// Turns a plane about its centre. Positions have `m_precision` + 1 fraction bits.
 class PlaneRotation {
  public:
   PlaneRotation(std::int32_t width, std::int32_t height, double radians)
@@ -137,7 +138,7 @@ class PlaneRotation {
             2 * m_angle.cosine, 2 * m_angle.sine, m_precision + 1};
   }
 
-  /// The columns of a turned row that have a source.
+  /// The columns of a row of the turned plane that have a source.
   ColumnRun Usable(std::int32_t row) const {
     return UsableColumns(Line(row), m_width, m_height, {0, m_width});
   }
@@ -148,7 +149,7 @@ class PlaneRotation {
   FixedRotation m_angle;
 };
 
-/// A plane at the angle under test and half a degree to each side.
+/// Rotations of a plane by the tested angle and by half a degree less and more.
 struct ThreeRotations {
   ThreeRotations(std::int32_t width, std::int32_t height, double theta)
       : exact(width, height, RadiansFromDegrees(theta)),
@@ -162,32 +163,35 @@ struct ThreeRotations {
   PlaneRotation exact, less, more;
 };
 
-/// Makes the rows of a rotated plane, in rising order, as the sums need them. What has no source is zero.
+/// Makes the rows of a rotated plane in rising order, as the sums need them. Samples without a source are
+/// zero.
 class RotatedRows {
  public:
   RotatedRows(const Plane& plane, const ThreeRotations& rotations, RotationScratch& scratch,
               std::int32_t firstRow, const KernelOps& ops)
       : m_plane(plane), m_rotations(rotations), m_scratch(scratch), m_nextRow(firstRow), m_ops(ops) {}
 
-  /// The row and its neighbours; of the turned ones only the columns of `run` are made.
+  /// The row with its neighbour rows, and the row turned less and more. Of the last two, only the columns of
+  /// `run` are made.
   RotatedRow Get(std::int32_t row, ColumnRun run) {
     for (; m_nextRow <= row + 1; ++m_nextRow)
       Sample(m_rotations.exact.Line(m_nextRow), RunsOf(m_nextRow).exact, {0, m_plane.Width()},
-             InTurn(m_nextRow));
+             NewestRow(m_nextRow));
     std::int16_t* const less = m_scratch.rows.Row(kLessRow);
     std::int16_t* const more = m_scratch.rows.Row(kMoreRow);
     Sample(m_rotations.less.Line(row), RunsOf(row).turned, run, less);
     Sample(m_rotations.more.Line(row), RunsOf(row).turned, run, more);
-    return {{InTurn(row - 1), InTurn(row), InTurn(row + 1)}, less, more};
+    return {{NewestRow(row - 1), NewestRow(row), NewestRow(row + 1)}, less, more};
   }
 
  private:
-  static constexpr std::int32_t kRowsInTurn = 3, kLessRow = 3, kMoreRow = 4;
+  static constexpr std::int32_t kNewestRows = 3, kLessRow = 3, kMoreRow = 4;
 
   const RotationScratch::RowRuns& RunsOf(std::int32_t row) const {
     return m_scratch.usable[static_cast<std::size_t>(row)];
   }
-  std::int16_t* InTurn(std::int32_t row) { return m_scratch.rows.Row(row % kRowsInTurn); }
+  /// The memory of one of the three newest rows.
+  std::int16_t* NewestRow(std::int32_t row) { return m_scratch.rows.Row(row % kNewestRows); }
 
   void Sample(const SourceLine& line, ColumnRun usable, ColumnRun wanted, std::int16_t* out) const {
     const ColumnRun run = Intersect(usable, wanted);
@@ -204,10 +208,11 @@ class RotatedRows {
   const KernelOps& m_ops;
 };
 
-/// The columns of `comparable` whose source in the rotated plane can be used, in one row.
+/// The columns of one row of `comparable` at which the rotated planes have a source.
 ColumnRun ComparableColumns(const Rect& comparable, std::span<const RotationScratch::RowRuns> usable,
                             std::int32_t row, std::int32_t x, std::int32_t y) {
-  // A sample counts if the source one place further out, in each direction of the displacement, can be used.
+  // A sample counts only if the rotated planes also have a source one sample further in the direction of the
+  // displacement, on both axes. The direction of zero is negative.
   const std::int32_t outwardX = x > 0 ? x + 1 : x - 1;
   const std::int32_t outwardY = y > 0 ? y + 1 : y - 1;
   const RotationScratch::RowRuns& runs = usable[static_cast<std::size_t>(row + outwardY)];
@@ -264,7 +269,7 @@ int EstimateRotation(GaussianPyramidCalcParams& level, std::size_t index, Motion
   return iterations;
 }
 
-/// Estimates the motion on one level, starting from the next coarser one, and stores it there.
+/// Estimates one level's motion, starting from that of the next coarser level, and stores it in the level.
 void EstimateLevel(std::span<GaussianPyramidCalcParams> levels, std::size_t index, std::uint32_t coefficients,
                    RotationScratch& scratch, const KernelOps& ops) {
   MotionRecord start = {};

@@ -13,7 +13,7 @@ constexpr std::array<std::int32_t, 8> kWindowLengths = {4, 8, 12, 16, 24, 32, 64
 using WeightRow = std::array<std::int32_t, kMaxWindow>;
 using WeightTable = std::array<WeightRow, kWindowLengths.size()>;
 
-/// Weights mirror about the middle of the window with the opposite sign.
+/// Sets an entry and its mirror image about the middle of the window, which has the opposite sign.
 constexpr void SetMirrored(WeightRow& row, std::size_t window, std::size_t entry, std::int32_t weight) {
   row[entry] = weight;
   row[window - 1 - entry] = -weight;
@@ -29,7 +29,7 @@ constexpr WeightTable MakeBoxPathWeights() {
   return table;
 }
 
-/// The weights up to the middle of the window; the entries before those listed are 0.
+/// A row from the last weights before the middle of the window. Earlier entries are 0.
 constexpr WeightRow MakeGaussianRow(std::size_t window, std::initializer_list<std::int32_t> weights) {
   WeightRow row = {};
   std::size_t entry = window / 2 - weights.size();
@@ -78,14 +78,14 @@ MotionRecord ComputeCorrection(const Ring<MotionRecord>& ring, const PathWeights
                                std::int32_t height) {
   std::uint32_t dx = 0, dy = 0;
   double theta = 0;
-  for (std::size_t age = 0; age < ring.Size(); ++age) {
-    const MotionRecord& motion = ring[age];
-    const std::int32_t weight = weights.entries[ring.Size() - 1 - age];
+  for (std::size_t i = 0; i < ring.Size(); ++i) {
+    const MotionRecord& motion = ring[i];
+    const std::int32_t weight = weights.entries[ring.Size() - 1 - i];
     dx += WrappedProduct(weight, motion.dx);
     dy += WrappedProduct(weight, motion.dy);
     theta += weight * motion.theta;
   }
-  // The translation keeps its sign and the rotation is negated: the compensation counts them that way.
+  // Only the rotation is negated: corrections count angles in the opposite sense to motions.
   return {DropIfTooFar(DivideTowardZero(dx, weights.divisor), width),
           DropIfTooFar(DivideTowardZero(dy, weights.divisor), height), -(theta / weights.divisor)};
 }

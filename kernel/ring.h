@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <vector>
 
-/// A queue of fixed capacity that recycles its oldest entry once it is full and never allocates after
-/// construction.
+/// A queue of fixed capacity. Once it is full, each new entry replaces the oldest one. Allocates only when it
+/// is constructed.
 template <class T>
 class Ring {
  public:
@@ -13,13 +13,13 @@ class Ring {
   std::size_t Size() const { return m_size; }
   bool IsFull() const { return m_size == m_slots.size(); }
 
-  /// Entry `age` places after the oldest one.
-  const T& operator[](std::size_t age) const { return m_slots[(m_oldest + age) % m_slots.size()]; }
+  /// Entries count from the oldest one, 0.
+  const T& operator[](std::size_t index) const { return m_slots[(m_oldest + index) % m_slots.size()]; }
   const T& Oldest() const { return (*this)[0]; }
   const T& Newest() const { return (*this)[m_size - 1]; }
 
-  /// The slot that `Append` makes the newest entry: a fresh one while the ring fills, the oldest entry's
-  /// afterwards.
+  /// The slot that `Append` turns into the newest entry. Once the ring is full, it still holds the oldest
+  /// entry.
   T& NextSlot() { return m_slots[(m_oldest + m_size) % m_slots.size()]; }
   void Append() {
     if (IsFull())

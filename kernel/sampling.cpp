@@ -16,12 +16,12 @@ ColumnRun ColumnsBelow(std::int64_t start, std::int64_t step, std::int64_t limit
   const ColumnRun none = {within.begin, within.begin};
   if (limit <= 0) return none;
   if (step == 0) return start >= 0 && start < limit ? within : none;
-  // A falling line is mirrored, so that it rises.
+  // Mirrors a falling line into a rising one.
   if (step < 0) {
     start = limit - 1 - start;
     step = -step;
   }
-  // Most runs need no division, as all of `within` is inside.
+  // Avoids the division when all of `within` is inside, as it usually is.
   const std::int64_t first = start + within.begin * step >= 0 ? within.begin : -FloorDivide(start, step);
   const std::int64_t end =
       start + within.end * step < limit ? within.end : FloorDivide(limit - 1 - start, step) + 1;

@@ -6,8 +6,8 @@
 
 namespace {
 
-// π/2 in three parts, the first two short enough that their products with a quarter-turn count below 2^20 are
-// exact.
+// π/2 in three parts, for a Cody-Waite range reduction. The first two are so short that their products with
+// up to 2^20 quarter turns are exact.
 constexpr double kHalfPiHigh = 0x1.921fb544p+0;
 constexpr double kHalfPiMiddle = 0x1.0b4611a6p-34;
 constexpr double kHalfPiLow = 0x1.3198a2e037073p-69;
@@ -15,7 +15,7 @@ constexpr double kTwoPi = 0x1.921fb54442d18p+2;
 constexpr double kTwoOverPi = 0x1.45f306dc9c883p-1;
 constexpr double kLargestReducible = 0x1p+20;
 
-// Taylor coefficients in x², highest power first. On |x| ≤ π/4 the first term left out is below 2^-58.
+// Taylor coefficients in x², highest power first. For |x| ≤ π/4 the first omitted term is below 2^-58.
 constexpr double kSineTerms[] = {
     1.0 / 355687428096000, -1.0 / 1307674368000, 1.0 / 6227020800, -1.0 / 39916800,
     1.0 / 362880,          -1.0 / 5040,          1.0 / 120,        -1.0 / 6};

@@ -36,7 +36,7 @@ RotationScratch MakeScratch(const KernelParams& params) {
 
 }  // namespace
 
-/// The state and the buffers of one stream.
+/// State and buffers of one stream.
 struct CStabilizeVideoKernel::Stream {
   explicit Stream(const KernelParams& kernelParams)
       : params(kernelParams),
@@ -50,8 +50,8 @@ struct CStabilizeVideoKernel::Stream {
     motionRing.Fill({});
   }
 
-  /// Appends the frame to the history, in the oldest frame's memory once the history is full, and measures
-  /// its motion.
+  /// Appends the frame to the history and measures its motion. Once the history is full, the frame takes the
+  /// oldest frame's memory.
   void Take(const std::uint8_t* pixels, bool repeatPrevious, const KernelOps& ops) {
     FrameCopy& copy = frameHistory.NextSlot();
     if (!copy)

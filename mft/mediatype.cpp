@@ -19,7 +19,7 @@ namespace {
 
 const GUID* const kSubtypes[] = {&MFVideoFormat_RGB24};
 
-/// A media type as DirectShow describes it, freed with the object.
+/// DirectShow's description of a media type.
 class AmMediaType {
  public:
   explicit AmMediaType(IMFMediaType* type)
@@ -32,7 +32,7 @@ class AmMediaType {
   AmMediaType(const AmMediaType&) = delete;
   AmMediaType& operator=(const AmMediaType&) = delete;
 
-  /// Null when there is none.
+  /// Null when the description is missing or its format block is too short.
   const BITMAPINFOHEADER* BitmapHeader() const {
     if (!m_isValid || !m_type.pbFormat) return nullptr;
     if (m_type.formattype == FORMAT_VideoInfo2)
@@ -93,8 +93,7 @@ HRESULT CopyMediaType(IMFMediaType* source, IMFMediaType** copy) {
 }
 
 std::uint64_t ImageParameters::FrameBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const {
-  // A row always fits 64 bits. A frame that does not is larger than any buffer, and so is the number
-  // returned.
+  // The bytes of a row always fit 64 bits, those of a frame may not.
   const std::uint64_t stride = (std::uint64_t{BitsImage} * frameWidth + 31) / 32 * 4;
   const std::uint64_t limit = UINT64_MAX / (frameHeight > 0 ? frameHeight : 1);
   return stride <= limit ? stride * frameHeight : UINT64_MAX;
@@ -110,12 +109,12 @@ void ImageParameters::Read(IMFMediaType* type) {
     width = static_cast<std::uint32_t>(size->cx);
     height = static_cast<std::uint32_t>(std::llabs(size->cy));
   }
-  const AmMediaType older(type);
-  const BITMAPINFOHEADER* const header = older.BitmapHeader();
+  const AmMediaType description(type);
+  const BITMAPINFOHEADER* const header = description.BitmapHeader();
   if (!header) return;
   BitsImage = header->biBitCount;
-  UINT32 told = 0;
-  if (SUCCEEDED(type->GetUINT32(MF_MT_SAMPLE_SIZE, &told))) sampleSize = told;
+  UINT32 declaredSize = 0;
+  if (SUCCEEDED(type->GetUINT32(MF_MT_SAMPLE_SIZE, &declaredSize))) sampleSize = declaredSize;
   if (sampleSize == 0) sampleSize = header->biSizeImage;
   if (sampleSize == 0) sampleSize = SampleBytes(width, height);
 }

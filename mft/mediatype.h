@@ -10,29 +10,30 @@
 std::optional<SIZE> ReadFrameSize(IMFMediaType* type);
 HRESULT WriteFrameSize(IMFMediaType* type, SIZE size);
 
-/// A partial type for index 0, the only one: 24-bit RGB video. MF_E_NO_MORE_TYPES beyond.
+/// Makes the available type `index`, which has a major type and a subtype only. The only one is 0, 24-bit RGB
+/// video; other indices give MF_E_NO_MORE_TYPES.
 HRESULT MakeAvailableType(DWORD index, IMFMediaType** type);
 
-/// Whether a type is uncompressed 24-bit RGB video; MF_E_INVALIDMEDIATYPE when it is something else.
+/// S_OK for 24-bit RGB video. MF_E_INVALIDMEDIATYPE for another type and for null, the attribute's error
+/// where the major type or the subtype is missing.
 HRESULT CheckVideoType(IMFMediaType* type);
 
-/// A new type with every item of another.
+/// Makes a new type with all attributes of `source`.
 HRESULT CopyMediaType(IMFMediaType* source, IMFMediaType** copy);
 
-/// What the streaming needs to know of the input type.
+/// The properties of the input type that streaming needs.
 struct ImageParameters {
-  std::uint32_t width = 0, height = 0;  ///< pixels; the height without its sign
+  std::uint32_t width = 0, height = 0;  ///< pixels; positive for a top-down picture, too
   std::uint32_t BitsImage = 0;          ///< bits per pixel
   std::uint32_t sampleSize = 0;         ///< bytes of one input frame
 
-  /// Bytes of a frame of that many pixels whose rows are padded to 4 bytes.
+  /// Bytes of a frame with `BitsImage` bits a pixel and rows padded to 4 bytes, limited to UINT64_MAX.
   std::uint64_t FrameBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
   std::uint64_t FrameBytes() const { return FrameBytes(width, height); }
-  /// The same in the 32 bits of media types and stream descriptions: the largest number where it does not
-  /// fit.
+  /// The same for media types and stream descriptions, limited to UINT32_MAX.
   std::uint32_t SampleBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
 
-  /// Reads the parameters of `type`, as far as it has them. A type without a sample size leaves that of the
-  /// type before.
+  /// Reads the parameters of `type`. A missing frame size or format block gives 0. Without MF_MT_SAMPLE_SIZE,
+  /// `sampleSize` keeps the value from the type before; if that is 0, it is computed.
   void Read(IMFMediaType* type);
 };

@@ -18,10 +18,10 @@ constexpr char kFile[] = "mft_vstabilize";
 constexpr GUID kAdvancedEngineClass = {
     0x51571744, 0x7FE4, 0x4FF2, {0xA4, 0x98, 0x2D, 0xC3, 0x4F, 0xF7, 0x4F, 0x1B}};
 
-// The result of processing while the kernel fills its delay line and delivers no frame.
+// The result of `ProcessSample` while the kernel's delay line fills and no frame comes out.
 constexpr HRESULT kNoFrameYet = S_FALSE;
 
-/// The bytes of a sample's one contiguous buffer, locked while the object lives.
+/// Locks a sample's contiguous buffer while the object lives.
 class SampleLock {
  public:
   explicit SampleLock(IMFSample* sample) {
@@ -54,14 +54,14 @@ HRESULT AssertSucceeded(HRESULT hr) {
   return hr;
 }
 
-/// Without the sign that tells a top-down picture.
+/// The size with a positive height. A negative one marks a top-down picture.
 SIZE UprightSize(const SIZE& size) { return {size.cx, static_cast<LONG>(std::llabs(size.cy))}; }
 
 bool IsSameSize(const SIZE& a, const SIZE& b) { return a.cx == b.cx && a.cy == b.cy; }
 
 }  // namespace
 
-// Life
+// Creation and identity
 
 HRESULT CMFTVStabilize::CreateInstance(IUnknown* outer, REFIID iid, void** object) {
   if (!object) return E_POINTER;
@@ -113,13 +113,13 @@ STDMETHODIMP CMFTVStabilize::GetPages(CAUUID* pages) {
   return S_OK;
 }
 
-/// The inner transform if it is to work in place of this one, otherwise null. Saved settings may ask for one
-/// that this machine does not have: also null.
+/// The advanced engine if it is chosen, otherwise null. Also null when saved settings choose it on a machine
+/// that lacks it.
 IMFTransform* CMFTVStabilize::ActiveInnerTransform() {
   return m_pFacade->IsAdvancedEngineActive() ? m_pInnerTransform.Get() : nullptr;
 }
 
-// The streams
+// Stream description
 
 STDMETHODIMP CMFTVStabilize::GetStreamLimits(DWORD* inputMinimum, DWORD* inputMaximum, DWORD* outputMinimum,
                                              DWORD* outputMaximum) {
@@ -162,7 +162,7 @@ STDMETHODIMP CMFTVStabilize::GetOutputStreamInfo(DWORD stream, MFT_OUTPUT_STREAM
   *info = {};
   info->dwFlags = MFT_OUTPUT_STREAM_WHOLE_SAMPLES | MFT_OUTPUT_STREAM_SINGLE_SAMPLE_PER_BUFFER |
                   MFT_OUTPUT_STREAM_FIXED_SAMPLE_SIZE;
-  // The buffer first receives the whole input frame, also when the output is cropped.
+  // The whole input frame is copied into this buffer first, even when the output is cropped.
   info->cbSize = m_pInputType ? m_image.SampleBytes(m_image.width, m_image.height) : 0;
   return S_OK;
 }
@@ -216,7 +216,7 @@ STDMETHODIMP CMFTVStabilize::GetOutputStatus(DWORD* flags) {
   return S_OK;
 }
 
-// The types
+// Media types
 
 STDMETHODIMP CMFTVStabilize::GetInputAvailableType(DWORD stream, DWORD index, IMFMediaType** type) {
   if (IMFTransform* const inner = ActiveInnerTransform())
@@ -263,7 +263,7 @@ STDMETHODIMP CMFTVStabilize::SetInputType(DWORD stream, IMFMediaType* type, DWOR
   if (flags > MFT_SET_TYPE_TEST_ONLY) return E_INVALIDARG;
   const CAutoLock lock(m_lock);
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
-  if (!type) {  // also when only testing
+  if (!type) {  // clears the type, even with MFT_SET_TYPE_TEST_ONLY
     m_pInputType.Reset();
     m_inputSize = SIZE{};
     return S_OK;
@@ -279,12 +279,12 @@ STDMETHODIMP CMFTVStabilize::SetOutputType(DWORD stream, IMFMediaType* type, DWO
   if (flags > MFT_SET_TYPE_TEST_ONLY) return E_INVALIDARG;
   const CAutoLock lock(m_lock);
   if (stream != 0) return MF_E_INVALIDSTREAMNUMBER;
-  if (!type) {  // also when only testing
+  if (!type) {  // clears the type, even with MFT_SET_TYPE_TEST_ONLY
     m_pOutputType.Reset();
     return S_OK;
   }
   const unsigned formatChanges = m_formatChanges;
-  // After a format change the held sample cannot be processed before this call.
+  // After a format change, ProcessOutput does not process the held sample before a new type is set.
   if (m_pSample && formatChanges == 0) return MF_E_TRANSFORM_CANNOT_CHANGE_MEDIATYPE_WHILE_PROCESSING;
   const HRESULT hr = CheckOutputType(type);
   if (SUCCEEDED(hr) && flags != MFT_SET_TYPE_TEST_ONLY) CommitOutputType(type, formatChanges);
@@ -305,7 +305,7 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   if (SUCCEEDED(hr)) hr = output->GetGUID(MF_MT_SUBTYPE, &subtype);
   if (FAILED(hr)) return hr;
   if (subtype != MFVideoFormat_RGB24) return E_FAIL;
-  // The subtype implies video. The major type may be missing, but must not say otherwise.
+  // The subtype implies video, so a missing major type is accepted, but a different one is not.
   GUID majorType = {};
   if (SUCCEEDED(output->GetGUID(MF_MT_MAJOR_TYPE, &majorType)) && majorType != MFMediaType_Video)
     return E_FAIL;
@@ -313,7 +313,7 @@ HRESULT CMFTVStabilize::CheckTransform(IMFMediaType* input, IMFMediaType* output
   std::optional<SIZE> expected = ReadFrameSize(input), proposed = ReadFrameSize(output);
   if (!expected || !proposed) return E_FAIL;
   if (m_pFacade->ChangesFrameSize()) {
-    // As in the proposed type, the height counts without its sign, which only tells the order of rows.
+    // The proposed type has a positive height, too: the sign only gives the order of the rows.
     expected = UprightSize(*expected);
     m_pFacade->GetOutputSize(*expected);
   }
@@ -328,7 +328,7 @@ HRESULT CMFTVStabilize::ProposeOutputType(IMFMediaType** type) {
   ComPtr<IMFMediaType> proposed;
   const HRESULT hr = CopyMediaType(m_pInputType.Get(), &proposed);
   if (FAILED(hr)) return hr;
-  // A host that asks for output types can follow a change of them.
+  // A host that asks for output types can handle a format change.
   m_pFacade->put_AutoReconnect(VARIANT_TRUE);
   if (m_pFacade->ChangesFrameSize()) {
     SIZE size = ImageSize();
@@ -352,7 +352,7 @@ void CMFTVStabilize::CommitOutputType(IMFMediaType* type, unsigned formatChanges
   m_pOutputType = type;
   if (formatChanges == 0) return;
   m_pFacade->ClearReconnectPending();
-  // A change that another thread made since the type was checked stays pending.
+  // A change that another thread made after `formatChanges` was read stays pending.
   m_formatChanges.compare_exchange_strong(formatChanges, 0);
 }
 
@@ -366,7 +366,7 @@ HRESULT CMFTVStabilize::OutputChanged() {
   return S_OK;
 }
 
-// The data
+// Streaming
 
 void CMFTVStabilize::BeginStreaming() {
   if (m_streaming) return;
@@ -434,7 +434,7 @@ STDMETHODIMP CMFTVStabilize::ProcessOutput(DWORD flags, DWORD count, MFT_OUTPUT_
   }
   const CAutoLock lock(m_lock);
   if (!m_pSample) return MF_E_TRANSFORM_NEED_MORE_INPUT;
-  // Each sample is processed once, also if that fails.
+  // The held sample is released even if processing fails.
   const ComPtr<IMFSample> sample = std::move(m_pSample);
   const HRESULT hr = ComBoundary([&] { return ProcessSample(sample.Get(), buffers[0].pSample); });
   if (hr == kNoFrameYet) return MF_E_TRANSFORM_NEED_MORE_INPUT;
@@ -465,26 +465,25 @@ HRESULT CMFTVStabilize::CopyImage(IMFSample* input, IMFSample* output) const {
   const SampleLock source(input), destination(output);
   if (FAILED(source.Result())) return source.Result();
   if (FAILED(destination.Result())) return destination.Result();
-  // Nothing is written unless both buffers are large enough for the frame.
   if (source.Length() < bytes) return E_INVALIDARG;
   if (destination.Capacity() < bytes) return MF_E_BUFFERTOOSMALL;
-  // The host may pass the same buffer twice, to have frames processed in place.
+  // The host may pass the same buffer as input and output, so the ranges may overlap.
   if (bytes > 0) std::memmove(destination.Bytes(), source.Bytes(), static_cast<std::size_t>(bytes));
   return destination.SetLength(static_cast<DWORD>(bytes));
 }
 
 HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
   bool frameTaken = false;
-  bool noOutput = false;  // stays so when the kernel lets frames pass unchanged
-  // Memory is reserved before the kernel takes the frame: without a record for it, all later frames would get
-  // the timing of others.
+  bool noOutput = false;  // remains false when the kernel lets frames pass unchanged
+  // Reserves the memory before the kernel takes the frame. If it took a frame without a timing record, all
+  // later frames would get wrong timing.
   m_sampleAttributes.Reserve();
   const unsigned streamBefore = m_pFacade->StreamNumber();
   const HRESULT hr = StabilizeImage(output, &frameTaken, &noOutput);
   if (FAILED(AssertSucceeded(hr))) return hr;
 
-  // The kernel is set up anew after a reset or a change of settings. It has no frames from before, so their
-  // timing goes, too.
+  // A new number means that the kernel was set up anew, after a reset or a change of settings. It has dropped
+  // its frames, so their timing records are dropped, too.
   if (m_pFacade->StreamNumber() != streamBefore) m_sampleAttributes.Clear();
   if (frameTaken) m_sampleAttributes.Append(CVRMFSampleAttributes::Of(input));
   if (noOutput) return kNoFrameYet;
@@ -496,7 +495,7 @@ HRESULT CMFTVStabilize::Stabilize(IMFSample* input, IMFSample* output) {
 HRESULT CMFTVStabilize::StabilizeImage(IMFSample* sample, bool* frameTaken, bool* noOutput) {
   const SampleLock image(sample);
   if (FAILED(image.Result())) return image.Result();
-  // The kernel always works on 24-bit frames, also if the type's format block says something else.
+  // The kernel works on 24-bit frames, whatever the type's format block says.
   const std::uint64_t needed = ImageParameters{.BitsImage = 24}.FrameBytes(m_image.width, m_image.height);
   if (image.Capacity() < needed) return MF_E_BUFFERTOOSMALL;
   *frameTaken = m_pFacade->ProcessFrame(image.Bytes(), m_image.width, m_image.height, false, noOutput);
@@ -505,6 +504,6 @@ HRESULT CMFTVStabilize::StabilizeImage(IMFSample* sample, bool* frameTaken, bool
 
 void CMFTVStabilize::PassTiming(IMFSample* input, IMFSample* output) {
   CVRMFSampleAttributes timing = CVRMFSampleAttributes::Of(input);
-  timing.cleanPointResult = E_FAIL;  // frames that pass unchanged do not carry it
+  timing.cleanPointResult = E_FAIL;  // for compatibility, frames that pass unchanged do not get a clean point
   timing.ApplyTo(output);
 }

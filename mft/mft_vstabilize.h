@@ -22,13 +22,14 @@ inline constexpr GUID CLSID_VKFVStabilizeAbout = __uuidof(VKFVStabilizeAbout);
 
 /// The stabilizer as a Media Foundation transform: one stream of 24-bit RGB video in and one out.
 ///
-/// Any thread may call. The main lock comes before the facade's locks. The settings callback comes with the
-/// facade's locks held and must not take the main lock, so all that it reads is atomic.
+/// Any thread may call any method. A thread that takes both the main lock and locks of the facade takes the
+/// main lock first. The facade calls `OutputChanged` with its own locks held, so `OutputChanged` must not
+/// take the main lock and reads atomic members instead.
 class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
                              public CRefCounted<IMFTransform, ISpecifyPropertyPages>,
                              private VKVStabilizeImplCB {
  public:
-  /// Creation function of the class table.
+  /// Creates a transform, for the module's class table.
   static HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object);
 
   CMFTVStabilize(const CMFTVStabilize&) = delete;
@@ -91,8 +92,8 @@ class CMFTVStabilize final : private MediaFoundationSamples::BaseObject,
   HRESULT StabilizeImage(IMFSample* sample, bool* frameTaken, bool* noOutput);
   void PassTiming(IMFSample* input, IMFSample* output);
 
-  std::atomic<unsigned> m_formatChanges = 0;  // that await a new output type
-  std::atomic<SIZE> m_inputSize = SIZE{};     // as the input type tells it; zero where none does
+  std::atomic<unsigned> m_formatChanges = 0;  // since the output type was set
+  std::atomic<SIZE> m_inputSize = SIZE{};     // the input type's frame size; zero without one
   CCriticalSection m_lock;
   // Guarded by the main lock:
   Microsoft::WRL::ComPtr<IMFMediaType> m_pInputType, m_pOutputType;

@@ -7,7 +7,7 @@
 #include <mfobjects.h>
 #include <vector>
 
-/// One input sample's timing. Each field has the result of reading it.
+/// The timing of one input sample, with the result of reading each value.
 struct CVRMFSampleAttributes {
   HRESULT timeResult = E_FAIL, durationResult = E_FAIL, discontinuityResult = E_FAIL,
           cleanPointResult = E_FAIL;
@@ -16,11 +16,11 @@ struct CVRMFSampleAttributes {
 
   static CVRMFSampleAttributes Of(IMFSample* sample);
 
-  /// Stamps a sample with the fields that could be read.
+  /// Sets the values that could be read on `sample`.
   void ApplyTo(IMFSample* sample) const;
 };
 
-/// First in, first out. Nodes are allocated ten at a time and used again.
+/// A queue, first in, first out. Nodes are allocated ten at a time and reused.
 class CSampleAttributesQueue {
  public:
   CSampleAttributesQueue() = default;
@@ -28,11 +28,11 @@ class CSampleAttributesQueue {
   CSampleAttributesQueue& operator=(const CSampleAttributesQueue&) = delete;
 
   bool IsEmpty() const { return m_pOldest == nullptr; }
-  /// Makes room for one more entry. Throws std::bad_alloc.
+  /// Allocates memory for one more entry. Throws std::bad_alloc.
   void Reserve();
-  /// Fills the room that `Reserve` made.
+  /// Does not allocate, so `Reserve` must be called before.
   void Append(const CVRMFSampleAttributes& attributes);
-  /// Removes and returns the oldest entry of a queue that is not empty.
+  /// Removes and returns the oldest entry. The queue must not be empty.
   CVRMFSampleAttributes TakeOldest();
   void Clear();
 

@@ -5,29 +5,35 @@
 
 #include "precise/columns.h"
 
-// A picture that is turned by a degree or two, and not magnified, reads its source nearly as it lies. In a
-// row, the phase across stays for dozens of columns; in a column, the phase down stays for dozens of rows. So
-// a block is made row by row, and a row in strips of a vector's width. Each strip keeps its weights down for
-// the next row. The weights across are the same for a whole strip, and its samples need no shuffling.
+// A block is up to 256 columns of all output rows. It is made row by row, and a row piece by piece. A strip
+// is kStep columns of a block: what one step makes of each row.
 //
-// Strips of a magnified picture make all weights anew, and shuffle their samples.
+//   WarpBlocks      for each block: the extent of its source, WideBlock::Load, then its rows
+//   Strips          WarpRow: for each piece of a row; WarpPiece: for each strip that the piece touches
+//   Linear, Cubic   the samples of a strip, of 2 × 2 or 4 × 4 taps
 //
-// The source samples of a block are widened first, since several rows of the output read each. They go into
-// the highest bits of 16-bit words, so that the first pass leaves its means in the upper halves of 32 bits.
+// UnitColumns serve pictures that are turned by about a degree at most and not magnified. There the phase
+// across is constant for dozens of columns, and the phase down of a column for dozens of rows. So all columns
+// of a piece share the weights across, and each strip keeps its weights down for the next row. DenseColumns
+// serve the other pictures. They make all weights in each step.
+//
+// Several rows of the output read each source sample, so the source of a block is widened to 16-bit words
+// first. Samples go into their highest bits: then the first pass has its results in the upper halves of its
+// 32-bit sums.
 
 namespace precise {
 namespace {
 
 constexpr int kMaxBits = 14;
 constexpr std::int32_t kBlockColumns = 256;
-// A block of fewer might read fewer source samples than a vector has.
+// A block of fewer columns might read less than a vector of source samples.
 constexpr std::int32_t kFewestColumns = 4 * kStep;
 
-/// Added to widened samples beside -2^15. The weights of a first pass sum to 2^14, so this adds the half of
-/// 2^16 that rounds its means.
+/// Added to widened samples. The weights of a cubic pass sum to 2^14, so this makes 2^15 in the sums: half of
+/// the 2^16 that the first pass drops.
 constexpr int kRounding = 2;
 
-/// The column's position and half a phase: cut to whole phases, it is the position rounded to 1/256 sample.
+/// The column's position plus half a phase, so that dropping the bits below a phase rounds to 1/256 sample.
 Position RoundedAt(const SourceLine& line, std::int32_t column) {
   return {line.startX + column * line.stepX + kHalfPhase, line.startY + column * line.stepY + kHalfPhase};
 }
@@ -36,7 +42,7 @@ ColumnRun Common(ColumnRun a, ColumnRun b) {
   return {a.begin > b.begin ? a.begin : b.begin, a.end < b.end ? a.end : b.end};
 }
 
-/// Source samples from the first to the last, which need not all exist.
+/// A rectangle of source samples, which need not all exist. `right` and `bottom` are its last column and row.
 struct Extent {
   std::int64_t left = std::numeric_limits<std::int64_t>::max(), top = left;
   std::int64_t right = std::numeric_limits<std::int64_t>::min(), bottom = right;
@@ -50,19 +56,21 @@ struct Extent {
   }
 };
 
-/// A part of source planes, which beyond their edges goes on. A sample v of n bits is kept as
-/// v·2^(16 - n) - 2^15 + kRounding.
+/// An extent of the source planes in 16-bit words; the planes' outermost samples continue beyond their edges.
+/// A sample v of n bits is kept as v·2^(16 - n) - 2^15 + kRounding.
 class WideBlock {
  public:
   static constexpr std::int32_t kColumns = kBlockColumns + 16, kRows = kMaxWarpedRows + 16;
-  /// Strips begin less than a step before the extent, and read less than two beyond it.
+  /// Strips begin less than a step before the extent, and read less than two steps beyond it.
   static constexpr std::int32_t kPitch = kStep + kColumns + 2 * kStep;
 
-  /// False where the extent is too large, or too much of it lies off the plane.
-  bool Load(const AlikePlanes& planes, const Extent& extent) {
+  /// False where the extent is larger than a block may be, has less than a step of the plane's columns, or
+  /// reaches more than a step beyond its sides.
+  bool Load(const CositedPlanes& planes, const Extent& extent) {
     m_left = extent.left;
     m_top = extent.top;
-    // Columns of the plane; and columns of the block, of which the plane has begin … end - 1.
+    // The plane has columns left … right - 1 of the extent. In the block, which has `columns`, they are begin
+    // … end - 1.
     const std::int64_t left = extent.left > 0 ? extent.left : 0, width = planes[0].width;
     const std::int64_t right = extent.right < width ? extent.right + 1 : width;
     const std::int64_t begin = left - m_left, end = right - m_left, columns = extent.right + 1 - m_left;
@@ -73,26 +81,27 @@ class WideBlock {
       for (std::int64_t row = 0; row <= extent.bottom - extent.top; ++row) {
         std::int16_t* const to = m_samples[i] + row * kPitch + kStep;
         LoadRow(planes[i], m_top + row, left, right, to + begin);
-        const Shorts first = hn::Set(kShorts, to[begin]), last = hn::Set(kShorts, to[end - 1]);
+        // The outermost samples continue to the extent's sides and a step beyond them.
+        const Int16s first = hn::Set(kInt16s, to[begin]), last = hn::Set(kInt16s, to[end - 1]);
         for (const std::int64_t column : {begin, std::int64_t{0}})
-          hn::StoreU(first, kShorts, to + column - kStep);
-        for (const std::int64_t column : {end, columns}) hn::StoreU(last, kShorts, to + column);
+          hn::StoreU(first, kInt16s, to + column - kStep);
+        for (const std::int64_t column : {end, columns}) hn::StoreU(last, kInt16s, to + column);
       }
     return true;
   }
 
-  /// A position in the plane, as it is in the block.
+  /// The position in the block of a position in the plane.
   Position Within(const Position& position) const {
     return {position.x - (m_left << kPositionBits), position.y - (m_top << kPositionBits)};
   }
 
-  /// Samples of a plane's row from column 0 on.
+  /// A plane's row of the block, from column 0 on. Rows count from the top of the extent.
   const std::int16_t* Row(std::size_t plane, std::int64_t row) const {
     return m_samples[plane] + row * kPitch + kStep;
   }
 
  private:
-  /// Loads samples left … right - 1, at least a vector.
+  /// Loads samples left … right - 1, which are at least a vector, of the plane's row nearest to y.
   static void LoadRow(const SourcePlane& plane, std::int64_t y, std::int64_t left, std::int64_t right,
                       std::int16_t* to) {
     const std::int64_t row = y < 0 ? 0 : y < plane.height ? y : plane.height - 1;
@@ -101,7 +110,7 @@ class WideBlock {
       LoadSamples<1>(from + left, plane.bits, right - left, to);
     else
       LoadSamples<2>(from + 2 * left, plane.bits, right - left, to);
-    // The next block reads on in these rows.
+    // Prefetches what the next block reads of this row.
     const int size = plane.bits == 8 ? 1 : 2;
     const std::int64_t next = right + kBlockColumns < plane.width ? right + kBlockColumns : plane.width;
     for (std::int64_t x = right; x < next; x += 64 / size) hwy::Prefetch(from + x * size);
@@ -109,16 +118,16 @@ class WideBlock {
 
   template <int kSize>
   static void LoadSamples(const std::uint8_t* from, int bits, std::int64_t count, std::int16_t* to) {
-    const auto offset = hn::Set(kHalfWords, 0x8000 + kRounding);
-    const auto largest = hn::Set(kHalfWords, static_cast<std::uint16_t>(LargestSample(bits)));
+    const auto offset = hn::Set(kUint16s, 0x8000 + kRounding);
+    const auto largest = hn::Set(kUint16s, static_cast<std::uint16_t>(LargestSample(bits)));
     const auto load = [&](std::int64_t i) {
       if constexpr (kSize == 1) {
-        constexpr hn::Rebind<std::uint8_t, decltype(kHalfWords)> kNarrow;
-        const auto samples = hn::PromoteTo(kHalfWords, hn::LoadU(kNarrow, from + i));
-        hn::StoreU(hn::BitCast(kShorts, hn::Add(hn::ShiftLeft<8>(samples), offset)), kShorts, to + i);
+        constexpr hn::Rebind<std::uint8_t, decltype(kUint16s)> kNarrow;
+        const auto samples = hn::PromoteTo(kUint16s, hn::LoadU(kNarrow, from + i));
+        hn::StoreU(hn::BitCast(kInt16s, hn::Add(hn::ShiftLeft<8>(samples), offset)), kInt16s, to + i);
       } else {
-        const auto samples = hn::Min(hn::BitCast(kHalfWords, hn::LoadU(kBytes, from + 2 * i)), largest);
-        hn::StoreU(hn::BitCast(kShorts, hn::Add(hn::ShiftLeftSame(samples, 16 - bits), offset)), kShorts,
+        const auto samples = hn::Min(hn::BitCast(kUint16s, hn::LoadU(kBytes, from + 2 * i)), largest);
+        hn::StoreU(hn::BitCast(kInt16s, hn::Add(hn::ShiftLeftSame(samples, 16 - bits), offset)), kInt16s,
                    to + i);
       }
     };
@@ -127,11 +136,12 @@ class WideBlock {
   }
 
   std::int64_t m_left = 0, m_top = 0;
-  std::int16_t m_samples[kMaxAlikePlanes][std::ptrdiff_t{kRows} * kPitch];
+  std::int16_t m_samples[kMaxCositedPlanes][std::ptrdiff_t{kRows} * kPitch];
 };
 
-/// Columns that stand at most a sample apart. Four neighbours form a block, whose samples lie within sixteen
-/// bytes. The two vectors take blocks in turn.
+/// Columns that are at most one source sample apart. The four columns of a block of lanes read seven samples
+/// at most, which sixteen bytes hold. Members are as in `UnitColumns`; columns of a piece may differ in
+/// phase.
 class DenseColumns {
  public:
   static constexpr bool kHaveOnePhase = false;
@@ -143,12 +153,12 @@ class DenseColumns {
       lows[lane] = static_cast<std::uint32_t>(moved);
       pairs[lane] = 0x03020100 + 0x02020202 * static_cast<std::uint32_t>((moved >> kPositionBits) + 1);
     }
-    m_lows = hn::Load(kWords, lows);
-    m_pairs = hn::BitCast(kBytes, hn::Load(kWords, pairs));
+    m_lows = hn::Load(kUint32s, lows);
+    m_pairs = hn::BitCast(kBytes, hn::Load(kUint32s, pairs));
     for (std::int32_t vector = 0; vector < 2; ++vector) {
       for (std::int32_t lane = 0; lane < kLanes; ++lane)
         lows[lane] = static_cast<std::uint32_t>(ColumnOf(vector, lane / 4 * 4) * step);
-      m_blocks[static_cast<std::size_t>(vector)] = hn::Load(kWords, lows);
+      m_blocks[static_cast<std::size_t>(vector)] = hn::Load(kUint32s, lows);
     }
   }
 
@@ -160,17 +170,18 @@ class DenseColumns {
     return line.stepX >= 0 && line.stepX <= kOneSample && IsNearlyLevel(line);
   }
 
-  std::int64_t Stay(std::int64_t) const { return std::numeric_limits<std::int64_t>::max(); }
+  std::int64_t ColumnsInPhase(std::int64_t) const { return std::numeric_limits<std::int64_t>::max(); }
 
   class Taps {
    public:
     Taps(const DenseColumns& columns, std::int64_t x, std::int32_t column) {
       x -= column * columns.m_step;
-      const Words start = hn::Set(kWords, static_cast<std::uint32_t>(x));
+      const Uint32s start = hn::Set(kUint32s, static_cast<std::uint32_t>(x));
       for (std::size_t vector = 0; vector < 2; ++vector) {
-        const Words fractions = hn::Add(hn::Add(start, columns.m_blocks[vector]), columns.m_lows);
+        const Uint32s fractions = hn::Add(hn::Add(start, columns.m_blocks[vector]), columns.m_lows);
+        // Where the fractions did not wrap, pairs begin one sample (two bytes) earlier.
         const auto isSameSample = hn::Eq(hn::Max(fractions, columns.m_lows), fractions);
-        const Bytes back = hn::And(hn::BitCast(kBytes, hn::VecFromMask(kWords, isSameSample)),
+        const Bytes back = hn::And(hn::BitCast(kBytes, hn::VecFromMask(kUint32s, isSameSample)),
                                    hn::Set(kBytes, static_cast<std::uint8_t>(-2)));
         m_phases[vector] = PhasesOf(fractions);
         m_pairs[vector] = hn::Add(columns.m_pairs, back);
@@ -180,100 +191,102 @@ class DenseColumns {
       }
     }
 
-    const Both<Ints>& Phases() const { return m_phases; }
+    const Both<Int32s>& Phases() const { return m_phases; }
 
     template <std::int32_t kTap>
-    Shorts Pairs(const std::int16_t* row, std::int32_t of) const {
+    Int16s Pairs(const std::int16_t* row, std::int32_t of) const {
       const auto vector = static_cast<std::size_t>(of);
-      const Shorts samples =
-          LoadBlocks(kShorts, row + m_first[vector][0], row + m_first[vector][kBlocks - 1]);
+      const Int16s samples =
+          LoadBlocks(kInt16s, row + m_first[vector][0], row + m_first[vector][kBlocks - 1]);
       const Bytes pairs = hn::Add(m_pairs[vector], hn::Set(kBytes, 2 * kTap));
-      return hn::BitCast(kShorts, hn::TableLookupBytes(hn::BitCast(kBytes, samples), pairs));
+      return hn::BitCast(kInt16s, hn::TableLookupBytes(hn::BitCast(kBytes, samples), pairs));
     }
 
    private:
-    Both<Ints> m_phases;
-    Both<Bytes> m_pairs;
-    Both<std::array<std::ptrdiff_t, kBlocks>> m_first;
+    Both<Int32s> m_phases;
+    Both<Bytes> m_pairs;  // which bytes of its block's samples each lane's first pair takes
+    Both<std::array<std::ptrdiff_t, kBlocks>> m_first;  // the first sample that each block loads
   };
 
   template <int kDropped>
-  static Shorts Join(const Both<Ints>& sums) {
-    return hn::ReorderDemote2To(kShorts, hn::ShiftRight<kDropped>(sums[0]),
+  static Int16s Join(const Both<Int32s>& sums) {
+    return hn::ReorderDemote2To(kInt16s, hn::ShiftRight<kDropped>(sums[0]),
                                 hn::ShiftRight<kDropped>(sums[1]));
   }
 
  private:
   std::int64_t m_step;
-  Words m_lows;
-  Bytes m_pairs;
-  Both<Words> m_blocks;
+  Uint32s m_lows;          // the fraction of each lane's distance from its block's first column
+  Bytes m_pairs;           // which bytes a lane's first pair takes where the fractions wrap
+  Both<Uint32s> m_blocks;  // the fraction of each block's distance from the step's first column
 };
 
-/// The bicubic warp's. Means of the first pass are less by 2^13, as samples are by 2^15. The weights down sum
-/// to 2^14, so the offset gives back 2^13 · 2^14.
+/// The filter of the bicubic warp. Widened samples are less by 2^15, so results of the first pass are less by
+/// 2^13. The offset adds these again, times the sum of the weights down, 2^14; and half of what the second
+/// pass drops.
 class WideCubic : public Cubic<SharpWeights, 16> {
  public:
   explicit WideCubic(int bits) : Cubic(kMaxBits - bits, (1 << (13 + kWeightBits)) + (1 << (27 - bits))) {}
 };
 
-/// Makes samples by two taps across and two down.
+/// Samples by a separable filter of 2 × 2 taps. Members are as in `Cubic`.
 class Linear {
  public:
   static constexpr std::int32_t kTaps = 2, kBefore = 0;
 
-  using Across = Both<Shorts>;
-  using Down = Both<Ints>;
+  using Across = Both<Int16s>;
+  using Down = Both<Int32s>;
 
-  // Weights sum to 2^16, so kRounding was added as often. The other offset is half of what is dropped.
+  // Weights of both passes sum to 2^16, so sums contain kRounding · 2^16, which the offset takes away. It
+  // adds half of what is dropped.
   explicit Linear(int bits)
-      : m_drop(16 - bits), m_offset(Kept(kInts, (1 << (31 - bits)) - (kRounding << 16))) {}
+      : m_drop(16 - bits), m_offset(OpaqueSet(kInt32s, (1 << (31 - bits)) - (kRounding << 16))) {}
 
   template <class Columns>
   Across AcrossAt(const typename Columns::Taps& taps) const {
-    const auto pairs = [&](Ints second) {
-      return hn::BitCast(kShorts, hn::Or(hn::ShiftLeft<16>(second), hn::Sub(m_one, second)));
+    const auto pairs = [&](Int32s second) {
+      return hn::BitCast(kInt16s, hn::Or(hn::ShiftLeft<16>(second), hn::Sub(m_one, second)));
     };
-    const Both<Ints> phases = taps.Phases();
+    const Both<Int32s> phases = taps.Phases();
     return {pairs(phases[0]), pairs(phases[1])};
   }
-  Down DownAt(const Both<Ints>& phases) const { return phases; }
+  Down DownAt(const Both<Int32s>& phases) const { return phases; }
 
   template <class Columns>
-  Shorts Samples(const std::int16_t* row, std::ptrdiff_t pitch, const typename Columns::Taps& taps,
+  Int16s Samples(const std::int16_t* row, std::ptrdiff_t pitch, const typename Columns::Taps& taps,
                  const Across& across, const Down& down) const {
     const auto sums = [&](std::int32_t vector) {
       const auto i = static_cast<std::size_t>(vector);
-      const Ints upper = SumsOfPairs(taps.template Pairs<0>(row, vector), across[i]);
-      const Ints lower = SumsOfPairs(taps.template Pairs<0>(row + pitch, vector), across[i]);
+      const Int32s upper = SumsOfPairs(taps.template Pairs<0>(row, vector), across[i]);
+      const Int32s lower = SumsOfPairs(taps.template Pairs<0>(row + pitch, vector), across[i]);
       return hn::Add(hn::Add(hn::ShiftLeft<kPhaseBits>(upper), m_offset),
                      hn::Mul(hn::Sub(lower, upper), down[i]));
     };
-    const auto joined = hn::BitCast(kHalfWords, Columns::template Join<16>({sums(0), sums(1)}));
-    return hn::BitCast(kShorts, hn::ShiftRightSame(hn::Xor(joined, hn::Set(kHalfWords, 0x8000)), m_drop));
+    const auto joined = hn::BitCast(kUint16s, Columns::template Join<16>({sums(0), sums(1)}));
+    return hn::BitCast(kInt16s, hn::ShiftRightSame(hn::Xor(joined, hn::Set(kUint16s, 0x8000)), m_drop));
   }
 
  private:
   int m_drop;
-  Ints m_offset, m_one = Kept(kInts, 1 << kPhaseBits);
+  Int32s m_offset, m_one = OpaqueSet(kInt32s, 1 << kPhaseBits);
 };
 
-/// Makes the rows of a block, in strips of kStep columns.
+/// Writes the rows of a block, in strips of kStep columns. A sample has kSize bytes.
 template <class Sampler, class Columns, int kSize>
 class Strips {
  public:
-  Strips(const AlikePlanes& planes, const SourceLine& line)
-      : m_largest(hn::Set(kShorts, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
+  Strips(const CositedPlanes& planes, const SourceLine& line)
+      : m_largest(hn::Set(kInt16s, static_cast<std::int16_t>(LargestSample(planes[0].bits)))),
         m_fractions(FractionsOf<Columns>(line.stepY)),
         m_sampler(planes[0].bits),
         m_columns(line.stepX),
         m_stepY(line.stepY),
         m_planes(planes[1].samples == nullptr ? 1 : 2) {}
 
-  /// Sets the first column of the block whose rows come next.
+  /// Begins a block, of which `column` is the first.
   void Begin(std::int32_t column) { m_column = column; }
 
-  /// Writes the row's covered columns of the block, by pieces that read the same source rows.
+  /// Writes the covered columns that the row has in the block.
   void WarpRow(const WideBlock& block, const WarpedRow& row) {
     const ColumnRun run = Common(row.covered, {m_column, m_column + kBlockColumns});
     for (std::int32_t begin = run.begin, end; begin < run.end; begin = end) {
@@ -288,13 +301,14 @@ class Strips {
   }
 
  private:
-  /// Weights down of a strip. They are the same for `size` positions of its first column, from `first` on.
+  /// The weights down of a strip. They hold while the fraction of its first column's y is one of the `size`
+  /// values from `first` on.
   struct KeptWeights {
     std::uint32_t first = 0, size = 0;
     typename Sampler::Down down = {};
   };
 
-  /// The piece's columns count from the block's first.
+  /// Writes a piece, whose columns count from the block's first. `begin` is where its first column reads.
   template <std::size_t kPlanes>
   void WarpPiece(const WideBlock& block, const WarpedRow& row, const Position& begin, ColumnRun piece) {
     const std::int64_t top = (begin.y >> kPositionBits) - Sampler::kBefore;
@@ -311,31 +325,31 @@ class Strips {
     }
   }
 
-  /// The weights down of a strip whose first column is at `y`.
+  /// The weights down of a strip. `y` is the fraction of where its first column reads.
   const typename Sampler::Down& WeightsDown(std::int32_t strip, std::uint32_t y) {
     KeptWeights& kept = m_kept[strip];
-    const Both<Words> fractions = {hn::Add(hn::Set(kWords, y), m_fractions[0]),
-                                   hn::Add(hn::Set(kWords, y), m_fractions[1])};
+    const Both<Uint32s> fractions = {hn::Add(hn::Set(kUint32s, y), m_fractions[0]),
+                                     hn::Add(hn::Set(kUint32s, y), m_fractions[1])};
     const auto make = [&] { return m_sampler.DownAt({PhasesOf(fractions[0]), PhasesOf(fractions[1])}); };
     if constexpr (!Columns::kHaveOnePhase) {
-      kept.down = make();  // rows of a magnified picture have other phases each
+      kept.down = make();  // each row of a magnified picture has phases of its own
       return kept.down;
     }
     if (y - kept.first >= kept.size) {
-      // How far lanes stand in their phases. Weights stay as far back as the least, and ahead until the most
-      // is a whole phase.
-      const Words rest = hn::Set(kWords, static_cast<std::uint32_t>(kOnePhase - 1));
-      const Both<Words> rests = {hn::And(fractions[0], rest), hn::And(fractions[1], rest)};
-      const std::uint32_t least = hn::GetLane(hn::MinOfLanes(kWords, hn::Min(rests[0], rests[1])));
-      const std::uint32_t most = hn::GetLane(hn::MaxOfLanes(kWords, hn::Max(rests[0], rests[1])));
+      // How far the lanes have come in their phases. All stay in them while y falls by no more than the
+      // least, or rises by less than the most lacks of a whole phase.
+      const Uint32s rest = hn::Set(kUint32s, static_cast<std::uint32_t>(kOnePhase - 1));
+      const Both<Uint32s> rests = {hn::And(fractions[0], rest), hn::And(fractions[1], rest)};
+      const std::uint32_t least = hn::GetLane(hn::MinOfLanes(kUint32s, hn::Min(rests[0], rests[1])));
+      const std::uint32_t most = hn::GetLane(hn::MaxOfLanes(kUint32s, hn::Max(rests[0], rests[1])));
       kept = {y - least, static_cast<std::uint32_t>(kOnePhase) - (most - least), make()};
     }
     return kept.down;
   }
 
-  /// Writes a strip's samples from the piece's begin on, and changes nothing that is not covered. What it
-  /// writes beyond the piece, the next piece writes anew.
-  void Store(Shorts samples, const WarpedRow& row, std::size_t plane, std::int32_t column,
+  /// Writes a strip's samples from the piece's begin on, and nothing outside of the covered columns. What is
+  /// written beyond the piece is written again by the next piece.
+  void Store(Int16s samples, const WarpedRow& row, std::size_t plane, std::int32_t column,
              ColumnRun piece) const {
     std::uint8_t* const out = row.out[plane] + std::ptrdiff_t{m_column + column} * kSize;
     if (m_column + column + kStep > row.covered.end) {
@@ -354,16 +368,16 @@ class Strips {
 
   static constexpr hn::CappedTag<std::uint8_t, kStep* kSize> kOutputs = {};
 
-  /// The samples as they are written.
-  hn::Vec<decltype(kOutputs)> Narrow(Shorts samples) const {
+  /// The samples, clamped to their bits, as the bytes to write.
+  hn::Vec<decltype(kOutputs)> Narrow(Int16s samples) const {
     if constexpr (kSize == 1)
       return hn::DemoteTo(kOutputs, samples);
     else
-      return hn::BitCast(kOutputs, hn::Min(hn::Max(samples, hn::Zero(kShorts)), m_largest));
+      return hn::BitCast(kOutputs, hn::Min(hn::Max(samples, hn::Zero(kInt16s)), m_largest));
   }
 
-  Shorts m_largest;
-  Both<Words> m_fractions;
+  Int16s m_largest;
+  Both<Uint32s> m_fractions;
   Sampler m_sampler;
   KeptWeights m_kept[kBlockColumns / kStep];
   Columns m_columns;
@@ -372,7 +386,7 @@ class Strips {
   std::int32_t m_column = 0;
 };
 
-/// Where all rows together begin and end.
+/// From the first covered column of all rows to the last.
 ColumnRun Union(const WarpedRow* rows, std::int32_t count) {
   ColumnRun all = {std::numeric_limits<std::int32_t>::max(), 0};
   for (const WarpedRow* row = rows; row != rows + count; ++row) {
@@ -384,7 +398,7 @@ ColumnRun Union(const WarpedRow* rows, std::int32_t count) {
 }
 
 template <class Sampler, class Columns, int kSize>
-bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+bool WarpBlocks(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count) {
   Strips<Sampler, Columns, kSize> strips(planes, rows->line);
   WideBlock block;
   const ColumnRun all = Union(rows, count);
@@ -411,13 +425,13 @@ bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t c
 }
 
 template <class Sampler, class Columns>
-bool WarpBlocks(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+bool WarpBlocks(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count) {
   return planes[0].bits == 8 ? WarpBlocks<Sampler, Columns, 1>(planes, rows, count)
                              : WarpBlocks<Sampler, Columns, 2>(planes, rows, count);
 }
 
 template <class Sampler>
-bool Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+bool Warp(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count) {
   const SourceLine& line = rows->line;
   if (planes[0].bits > kMaxBits) return false;
   if (UnitColumns::Suit(line)) return WarpBlocks<Sampler, UnitColumns>(planes, rows, count);
@@ -426,11 +440,11 @@ bool Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) 
 
 }  // namespace
 
-bool WarpBlocksBilinear(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+bool WarpBlocksBilinear(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count) {
   return Warp<Linear>(planes, rows, count);
 }
 
-bool WarpBlocksBicubic(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+bool WarpBlocksBicubic(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count) {
   return Warp<WideCubic>(planes, rows, count);
 }
 

@@ -4,10 +4,10 @@
 
 namespace precise {
 
-/// The warps of rows that read the source nearly as it lies: not made smaller, and turned by a degree or two
-/// at most. False where the rows are none of these, or these loops cannot hold what they read; some of their
-/// columns may have been written then.
-bool WarpBlocksBilinear(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count);
-bool WarpBlocksBicubic(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count);
+/// Warps, as `WarpRows`, of rows that are nearly parallel to the source's rows and at its scale or magnified.
+/// False where the rows are not, where samples have more than 14 bits, or where the rows read too large a
+/// part of the source or too far off it. Some of the columns may already be written in that case.
+bool WarpBlocksBilinear(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count);
+bool WarpBlocksBicubic(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count);
 
 }  // namespace precise

@@ -2,30 +2,33 @@
 
 #include <cstdint>
 
-// How the loops count. Each file of loops has a copy of its own, compiled for its processors.
+// Fixed-point formats of the loops. The namespace is anonymous, so each file of loops has a copy compiled for
+// its own instruction set.
 
 namespace precise {
 namespace {
 
-// Weights of the splines count 16384. The first pass of a separable mean keeps four more bits than planes
-// have.
+// Filter weights are in 1/16384. The first pass of a separable filter over brightness keeps four fraction
+// bits: it drops ten bits of its sums, and the second pass drops the other eighteen.
 inline constexpr int kWeightBits = 14;
-inline constexpr int kFirstPassBits = kWeightBits - 4, kSecondPassBits = kWeightBits + 4;
-inline constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassBits - 1),
-                              kHalfOfSecondPass = 1 << (kSecondPassBits - 1);
+inline constexpr int kFirstPassShift = kWeightBits - 4, kSecondPassShift = kWeightBits + 4;
+inline constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassShift - 1),
+                              kHalfOfSecondPass = 1 << (kSecondPassShift - 1);
 
+/// Brightness is 0 … 1024, so white of 8 bits is 255 · 4.
 inline constexpr int kBrightnessBits = 10;
 
-/// Weights are made for 256 phases, the positions between a sample and the next.
+/// A phase is a position between two samples, in 1/256 of their distance.
 inline constexpr int kPhaseBits = 8;
 
-/// The cubic B-spline at a sample: of the sample, and of its neighbours.
+/// The cubic B-spline at a sample: the weight of the sample, 2/3, and of each neighbour, 1/6.
 inline constexpr std::int32_t kSplineMiddle = 10922, kSplineSide = 2731;
 
 constexpr std::int32_t LargestSample(int bits) { return (1 << bits) - 1; }
 
-/// The first pass of a bicubic warp keeps 14 bits, or all that samples have where these are more.
-constexpr int FirstPassBits(int bits) { return bits < kWeightBits ? bits : kWeightBits; }
+/// How many bits of its sums the first pass of a bicubic warp drops: its results have 14 bits, or as many as
+/// the samples where these have more.
+constexpr int FirstPassShift(int bits) { return bits < kWeightBits ? bits : kWeightBits; }
 
 }  // namespace
 }  // namespace precise

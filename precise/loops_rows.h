@@ -7,9 +7,9 @@
 #include "precise/fixedpoint.h"
 #include "precise/loops.h"
 
-// Loops that compilers turn into vector code by themselves. Each file of loops has a copy of its own,
-// compiled for its processors; so nothing here may be shared, and no inline function of a library may be
-// called that the compiler might leave as a function.
+// Loops that compilers vectorize by themselves. Each file of loops compiles a copy for its own instruction
+// set. A linker that merged such copies could hand AVX2 code to every processor. So the namespace is
+// anonymous, and library functions are called only where they are certain to be inlined.
 
 namespace precise {
 namespace {
@@ -26,7 +26,7 @@ std::int32_t SampleAt(const std::uint8_t* row, std::ptrdiff_t i, std::int32_t la
   }
 }
 
-/// to[i] = sum of column i over the rows. Sums of bytes fit 16 bits for up to 128 rows.
+/// to[i] = sum of column i over the rows. 16 bits hold sums of bytes over up to 128 rows.
 template <class Sample, class Sum>
 void SumColumns(const std::uint8_t* samples, std::ptrdiff_t strideBytes, std::int32_t rows,
                 std::int32_t largest, Sum* to, std::int32_t columns) {
@@ -41,7 +41,7 @@ void AddPairs(const From* from, std::uint32_t* to, std::int32_t count) {
   for (std::int32_t i = 0; i < count; ++i) to[i] = std::uint32_t{from[2 * i]} + from[2 * i + 1];
 }
 
-/// Sums columns first and then, in pairs, along the row.
+/// Sums each column over the rows first. Then pairs of neighbours are added until one sum a block is left.
 template <class Sample, class ColumnSum>
 void AverageBlocksOf(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int bits, int blockShift,
                      std::int16_t* out, std::int32_t count) {
@@ -77,7 +77,8 @@ void AverageBlocks(const std::uint8_t* samples, std::ptrdiff_t strideBytes, int 
     AverageBlocksOf<std::uint16_t, std::uint32_t>(samples, strideBytes, bits, blockShift, out, count);
 }
 
-/// Calls `work(first, count)` for stretches of a row that small buffers hold.
+/// Calls `work(first, count)` for consecutive stretches of a row, at most kStretch long, as buffers and sums
+/// hold no more.
 constexpr std::int32_t kStretch = 512;
 template <class Work>
 void InStretches(std::int32_t count, Work work) {
@@ -85,7 +86,8 @@ void InStretches(std::int32_t count, Work work) {
     work(first, count - first < kStretch ? count - first : kStretch);
 }
 
-// Rounds along rows first, as `ResidualRow` does: two equal frames must leave no residual.
+// Filters along rows first and rounds, exactly as `residualRow` does: two equal frames must leave no
+// residual.
 void SmoothRow(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out, std::int32_t count) {
   InStretches(count, [&](std::int32_t first, std::int32_t columns) {
     const std::int32_t last = first + columns;
@@ -98,12 +100,12 @@ void SmoothRow(const std::array<const std::int16_t*, 3>& rows, std::int16_t* out
       for (std::int32_t i = 0; i < columns; ++i)
         sums[row][i] = static_cast<std::int16_t>(
             (kSplineSide * (padded[i] + padded[i + 2]) + kSplineMiddle * padded[i + 1] + kHalfOfFirstPass) >>
-            kFirstPassBits);
+            kFirstPassShift);
     }
     for (std::int32_t i = 0; i < columns; ++i)
       out[first + i] = static_cast<std::int16_t>(
           (kSplineSide * (sums[0][i] + sums[2][i]) + kSplineMiddle * sums[1][i] + kHalfOfSecondPass) >>
-          kSecondPassBits);
+          kSecondPassShift);
   });
 }
 
@@ -145,10 +147,37 @@ Gradient GradientAt(const std::int16_t* above, const std::int16_t* row, const st
   return {row[i + 1] - row[i - 1], below[i] - above[i]};
 }
 
+/// Samples of a cell, one or a vector: their weights in 1/32768, gradients, brightness, residuals, and ones.
+template <class Value>
+struct CellSamples {
+  Value w, x, y, b, r, one;
+};
+
+/// Adds the samples to the sums. `weigh(w, a)` is w·a in the unit of a; `add(sum, a, b)` adds a·b.
+template <class Sum, class Value, class Weigh, class Add>
+void AddToCell(CellSumsOf<Sum>& sums, const CellSamples<Value>& samples, Weigh weigh, Add add) {
+  const auto& [w, x, y, b, r, one] = samples;
+  const Value wx = weigh(w, x), wy = weigh(w, y), wb = weigh(w, b);
+  add(sums.xx, wx, x);
+  add(sums.xy, wx, y);
+  add(sums.yy, wy, y);
+  add(sums.xb, wx, b);
+  add(sums.yb, wy, b);
+  add(sums.x, wx, one);
+  add(sums.y, wy, one);
+  add(sums.bb, wb, b);
+  add(sums.b, wb, one);
+  add(sums.one, w, one);
+  add(sums.xr, wx, r);
+  add(sums.yr, wy, r);
+  add(sums.br, wb, r);
+  add(sums.r, weigh(w, r), one);
+}
+
 void AddGradientProducts(const std::array<const std::int16_t*, 3>& a,
                          const std::array<const std::int16_t*, 3>& b, ColumnRun run,
                          GradientProducts& products) {
-  // In 32 bits, which hold a stretch: gradients are within ±1024.
+  // Gradients are within ±1024, so 32 bits hold the sums of a stretch.
   InStretches(run.end - run.begin, [&](std::int32_t first, std::int32_t columns) {
     std::uint32_t aa = 0, bb = 0;
     std::int32_t ab = 0;

@@ -15,7 +15,8 @@ std::size_t PhaseOf(std::int64_t position) {
 
 using SplineWeights = std::array<std::int16_t, 4>;
 
-/// The cubic B-spline of four neighbours at each phase.
+/// Weights of the cubic B-spline for four neighbours at each phase t, a position between the second and the
+/// third: (1 - t)³ / 6, what the others leave of 1, (1 + 3·t·(1 + t) - 3·t³) / 6 and t³ / 6.
 constexpr std::array<SplineWeights, kPhases> MakeSplineWeights() {
   std::array<SplineWeights, kPhases> all = {};
   constexpr std::int32_t kOne = kPhases, kDivisor = 6 << (3 * kPhaseBits - kWeightBits);
@@ -36,6 +37,7 @@ constexpr std::array<SplineWeights, kPhases> MakeSplineWeights() {
 constexpr std::array<SplineWeights, kPhases> kSplineWeights = MakeSplineWeights();
 static_assert(kSplineWeights[0] == SplineWeights{kSplineSide, kSplineMiddle, kSplineSide, 0});
 
+/// The weight in 1/32768.
 std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   const std::int32_t distance = std::abs(residual);
   if (distance >= weight.limit) return 0;
@@ -44,7 +46,7 @@ std::int32_t WeightOf(std::int32_t residual, const RobustWeight& weight) {
   return MultiplyFractions(root, root);
 }
 
-/// A position rounded to a phase of a sample.
+/// A position rounded to 1/256 sample.
 struct RoundedPosition {
   explicit RoundedPosition(std::int64_t position) {
     const std::int64_t phases = (position + kHalfPhase) >> (kPositionBits - kPhaseBits);
@@ -66,7 +68,7 @@ struct Inside {
   const SourcePlane& plane;
 };
 
-/// Continues the plane beyond its edges.
+/// Reads samples of a plane whose outermost samples continue beyond its edges.
 template <class Sample>
 struct AtEdges {
   std::int32_t operator()(std::ptrdiff_t x, std::ptrdiff_t y) const {
@@ -106,12 +108,11 @@ struct Bilinear {
 struct Bicubic {
   static constexpr std::int32_t kBefore = 1, kAfter = 2;
 
-  /// Weights are at most 1.1875 times 1 where they add, and 1.375 times in size. So sums of a pass keep
-  /// within 31 bits when what it takes has 16 bits, as samples have, and as the first pass leaves them with
-  /// 14 bits or less.
+  /// The positive weights sum to at most 1.1875, the negative ones to at least -0.1875. So the largest sum is
+  /// that of the second pass over samples of 16 bits: 65535 · (1.1875² + 0.1875²) · 2^14, which 31 bits hold.
   template <class Read>
   static std::int32_t At(const Read& read, int bits, std::int64_t x, std::int64_t y) {
-    const int firstPass = FirstPassBits(bits), secondPass = 2 * kWeightBits - firstPass;
+    const int firstPass = FirstPassShift(bits), secondPass = 2 * kWeightBits - firstPass;
     const RoundedPosition column(x), row(y);
     const CubicWeights &across = kCubicWeights[column.phase], &down = kCubicWeights[row.phase];
     std::int32_t sum = 1 << (secondPass - 1);
@@ -145,7 +146,7 @@ void WarpRow(const SourcePlane& plane, const WarpedRow& row, std::uint8_t* out) 
 }
 
 template <class Sampler>
-void Warp(const AlikePlanes& planes, const WarpedRow* rows, std::int32_t count) {
+void Warp(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t count) {
   for (std::size_t i = 0; i < planes.size() && planes[i].samples != nullptr; ++i)
     for (const WarpedRow* row = rows; row != rows + count; ++row)
       if (planes[i].bits == 8)
@@ -166,9 +167,9 @@ void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
       const std::int16_t* const samples = corner + static_cast<std::ptrdiff_t>(row) * pitch;
       std::int32_t inRow = kHalfOfFirstPass;
       for (std::size_t i = 0; i < 4; ++i) inRow += across[i] * samples[i];
-      sum += down[row] * (inRow >> kFirstPassBits);
+      sum += down[row] * (inRow >> kFirstPassShift);
     }
-    const std::int32_t sample = sum >> kSecondPassBits;
+    const std::int32_t sample = sum >> kSecondPassShift;
     const std::int32_t expected =
         (reference[column] * exposure.gain + exposure.offset + (1 << (kExposureBits - 1))) >> kExposureBits;
     out[column] = static_cast<std::int16_t>(sample - expected);
@@ -177,29 +178,15 @@ void ResidualRow(const std::int16_t* plane, std::ptrdiff_t pitch, const SourceLi
 
 CellSums SumCell(const std::int16_t* reference, const std::int16_t* residuals, std::ptrdiff_t pitch,
                  std::int32_t width, std::int32_t height, const RobustWeight& weight) {
-  CellSums sums;
+  CellSums sums = {};
+  const auto add = [](std::int32_t& sum, std::int32_t a, std::int32_t b) { sum += a * b; };
   for (std::int32_t row = 0; row < height; ++row, reference += pitch, residuals += pitch) {
     for (std::int32_t i = 0; i < width; ++i) {
       const std::int32_t r = residuals[i], w = WeightOf(r, weight);
       if (w == 0) continue;
       const Gradient g = GradientAt(reference - pitch, reference, reference + pitch, i);
       const std::int32_t b = reference[i] - kMiddleBrightness;
-      const std::int32_t wx = MultiplyFractions(w, g.x), wy = MultiplyFractions(w, g.y);
-      const std::int32_t wb = MultiplyFractions(w, b), wr = MultiplyFractions(w, r);
-      sums.xx += wx * g.x;
-      sums.xy += wx * g.y;
-      sums.yy += wy * g.y;
-      sums.xb += wx * b;
-      sums.yb += wy * b;
-      sums.x += wx;
-      sums.y += wy;
-      sums.bb += wb * b;
-      sums.b += wb;
-      sums.one += w;
-      sums.xr += wx * r;
-      sums.yr += wy * r;
-      sums.br += wb * r;
-      sums.r += wr;
+      AddToCell<std::int32_t, std::int32_t>(sums, {w, g.x, g.y, b, r, 1}, MultiplyFractions, add);
     }
   }
   return sums;

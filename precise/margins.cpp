@@ -10,13 +10,12 @@ constexpr double kPositionStep = 1.0 / 64;
 
 }  // namespace
 
-bool Fits(const Correction& correction, const Frames& frames) {
+bool Fits(const Correction& correction, const HalfSizes& sizes) {
   for (const double side : {-1.0, 1.0}) {
-    const Complex corner = {frames.shown.re, side * frames.shown.im};
+    const Complex corner = {sizes.shown.re, side * sizes.shown.im};
     for (const Complex& shown : {corner, -corner}) {
       const Complex source = Conjugate(correction.turn) * (shown - correction.shift);
-      if (!(std::abs(source.re) <= frames.picture.re && std::abs(source.im) <= frames.picture.im))
-        return false;
+      if (!(std::abs(source.re) <= sizes.picture.re && std::abs(source.im) <= sizes.picture.im)) return false;
     }
   }
   return true;
@@ -41,23 +40,23 @@ Correction CLadder::At(double position) const {
   return Between(m_rungs[below], m_rungs[below + 1], position - static_cast<double>(below));
 }
 
-double CLadder::Reach(const Frames& frames) const {
+double CLadder::Reach(const HalfSizes& sizes) const {
   std::size_t rung = 0;
-  while (rung + 1 < kRungs && Fits(m_rungs[rung + 1], frames)) ++rung;
+  while (rung + 1 < kRungs && Fits(m_rungs[rung + 1], sizes)) ++rung;
   if (rung + 1 == kRungs) return kHighest;
   double fits = 0, misses = 1;
   while (misses - fits > kPositionStep) {
     const double share = (fits + misses) / 2;
-    (Fits(At(static_cast<double>(rung) + share), frames) ? fits : misses) = share;
+    (Fits(At(static_cast<double>(rung) + share), sizes) ? fits : misses) = share;
   }
   return static_cast<double>(rung) + fits;
 }
 
-Correction CLadder::FittingAt(double position, const Frames& frames) const {
-  // A mixture of two turned pictures that fit may miss by a hair. A small step down mends that.
+Correction CLadder::FittingAt(double position, const HalfSizes& sizes) const {
+  // A mixture of two corrections that fit may miss by a hair.
   while (position > 0) {
     const Correction correction = At(position);
-    if (Fits(correction, frames)) return correction;
+    if (Fits(correction, sizes)) return correction;
     position -= kPositionStep;
   }
   return {};

@@ -14,34 +14,40 @@ namespace precise {
 namespace {
 
 constexpr double kLargestGain = 4;
-// Residuals from here on count alike.
+// The median does not tell larger residuals apart.
 constexpr std::int32_t kLargestResidual = 2047;
 
-// Sigma of a normal distribution over its median magnitude, and Tukey's constant for 95 % efficiency.
+// Sigma of a normal distribution over its median magnitude, and the constant of Tukey's biweight for 95 %
+// efficiency (Holland and Welsch, "Robust regression using iteratively reweighted least-squares", 1977).
 constexpr double kSigmaOverMedian = 1.4826;
 constexpr double kTukeyConstant = 4.685;
-// A residual is never surer than a rounded sample.
+// Samples are rounded, so no residual is more certain than this.
 constexpr double kSmallestSigma = 1;
-// How large the unknowns may well be. Without texture this prior keeps them at 0.
-constexpr UnknownVector kLikelySize = {50, 50, 20, 20, 0.3, 100};
+// Standard deviations of a prior on the unknowns. It keeps them at 0 where there is no texture.
+constexpr UnknownVector kPriorSigma = {50, 50, 20, 20, 0.3, 100};
 
-// How far the search goes: this share of the picture's longer side, but not more samples than that.
+// The full search goes so far: a share of the picture's longer side, and at most so many samples.
 constexpr double kSearchedShare = 0.18;
 constexpr double kMostSearched = 32;
-// More than this between two frames is no motion: share of the longer side, and of `turn`.
+// Larger motions are implausible: the shift as a share of the longer side, and the distance of the turn
+// from 1.
 constexpr double kLargestShift = 0.25, kLargestTurn = 0.35;
+// The most Gauss-Newton steps: at the coarsest level with shift alone, and in all; at each other level.
 constexpr int kShiftSteps = 3, kStartSteps = 8, kLevelSteps = 5;
 constexpr double kSmallestStep = 0.008;  // samples
 
 constexpr std::int32_t kSmallestRegionSide = 12;
+// Frames are compared at the finest level whose shorter side is not longer than this.
 constexpr std::int32_t kLargestComparedSide = 100;
-// A start must fit this much better than one before it: the search always finds something in noise.
+// A later start must cost less than this share of an earlier one: in noise, too, the search finds a best
+// shift.
 constexpr double kClearlyLess = 0.9;
 constexpr double kSameScene = 0.3;
+// A cell has texture when the root mean square of its gradients is larger than this in both frames.
 constexpr double kSmallestTexture = 6;
 constexpr double kSmallestTexturedShare = 0.15;  // of the cells
 
-/// The region at a level, without samples that lack a neighbour.
+/// The region at a level, without samples on the plane's edge, which lack a neighbour.
 Region ScaledRegion(const Region& region, double scale, const Plane& plane) {
   const auto lower = [&](std::int32_t edge) { return std::max(1, static_cast<std::int32_t>(edge / scale)); };
   const auto upper = [&](std::int32_t edge, std::int32_t side) {
@@ -68,7 +74,7 @@ Exposure FixedExposure(double gain, double offset) {
               std::lround((kMiddleBrightness * (1 - gain) + offset) * (1 << kExposureBits)))};
 }
 
-/// Mean of a function of the samples of a region.
+/// The mean of a function of the region's samples.
 template <class Function>
 double MeanOf(const Plane& plane, const Region& region, Function function) {
   std::int64_t sum = 0, count = 0;
@@ -81,7 +87,7 @@ double Mean(const Plane& plane, const Region& region) {
   return MeanOf(plane, region, [](std::int32_t sample) { return sample; });
 }
 
-/// Mean distance from the mean.
+/// The mean absolute deviation.
 double Spread(const Plane& plane, const Region& region) {
   const auto mean = static_cast<std::int32_t>(Mean(plane, region));
   return MeanOf(plane, region, [mean](std::int32_t sample) { return std::abs(sample - mean); });
@@ -114,7 +120,7 @@ CMotionEstimator::View CMotionEstimator::ViewOf(const Pyramid& earlier, const Py
           .region = ScaledRegion(m_region, from.scale, from.smooth)};
 }
 
-/// The whole-sample shift under which the frames differ least, each less its mean.
+/// The whole-sample shift with the least mean of capped differences, after the frames' means are subtracted.
 Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) const {
   const Plane &earlier = *view.earlier, &later = *view.later;
   const auto brighter = static_cast<std::int32_t>(
@@ -145,11 +151,11 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
   return {.shift = best};
 }
 
-/// Refines none at all, each guess and the best shift of the search, and takes the one that fits best.
+/// Refines each start: no motion, the guesses, the best shift of the search. Returns the one that fits best.
 CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
                                                         std::span<const Similarity> guesses) {
   const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
-  // Smoothing moves the mean a little, so like is compared with like.
+  // Both means are of smooth frames, as smoothing changes a mean a little.
   const double brighter = Mean(*view.laterSmooth, view.region) - Mean(*view.earlier, view.region);
   Alignment best;
   double least = std::numeric_limits<double>::infinity();
@@ -158,7 +164,6 @@ CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
     Refine(view, alignment, kStartSteps, kShiftSteps);
     if (!IsPlausible(alignment.map, 2 * view.radius * view.scale)) return;
     const double cost = Cost(view, alignment, cap);
-    // What came first is preferred where the difference may be noise.
     if (cost > kClearlyLess * least) return;
     least = cost;
     best = alignment;
@@ -169,12 +174,12 @@ CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
   return best;
 }
 
-/// Writes the residuals of the region, `kNoResidual` where the map leads out of the later frame. Returns how
-/// many there are.
+/// Writes the residuals of the region, and `kNoResidual` where the map leads out of the later frame. Returns
+/// how many samples have a residual.
 std::int64_t CMotionEstimator::FillResiduals(const View& view, const Similarity& map,
                                              const Exposure& exposure) {
   const Plane& later = *view.later;
-  // A spline reaches one sample back and two ahead.
+  // The spline reads one sample back and two ahead.
   const PositionRange insideX = {kOneSample, (later.Width() - 2) * kOneSample};
   const PositionRange insideY = {kOneSample, (later.Height() - 2) * kOneSample};
   const Complex shift = 1 / view.scale * map.shift;
@@ -202,10 +207,11 @@ std::int64_t CMotionEstimator::CountBelow(const View& view, std::int32_t limit) 
   return count;
 }
 
-/// The median size of so many residuals. Searches from the last median on, since counting takes a fraction of
-/// what a histogram does.
+/// The median magnitude of the `count` residuals. Counts those below a limit, which is moved from the last
+/// median outwards and then bisected. Several counts cost less than one histogram, which cannot be made with
+/// vectors.
 double CMotionEstimator::MedianResidual(const View& view, std::int64_t count) {
-  // Limits that less than half of the residuals are below, and at least half.
+  // Less than half of the residuals are below `low`, at least half below `high`.
   std::int32_t low = 0, high = kLargestResidual + 1;
   std::int64_t belowLow = 0, belowHigh = count;
   const auto isAbove = [&](std::int32_t limit) {
@@ -220,7 +226,7 @@ double CMotionEstimator::MedianResidual(const View& view, std::int64_t count) {
     if (isAbove(rises ? low + reach : high - reach) != rises) break;
   while (low + 1 < high) isAbove((low + high) / 2);
   m_lastMedian = std::min(high, kLargestResidual);
-  // Equal values are taken as spread evenly around it.
+  // Residuals equal to the median are taken as spread evenly around it by ±1/2.
   const std::int64_t equal = belowHigh - belowLow;
   const double inside = equal > 0 ? (0.5 * static_cast<double>(count) - static_cast<double>(belowLow)) /
                                         static_cast<double>(equal)
@@ -228,7 +234,8 @@ double CMotionEstimator::MedianResidual(const View& view, std::int64_t count) {
   return low + inside - 0.5;
 }
 
-/// Mean residual, where more than `cap` counts as `cap`, and a sample without a counterpart as half of it.
+/// The sum of the residuals' magnitudes, each at most `cap`. A sample without a residual counts as half of
+/// `cap`.
 double CMotionEstimator::Cost(const View& view, const Alignment& alignment, double cap) {
   FillResiduals(view, alignment.map, FixedExposure(alignment.gain, alignment.offset));
   const auto most = static_cast<std::int32_t>(cap);
@@ -241,7 +248,7 @@ double CMotionEstimator::Cost(const View& view, const Alignment& alignment, doub
   return static_cast<double>(sum);
 }
 
-/// One Gauss-Newton step. Returns how far it moved the picture's corner, in samples.
+/// One Gauss-Newton step. Returns how far it moves a point at the view's radius at most, in sample heights.
 double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shiftOnly) {
   const std::int64_t count =
       FillResiduals(view, alignment.map, FixedExposure(alignment.gain, alignment.offset));
@@ -261,7 +268,7 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
     }
   }
   for (std::size_t i = 0; i < kUnknowns; ++i) {
-    const double prior = sigma / kLikelySize[i];
+    const double prior = sigma / kPriorSigma[i];
     equations.matrix[i][i] += prior * prior;
   }
   if (shiftOnly) {
@@ -280,13 +287,15 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
   return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
 }
 
+/// Makes up to `steps` steps, the first `shiftSteps` of them with shift alone, until one is small.
 void CMotionEstimator::Refine(const View& view, Alignment& alignment, int steps, int shiftSteps) {
   for (int i = 0; i < steps && IsPlausible(alignment.map, 2 * view.radius * view.scale); ++i)
     if (Step(view, alignment, i < shiftSteps) < kSmallestStep && i >= shiftSteps) return;
 }
 
-/// Correlates the gradients of the earlier frame with those of the later one, laid on it.
+/// Correlates the gradients of the earlier frame with those of the later one, aligned by the map.
 Match CMotionEstimator::Compare(const View& view, const Similarity& map) {
+  // Without a reference to subtract, the residuals are the samples of the aligned frame.
   FillResiduals(view, map, {.gain = 0, .offset = 0});
   GradientProducts total;
   std::int32_t cells = 0, texturedCells = 0;
@@ -308,7 +317,7 @@ Match CMotionEstimator::Compare(const View& view, const Similarity& map) {
   return match;
 }
 
-/// Takes the samples of a cell whose neighbours have counterparts, too.
+/// Sums over the samples of a cell whose four neighbours all have a counterpart.
 CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, std::int32_t left,
                                                              std::int32_t top) {
   ComparedCell cell;

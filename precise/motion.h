@@ -16,42 +16,47 @@ namespace precise {
 
 /// How two frames are related.
 struct Match {
-  Similarity map;           ///< from the content's place in the earlier frame to that in the later one
+  Similarity map;           ///< from the content's place in the earlier frame to its place in the later one
   double likeness = 0;      ///< correlation of the frames' gradients after alignment, -1 to 1
   bool hasTexture = false;  ///< both frames show more structure than noise explains
 
   /// The frames show the same scene, and the map tells how it moved.
   bool IsSameScene() const;
-  /// Both frames show something, and not the same.
+  /// Both frames have texture, but it differs.
   bool IsOtherScene() const { return hasTexture && !IsSameScene(); }
 };
 
 /// Measures the motion between two frames of one format. Scratch memory is made once.
 class CMotionEstimator {
  public:
-  /// Estimates from the whole picture, or from a region of it, which is usable. Throws std::bad_alloc.
+  /// Estimates from a region of the frames, or from the whole frames. `AreUsable` says what format and region
+  /// may be. Throws std::bad_alloc.
   CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region, const Loops& loops);
 
   /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton
   /// steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain
-  /// and offset of the brightness are estimated along. `guesses` are motions that are tried beside none at
-  /// all and the best shift of a full search.
+  /// and offset of the brightness are estimated with them.
+  ///
+  /// The coarsest level starts from no motion, from each of `guesses`, and from the best shift of a full
+  /// search, and goes on with the one that fits best. An implausibly large motion becomes the identity. A
+  /// region of less than 12 samples a side at the finest level gives `Match{}`.
   Match Estimate(const Pyramid& earlier, const Pyramid& later, std::span<const Similarity> guesses);
 
  private:
   /// Two frames at one level, and the samples that count.
   struct View {
-    const Plane* earlier;
-    const Plane* later;
+    const Plane* earlier;  ///< smooth
+    const Plane* later;    ///< not smooth: `residualRow` filters what it reads
     const Plane* laterSmooth;
-    double scale;    ///< pixels of the frame in a sample
+    double scale;    ///< how many columns and rows of the frame make one sample
     Complex centre;  ///< of the picture, in samples
-    double aspect;   ///< width of a sample as it is shown, over its height
-    double radius;   ///< half the longer side of the picture, in samples as they are shown
+    double aspect;   ///< width over height of a displayed sample
+    double radius;   ///< half the longer side of the displayed picture, in sample heights
     Region region;   ///< samples of the earlier frame, all with neighbours
   };
 
-  /// The later frame's brightness is 512 + gain·(earlier - 512) + offset, where the map leads.
+  /// A sample b of the earlier frame is 512 + gain·(b - 512) + offset in the later one, where the map takes
+  /// it.
   struct Alignment {
     Similarity map;
     double gain = 1, offset = 0;
@@ -81,8 +86,8 @@ class CMotionEstimator {
   const Loops* m_pLoops;
   PictureFormat m_format;
   Region m_region;
-  std::vector<std::int16_t> m_residuals;  // rows as wide as those of the level at hand
-  std::int32_t m_lastMedian = 4;          // residuals of the next step will hardly be larger
+  std::vector<std::int16_t> m_residuals;  // of one level, in rows without padding
+  std::int32_t m_lastMedian = 4;          // where the search for the next median starts
 };
 
 }  // namespace precise

@@ -5,17 +5,16 @@
 
 namespace precise {
 
-void NormalEquations::AddCell(const CellSums& sums, Complex centre, double radius, double pixelAspect) {
-  // Sums of products of two gradients along x and y, of one gradient, and of none. Gradients span two
-  // samples.
+void NormalEquations::AddCell(const CellSums& sums, Complex middle, double radius, double pixelAspect) {
+  // The sums hold differences over two samples. These factors make them gradients by sample height.
   const double x = 0.5 / pixelAspect, y = 0.5;
   const double xx = sums.xx * x * x, xy = sums.xy * x * y, yy = sums.yy * y * y;
   const double xb = sums.xb * x, yb = sums.yb * y, xOne = sums.x * x, yOne = sums.y * y;
   const double xr = sums.xr * x, yr = sums.yr * y;
-  // Roll moves the cell by (-down, right), zoom by (right, down).
-  const double right0 = centre.re / radius, down = centre.im / radius;
-  const auto roll = [&](double alongX, double alongY) { return alongY * right0 - alongX * down; };
-  const auto zoom = [&](double alongX, double alongY) { return alongX * right0 + alongY * down; };
+  // Roll moves the cell by (-down, rightward), zoom by (rightward, down).
+  const double rightward = middle.re / radius, down = middle.im / radius;
+  const auto roll = [&](double alongX, double alongY) { return alongY * rightward - alongX * down; };
+  const auto zoom = [&](double alongX, double alongY) { return alongX * rightward + alongY * down; };
   const double xRoll = roll(xx, xy), yRoll = roll(xy, yy), xZoom = zoom(xx, xy), yZoom = zoom(xy, yy);
 
   const std::array<UnknownVector, kUnknowns> rows = {

@@ -5,7 +5,7 @@
 namespace precise {
 namespace {
 
-// Of the shapes 2.5 to 6 this one leaves little jitter (0.04 pixels where a Hamming window leaves 0.07) and
+// Chosen among shapes of 2.5 to 6: it leaves little jitter (0.04 pixels; a Hamming window leaves 0.07) and
 // still fades a jolt in and out.
 constexpr double kKaiserShape = 3;
 
@@ -19,7 +19,7 @@ double BesselI0(double x) {
   return sum;
 }
 
-/// The pose as far beyond `end` as `inside` is before it.
+/// The point reflection of the pose `inside` about the pose `end`.
 Similarity Reflected(const Similarity& end, const Similarity& inside) {
   return {Unit(end.turn * end.turn * Conjugate(inside.turn)), 2 * end.shift - inside.shift};
 }
@@ -44,7 +44,7 @@ void FindPoses(const CTrack& track, std::int64_t frame, std::span<Similarity> po
     const Tie tie = track[later].tie;
     return tie == Tie::Measured || (tie == Tie::Assumed && !outermost);
   };
-  std::int64_t before = 0, after = 0;  // frames of the shot on both sides
+  std::int64_t before = 0, after = 0;  // how many frames belong to the shot on each side
   at(0) = {};
   while (after < half && frame + after + 1 < track.Frames() && isTied(frame + after + 1, after + 1 == half)) {
     ++after;
@@ -56,7 +56,7 @@ void FindPoses(const CTrack& track, std::int64_t frame, std::span<Similarity> po
   }
   for (std::int64_t distance = 1; distance <= half; ++distance) {
     const bool isAlone = before == 0 && after == 0;
-    // The side that ends at the frame itself mirrors the other, which must be there first.
+    // A side that ends at the frame itself reflects poses of the other side, which must be filled first.
     const auto continueAfter = [&] {
       if (distance > after)
         at(distance) = isAlone ? Similarity{} : Reflected(at(after), at(2 * after - distance));

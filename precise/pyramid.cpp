@@ -7,8 +7,8 @@
 namespace precise {
 namespace {
 
-// Finer levels cost more and gain nothing: at 180 samples the error of a motion is below 0.02 pixels of the
-// frame.
+// Finer levels cost more and gain nothing: with 180 samples the error of a motion is already below 0.02
+// pixels of the frame.
 constexpr std::int32_t kLargestFinestSide = 300;
 constexpr std::int32_t kSmallestCoarsestSide = 16;
 

@@ -10,24 +10,28 @@
 
 namespace precise {
 
-/// One resolution of a frame's brightness. Sample i stands in the middle of `scale` columns and rows of the
-/// frame, the first of which is i·scale.
+/// One resolution of a frame's brightness, 0 … 1024. Sample (x, y) is at the centre of `scale` × `scale`
+/// samples of the frame, the first of which is (x·scale, y·scale).
 struct Level {
   Plane samples;
-  Plane smooth;  ///< `samples` as a cubic B-spline shows them where it is taken at a sample
+  Plane smooth;  ///< `samples` filtered by the cubic B-spline: weights 1/6, 2/3, 1/6 on each axis
   double scale = 1;
 };
 
-/// A frame's brightness, finest level first. The finest has a shorter side of up to 300 samples, each further
-/// one half as many columns and rows, and the last a shorter side below 32.
+/// A frame's brightness at several resolutions, finest level first (after Burt and Adelson, "The Laplacian
+/// pyramid as a compact image code", 1983, with a binomial filter of 4 × 4 taps). The shorter side of the
+/// finest level has at most 300 samples. Each next level has half the columns and rows, rounded down. The
+/// shorter side of the coarsest has less than 32.
 struct Pyramid {
+  /// Makes levels for frames of this format, without contents. Throws std::bad_alloc.
   explicit Pyramid(const PictureFormat& format);
 
   std::vector<Level> levels;
-  int blockShift;  ///< a sample of the finest level is the mean of 2^blockShift columns and rows
+  int blockShift;  ///< a sample of the finest level is the mean of 2^blockShift × 2^blockShift samples
 };
 
-/// Fills the pyramid from the frame's plane 0, of which the runner may have rows reduced at the same time.
+/// Fills all levels from plane 0 of a frame of the pyramid's format. The reduction to the finest level goes
+/// through the runner.
 void BuildPyramid(const PlaneOf<const std::uint8_t>& luma, int bitsPerSample, const Loops& loops,
                   const RowRunner& runner, Pyramid& pyramid);
 

@@ -18,7 +18,7 @@ bool CTrack::Append(const Match& match) {
   if (match.IsSameScene()) {
     link.tie = Tie::Measured;
     link.motion = match.map;
-    // What differs from the frame before it, and not from the one after it, begins a shot.
+    // A frame that differs from the one before it but not from the one after it begins a shot.
     if (before.tie == Tie::Open) CutAt(frame - 1);
     return false;
   }

@@ -6,8 +6,8 @@
 namespace precise {
 namespace {
 
-/// The arc tangent of 0 ≤ x ≤ 1. Halving the angle three times leaves at most 0.1, where the first term left
-/// out of the power series is below 1e-17.
+/// The arc tangent of 0 ≤ x ≤ 1. Three halvings of the angle bring x below 0.1, where the first omitted term
+/// of the power series is below 1e-17.
 double ArcTangent(double x) {
   for (int halving = 0; halving < 3; ++halving) x /= 1 + std::sqrt(1 + x * x);
   double sum = 0;
@@ -43,7 +43,7 @@ Similarity Rigid(const Similarity& map) { return {Unit(map.turn), map.shift}; }
 
 Similarity Half(const Similarity& map) {
   const double zoom = Length(map.turn);
-  // The direction half way to the turn.
+  // The bisector of 1 and the turn has half its angle.
   const Complex turn = std::sqrt(zoom) * Unit(Unit(map.turn) + Complex{1, 0});
   return {turn, Reciprocal(turn + Complex{1, 0}) * map.shift};
 }

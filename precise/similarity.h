@@ -19,17 +19,20 @@ constexpr double SquaredLength(Complex a) { return a.re * a.re + a.im * a.im; }
 
 double Length(Complex a);
 
-/// The same direction with length 1; {1, 0} for no direction.
+/// `a` scaled to length 1; {1, 0} where `a` is 0.
 Complex Unit(Complex a);
 
-/// Radians clockwise from `re`, the same bits on every platform, within 1e-15.
+/// The angle of `a` from the `re` axis: radians clockwise, -π to π; 0 where `a` is 0. The error is below
+/// 1e-15, and all platforms give the same bits.
 double Angle(Complex a);
 
-/// 1 / a for a that is not 0.
+/// 1 / a; `a` is not 0.
 Complex Reciprocal(Complex a);
 
-/// The map p → turn·p + shift. Points stand in pixels as they are shown, with the picture's centre as origin:
-/// where pixels are not square, x is counted in pixel heights. The length of `turn` is the zoom.
+/// The map p → turn·p + shift. The length of `turn` is the zoom, its angle the roll.
+///
+/// Points are in display coordinates: measured from the picture's centre, in pixel heights on both axes. So
+/// roll is a rotation for any pixel aspect. With square pixels the unit is a luma sample.
 struct Similarity {
   Complex turn = {1, 0};
   Complex shift;
@@ -42,12 +45,13 @@ constexpr Similarity Compose(const Similarity& outer, const Similarity& inner) {
   return {outer.turn * inner.turn, outer(inner.shift)};
 }
 
+/// The map that undoes `map`, whose turn is not 0.
 Similarity Inverse(const Similarity& map);
 
-/// The map without its zoom.
+/// The map with a zoom of 1: same roll, same shift.
 Similarity Rigid(const Similarity& map);
 
-/// The map that gives `map` when it is applied twice.
+/// The map that gives `map` when it is applied twice. The roll of `map` is less than half a turn.
 Similarity Half(const Similarity& map);
 
 }  // namespace precise

@@ -5,7 +5,8 @@
 namespace precise {
 namespace {
 
-/// The first column of `within` whose position on a rising line is at least `value`, or its end.
+/// The first column of `within` whose position on a rising line is at least `value`; the end of `within`
+/// where there is none.
 std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t value, ColumnRun within) {
   if (start + within.begin * step >= value || within.begin >= within.end) return within.begin;
   if (start + within.end * step < value) return within.end;
@@ -13,7 +14,7 @@ std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t
 }
 
 ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within) {
-  // Seen in a mirror, a falling line rises: low <= x < high becomes 1 - high <= -x < 1 - low.
+  // Negation makes a falling line rise: low <= x < high becomes 1 - high <= -x < 1 - low.
   if (step < 0) {
     start = -start;
     step = -step;
@@ -25,7 +26,7 @@ ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange ra
 
 }  // namespace
 
-// As std::llround does, which is a call.
+// Rounds as std::llround does, which compilers do not inline.
 std::int64_t FixedPosition(double samples) {
   const double scaled = samples * static_cast<double>(kOneSample);
   const auto whole = static_cast<std::int64_t>(scaled);
@@ -44,7 +45,8 @@ ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const Po
 
 ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,
                              std::int32_t after, ColumnRun within) {
-  // Rounding may move a position up by half of 1/256 sample.
+  // Rounding moves a position up by at most 1/512 sample. The lower limit leaves that out, as it would gain a
+  // column at most.
   const auto interior = [&](std::int32_t samples) {
     return PositionRange{before * kOneSample, (samples - after) * kOneSample - (kOneSample >> 9)};
   };

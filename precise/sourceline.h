@@ -4,27 +4,27 @@
 
 namespace precise {
 
-/// The line through these positions, given in samples: of column 0, and from column to column. All are below
-/// 2^30 in size.
+/// The line on which column 0 reads at (startX, startY), and each further column (stepX, stepY) beyond the
+/// one before. All are in samples, with magnitudes below 2^30.
 SourceLine MakeSourceLine(double startX, double startY, double stepX, double stepY);
 
-/// Positions low ≤ x < high, in the units of a `SourceLine`.
+/// Positions low ≤ x < high, in the fixed point of a `SourceLine`.
 struct PositionRange {
   std::int64_t low, high;
 };
 
 inline constexpr std::int64_t kOneSample = std::int64_t{1} << kPositionBits;
 
-/// The position of so many samples, which are below 2^30 in size.
+/// `samples` in the fixed point of a `SourceLine`, rounded to the nearest. The magnitude is below 2^30.
 std::int64_t FixedPosition(double samples);
 
-/// The columns of `within` whose position lies inside both ranges. They form one run, since both coordinates
-/// advance linearly.
+/// The columns of `within` whose position is inside both ranges: one run, as both coordinates advance
+/// linearly.
 ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
                         ColumnRun within);
 
-/// The columns of `within` for which the plane has so many samples before and after the one that a position,
-/// rounded to 1/256 sample, is rounded down to.
+/// The columns of `within` whose filter taps all exist in the plane. On each axis these are the samples
+/// s - before … s + after, where s is the last sample at or before the position, rounded to 1/256 sample.
 ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,
                              std::int32_t after, ColumnRun within);
 

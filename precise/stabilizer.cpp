@@ -16,7 +16,7 @@ namespace precise {
 namespace {
 
 constexpr double kFarthestSite = 4;  // of chroma, in luma samples
-// Nothing of the picture can be seen so far away, and positions keep within their range.
+// A picture is out of sight long before it is shifted so far. The limit keeps positions within their range.
 constexpr double kFarthestShift = 1 << 24;
 
 bool IsUsable(const PictureFormat& format) {
@@ -34,7 +34,7 @@ bool AreWeights(const std::vector<double>& weights) {
          std::ranges::all_of(weights, [](double weight) { return weight >= 0 && weight <= 1e9; });
 }
 
-/// Whole chroma samples of a margin.
+/// The margin, in luma samples, rounded down to whole chroma samples.
 std::int32_t CutOff(double margin, int chromaShift) {
   return static_cast<std::int32_t>(margin) >> chromaShift << chromaShift;
 }
@@ -62,24 +62,24 @@ Shown MakeShown(const PictureFormat& format, const Settings& settings) {
   return shown;
 }
 
-Frames MakeFrames(const Shown& shown) {
+HalfSizes HalfSizesOf(const Shown& shown) {
   const double aspect = shown.input.pixelAspect;
   return {{shown.input.width * aspect / 2, shown.input.height / 2.0},
           1 / shown.zoom * Complex{shown.output.width * aspect / 2, shown.output.height / 2.0}};
 }
 
-/// Margins on one axis alone leave nothing to turn the picture in, and count as none.
-bool HaveMargins(const Frames& frames) {
-  return frames.shown.re < frames.picture.re && frames.shown.im < frames.picture.im;
+/// Margins on one axis alone leave no room for roll, and count as none.
+bool HaveMargins(const HalfSizes& sizes) {
+  return sizes.shown.re < sizes.picture.re && sizes.shown.im < sizes.picture.im;
 }
 
-/// What is known of a frame's place on the path.
+/// A frame's possible corrections, and how far up its ladder they fit.
 struct PathPoint {
   CLadder ladder;
   double reach = 0;
 };
 
-/// Entries of consecutive frames, of which the newest are kept.
+/// A ring buffer of the newest frames' entries, indexed by frame number.
 template <class T>
 class FrameRing {
  public:
@@ -117,18 +117,18 @@ PictureFormat OutputFormat(const PictureFormat& format, const Settings& settings
 }
 
 std::int32_t DelayFrames(const PictureFormat& format, const Settings& settings) {
-  return HaveMargins(MakeFrames(MakeShown(format, settings))) ? settings.window : settings.window / 2;
+  return HaveMargins(HalfSizesOf(MakeShown(format, settings))) ? settings.window : settings.window / 2;
 }
 
-/// All that one stream needs. Frames are numbered from 0.
+/// The state of one stream. Frames are numbered from 0.
 struct CStabilizer::Stream {
   Stream(const PictureFormat& format, const Settings& wanted, SimdLevel cap, RowRunner rowRunner)
       : loops(SelectLoops(cap)),
         runner(std::move(rowRunner)),
         settings(wanted),
         shown(MakeShown(format, settings)),
-        frames(MakeFrames(shown)),
-        hasMargins(HaveMargins(frames)),
+        sizes(HalfSizesOf(shown)),
+        hasMargins(HaveMargins(sizes)),
         half(settings.window / 2),
         bend(half / 2),
         delay(precise::DelayFrames(format, settings)),
@@ -155,14 +155,14 @@ struct CStabilizer::Stream {
     return std::ptrdiff_t{shown.output.PlaneWidth(plane)} * shown.output.BytesPerSample();
   }
   void MakeCanvas();
-  void Refer(std::int64_t frame);
+  void SetReference(std::int64_t frame);
   void TieFrame(std::int64_t frame);
-  void Relate(std::int64_t frame);
+  void MeasureSinceReference(std::int64_t frame);
   void PlanUpTo(std::int64_t last);
   Correction HeldCorrection(std::int64_t frame);
   Correction CorrectionOf(std::int64_t frame);
   void Draw(const Correction& correction, const Picture& out);
-  FrameReport Leave(const Correction& correction);
+  FrameReport Release(const Correction& correction);
   void DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in, const Picture& out,
                     std::int32_t begin, std::int32_t end, bool isNewOnCanvas);
 
@@ -170,11 +170,11 @@ struct CStabilizer::Stream {
   RowRunner runner;
   Settings settings;
   Shown shown;
-  Frames frames;
+  HalfSizes sizes;
   bool hasMargins;
   std::int32_t half;   ///< frames that the low-pass looks ahead and back
-  std::int32_t bend;   ///< frames that margins look beyond that, once for a minimum and once for a mean
-  std::int32_t delay;  ///< frames that are seen beyond the one delivered
+  std::int32_t bend;   ///< frames that the minimum of the reaches looks ahead and back, and their mean, too
+  std::int32_t delay;  ///< frames that must follow the one delivered
   CMotionEstimator estimator;
   std::vector<Pyramid> pyramids;  ///< of the three newest frames
   Pyramid reference;              ///< on a tripod: of the shot's first frame
@@ -186,11 +186,11 @@ struct CStabilizer::Stream {
   CLadder::Weights weights;
   std::vector<Similarity> poses;
   std::vector<double> reaches, bendWeights;
-  std::int64_t planned = 0, delivered = 0;  ///< frames so far
+  std::int64_t planned = 0, delivered = 0;  ///< number of frames with a path point, and of frames delivered
   bool ended = false;
   std::array<std::vector<std::uint8_t>, kMaxPlanes> canvas;  ///< what was last seen, for a kept background
   Picture canvasPlanes;
-  std::int64_t canvasShot = -1;  ///< what the canvas shows, none at first
+  std::int64_t canvasShot = -1;  ///< the shot that the canvas shows, none at first
 };
 
 void CStabilizer::Stream::MakeCanvas() {
@@ -202,26 +202,27 @@ void CStabilizer::Stream::MakeCanvas() {
   }
 }
 
-/// Ties the frame to the one before.
+/// Ties the frame to the one before it.
 void CStabilizer::Stream::TieFrame(std::int64_t frame) {
   if (frame == 0) return track.Start();
-  // The motion before is no guess: what it was found with would reach back to the first frame.
+  // The last motion is not used as a guess: each frame would then depend on all before it, beyond the fixed
+  // reach.
   if (!track.Append(estimator.Estimate(PyramidOf(frame - 1), PyramidOf(frame), {}))) return;
   track.Bridge(estimator.Estimate(PyramidOf(frame - 2), PyramidOf(frame), {}));
 }
 
-/// Makes the frame the one that those after it are laid on.
-void CStabilizer::Stream::Refer(std::int64_t frame) {
+/// Makes the frame the one that the rest of its shot is aligned with.
+void CStabilizer::Stream::SetReference(std::int64_t frame) {
   referenceFrame = frame;
   BuildPyramid(lent[frame][0], shown.input.bitsPerSample, loops, runner, reference);
   sinceReference[frame] = {};
 }
 
 /// Measures the frame's motion since the first of its shot.
-void CStabilizer::Stream::Relate(std::int64_t frame) {
-  // The newest frame has settled whether the one before it begins a shot.
-  if (frame == 0) return Refer(0);
-  if (track[frame - 1].tie == Tie::Cut && referenceFrame != frame - 1) Refer(frame - 1);
+void CStabilizer::Stream::MeasureSinceReference(std::int64_t frame) {
+  if (frame == 0) return SetReference(0);
+  // Only now is it known whether the frame before begins a shot.
+  if (track[frame - 1].tie == Tie::Cut && referenceFrame != frame - 1) SetReference(frame - 1);
 
   Similarity& since = sinceReference[frame];
   since = Compose(Rigid(track[frame].motion), sinceReference[frame - 1]);
@@ -231,6 +232,7 @@ void CStabilizer::Stream::Relate(std::int64_t frame) {
   if (match.IsSameScene()) since = Rigid(match.map);
 }
 
+/// Makes the path points of all frames up to the last.
 void CStabilizer::Stream::PlanUpTo(std::int64_t last) {
   for (; planned <= last; ++planned) {
     FindPoses(track, planned, poses);
@@ -239,16 +241,17 @@ void CStabilizer::Stream::PlanUpTo(std::int64_t last) {
     PathPoint& point = path[planned];
     point.ladder = CLadder(poses, weights);
     if (settings.tripod) point.ladder.SetLast(HeldCorrection(planned));
-    point.reach = point.ladder.Reach(frames);
+    point.reach = point.ladder.Reach(sizes);
   }
 }
 
-/// Lays the frame on the first of its shot.
+/// The correction that aligns the frame with the first of its shot.
 Correction CStabilizer::Stream::HeldCorrection(std::int64_t frame) {
   const Correction held = Inverse(sinceReference[frame]);
   return settings.correctRoll ? held : Correction{.shift = held.shift};
 }
 
+/// The frame's correction: the strongest without margins, otherwise one that keeps edges out.
 Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
   if (!hasMargins) return path[frame].ladder.At(CLadder::kHighest);
   const auto inShot = [&](std::int64_t other) {
@@ -260,14 +263,14 @@ Correction CStabilizer::Stream::CorrectionOf(std::int64_t frame) {
   for (std::int64_t i = first; i <= last; ++i) reaches[static_cast<std::size_t>(i - first)] = path[i].reach;
   const double position =
       SmoothReach({reaches.data(), static_cast<std::size_t>(last - first + 1)}, frame - first, bendWeights);
-  return path[frame].ladder.FittingAt(position, frames);
+  return path[frame].ladder.FittingAt(position, sizes);
 }
 
 void CStabilizer::Stream::Draw(const Correction& correction, const Picture& out) {
   const ConstPicture& in = lent[delivered];
   const bool isNewOnCanvas = std::exchange(canvasShot, track[delivered].shot) != track[delivered].shot;
   for (const bool isChroma : {false, true}) {
-    const int plane = shown.output.AlikePlanes(isChroma)[0];
+    const int plane = shown.output.CositedPlanes(isChroma)[0];
     if (plane < 0) continue;
     RunRows(runner, shown.output.PlaneHeight(plane), [&](std::int32_t begin, std::int32_t end) {
       if (settings.keepBackground)
@@ -278,8 +281,8 @@ void CStabilizer::Stream::Draw(const Correction& correction, const Picture& out)
   }
 }
 
-/// Counts the oldest frame as delivered.
-FrameReport CStabilizer::Stream::Leave(const Correction& correction) {
+/// Counts the oldest frame as delivered, and reports on it.
+FrameReport CStabilizer::Stream::Release(const Correction& correction) {
   const std::int64_t number = delivered++;
   const Link& link = track[number];
   const double aspect = shown.input.pixelAspect;
@@ -293,11 +296,12 @@ FrameReport CStabilizer::Stream::Leave(const Correction& correction) {
           .correction = movement(correction)};
 }
 
+/// Draws rows begin … end - 1 on the canvas, over what earlier frames left there, and copies them to `out`.
 void CStabilizer::Stream::DrawOnCanvas(const Correction& correction, bool isChroma, const ConstPicture& in,
                                        const Picture& out, std::int32_t begin, std::int32_t end,
                                        bool isNewOnCanvas) {
   const auto forEachRow = [&](const auto& work) {
-    for (const int plane : shown.output.AlikePlanes(isChroma))
+    for (const int plane : shown.output.CositedPlanes(isChroma))
       for (std::int32_t row = begin; plane >= 0 && row < end; ++row)
         work(static_cast<std::size_t>(plane), row);
   };
@@ -331,7 +335,7 @@ void CStabilizer::Push(const ConstPicture& frame) {
   BuildPyramid(frame[0], stream.shown.input.bitsPerSample, stream.loops, stream.runner,
                stream.PyramidOf(number));
   stream.TieFrame(number);
-  if (stream.settings.tripod) stream.Relate(number);
+  if (stream.settings.tripod) stream.MeasureSinceReference(number);
   stream.PlanUpTo(number - stream.half);
 }
 
@@ -353,9 +357,9 @@ FrameReport CStabilizer::Deliver(const Picture& out) {
   Stream& stream = *m_pStream;
   const Correction correction = stream.CorrectionOf(stream.delivered);
   stream.Draw(correction, out);
-  return stream.Leave(correction);
+  return stream.Release(correction);
 }
 
-FrameReport CStabilizer::Skip() { return m_pStream->Leave(m_pStream->CorrectionOf(m_pStream->delivered)); }
+FrameReport CStabilizer::Skip() { return m_pStream->Release(m_pStream->CorrectionOf(m_pStream->delivered)); }
 
 }  // namespace precise

@@ -9,8 +9,8 @@
 namespace precise {
 namespace {
 
-/// Where a plane's samples stand in the picture, in luma samples: sample (c, r) at (c·stepX + siteX,
-/// r·stepY + siteY).
+/// The positions of a plane's samples, in luma samples: sample (c, r) is at (c·stepX + siteX, r·stepY +
+/// siteY).
 struct Grid {
   Grid(const PictureFormat& format, int plane) {
     if (!format.IsChroma(plane)) return;
@@ -23,7 +23,7 @@ struct Grid {
   double stepX = 1, stepY = 1, siteX = 0, siteY = 0;
 };
 
-/// Output columns of a plane that lie inside the border.
+/// The columns of a plane that the border leaves free; rows alike. `step` luma samples make one of the plane.
 ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
   const auto covered = static_cast<std::int32_t>((border + step - 1) / step);
   return {std::min(covered, samples), std::max(samples - covered, std::min(covered, samples))};
@@ -31,7 +31,7 @@ ColumnRun InsideBorder(std::int32_t samples, std::int32_t border, double step) {
 
 constexpr WarpRows Loops::*kWarps[] = {&Loops::warpNearest, &Loops::warpBilinear, &Loops::warpBicubic};
 
-/// Where the columns of output rows read in the source plane.
+/// The source lines of output rows.
 class SourceLines {
  public:
   SourceLines(const Shown& shown, const Correction& correction, const Grid& grid)
@@ -60,7 +60,7 @@ class SourceLines {
   std::int64_t m_stepX, m_stepY;
 };
 
-/// Lays the rows of planes alike into their output.
+/// Where the output rows of co-sited planes read, and which of their columns the source covers.
 class Layout {
  public:
   Layout(const Shown& shown, const Correction& correction, int plane, const Grid& grid)
@@ -70,7 +70,7 @@ class Layout {
         m_columns(InsideBorder(shown.output.PlaneWidth(plane), shown.borderX, grid.stepX)),
         m_rows(InsideBorder(shown.output.PlaneHeight(plane), shown.borderY, grid.stepY)) {}
 
-  /// The output row, without its samples.
+  /// The output row, without the addresses of its samples.
   WarpedRow Row(std::int32_t row) const {
     const SourceLine line = m_lines.OfRow(row);
     ColumnRun covered = ColumnsInside(line, m_x, m_y, m_columns);
@@ -79,8 +79,8 @@ class Layout {
   }
 
  private:
-  // A plane covers what its samples stand for, in the picture: chroma that is sited off the middle of its
-  // samples ends off the middle, too.
+  // In samples of the plane. The picture begins half a luma sample before its first one, wherever chroma is
+  // sited.
   static PositionRange Covered(std::int32_t samples, double step, double site) {
     const double first = (-0.5 - site) / step;
     return {FixedPosition(first), FixedPosition(first + samples)};
@@ -106,11 +106,11 @@ void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma,
                 const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
                 const Loops& loops) {
   const PictureFormat& input = shown.input;
-  const std::array<int, kMaxAlikePlanes> planes = input.AlikePlanes(isChroma);
+  const std::array<int, kMaxCositedPlanes> planes = input.CositedPlanes(isChroma);
   const std::int32_t width = shown.output.PlaneWidth(planes[0]);
   const WarpRows warp = loops.*kWarps[static_cast<std::size_t>(shown.interpolation)];
   const Layout layout(shown, correction, planes[0], Grid(input, planes[0]));
-  AlikePlanes sources = {};
+  CositedPlanes sources = {};
   for (std::size_t i = 0; i < planes.size() && planes[i] >= 0; ++i) {
     const auto& [samples, strideBytes] = in[static_cast<std::size_t>(planes[i])];
     sources[i] = {samples, strideBytes, input.PlaneWidth(planes[i]), input.PlaneHeight(planes[i]),

@@ -15,16 +15,17 @@ struct Shown {
   PictureFormat input, output;
   Interpolation interpolation = Interpolation::Bicubic;
   double zoom = 1;                        ///< magnification about the centre
-  std::int32_t left = 0, top = 0;         ///< cut off, in luma samples
+  std::int32_t left = 0, top = 0;         ///< cut off at each side, in luma samples
   std::int32_t borderX = 0, borderY = 0;  ///< covered by background at each side, in luma samples
-  std::array<std::uint16_t, kMaxPlanes> background = {};
+  std::array<std::uint16_t, kMaxPlanes> background = {};  ///< a sample value for each plane
 };
 
-/// Fills samples begin … end - 1 of the row.
+/// Sets samples begin … end - 1 of the row to the value. `bytesPerSample` is 1 or 2.
 void FillSamples(std::uint8_t* row, ColumnRun run, std::uint16_t value, int bytesPerSample);
 
-/// Writes rows begin … end - 1 of chroma, or of luma and alpha. What no source sample covers becomes
-/// background, or stays as it is in `out` with `keepUncovered`.
+/// Writes rows beginRow … endRow - 1 of both chroma planes of the corrected picture, or of luma and alpha.
+/// `in` has planes of the input format, `out` planes of the output format. Samples that the source does not
+/// cover become background, or with `keepUncovered` stay in `out` as they are.
 void WarpPlanes(const Shown& shown, const Correction& correction, bool isChroma, const ConstPicture& in,
                 const Picture& out, std::int32_t beginRow, std::int32_t endRow, bool keepUncovered,
                 const Loops& loops);

@@ -8,14 +8,14 @@
 
 namespace MediaFoundationSamples {
 
-/// Makes an object and gives the interface asked for.
+/// Creates an object and returns its interface `iid`.
 using CreationFunction = HRESULT (*)(IUnknown* outer, REFIID iid, void** object);
 
-/// Class object of one creatable class. Does not count as a living object of the module: a client that wants
-/// to keep the module loaded locks the server.
+/// The class object of one class. It does not count as a living object, so only `LockServer` makes it keep
+/// the module loaded.
 class ClassFactory final : public CRefCounted<IClassFactory> {
  public:
-  /// A factory with the interface asked for; `E_NOINTERFACE` leaves none behind.
+  /// Creates a factory and returns its interface `iid`. Releases the factory if it lacks the interface.
   static HRESULT Create(CreationFunction create, REFIID iid, void** factory);
 
   ClassFactory(const ClassFactory&) = delete;

@@ -53,7 +53,7 @@ HRESULT RegisterClassEntry(const RegisteredClass& entry, const std::string& modu
 HRESULT RegisterTransform() {
   wchar_t name[] = L"Varkon MF Video Stabilizer Transform";
   for (const GUID& category : {kFamilyCategory, MFT_CATEGORY_VIDEO_EFFECT}) {
-    // Without types: hosts find the transform by its category.
+    // Without media types: hosts find the transform by its category alone.
     const HRESULT hr = MFTRegister(CLSID_VKFVStabilize, category, name, 0, 0, nullptr, 0, nullptr, nullptr);
     if (FAILED(hr)) return hr;
   }
@@ -99,8 +99,8 @@ HRESULT RegisterModule(HMODULE module) {
     }
     hr = RegisterTransform();
     if (FAILED(hr)) return hr;
-    // A failure does not matter to the transform: only automation by name from other processes needs the
-    // library.
+    // A failure is ignored: the module loads the library from its own resources, so only tools that look up
+    // registered libraries need this.
     RegisterModuleTypeLibrary(module, true);
     return S_OK;
   });
@@ -109,12 +109,12 @@ HRESULT RegisterModule(HMODULE module) {
 HRESULT UnregisterModule(HMODULE module) {
   return ComBoundary([&] {
     std::string path;
-    // A module whose path cannot be told has not been registered.
+    // A module whose path is unknown has not been registered, because registration needs the path, too.
     if (FAILED(GetModulePath(module, &path)) || OtherServer(path)) return S_OK;
     MFTUnregister(CLSID_VKFVStabilize);
     for (const RegisteredClass& entry : kClasses)
       RegDeleteTreeA(HKEY_CLASSES_ROOT, ClassKeyName(entry.clsid).c_str());
-    // The library is registered under its own language. Registrations by other tools may have no language.
+    // This module registers the library as US English. Other tools may have registered it without a language.
     for (const LCID locale : {LCID{0x409}, LCID{0}}) UnRegisterTypeLib(kTypeLibrary, 1, 0, locale, SYS_WIN64);
     return S_OK;
   });

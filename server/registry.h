@@ -2,10 +2,9 @@
 
 #include <windows.h>
 
-/// Registers the module's classes, its transform and its type library under HKEY_CLASSES_ROOT. Does nothing,
-/// successfully, when a newer copy of the module is registered.
+/// Registers the module's classes, its transform and its type library under HKEY_CLASSES_ROOT. If a newer
+/// copy of the module is registered, changes nothing and returns S_OK.
 HRESULT RegisterModule(HMODULE module);
 
-/// Takes all of that away again, unless another existing file is registered: then that one owns the
-/// registration.
+/// Removes these registrations. If another file that exists is registered, changes nothing and returns S_OK.
 HRESULT UnregisterModule(HMODULE module);

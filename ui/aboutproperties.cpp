@@ -33,7 +33,7 @@ void CAboutProperties::EmphasizeProduct() {
   SendMessageW(product, WM_SETFONT, reinterpret_cast<WPARAM>(m_font.get()), FALSE);
 }
 
-// A module that tells no version leaves the line empty.
+// The line stays empty for a module without version information.
 void CAboutProperties::ShowVersion() {
   ComBoundary([&] {
     std::string path;

@@ -5,10 +5,10 @@
 #include "ui/basepropertypage.h"
 #include "ui/gdiobject.h"
 
-/// Shows the product's name and this module's version. Takes any object and leaves it alone.
+/// The page that shows the product's name and the module's version. It accepts any object and uses none.
 class CAboutProperties final : public CBasePropertyPage {
  public:
-  /// Creation function of the class table.
+  /// Creates a page, for the module's class table.
   static HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object);
 
  private:

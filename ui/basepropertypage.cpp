@@ -55,7 +55,7 @@ bool HasControlWithMnemonic(HWND dialog, wchar_t key) {
 
 }  // namespace
 
-// Life
+// Creation and identity
 
 HRESULT CBasePropertyPage::CreatePage(MakeFunction make, IUnknown* outer, REFIID iid, void** object) {
   if (!object) return E_POINTER;
@@ -79,7 +79,7 @@ STDMETHODIMP CBasePropertyPage::QueryInterface(REFIID iid, void** object) {
 }
 
 void CBasePropertyPage::Destroy() {
-  CloseDialog();  // before destruction begins, as the derived page still gets messages
+  CloseDialog();  // before destruction begins: closing sends messages to the derived class
   CRefCounted::Destroy();
 }
 
@@ -111,7 +111,7 @@ STDMETHODIMP CBasePropertyPage::Apply() {
 
 void CBasePropertyPage::SetDirty() {
   m_dirty = true;
-  // The host may take the site away meanwhile.
+  // The site may be replaced during the call; this reference keeps it alive.
   const ComPtr<IPropertyPageSite> site = m_pPageSite;
   if (site) site->OnStatusChange(PROPPAGESTATUS_DIRTY);
 }
@@ -161,7 +161,7 @@ STDMETHODIMP CBasePropertyPage::GetPageInfo(PROPPAGEINFO* info) {
   return CopyTaskString(title, &info->pszTitle);
 }
 
-// The size of a dialog unit depends on the dialog's font, so a dialog is made and measured.
+// Dialog units depend on the font, so the size in pixels is measured on a real dialog.
 HRESULT CBasePropertyPage::MeasureDialog(SIZE* pixels) {
   const HWND dialog = CreatePageDialog(GetDesktopWindow(), nullptr);
   if (!dialog) return LastError();
@@ -191,7 +191,7 @@ STDMETHODIMP CBasePropertyPage::Help(LPCOLESTR) {
   return ComBoundary([&] {
     const std::wstring file = FindHelpFile(CurrentModule());
     if (file.empty()) return E_NOTIMPL;
-    // Results up to 32 are errors.
+    // ShellExecute gives more than 32 on success.
     const auto result = reinterpret_cast<INT_PTR>(
         ShellExecuteW(m_hwnd, nullptr, file.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
     return result > 32 ? S_OK : E_FAIL;
@@ -232,10 +232,10 @@ INT_PTR CALLBACK CBasePropertyPage::DialogProc(HWND dialog, UINT message, WPARAM
   }
   auto* const page = std::bit_cast<CBasePropertyPage*>(GetWindowLongPtrW(dialog, DWLP_USER));
   if (!page) return FALSE;
-  // Handling a message may make the host release the page for good.
+  // While the message is handled, the host may release its last reference to the page.
   const ComPtr<CBasePropertyPage> keepAlive(page);
   if (message != WM_NCDESTROY) return page->OnMessage(message, wParam, lParam);
-  // The frame was destroyed first, and the dialog with it.
+  // The frame was destroyed, and the dialog with it, before the page was deactivated.
   page->m_hwnd = nullptr;
   page->m_active = false;
   return FALSE;

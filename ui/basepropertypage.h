@@ -7,8 +7,8 @@
 
 #include "common/refcounted.h"
 
-/// A property page over a dialog of this module's resources. Derived pages say what the dialog's controls
-/// mean.
+/// The base class of the property pages: shows a dialog from the module's resources. Derived classes handle
+/// the dialog's controls.
 ///
 /// Like any window, a page belongs to the thread that activates it. Methods called out of order give
 /// E_UNEXPECTED.
@@ -25,43 +25,43 @@ class CBasePropertyPage : public CRefCounted<IPropertyPage> {
   STDMETHODIMP Activate(HWND parent, LPCRECT rect, BOOL modal) override;
   STDMETHODIMP Deactivate() override;
   STDMETHODIMP GetPageInfo(PROPPAGEINFO* info) override;
-  /// Takes one object. A dialog that is open for another object has no effect from then on.
+  /// Takes one object, or none. A dialog that is open for the former object no longer has any effect.
   STDMETHODIMP SetObjects(ULONG count, IUnknown** objects) override;
   STDMETHODIMP Show(UINT command) override;
   STDMETHODIMP Move(LPCRECT rect) override;
   STDMETHODIMP IsPageDirty() override;
-  /// Also applies changes made in a dialog that has been closed since.
+  /// Also applies changes that were made before the dialog was closed.
   STDMETHODIMP Apply() override;
   STDMETHODIMP Help(LPCOLESTR folder) override;
-  /// Handles the keys of the dialog. Enter, Escape and mnemonics of no control here are left to the frame; so
-  /// is the Tab that leaves the page, if the frame handles it.
+  /// Handles Tab, the arrow keys and the mnemonics of the dialog's controls; S_FALSE leaves all other keys to
+  /// the frame. A Tab that would leave the page is offered to the site first.
   STDMETHODIMP TranslateAccelerator(MSG* message) override;
 
  protected:
   /// Makes a page; throws std::bad_alloc.
   using MakeFunction = CBasePropertyPage* (*)();
 
-  /// The common part of the pages' creation functions.
+  /// What the `CreateInstance` functions of the pages have in common.
   static HRESULT CreatePage(MakeFunction make, IUnknown* outer, REFIID iid, void** object);
 
-  /// Resource numbers of the dialog and of the string that is the page's title.
+  /// Takes the resource numbers of the dialog and of the page's title.
   CBasePropertyPage(int dialogId, UINT titleId) : m_dialogId(dialogId), m_titleId(titleId) {}
   ~CBasePropertyPage() override = default;
 
-  /// Takes the object that the page is to show, or none for null. On failure the page has no object.
+  /// Takes the object that the page shows; null means none. After a failure the page has no object.
   virtual HRESULT OnConnect(IUnknown* object) = 0;
-  /// The dialog has been created, and is not visible yet.
+  /// Called when the dialog exists, before it is visible.
   virtual void OnActivate() = 0;
-  /// Writes the dialog's settings to the object, those of its last state if it is closed.
+  /// Writes the settings to the object: those in the dialog or, after it was closed, those it had last.
   virtual HRESULT OnApply() { return S_OK; }
-  /// A message to the dialog; the result is a dialog procedure's.
+  /// Handles a message to the dialog. Returns what a dialog procedure returns.
   virtual INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam);
 
   HWND Dialog() const { return m_hwnd; }
   HWND Control(int id) const { return GetDlgItem(m_hwnd, id); }
-  /// Whether the dialog shows the object that the page holds.
+  /// Whether a dialog is open and shows the current object.
   bool IsActive() const { return m_active; }
-  /// Remembers that something was edited, and tells the site.
+  /// Notes that a setting was edited, and tells the site.
   void SetDirty();
 
  private:

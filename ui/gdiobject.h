@@ -9,6 +9,6 @@ struct DeleteGdiObject {
   void operator()(HGDIOBJ object) const { DeleteObject(object); }
 };
 
-/// Owns a drawing object, such as an HBRUSH.
+/// Owns a GDI object, such as an HBRUSH.
 template <class Handle>
 using CGdiObject = std::unique_ptr<std::remove_pointer_t<Handle>, DeleteGdiObject>;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Resource numbers, for the resource compiler too. A control's number is that of its help text.
+// Resource numbers, shared with the resource compiler. A control has the same number as its help text.
 
 #define IDD_PROPERTY_PAGE 101
 #define IDD_ABOUT 5240
@@ -38,7 +38,7 @@
 #define IDC_STANDARD_ENGINE 1059
 #define IDC_ADVANCED_ENGINE 1060
 
-// Frames and captions, which have no help text
+// Group boxes and captions, which have no help text
 #define IDC_ENGINE_GROUP 1101
 #define IDC_ROI_GROUP 1102
 #define IDC_ROI_TOP_CAPTION 1103

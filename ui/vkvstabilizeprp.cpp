@@ -33,7 +33,7 @@ constexpr CheckBox kCheckBoxes[] = {
 };
 static_assert(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y == 0 &&
                   vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA == 1,
-              "a check box can stand for them");
+              "a check box is 0 or 1");
 
 struct Item {
   const wchar_t* text;
@@ -75,7 +75,7 @@ constexpr DropDownList kLists[] = {
     {IDC_INTERPOLATION, &PageSettings::interpolation, kInterpolations},
 };
 
-/// An edit with its spin control, which reads the number from the text.
+/// An edit control with its spin control, which parses the text.
 struct NumberEdit {
   int id;
   int spinId;
@@ -92,7 +92,8 @@ constexpr NumberEdit kNumbers[] = {
     {IDC_TOP_BOTTOM_MARGIN, IDC_TOP_BOTTOM_MARGIN_SPIN, &PageSettings::topBottomMargin, 4999},
 };
 
-/// The condition for a control to be enabled. The page is editable unless the advanced engine works.
+/// When a control is enabled. `Editable` means that processing is enabled and the standard engine is chosen;
+/// `Region` and `Clipping` need the check box of their group as well.
 enum class Needs { Enabled, AdvancedEngine, Editable, Region, Clipping };
 
 struct EnablingRule {
@@ -170,7 +171,7 @@ bool Contains(const Table& table, int id) {
   return std::any_of(std::begin(table), std::end(table), [&](const auto& row) { return row.id == id; });
 }
 
-/// Whether a notification says that a person changed a setting.
+/// Whether a notification means that a control's setting was changed.
 bool IsChange(int id, UINT notification) {
   switch (notification) {
     case BN_CLICKED:
@@ -184,7 +185,7 @@ bool IsChange(int id, UINT notification) {
   }
 }
 
-// A property's value and the field that holds it
+// Conversion between a property's value and the field that holds it
 
 template <class Value>
 LONG ToField(Value value) {
@@ -237,7 +238,7 @@ HRESULT ReadObject(IVKFVStabilize* object, PageSettings* settings) {
   return hr;
 }
 
-// The object does not reconnect before the last change is in, so that its output changes only once.
+// AutoReconnect is off while the settings are written, so the output format changes at most once.
 HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
   using Object = IVKFVStabilize;
   HRESULT hr = S_OK;
@@ -266,7 +267,7 @@ HRESULT WriteObject(IVKFVStabilize* object, PageSettings settings) {
   return hr;
 }
 
-/// Raises a flag for a scope.
+/// Sets a flag and clears it at the end of the scope.
 class CRaisedFlag {
  public:
   explicit CRaisedFlag(bool& flag) : m_flag(flag) { m_flag = true; }
@@ -278,7 +279,7 @@ class CRaisedFlag {
   bool& m_flag;
 };
 
-/// The custom colours of the colour dialog. They outlive the page.
+/// The custom colours of the colour dialog, kept as long as the module is loaded.
 std::array<COLORREF, 16> g_customColors = [] {
   std::array<COLORREF, 16> colors;
   colors.fill(RGB(255, 255, 255));
@@ -314,7 +315,7 @@ HRESULT CVKVStabilizePrp::OnApply() {
     CorrectNumbers();
     ReadControls();
   }
-  // The host may take the object away while it is written to.
+  // The host may replace the object during the writes; this reference keeps it alive.
   const ComPtr<IVKFVStabilize> object = m_spIVStabilize;
   const HRESULT hr = WriteObject(object.Get(), m_settings);
   return SUCCEEDED(hr) ? object->SaveAttributes() : hr;
@@ -365,7 +366,7 @@ void CVKVStabilizePrp::ReadControls() {
   m_settings.useAdvancedEngine = IsDlgButtonChecked(Dialog(), IDC_ADVANCED_ENGINE) == BST_CHECKED;
   for (const DropDownList& list : kLists) {
     const LRESULT index = SendMessageW(Control(list.id), CB_GETCURSEL, 0, 0);
-    // No item is selected when the setting is none of them: it stays as it is.
+    // Without a selection, the setting has a value that the list lacks. That value is kept.
     if (index == CB_ERR) continue;
     m_settings.*list.field =
         static_cast<LONG>(SendMessageW(Control(list.id), CB_GETITEMDATA, static_cast<WPARAM>(index), 0));
@@ -374,15 +375,16 @@ void CVKVStabilizePrp::ReadControls() {
     m_settings.*number.field = static_cast<LONG>(SendMessageW(Control(number.spinId), UDM_GETPOS32, 0, 0));
 }
 
-// A spin control's position is the last valid number that its edit held. Edits that show another text get it.
+// A spin control keeps the last valid number of its edit control. An edit control that shows anything else is
+// corrected to that number.
 void CVKVStabilizePrp::CorrectNumbers() {
   const CRaisedFlag updating(m_updating);
   for (const NumberEdit& number : kNumbers) {
-    wchar_t shown[32] = {}, meant[32] = {};
+    wchar_t shown[32] = {}, valid[32] = {};
     const auto position = static_cast<int>(SendMessageW(Control(number.spinId), UDM_GETPOS32, 0, 0));
-    std::swprintf(meant, std::size(meant), L"%d", position);
+    std::swprintf(valid, std::size(valid), L"%d", position);
     GetDlgItemTextW(Dialog(), number.id, shown, static_cast<int>(std::size(shown)));
-    if (std::wcscmp(shown, meant) != 0) SetDlgItemTextW(Dialog(), number.id, meant);
+    if (std::wcscmp(shown, valid) != 0) SetDlgItemTextW(Dialog(), number.id, valid);
   }
 }
 
@@ -425,7 +427,7 @@ void CVKVStabilizePrp::OnCommand(int id, UINT notification) {
 
 void CVKVStabilizePrp::OnChange() {
   SetDirty();
-  if (!IsActive()) return;  // a site may have closed the page
+  if (!IsActive()) return;  // the site may have closed the dialog
   ReadControls();
   EnableControls();
 }
@@ -434,7 +436,7 @@ void CVKVStabilizePrp::OnDefaults() {
   VARIANT_BOOL available = VARIANT_FALSE;
   const ComPtr<IVKFVStabilize> object = m_spIVStabilize;
   object->get_AdvancedEngineAvailable(&available);
-  if (!IsActive()) return;  // the host may have closed the page meanwhile
+  if (!IsActive()) return;  // the dialog may have been closed during the call
   m_settings = {};
   m_settings.advancedEngineAvailable = available != VARIANT_FALSE;
   FillControls();
@@ -449,7 +451,7 @@ void CVKVStabilizePrp::OnBackground() {
   chooser.rgbResult = ToColorRef(m_settings.background);
   chooser.lpCustColors = g_customColors.data();
   chooser.Flags = CC_RGBINIT | CC_FULLOPEN;
-  // The frame may close the page while the colour dialog is open.
+  // The frame may close the page's dialog while the colour dialog is open.
   if (!ChooseColorA(&chooser) || !IsActive()) return;
   m_settings.background = ToField(chooser.rgbResult);
   ShowBackground();

@@ -8,7 +8,7 @@
 #include "ui/basepropertypage.h"
 #include "ui/gdiobject.h"
 
-/// The settings that the page edits. Flags are 0 or 1; enumerations may have values that no constant names.
+/// The settings that the page edits. Flags are 0 or 1; an enumeration may hold a value without a constant.
 struct PageSettings {
   struct Color {
     BYTE red = 0, green = 0, blue = 0;
@@ -33,11 +33,11 @@ struct PageSettings {
   bool advancedEngineAvailable = false;
 };
 
-/// The page on which a person edits the settings of a stabilizer. Apply writes them to the object and to the
+/// The property page for the settings of a stabilizer. Apply writes them to the object and saves them in the
 /// registry.
 class CVKVStabilizePrp final : public CBasePropertyPage {
  public:
-  /// Creation function of the class table.
+  /// Creates a page, for the module's class table.
   static HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object);
 
  private:
@@ -64,7 +64,7 @@ class CVKVStabilizePrp final : public CBasePropertyPage {
 
   Microsoft::WRL::ComPtr<IVKFVStabilize> m_spIVStabilize;
   PageSettings m_settings;
-  bool m_updating = false;  // the page itself changes controls
+  bool m_updating = false;  // while the page itself changes controls
   int m_helpId = 0;
   CGdiObject<HBRUSH> m_brush;
 };

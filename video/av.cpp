@@ -25,7 +25,7 @@ void KeepMessage(void*, int level, const char* format, va_list arguments) {
 
 }  // namespace
 
-void KeepLibraryMessages() { av_log_set_callback(KeepMessage); }
+void CaptureLibraryMessages() { av_log_set_callback(KeepMessage); }
 
 std::string ReasonOf(int error) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};

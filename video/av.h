@@ -20,9 +20,9 @@ extern "C" {
 
 #include "host/options.h"
 
-// Owners of the libraries' objects, and what their errors mean.
+// Owners of the objects of FFmpeg's libraries, and the texts of their errors.
 
-/// For functions that free an object and clear the pointer to it.
+/// Deleter for functions that free an object and clear the pointer to it.
 template <auto free>
 struct Freer {
   template <class T>
@@ -43,17 +43,17 @@ struct MuxerFreer {
 };
 using MuxerPtr = std::unique_ptr<AVFormatContext, MuxerFreer>;
 
-/// The object, which a library made. Throws std::bad_alloc for null.
+/// Returns an object that a library allocated. Throws std::bad_alloc when it is null.
 template <class T>
-T* Made(T* object) {
+T* Allocated(T* object) {
   if (!object) throw std::bad_alloc();
   return object;
 }
 
-inline FramePtr NewFrame() { return FramePtr(Made(av_frame_alloc())); }
-inline PacketPtr NewPacket() { return PacketPtr(Made(av_packet_alloc())); }
+inline FramePtr NewFrame() { return FramePtr(Allocated(av_frame_alloc())); }
+inline PacketPtr NewPacket() { return PacketPtr(Allocated(av_packet_alloc())); }
 
-/// Options by name.
+/// Options by name, as the libraries' functions take them.
 class Dictionary {
  public:
   Dictionary() = default;
@@ -61,7 +61,7 @@ class Dictionary {
   Dictionary(const Dictionary&) = delete;
   Dictionary& operator=(const Dictionary&) = delete;
 
-  /// What stands there already stays.
+  /// Keeps a value that is set already.
   void SetDefault(const std::string& name, const std::string& value) {
     av_dict_set(&m_pEntries, name.c_str(), value.c_str(), AV_DICT_DONT_OVERWRITE);
   }
@@ -70,7 +70,7 @@ class Dictionary {
   }
   AVDictionary** Entries() { return &m_pEntries; }
 
-  /// The name of an entry that is left; empty: none is.
+  /// The name of the first entry; empty when there is none. Opening a codec removes the options that it has.
   std::string First() const {
     const AVDictionaryEntry* entry = av_dict_get(m_pEntries, "", nullptr, AV_DICT_IGNORE_SUFFIX);
     return entry ? entry->key : "";
@@ -80,26 +80,27 @@ class Dictionary {
   AVDictionary* m_pEntries = nullptr;
 };
 
-/// Takes the libraries' messages in, so that none reaches the terminal as it is.
-void KeepLibraryMessages();
+/// From now on the libraries print nothing. Their last error message is kept for ReasonOf.
+void CaptureLibraryMessages();
 
-/// What an error code means, and the libraries' last message where there was one since the last call.
+/// The text of an error code, with the libraries' last error message if there was one since the last call.
 std::string ReasonOf(int error);
 
-/// An encoder that is no experiment; null: there is none.
+/// An encoder that is not marked as experimental; null when there is none.
 const AVCodec* FindEncoder(AVCodecID codec);
 
-/// The result, if it is no error. Throws WorkError: `what`, a colon and the reason.
+/// Returns the result of a library's function. Throws WorkError when it is an error code: `what`, a colon and
+/// the reason.
 int Check(int result, const std::string& what);
 
-/// The name of a file, or of the standard stream that it stands for.
+/// The file's name; for "-" the name of the standard stream, "the " and `stream`.
 inline std::string StreamName(const std::string& fileName, const char* stream) {
   return fileName == kStandardStream ? std::string("the ") + stream : fileName;
 }
 
 inline constexpr AVRational kMilliseconds = {1, 1000};
 
-/// 0 for unknown.
+/// 0 for an unknown time.
 inline double ToSeconds(std::int64_t time, AVRational base) {
   return time == AV_NOPTS_VALUE ? 0 : static_cast<double>(time) * av_q2d(base);
 }

@@ -23,7 +23,7 @@ int Print(const std::string& text, std::FILE* output, const Notes& notes) {
   return kWorkFailed;
 }
 
-/// Runs the work and makes its failure a line and an exit code.
+/// Runs the work. A failure becomes a line of text and an exit code.
 template <class Work>
 int Report(const Notes& notes, const Work& work) {
   std::string failure;
@@ -53,8 +53,8 @@ namespace fs = std::filesystem;
                    "; give them one at a time");
 }
 
-/// One file for each input, in the folder. Throws WorkError and UsageError for what could never be written
-/// so.
+/// The output of each input, in the folder of --into. Throws WorkError when there is no such folder, and
+/// UsageError when an output would overwrite an input or another output.
 std::vector<std::string> PlanTargets(const Options& options) {
   if (!fs::is_directory(options.folder)) throw WorkError("no such folder: " + options.folder);
   if (!options.motionFile.empty() && options.files.size() > 1)
@@ -79,7 +79,7 @@ std::vector<std::string> PlanTargets(const Options& options) {
   return targets;
 }
 
-/// Several files, one after the other; a failure of one does not stop the others.
+/// Stabilizes several files, one after the other. When one fails, the others are still done.
 int StabilizeAll(const Options& options, const Notes& notes, std::FILE* terminal) {
   const std::vector<std::string> targets = PlanTargets(options);
   std::vector<std::string> failed;
@@ -102,7 +102,7 @@ int StabilizeAll(const Options& options, const Notes& notes, std::FILE* terminal
 }  // namespace
 
 int RunStabilize(std::span<const char* const> arguments, std::FILE* output, std::FILE* messages) {
-  KeepLibraryMessages();
+  CaptureLibraryMessages();
   CatchSignals();
   const bool isTerminal = IsTerminal(messages);
   return Report(Notes(messages, false), [&] {

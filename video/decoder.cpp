@@ -7,7 +7,7 @@ Decoder::Decoder(const AVStream& stream, const std::string& fileName, int thread
   const std::string what = "cannot decode stream " + std::to_string(stream.index) + " (" +
                            avcodec_get_name(stream.codecpar->codec_id) + ") of " + fileName;
   if (!codec) throw WorkError(what + ": no decoder for it");
-  m_pContext.reset(Made(avcodec_alloc_context3(codec)));
+  m_pContext.reset(Allocated(avcodec_alloc_context3(codec)));
   Check(avcodec_parameters_to_context(m_pContext.get(), stream.codecpar), what);
   m_pContext->pkt_timebase = stream.time_base;
   m_pContext->framerate = stream.avg_frame_rate;

@@ -5,21 +5,21 @@
 
 #include "video/av.h"
 
-/// Decodes one stream. What is damaged is skipped and counted.
+/// Decodes one stream, and counts its damage: packets that are skipped, and frames that the decoder mended.
 class Decoder {
  public:
-  /// `threads` 0: as many as there are cores. Throws WorkError.
+  /// `threads` 0: one for each core. Throws WorkError.
   Decoder(const AVStream& stream, const std::string& fileName, int threads);
 
   AVCodecContext& Context() const { return *m_pContext; }
 
-  /// Null: no packet follows. After each call all frames must be received.
+  /// Null ends the stream. After each call all frames must be received.
   void Send(const AVPacket* packet);
 
-  /// False when there is none until more is sent.
+  /// False when the next frame needs another packet, or the stream has ended.
   bool Receive(AVFrame& frame);
 
-  std::int64_t DamagedPackets() const { return m_damaged; }
+  std::int64_t DamageCount() const { return m_damaged; }
 
  private:
   CodecPtr m_pContext;

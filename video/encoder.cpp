@@ -34,23 +34,23 @@ const AVCodec* FindEncoder(const std::string& name) {
   return codec ? FindEncoder(codec->id) : nullptr;
 }
 
-/// True where the samples of a picture's far edge would be cut off.
+/// True when the encoder would cut off a column or row, as it takes whole chroma samples only.
 bool CutsSize(const AVCodec& encoder, AVPixelFormat format, const PictureFacts& facts) {
   const bool needsWholeChroma = encoder.id == AV_CODEC_ID_H264 || encoder.id == AV_CODEC_ID_HEVC;
   return needsWholeChroma && CutsChroma(format, facts.width, facts.height);
 }
 
-/// Pictures a second, for the encoder to judge by, or of a container's ticks.
+/// The frame rate that the encoder is told. With fixed ticks it is also the rate of these.
 AVRational EncoderRate(const AVCodec& encoder, const PictureFacts& facts, bool hasFixedTicks) {
   constexpr AVRational kUsual = {30, 1};
   AVRational rate = facts.rate.num > 0 ? facts.rate : kUsual;
-  // A rate that varies is a part of its nominal one, most often.
+  // Pictures of a variable rate mostly lie on the ticks of the nominal one.
   if (hasFixedTicks && facts.nominalRate.num > 0) rate = facts.nominalRate;
   const AVRational* const supported = encoder.supported_framerates;
   return supported ? supported[av_find_nearest_q_idx(rate, supported)] : rate;
 }
 
-/// The coarsest that keeps the times, as far as the encoder's syntax has room for it.
+/// The source's time base. MPEG-4 has 16 bits for it; a finer one becomes 1/60000 s.
 AVRational TimeBase(AVCodecID codec, AVRational wanted) {
   if (codec == AV_CODEC_ID_MPEG4 && wanted.den > 65535) return {1, 60000};
   return wanted;
@@ -58,7 +58,7 @@ AVRational TimeBase(AVCodecID codec, AVRational wanted) {
 
 std::string Scaled(AVRational value, int unit) { return std::to_string(std::llround(av_q2d(value) * unit)); }
 
-/// What a stream of high dynamic range says about the screen it was made on, in H.265's units.
+/// The source's HDR10 metadata (mastering display, light level) as parameters of libx265, in H.265's units.
 std::string HighDynamicText(const PictureFacts& facts) {
   std::string text;
   if (const AVMasteringDisplayMetadata* const screen = facts.mastering;
@@ -84,7 +84,7 @@ void AddOwnParameters(const AVCodec& encoder, const PictureFacts& facts, Diction
   options.Set("x265-params", "log-level=error" + HighDynamicText(facts) + more);
 }
 
-/// What was asked for, and defaults for the rest. Throws UsageError.
+/// Sets the options that were asked for, and our defaults for the others. Throws UsageError.
 void SetOptions(const AVCodec& encoder, const Encoding& wanted, const PictureFacts& facts,
                 AVCodecContext& context, Dictionary& options) {
   const auto require = [&](const char* option, const std::string& value) {
@@ -105,7 +105,8 @@ void SetOptions(const AVCodec& encoder, const Encoding& wanted, const PictureFac
   for (const EncoderDefault& row : kDefaults)
     if (row.encoder == encoder.name) options.SetDefault(std::string(row.option), std::string(row.value));
   if (HasDefaults(encoder.name)) return;
-  // Encoders of the older kind: a fixed quantizer, which Theora counts the other way round.
+  // All other encoders get a fixed quantizer: 2 of 31, lower is better. Theora's is 8 of 10, higher is
+  // better.
   context.flags |= AV_CODEC_FLAG_QSCALE;
   context.global_quality = (encoder.id == AV_CODEC_ID_THEORA ? 8 : 2) * FF_QP2LAMBDA;
 }
@@ -135,10 +136,10 @@ const AVCodec& ChooseEncoder(const Encoding& wanted, const AVOutputFormat& forma
     return *encoder;
   }
   AVCodecID codec = av_guess_codec(&format, nullptr, fileName.c_str(), nullptr, AVMEDIA_TYPE_VIDEO);
-  // What these have by default is older than what they are used for.
+  // By default the library writes MPEG-2 and Sorenson's H.263 here; H.264 is what players expect today.
   if (av_match_name(format.name, "mpegts,flv") != 0) codec = AV_CODEC_ID_H264;
   const bool isDeep = BitsOf(facts.source) > 8 || facts.IsHighDynamic();
-  // This one takes H.265, and does not tell.
+  // The muxer of MPEG-TS takes H.265 but does not say so.
   const bool takesHevc = avformat_query_codec(&format, AV_CODEC_ID_HEVC, FF_COMPLIANCE_NORMAL) == 1 ||
                          av_match_name(format.name, "mpegts") != 0;
   if (codec == AV_CODEC_ID_H264 && isDeep && takesHevc) codec = AV_CODEC_ID_HEVC;
@@ -171,7 +172,7 @@ AVPixelFormat ChoosePixelFormat(const AVCodec& encoder, const PictureFacts& fact
 
 PictureEncoder::PictureEncoder(const AVCodec& encoder, AVPixelFormat format, const Encoding& wanted,
                                const PictureFacts& facts, const AVOutputFormat& container)
-    : m_pContext(Made(avcodec_alloc_context3(&encoder))),
+    : m_pContext(Allocated(avcodec_alloc_context3(&encoder))),
       m_sourceBase(facts.timeBase),
       m_hasFixedTicks(HasFixedRate(container) || encoder.supported_framerates) {
   AVCodecContext& context = *m_pContext;
@@ -183,7 +184,7 @@ PictureEncoder::PictureEncoder(const AVCodec& encoder, AVPixelFormat format, con
   if (encoder.id == AV_CODEC_ID_HEVC && IsMovFamily(container)) context.codec_tag = MKTAG('h', 'v', 'c', '1');
   Dictionary options;
   SetOptions(encoder, wanted, facts, context, options);
-  const std::string what = std::string("the encoder ") + encoder.name + " cannot begin";
+  const std::string what = std::string("cannot start the encoder ") + encoder.name;
   Check(avcodec_open2(&context, &encoder, options.Entries()), what);
   if (const std::string left = options.First(); !left.empty())
     throw UsageError(std::string("the encoder ") + encoder.name + " has no option " + left);
@@ -191,7 +192,7 @@ PictureEncoder::PictureEncoder(const AVCodec& encoder, AVPixelFormat format, con
     throw WorkError(what + ": it would cut the picture's edge off");
 }
 
-/// Gives the frame a time of its own in the encoder's ticks, and remembers its duration.
+/// Gives the frame a unique time in the encoder's time base, and remembers its duration.
 void PictureEncoder::Stamp(AVFrame& frame) {
   const AVRational base = m_pContext->time_base;
   std::int64_t pts = av_rescale_q(frame.pts, m_sourceBase, base);

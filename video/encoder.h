@@ -7,9 +7,9 @@
 #include "host/options.h"
 #include "video/av.h"
 
-/// What an encoder is told of the pictures it gets.
+/// Properties of the pictures that an encoder gets.
 struct PictureFacts {
-  AVPixelFormat source = AV_PIX_FMT_NONE;  ///< what the frames are made from
+  AVPixelFormat source = AV_PIX_FMT_NONE;  ///< pixel format of the decoded pictures
   int width = 0, height = 0;
   AVRational pixelAspect = {0, 1};
   AVColorPrimaries primaries = AVCOL_PRI_UNSPECIFIED;
@@ -18,24 +18,24 @@ struct PictureFacts {
   AVColorRange range = AVCOL_RANGE_UNSPECIFIED;
   AVChromaLocation chromaSite = AVCHROMA_LOC_UNSPECIFIED;
   AVRational rate = {0, 1};         ///< frames a second; 0: unknown
-  AVRational nominalRate = {0, 1};  ///< of which the times are multiples; 0: none
+  AVRational nominalRate = {0, 1};  ///< the lowest that represents all times; 0: none
   bool hasConstantRate = false;
   AVRational timeBase = {0, 1};
-  const AVMasteringDisplayMetadata* mastering = nullptr;  ///< null: not known
-  const AVContentLightMetadata* light = nullptr;          ///< null: not known
+  const AVMasteringDisplayMetadata* mastering = nullptr;  ///< null: unknown
+  const AVContentLightMetadata* light = nullptr;          ///< null: unknown
 
   bool IsHighDynamic() const { return transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67; }
 };
 
-/// The encoder that was asked for, or the best for the format and such pictures. Throws UsageError.
+/// The encoder that was asked for, or the best for the format and these pictures. Throws UsageError.
 const AVCodec& ChooseEncoder(const Encoding& wanted, const AVOutputFormat& format,
                              const std::string& fileName, const PictureFacts& facts);
 
-/// The pixel format of the encoder that is nearest to the pictures' source: the engine's own formats first.
-/// Throws UsageError when an encoder has none for their size.
+/// The encoder's pixel format that is nearest to `facts.source`. If the encoder has formats that the precise
+/// engine takes, only those count. Throws UsageError when it has none for the pictures' size.
 AVPixelFormat ChoosePixelFormat(const AVCodec& encoder, const PictureFacts& facts);
 
-/// Encodes pictures. Each keeps its time and duration, as near as the container can.
+/// Encodes pictures. Each keeps its time and duration, rounded to the encoder's time base.
 class PictureEncoder {
  public:
   /// Throws UsageError for options that the encoder lacks, and WorkError.
@@ -44,13 +44,13 @@ class PictureEncoder {
 
   const AVCodecContext& Context() const { return *m_pContext; }
 
-  /// True when the container has one rate, and times move to its nearest tick.
+  /// True when the container or the encoder has fixed rates only: times are rounded to the ticks of one.
   bool HasFixedTicks() const { return m_hasFixedTicks; }
 
-  /// Null: no picture follows. Throws WorkError.
+  /// Null ends the stream. Throws WorkError.
   void Send(AVFrame* frame);
 
-  /// False when there is none until more is sent. Throws WorkError.
+  /// False when the next packet needs another picture, or the stream has ended. Throws WorkError.
   bool Receive(AVPacket& packet);
 
  private:
@@ -60,5 +60,5 @@ class PictureEncoder {
   AVRational m_sourceBase;
   bool m_hasFixedTicks = false;
   std::int64_t m_lastPts = AV_NOPTS_VALUE, m_lastDuration = 0;
-  std::map<std::int64_t, std::int64_t> m_durations;  // of pictures inside the encoder, by time
+  std::map<std::int64_t, std::int64_t> m_durations;  // of pictures inside the encoder, by pts
 };

@@ -5,8 +5,8 @@ namespace {
 using EndsPtr = std::unique_ptr<AVFilterInOut, Freer<avfilter_inout_free>>;
 
 EndsPtr MakeEnd(const char* name, AVFilterContext* filter) {
-  EndsPtr end(Made(avfilter_inout_alloc()));
-  end->name = Made(av_strdup(name));
+  EndsPtr end(Allocated(avfilter_inout_alloc()));
+  end->name = Allocated(av_strdup(name));
   end->filter_ctx = filter;
   return end;
 }
@@ -15,7 +15,7 @@ EndsPtr MakeEnd(const char* name, AVFilterContext* filter) {
 
 FilterChain::FilterChain(const char* source, const std::string& arguments, const std::string& filters,
                          const char* sink)
-    : m_pGraph(Made(avfilter_graph_alloc())) {
+    : m_pGraph(Allocated(avfilter_graph_alloc())) {
   const std::string what = "cannot convert frames by " + filters;
   AVFilterGraph* const graph = m_pGraph.get();
   Check(avfilter_graph_create_filter(&m_pSource, avfilter_get_by_name(source), "in", arguments.c_str(),
@@ -23,7 +23,7 @@ FilterChain::FilterChain(const char* source, const std::string& arguments, const
         what);
   Check(avfilter_graph_create_filter(&m_pSink, avfilter_get_by_name(sink), "out", nullptr, nullptr, graph),
         what);
-  // What the chain's text takes in is what the source puts out.
+  // Seen from the text's filters, the source is an open output and the sink an open input.
   AVFilterInOut* outputs = MakeEnd("in", m_pSource).release();
   AVFilterInOut* inputs = MakeEnd("out", m_pSink).release();
   const int result = avfilter_graph_parse_ptr(graph, filters.c_str(), &inputs, &outputs, nullptr);

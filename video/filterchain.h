@@ -4,16 +4,17 @@
 
 #include "video/av.h"
 
-/// Frames through a chain of the library's filters.
+/// A chain of libavfilter's filters that frames go through.
 class FilterChain {
  public:
-  /// `source` is "buffer" or "abuffer", with its arguments; `sink` accordingly. Throws WorkError.
+  /// `source` is "buffer" or "abuffer", with its arguments; `sink` is "buffersink" or "abuffersink". Throws
+  /// WorkError.
   FilterChain(const char* source, const std::string& arguments, const std::string& filters, const char* sink);
 
-  /// Null: no frame follows. Throws WorkError.
+  /// Null ends the stream. Throws WorkError.
   void Push(AVFrame* frame);
 
-  /// False when none is ready. Throws WorkError.
+  /// False when no frame is ready. Throws WorkError.
   bool Pull(AVFrame& frame);
 
   AVFilterContext& Sink() const { return *m_pSink; }

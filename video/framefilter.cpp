@@ -10,7 +10,7 @@ std::string Fraction(AVRational value) { return std::to_string(value.num) + '/' 
 
 }  // namespace
 
-bool FrameFilter::IsAsWanted(const Kind& kind) const {
+bool FrameFilter::MatchesTarget(const Kind& kind) const {
   const bool isRange = m_target.range == AVCOL_RANGE_UNSPECIFIED || kind.range == m_target.range;
   return kind.format == m_target.format && kind.width == m_target.width && kind.height == m_target.height &&
          isRange && m_target.filters.empty() && !kind.isInterlaced;
@@ -26,7 +26,7 @@ void FrameFilter::Push(FramePtr frame) {
   if (kind != m_kind) {
     Drain();
     m_kind = kind;
-    if (!IsAsWanted(kind)) Build(*frame, kind);
+    if (!MatchesTarget(kind)) Build(*frame, kind);
   }
   if (!m_chain) return m_ready.push_back(std::move(frame));
   m_chain->Push(frame.get());
@@ -49,13 +49,13 @@ void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
   if (!m_target.filters.empty()) filters += m_target.filters + ',';
   const auto source = static_cast<AVPixelFormat>(kind.format);
   if (HasFewColours(source))
-    filters += std::string("format=pix_fmts=") + av_get_pix_fmt_name(kAllColours) + ',';
+    filters += std::string("format=pix_fmts=") + av_get_pix_fmt_name(kTrueColour) + ',';
   filters += "scale=" + std::to_string(m_target.width) + ':' + std::to_string(m_target.height) +
              ":flags=bicubic+accurate_rnd+full_chroma_int";
   if (!m_target.matrix.empty()) filters += ":out_color_matrix=" + m_target.matrix;
-  // What the scaler says of the range of RGB is not that of the YUV made from it.
-  const AVColorRange asItComes = IsRgb(source) ? AVCOL_RANGE_MPEG : kind.range;
-  const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : asItComes;
+  // YUV made from RGB is to have limited range, although RGB itself has full range.
+  const AVColorRange sourceRange = IsRgb(source) ? AVCOL_RANGE_MPEG : kind.range;
+  const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : sourceRange;
   if (range != AVCOL_RANGE_UNSPECIFIED && !IsRgb(m_target.format))
     filters += range == AVCOL_RANGE_JPEG ? ":out_range=full" : ":out_range=limited";
   filters += std::string(",format=pix_fmts=") + av_get_pix_fmt_name(m_target.format);
@@ -65,7 +65,7 @@ void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
 void FrameFilter::Collect() {
   FramePtr frame = NewFrame();
   while (m_chain->Pull(*frame)) {
-    // A deinterlacer counts in half ticks.
+    // The deinterlacer halves the time base.
     if (frame->pts != AV_NOPTS_VALUE)
       frame->pts = av_rescale_q(frame->pts, av_buffersink_get_time_base(&m_chain->Sink()), m_timeBase);
     frame->interlaced_frame = frame->top_field_first = 0;

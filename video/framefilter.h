@@ -6,24 +6,24 @@
 
 #include "video/filterchain.h"
 
-/// What frames are made into.
+/// The frames that a FrameFilter makes.
 struct PictureTarget {
   AVPixelFormat format = AV_PIX_FMT_NONE;
   int width = 0, height = 0;
-  std::string filters;                           ///< such as turn the picture upright; empty: none
-  std::string matrix;                            ///< of YUV made from RGB; empty: the library's choice
-  AVColorRange range = AVCOL_RANGE_UNSPECIFIED;  ///< unspecified: as it comes
+  std::string filters;                           ///< that run before the conversion; empty: none
+  std::string matrix;                            ///< of YUV, as the scaler names it; empty: its default
+  AVColorRange range = AVCOL_RANGE_UNSPECIFIED;  ///< unspecified: the source's
 };
 
-/// Makes frames of any kind into those of one target. A frame that is as wanted passes by reference. Once a
-/// frame is interlaced, that one and all later ones go through a deinterlacer, a frame for a frame.
+/// Converts frames of any kind to one target. A frame that matches the target already passes by reference.
+/// From the first interlaced frame on, all frames go through a deinterlacer, which gives one frame for each.
 class FrameFilter {
  public:
-  /// Times of frames, in and out, are in `timeBase`.
+  /// The frames' times, in and out, are in `timeBase`.
   FrameFilter(PictureTarget target, AVRational timeBase)
       : m_target(std::move(target)), m_timeBase(timeBase) {}
 
-  /// Null: no frame follows. Throws WorkError.
+  /// Null ends the stream. Throws WorkError.
   void Push(FramePtr frame);
 
   /// The next frame; null when none is ready.
@@ -40,7 +40,7 @@ class FrameFilter {
     bool operator==(const Kind&) const = default;
   };
 
-  bool IsAsWanted(const Kind& kind) const;
+  bool MatchesTarget(const Kind& kind) const;
   void Build(const AVFrame& frame, const Kind& kind);
   void Collect();
   void Drain();

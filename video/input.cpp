@@ -17,7 +17,7 @@ AVFormatContext* Open(const std::string& fileName) {
   std::error_code ignored;
   if (!isPipe && !std::filesystem::exists(fileName, ignored)) throw WorkError("no such file: " + fileName);
   if (std::filesystem::is_directory(fileName, ignored)) throw WorkError("is a folder: " + fileName);
-  AVFormatContext* format = Made(avformat_alloc_context());
+  AVFormatContext* format = Allocated(avformat_alloc_context());
   format->interrupt_callback.callback = [](void*) { return IsInterrupted() ? 1 : 0; };
   Dictionary options;
   options.Set("protocol_whitelist", "file,pipe");
@@ -54,7 +54,7 @@ bool Input::Read(AVPacket& packet) {
   if (result < 0) return false;
   const AVStream& stream = *m_pFormat->streams[packet.stream_index];
   const AVRational base = stream.time_base;
-  if (HasAnyClock()) FollowClock(packet, stream);
+  if (HasBroadcastClock()) FollowClock(packet, stream);
   const std::int64_t origin = OriginIn(base) + av_rescale_q(m_jumped, AV_TIME_BASE_Q, base);
   if (packet.pts != AV_NOPTS_VALUE) packet.pts -= origin;
   if (packet.dts != AV_NOPTS_VALUE) packet.dts -= origin;
@@ -73,15 +73,15 @@ std::int64_t Input::StartIn(AVRational base) const {
   return start == AV_NOPTS_VALUE ? 0 : av_rescale_q(start, AV_TIME_BASE_Q, base) - OriginIn(base);
 }
 
-bool Input::HasAnyClock() const { return (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0; }
+bool Input::HasBroadcastClock() const { return (m_pFormat->iformat->flags & AVFMT_TS_DISCONT) != 0; }
 
-/// Recordings are joined, and a broadcaster's clock is set anew: what follows a jump goes on where its stream
-/// stood, and takes the other streams with it.
+/// Measures jumps of the clock, as at the joints of recordings. After a jump a stream goes on where it had
+/// ended; the other streams are shifted by the same time.
 void Input::FollowClock(const AVPacket& packet, const AVStream& stream) {
   constexpr std::int64_t kFurthestBack = AV_TIME_BASE / 10, kLongestGap = 10 * std::int64_t{AV_TIME_BASE};
   const AVMediaType type = stream.codecpar->codec_type;
-  const bool isSteady = type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
-  if (!isSteady || packet.dts == AV_NOPTS_VALUE) return;
+  const bool isContinuous = type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
+  if (!isContinuous || packet.dts == AV_NOPTS_VALUE) return;
   const std::int64_t time = av_rescale_q(packet.dts, stream.time_base, AV_TIME_BASE_Q);
   const auto [found, isFirst] = m_next.try_emplace(packet.stream_index, time);
   const std::int64_t ahead = time - m_jumped - found->second;
@@ -90,7 +90,7 @@ void Input::FollowClock(const AVPacket& packet, const AVStream& stream) {
 }
 
 std::int64_t Input::OriginIn(AVRational base) const {
-  if (!HasAnyClock() || m_pFormat->start_time == AV_NOPTS_VALUE) return 0;
+  if (!HasBroadcastClock() || m_pFormat->start_time == AV_NOPTS_VALUE) return 0;
   return av_rescale_q(m_pFormat->start_time, AV_TIME_BASE_Q, base);
 }
 
@@ -102,7 +102,7 @@ AVRational Input::Rate() const {
 }
 
 AVRational Input::NominalRate() const {
-  // A clock of milliseconds is taken for a rate where there is none.
+  // Where the file tells no rate, the library may give the ticks of its clock instead, such as 1000.
   constexpr double kHighest = 300;
   const AVRational nominal = m_pPicture->r_frame_rate;
   if (nominal.num <= 0 || nominal.den <= 0 || av_q2d(nominal) > kHighest) return {0, 1};
@@ -124,12 +124,13 @@ std::int64_t Input::ExpectedFrames() const {
   return static_cast<std::int64_t>(std::clamp(rate * seconds, 0.0, 1e12));
 }
 
-std::optional<double> Input::PartReached(double pictureEnd) const {
+std::optional<double> Input::FractionRead(double pictureEnd) const {
   if (m_pFormat->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE || m_jumped != 0)
     return std::nullopt;
   const AVRational base = m_pPicture->time_base;
   std::int64_t duration = m_pPicture->duration;
-  // There the duration is made to fit what the file still holds; the number of ticks is the head's.
+  // The demuxer of AVI cuts the duration to what the file still holds, but keeps the header's number of
+  // frames.
   if (av_match_name(m_pFormat->iformat->name, "avi") != 0)
     duration = std::max(duration, m_pPicture->nb_frames);
   if (duration > 0 && m_pPicture->start_time != AV_NOPTS_VALUE) {
@@ -137,6 +138,6 @@ std::optional<double> Input::PartReached(double pictureEnd) const {
     return (pictureEnd - start) / ToSeconds(duration, base);
   }
   if (m_pFormat->duration <= 0) return std::nullopt;
-  // A file's length counts from zero: the end of what comes last.
+  // The file's length counts from zero, to the end of whichever stream ends last.
   return std::max(m_end, pictureEnd) / ToSeconds(m_pFormat->duration, AV_TIME_BASE_Q);
 }

@@ -14,7 +14,7 @@ void CatchSignals() {
   action.sa_handler = [](int) { g_isInterrupted = 1; };
   sigemptyset(&action.sa_mask);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    // A signal that the parent process had ignored, as nohup does, stays so.
+    // A signal that the parent process has set to be ignored, as nohup does, stays ignored.
     struct sigaction before = {};
     sigaction(signal, nullptr, &before);
     if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);

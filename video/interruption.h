@@ -7,7 +7,7 @@ struct Interruption : std::exception {
   const char* what() const noexcept override { return "interrupted"; }
 };
 
-/// From now on SIGINT, SIGTERM and SIGHUP are remembered, and end nothing by themselves.
+/// From now on SIGINT, SIGTERM and SIGHUP do not end the process; they make IsInterrupted true.
 void CatchSignals();
 
 bool IsInterrupted();

@@ -37,7 +37,8 @@ void CheckTarget(const std::string& name, const char* kind, bool overwrite) {
 void CheckFiles(const Options& options, const std::string& input, const std::string& output) {
   FormatOf(output, options.format);
   if (output == kStandardStream) {
-    if (IsTerminal(stdout)) throw WorkError("the standard output is a terminal; lead it to a file or a pipe");
+    if (IsTerminal(stdout))
+      throw WorkError("the standard output is a terminal; redirect it to a file or a pipe");
   } else {
     if (IsSameFile(input, output)) throw WorkError("OUTPUT is the same file as INPUT: " + output);
     CheckTarget(output, "OUTPUT", options.overwrite);
@@ -55,7 +56,7 @@ std::string Tenths(double value) {
   return std::to_string(tenths / 10) + '.' + std::to_string(tenths % 10);
 }
 
-/// A motion file is removed again when the work fails.
+/// Removes the motion file again unless Keep is called.
 class MotionFileGuard {
  public:
   explicit MotionFileGuard(std::string name) : m_name(std::move(name)) {}
@@ -71,7 +72,7 @@ class MotionFileGuard {
   std::string m_name;
 };
 
-/// Times of pictures, each later than the one before, also where the file gives none or one twice.
+/// Gives each picture a time later than the one before, even where the file gives no time or repeats one.
 class PictureClock {
  public:
   explicit PictureClock(const Input& input) : m_base(input.Picture().time_base) {
@@ -96,9 +97,9 @@ class PictureClock {
   std::int64_t m_usual, m_last = AV_NOPTS_VALUE, m_lastDuration = 0;
 };
 
-/// All that works on pictures once the first one is known.
-struct PictureWay {
-  PictureWay(const PicturePlan& plan, const Encoding& encoding, Output& output)
+/// The stages that pictures go through; they can be made once the first picture is known.
+struct PictureStages {
+  PictureStages(const PicturePlan& plan, const Encoding& encoding, Output& output)
       : prepare(plan.prepared, plan.facts.timeBase),
         pStabilizer(MakePictureStabilizer(plan.options, plan.stream, plan.prepared.format)),
         finish(plan.finished, plan.facts.timeBase),
@@ -110,12 +111,12 @@ struct PictureWay {
   PictureEncoder encoder;
 };
 
-/// The key frame that the range's lead-in was read from was none that a decoder can begin with.
+/// Thrown when decoding began at a key frame before the range and yielded too short a lead-in.
 struct LeadInTooShort {};
 
 class Job {
  public:
-  /// `readsAll`: also what comes before the lead-in.
+  /// `readsAll`: decode from the start of the file instead of the lead-in.
   Job(const Options& options, const std::string& inputName, const std::string& outputName, const Notes& notes,
       std::FILE* terminal, bool readsAll)
       : m_options(options),
@@ -128,7 +129,7 @@ class Job {
         m_range(options, m_input),
         m_readsAll(readsAll) {}
 
-  /// Throws LeadInTooShort unless it reads all.
+  /// Throws LeadInTooShort, but never with `readsAll`.
   void Run();
 
  private:
@@ -140,7 +141,7 @@ class Job {
   void TakeSide(AVPacket& packet);
   void DecodePicture(const AVPacket* packet);
   void TakePicture(FramePtr frame);
-  FramePtr TakeUnstabilized(const AVFrame& stabilized);
+  FramePtr TakeOriginal(const AVFrame& stabilized);
   void Stabilize();
   void Encode();
   void WritePackets();
@@ -159,17 +160,19 @@ class Job {
   Range m_range;
   bool m_readsAll;
   bool m_isComplete = false;  // the whole range is stabilized
-  std::optional<PictureWay> m_way;
+  std::optional<PictureStages> m_stages;
   std::optional<SideStreams> m_sides;
   std::vector<std::string> m_leftOut;
   int m_pictureIndex = 0;
-  std::deque<FramePtr> m_unstabilized;  // to compare with: the frames inside the stabilizer
-  std::deque<PacketPtr> m_waiting;      // of other streams, before the range's first picture
+  int m_width = 0, m_height = 0;  // of the first picture
+  bool m_changesSize = false;
+  std::deque<FramePtr> m_originals;  // for --compare: the frames inside the stabilizer
+  std::deque<PacketPtr> m_waiting;   // packets that wait for the range's first picture
   std::optional<Progress> m_progress;
   std::int64_t m_frames = 0;
 };
 
-/// Decodes it by itself; what is read for that is read again.
+/// Uses a decoder of its own, and puts back all packets that it read.
 FramePtr Job::FindFirstFrame() {
   Decoder decoder(m_input.Picture(), m_input.FileName(), 1);
   FramePtr frame = NewFrame();
@@ -203,31 +206,34 @@ void Job::CheckMemory(const StabilizerFacts& facts) const {
 void Job::SetUp(const AVFrame& first) {
   const PicturePlan plan =
       MakePicturePlan(m_options, m_input, first, *m_output.Format().oformat, m_output.FileName());
+  m_width = first.width;
+  m_height = first.height;
   CheckMemory(plan.stabilizer);
-  m_way.emplace(plan, m_options.encoding, m_output);
-  const AVCodecContext& encoder = m_way->encoder.Context();
+  m_stages.emplace(plan, m_options.encoding, m_output);
+  const AVCodecContext& encoder = m_stages->encoder.Context();
   AVStream& stream = m_output.AddStream();
   Check(avcodec_parameters_from_context(stream.codecpar, &encoder), "cannot write " + m_output.FileName());
   m_pictureIndex = stream.index;
   stream.time_base = encoder.time_base;
   stream.sample_aspect_ratio = encoder.sample_aspect_ratio;
-  if (plan.facts.hasConstantRate || m_way->encoder.HasFixedTicks()) stream.avg_frame_rate = encoder.framerate;
+  if (plan.facts.hasConstantRate || m_stages->encoder.HasFixedTicks())
+    stream.avg_frame_rate = encoder.framerate;
   CopyTags(m_input.Picture(), stream, true);
   AddPictureData(plan, m_input.Picture(), stream);
   m_sides.emplace(m_input, m_output);
   m_leftOut = plan.leftOut;
   m_leftOut.insert(m_leftOut.end(), m_sides->LeftOut().begin(), m_sides->LeftOut().end());
   CopyFileTags(m_input, m_range, m_output);
-  // The picture comes a window and the encoder's look-ahead later than the sound.
+  // Pictures reach the muxer later than sound: by the window and by the encoder's look-ahead.
   const double rate = std::max(1.0, av_q2d(encoder.framerate));
   const double late = static_cast<double>(plan.stabilizer.framesHeld + 100) / rate + 10;
   m_output.Format().max_interleave_delta = static_cast<std::int64_t>(late * AV_TIME_BASE);
   m_output.Begin();
-  if (m_way->encoder.HasFixedTicks())
-    m_notes.Tell("this format has a fixed rate: pictures stand at the nearest of " +
+  if (m_stages->encoder.HasFixedTicks())
+    m_notes.Tell("this format has a fixed rate: each picture moves to the nearest of " +
                  Tenths(av_q2d(encoder.framerate)) + " ticks a second");
   m_progress.emplace(m_pTerminal, m_range.ExpectedPictures(), m_pTerminal != nullptr);
-  // Two more than the engine sees, for a deinterlacer.
+  // The engine needs one less than it holds. The deinterlacer gets two more.
   if (!m_readsAll) m_range.Skip(m_input, static_cast<std::size_t>(plan.stabilizer.framesHeld) + 1);
 }
 
@@ -241,11 +247,11 @@ void Job::TakeSide(AVPacket& packet) {
   if (m_range.HasBegun()) {
     if (m_range.Cut(packet, stream)) m_sides->Take(packet);
   } else if (!m_range.EndsBefore(packet, stream.time_base)) {
-    m_waiting.emplace_back(Made(av_packet_clone(&packet)));
+    m_waiting.emplace_back(Allocated(av_packet_clone(&packet)));
   }
 }
 
-/// Null: no packet follows.
+/// Null ends the stream.
 void Job::DecodePicture(const AVPacket* packet) {
   m_decoder.Send(packet);
   for (FramePtr frame = NewFrame(); m_decoder.Receive(*frame); frame = NewFrame()) {
@@ -254,24 +260,25 @@ void Job::DecodePicture(const AVPacket* packet) {
   }
 }
 
-/// Null: no picture follows.
+/// Null ends the stream.
 void Job::TakePicture(FramePtr frame) {
-  m_way->prepare.Push(std::move(frame));
-  while (FramePtr prepared = m_way->prepare.Pull()) {
+  m_changesSize = m_changesSize || (frame && (frame->width != m_width || frame->height != m_height));
+  m_stages->prepare.Push(std::move(frame));
+  while (FramePtr prepared = m_stages->prepare.Pull()) {
     if (!m_range.Place(*prepared)) throw LeadInTooShort();
-    if (m_options.compare) m_unstabilized.emplace_back(Made(av_frame_clone(prepared.get())));
-    m_way->pStabilizer->Push(std::move(prepared));
+    if (m_options.compare) m_originals.emplace_back(Allocated(av_frame_clone(prepared.get())));
+    m_stages->pStabilizer->Push(std::move(prepared));
     Stabilize();
   }
   if (!m_range.HasBegun()) return;
   for (; !m_waiting.empty(); m_waiting.pop_front()) TakeSide(*m_waiting.front());
 }
 
-/// The frame as it was, cut to the same size; null where none is to be shown.
-FramePtr Job::TakeUnstabilized(const AVFrame& stabilized) {
-  if (m_unstabilized.empty()) return nullptr;
-  FramePtr frame = std::move(m_unstabilized.front());
-  m_unstabilized.pop_front();
+/// The oldest frame as it came, cropped to the stabilized frame's size; null without --compare.
+FramePtr Job::TakeOriginal(const AVFrame& stabilized) {
+  if (m_originals.empty()) return nullptr;
+  FramePtr frame = std::move(m_originals.front());
+  m_originals.pop_front();
   frame->crop_left = static_cast<std::size_t>(frame->width - stabilized.width) / 2;
   frame->crop_top = static_cast<std::size_t>(frame->height - stabilized.height) / 2;
   frame->crop_right = static_cast<std::size_t>(frame->width - stabilized.width) - frame->crop_left;
@@ -281,51 +288,51 @@ FramePtr Job::TakeUnstabilized(const AVFrame& stabilized) {
 }
 
 void Job::Stabilize() {
-  while (FramePtr frame = m_way->pStabilizer->Deliver()) {
+  while (FramePtr frame = m_stages->pStabilizer->Deliver()) {
     m_isComplete = m_isComplete || m_range.IsBehind(frame->pts);
-    FramePtr before = TakeUnstabilized(*frame);
+    FramePtr before = TakeOriginal(*frame);
     if ((frame->flags & AV_FRAME_FLAG_DISCARD) != 0) continue;
-    if (before) m_way->finish.Push(std::move(before));
-    m_way->finish.Push(std::move(frame));
+    if (before) m_stages->finish.Push(std::move(before));
+    m_stages->finish.Push(std::move(frame));
     Encode();
     m_progress->Update(++m_frames);
   }
 }
 
 void Job::Encode() {
-  while (const FramePtr frame = m_way->finish.Pull()) {
+  while (const FramePtr frame = m_stages->finish.Pull()) {
     frame->pts -= m_range.Origin(m_input.Picture().time_base);
-    m_way->encoder.Send(frame.get());
+    m_stages->encoder.Send(frame.get());
     WritePackets();
   }
 }
 
 void Job::WritePackets() {
   const PacketPtr packet = NewPacket();
-  while (m_way->encoder.Receive(*packet))
-    m_output.Write(*packet, m_pictureIndex, m_way->encoder.Context().time_base);
+  while (m_stages->encoder.Receive(*packet))
+    m_output.Write(*packet, m_pictureIndex, m_stages->encoder.Context().time_base);
 }
 
 void Job::End() {
   if (!m_isComplete) {
     DecodePicture(nullptr);
     TakePicture(nullptr);
-    m_way->pStabilizer->End();
+    m_stages->pStabilizer->End();
     Stabilize();
   }
   if (m_frames == 0)
     throw WorkError("no picture of " + m_input.FileName() + " lies in the range from --start to --end");
-  m_way->pStabilizer->Finish();
-  m_way->finish.Push(nullptr);
+  m_stages->pStabilizer->Finish();
+  m_stages->finish.Push(nullptr);
   Encode();
-  m_way->encoder.Send(nullptr);
+  m_stages->encoder.Send(nullptr);
   WritePackets();
   m_sides->End();
 }
 
 void Job::CheckLength() const {
   if (m_isComplete) return;
-  const std::optional<double> part = m_input.PartReached(m_clock.End());
+  const std::optional<double> part = m_input.FractionRead(m_clock.End());
   if (!part || *part >= 0.95) return;
   const std::string text = m_input.FileName() + " breaks off after " + std::to_string(m_frames) +
                            " frames, at " + std::to_string(static_cast<int>(std::max(0.0, *part) * 100)) +
@@ -337,22 +344,26 @@ void Job::CheckLength() const {
 void Job::Close() {
   m_output.Finish();
   m_progress.reset();
-  if (m_decoder.DamagedPackets() > 0)
+  if (m_decoder.DamageCount() > 0)
     m_notes.Warn(m_input.FileName() +
-                 " is damaged; pictures skipped or mended: " + std::to_string(m_decoder.DamagedPackets()));
+                 " is damaged; pictures skipped or mended: " + std::to_string(m_decoder.DamageCount()));
+  if (m_changesSize)
+    m_notes.Warn("the size of the pictures changes in " + m_input.FileName() +
+                 "; all were scaled to the first one's, " + std::to_string(m_width) + 'x' +
+                 std::to_string(m_height));
   std::string leftOut;
   for (const std::string& text : m_leftOut) leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
-  if (m_way->prepare.Deinterlaces())
+  if (m_stages->prepare.Deinterlaces())
     m_notes.Tell("the clip is interlaced: each frame was made of both its fields");
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - m_start;
-  if (m_notes.IsTalkative())
+  if (m_notes.IsVerbose())
     m_notes.Tell("wrote " + m_output.FileName() + ": " + std::to_string(m_frames) + " frames in " +
                  Tenths(took.count()) + " s" + (leftOut.empty() ? "" : "; " + leftOut));
   else if (!leftOut.empty())
     m_notes.Warn(leftOut);
 }
 
-/// Sound and subtitles may stand some seconds behind the pictures that they belong to.
+/// Reads some seconds past the range's end, because files store sound and subtitles behind their pictures.
 void Job::Read() {
   constexpr std::int64_t kFarthestBehind = 10'000;  // milliseconds
   const PacketPtr packet = NewPacket();

@@ -7,6 +7,6 @@
 #include "video/notes.h"
 
 /// Stabilizes one file into another. The progress bar goes to `terminal`; null: none. Throws UsageError,
-/// WorkError, Interruption and std::bad_alloc; then no output is left.
+/// WorkError, Interruption and std::bad_alloc, and then leaves no output.
 void StabilizeFile(const Options& options, const std::string& inputName, const std::string& outputName,
                    const Notes& notes, std::FILE* terminal);

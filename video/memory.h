@@ -2,6 +2,6 @@
 
 #include <cstdint>
 
-/// Bytes that the machine, the container and the process's own limit leave, as far as they tell: it cannot be
-/// more.
+/// An upper bound of the memory that the process can use, in bytes: the least of what the machine has
+/// available, the container's limit and the process's own limit.
 std::int64_t AvailableMemory();

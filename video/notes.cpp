@@ -7,5 +7,5 @@ void Notes::Warn(const std::string& text) const {
 }
 
 void Notes::Tell(const std::string& text) const {
-  if (m_isTalkative) Warn(text);
+  if (m_isVerbose) Warn(text);
 }

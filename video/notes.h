@@ -3,20 +3,20 @@
 #include <cstdio>
 #include <string>
 
-/// Lines for the person at the terminal, in which no control character of a file's name or tag is left.
+/// Prints lines of text for the user. Control characters, as from a file's name or tags, are replaced.
 class Notes {
  public:
-  Notes(std::FILE* messages, bool isTalkative) : m_pMessages(messages), m_isTalkative(isTalkative) {}
+  Notes(std::FILE* messages, bool isVerbose) : m_pMessages(messages), m_isVerbose(isVerbose) {}
 
-  bool IsTalkative() const { return m_isTalkative; }
+  bool IsVerbose() const { return m_isVerbose; }
 
-  /// What must be known.
+  /// Prints always.
   void Warn(const std::string& text) const;
 
-  /// What is good to know: on a terminal, or where it was asked for.
+  /// Prints on a terminal, or where --verbose asks for it.
   void Tell(const std::string& text) const;
 
  private:
   std::FILE* m_pMessages;
-  bool m_isTalkative;
+  bool m_isVerbose;
 };

@@ -6,12 +6,12 @@
 
 namespace {
 
-/// Shown x = xx * x + xy * y, and y alike, from the pictures' centres.
+/// Shown x = xx * x + xy * y and shown y = yx * x + yy * y, both from the pictures' centres.
 struct Turn {
   int xx, yx, xy, yy;
 };
 
-/// The nearest turn by quarters.
+/// The matrix, rounded to quarter turns and mirroring.
 Turn NearestTurn(const DisplayMatrix& matrix) {
   const auto sign = [](std::int32_t value) { return value < 0 ? -1 : 1; };
   if (SwapsSides(matrix)) return {0, sign(matrix[1]), sign(matrix[3]), 0};
@@ -42,7 +42,7 @@ Options AsStored(Options options, const DisplayMatrix& matrix, int storedWidth, 
   if (!options.roi) return options;
   const int shownWidth = isSwapped ? storedHeight : storedWidth;
   const int shownHeight = isSwapped ? storedWidth : storedHeight;
-  // Twice the distance from the centre stays whole. A turn's inverse is its transpose.
+  // Doubled distances from the centre are integers. The inverse of a turn is its transpose.
   const auto stored = [&](std::int32_t shownX, std::int32_t shownY) {
     const std::int64_t x = std::int64_t{2} * shownX - shownWidth, y = std::int64_t{2} * shownY - shownHeight;
     return std::pair((turn.xx * x + turn.yx * y + storedWidth) / 2,

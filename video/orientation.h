@@ -7,15 +7,15 @@
 
 #include "host/options.h"
 
-// A display matrix tells how a picture is shown: turned by quarters, mirrored, or both.
+// A display matrix tells how a picture is shown: rotated by quarter turns, mirrored, or both.
 
 using DisplayMatrix = std::array<std::int32_t, 9>;
 
-/// Filters that turn stored pictures as they are shown; empty where none are needed.
+/// The filters that make the shown picture from the stored one; empty when both are the same.
 std::string TurnFilters(const DisplayMatrix& matrix);
 
-/// True where stored rows are shown as columns.
+/// True when stored rows are shown as columns.
 bool SwapsSides(const DisplayMatrix& matrix);
 
-/// Region and margins of a picture as it is shown become those of the picture as it is stored.
+/// Converts region and margins, given for the shown picture, to those of the stored picture.
 Options AsStored(Options options, const DisplayMatrix& matrix, int storedWidth, int storedHeight);

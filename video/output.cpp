@@ -23,7 +23,7 @@ const AVOutputFormat& FormatOf(const std::string& fileName, const std::string& e
   if (!format)
     throw UsageError("no format is known by the extension " + dotted +
                      (fileName == kStandardStream ? "" : ": " + fileName) + "; --format chooses another");
-  // Formats for sound take a picture as their cover.
+  // Formats for sound name a codec for pictures too, which is for covers.
   const bool isSound = format->audio_codec != AV_CODEC_ID_NONE && format->video_codec == AV_CODEC_ID_PNG;
   if (format->video_codec == AV_CODEC_ID_NONE || isSound || (format->flags & AVFMT_NOFILE) != 0 ||
       av_match_ext(name.c_str(), "m4a,m4b"))
@@ -48,14 +48,18 @@ Output::Output(const std::string& fileName, const std::string& extension)
         "cannot write " + m_fileName);
   m_pFormat.reset(format);
   const std::string url = fileName == kStandardStream ? "pipe:1" : "file:" + MakeTemporary();
-  format->url = Made(av_strdup(url.c_str()));
-  // As a new file gets its rights, so does this one; it is empty until the libraries open it again.
+  format->url = Allocated(av_strdup(url.c_str()));
   Check(avio_open(&format->pb, format->url, AVIO_FLAG_WRITE), "cannot write " + m_fileName);
 }
 
 Output::~Output() {
-  avio_closep(&m_pFormat->pb);
   if (!m_temporary.empty()) unlink(m_temporary.c_str());
+  if (m_owesTrailer) {
+    // Some muxers, as GIF's, free their packets only here. The error keeps them from writing anything.
+    m_pFormat->pb->error = AVERROR_EXIT;
+    av_write_trailer(m_pFormat.get());
+  }
+  avio_closep(&m_pFormat->pb);
 }
 
 std::string Output::MakeTemporary() {
@@ -64,6 +68,7 @@ std::string Output::MakeTemporary() {
   for (int attempt = 0;; ++attempt) {
     const std::string name = folder + ".stabilize." + std::to_string(getpid()) + '.' +
                              std::to_string(attempt) + path.extension().string();
+    // This mode and the umask give the file the rights of any new one. The library opens it again by name.
     const int file = open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
     if (file >= 0) {
       close(file);
@@ -75,17 +80,18 @@ std::string Output::MakeTemporary() {
   }
 }
 
-AVStream& Output::AddStream() { return *Made(avformat_new_stream(m_pFormat.get(), nullptr)); }
+AVStream& Output::AddStream() { return *Allocated(avformat_new_stream(m_pFormat.get(), nullptr)); }
 
 void Output::Begin() {
   Dictionary options;
   if (IsMovFamily(*m_pFormat->oformat)) {
-    // Only a file has a start that can be written at the end.
+    // Only in a file can the index move to the front at the end; a pipe gets fragments with an index each.
     options.Set("movflags", m_temporary.empty() ? "+frag_keyframe+delay_moov" : "+faststart");
-    // The length is to be exact, as files that are joined follow each other's ends.
+    // The default, milliseconds, would round the length, and joined files begin where the one before ends.
     options.Set("movie_timescale", "90000");
   }
   Check(avformat_write_header(m_pFormat.get(), options.Entries()), "cannot write " + m_fileName);
+  m_owesTrailer = true;
   m_lastDts.assign(m_pFormat->nb_streams, AV_NOPTS_VALUE);
 }
 
@@ -112,6 +118,7 @@ void Output::Write(AVPacket& packet, int stream, AVRational base) {
 
 void Output::Finish() {
   const std::string what = "cannot write " + m_fileName;
+  m_owesTrailer = false;
   Check(av_write_trailer(m_pFormat.get()), what);
   if (m_pFormat->pb) Check(m_pFormat->pb->error, what);
   Check(avio_closep(&m_pFormat->pb), what);

@@ -6,18 +6,19 @@
 
 #include "video/av.h"
 
-/// The format that an extension stands for: `extension`, or that of the file's name where it is empty. Throws
-/// UsageError when it holds no video.
+/// The format that `extension` names or, where it is empty, the file name's own extension. Throws UsageError
+/// when there is no such format, and when it holds no video.
 const AVOutputFormat& FormatOf(const std::string& fileName, const std::string& extension);
 
-/// Files of one family keep a display matrix, tag H.265 `hvc1`, and have an index that may stand in front.
+/// True for MP4, MOV and their relatives. They keep a display matrix, tag H.265 as `hvc1`, and may have their
+/// index in front.
 bool IsMovFamily(const AVOutputFormat& format);
 
-/// True when pictures stand at the ticks of one rate.
+/// True for containers whose pictures have one fixed rate.
 bool HasFixedRate(const AVOutputFormat& format);
 
-/// A file that is written beside the one it becomes. It takes that one's place when it is finished, and
-/// vanishes when it is not. "-" is the standard output.
+/// The output file. It is written under a temporary name in the same folder and gets its own name when it is
+/// finished; otherwise it is removed. "-" is the standard output.
 class Output {
  public:
   /// Throws WorkError when the folder cannot be written.
@@ -30,13 +31,13 @@ class Output {
   AVFormatContext& Format() const { return *m_pFormat; }
   AVStream& AddStream();
 
-  /// All streams are there. Throws WorkError.
+  /// Writes the header, after all streams are added. Throws WorkError.
   void Begin();
 
   /// Takes the packet's content. Times are in `base`. Throws WorkError.
   void Write(AVPacket& packet, int stream, AVRational base);
 
-  /// Throws WorkError.
+  /// Writes the trailer and gives the file its name. Throws WorkError.
   void Finish();
 
  private:
@@ -46,4 +47,5 @@ class Output {
   std::string m_fileName, m_temporary;
   MuxerPtr m_pFormat;
   std::vector<std::int64_t> m_lastDts;  // by stream
+  bool m_owesTrailer = false;           // the header is written
 };

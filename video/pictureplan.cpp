@@ -27,7 +27,7 @@ std::optional<DisplayMatrix> MatrixOf(const AVStream& stream, const AVFrame& fra
   return matrix;
 }
 
-/// The scaler's word for a matrix; empty: its default.
+/// The scaler's name for a matrix; empty: its default.
 std::string ScalerMatrix(AVColorSpace matrix) {
   switch (matrix) {
     case AVCOL_SPC_BT709:
@@ -77,7 +77,8 @@ PictureFacts SourceFacts(const Input& input, const AVFrame& first) {
   return facts;
 }
 
-/// Keeps the matrix where the output tells it, and turns the pictures upright where not.
+/// Keeps the display matrix when the output can store it (`keepsMatrix`); otherwise plans to turn the
+/// pictures.
 void Orient(PicturePlan& plan, const AVStream& stream, const AVFrame& first, bool keepsMatrix) {
   const std::optional<DisplayMatrix> matrix = MatrixOf(stream, first);
   if (!matrix) return;
@@ -92,7 +93,7 @@ void Orient(PicturePlan& plan, const AVStream& stream, const AVFrame& first, boo
   if (plan.facts.pixelAspect.num > 0) plan.facts.pixelAspect = av_inv_q(plan.facts.pixelAspect);
 }
 
-/// The colours of the encoder's pictures, where they are made from another model than the source's.
+/// Sets matrix and range of the encoder's pictures. They change when RGB becomes YUV, or YUV becomes RGB.
 void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
   PictureFacts& facts = plan.facts;
   const bool wasRgb = IsRgb(facts.source);
@@ -122,7 +123,7 @@ precise::PictureFormat StoredFormat(const PictureFacts& facts, AVPixelFormat for
   return picture;
 }
 
-void CheckRest(const PicturePlan& plan) {
+void CheckMargins(const PicturePlan& plan) {
   if (plan.options.engine != Engine::Precise) return;
   const precise::PictureFormat& format = plan.stream.format;
   const precise::Settings settings = MakePreciseSettings(plan.options, plan.stream);
@@ -131,7 +132,7 @@ void CheckRest(const PicturePlan& plan) {
     throw UsageError("--crop: less than a tenth of the picture would be left; give smaller margins");
 }
 
-/// Makes one picture of two that follow each other.
+/// Makes one picture of two successive ones, with a white line between them.
 void LaySideBySide(PictureTarget& target) {
   constexpr int kDivider = 4;
   target.filters = "tile=layout=2x1:color=white:padding=" + std::to_string(kDivider);
@@ -146,7 +147,7 @@ bool WritesCaptions(const AVCodec& encoder) {
   return own && (has("a53cc") || has("a53_cc"));
 }
 
-/// What stands beside the samples and gets lost.
+/// Adds the metadata that the encoder loses.
 void AddDataLosses(const AVFrame& first, const AVStream& stream, const AVCodec& encoder,
                    std::vector<std::string>& losses) {
   const auto has = [&](AVFrameSideDataType type) { return av_frame_get_side_data(&first, type) != nullptr; };
@@ -199,7 +200,7 @@ PicturePlan MakePicturePlan(const Options& options, const Input& input, const AV
                  .matrix = EngineMatrix(plan.facts, held),
                  .isFullRange = plan.facts.range == AVCOL_RANGE_JPEG};
   plan.stabilizer = FactsOf(plan.options, plan.stream, held);
-  CheckRest(plan);
+  CheckMargins(plan);
   plan.finished.width = plan.stabilizer.width;
   plan.finished.height = plan.stabilizer.height;
   if (options.compare) LaySideBySide(plan.finished);
@@ -212,7 +213,7 @@ PicturePlan MakePicturePlan(const Options& options, const Input& input, const AV
 void AddPictureData(const PicturePlan& plan, const AVStream& from, AVStream& to) {
   const auto add = [&](AVPacketSideDataType type, const void* data, std::size_t size) {
     if (!data) return;
-    std::memcpy(Made(av_stream_new_side_data(&to, type, size)), data, size);
+    std::memcpy(Allocated(av_stream_new_side_data(&to, type, size)), data, size);
   };
   for (const AVPacketSideDataType type : {AV_PKT_DATA_STEREO3D, AV_PKT_DATA_SPHERICAL}) {
     std::size_t size = 0;

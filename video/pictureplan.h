@@ -13,20 +13,20 @@
 
 /// How pictures go from the decoder to the encoder.
 struct PicturePlan {
-  Options options;         ///< of the pictures as the engine gets them
-  PictureTarget prepared;  ///< for the engine
+  Options options;         ///< with region and margins of the engine's pictures
+  PictureTarget prepared;  ///< what the engine gets
   StreamFacts stream;      ///< of the engine's pictures
-  PictureTarget finished;  ///< for the encoder
+  PictureTarget finished;  ///< what the encoder gets
   const AVCodec* encoder = nullptr;
   PictureFacts facts;  ///< of the encoder's pictures
   StabilizerFacts stabilizer;
-  std::optional<DisplayMatrix> matrix;  ///< that the output tells
-  std::vector<std::string> leftOut;     ///< of the pictures, what the encoder cannot hold
+  std::optional<DisplayMatrix> matrix;  ///< to store in the output; nothing: none
+  std::vector<std::string> leftOut;     ///< what the encoder cannot keep, in words
 };
 
-/// Decides by the first frame, whose data it refers to. Throws UsageError.
+/// Plans by the first frame, which must outlive the plan: `facts` points to its metadata. Throws UsageError.
 PicturePlan MakePicturePlan(const Options& options, const Input& input, const AVFrame& first,
                             const AVOutputFormat& format, const std::string& outputName);
 
-/// What the picture's stream tells beside its codec.
+/// Gives the output's picture stream its side data: display matrix, 3D layout, projection, HDR metadata.
 void AddPictureData(const PicturePlan& plan, const AVStream& from, AVStream& to);

@@ -17,14 +17,14 @@ std::int64_t BytesOf(AVPixelFormat format, int width, int height) {
   return Check(av_image_get_buffer_size(format, width, height, kAlignment), "cannot hold such frames");
 }
 
-/// Frames of one kind, whose memory comes back when nobody refers to it.
+/// Makes frames of one kind. Their memory returns to the pool when nothing refers to it any more.
 class FramePool {
  public:
   FramePool(AVPixelFormat format, int width, int height)
       : m_format(format),
         m_width(width),
         m_height(height),
-        m_pPool(Made(av_buffer_pool_init(
+        m_pPool(Allocated(av_buffer_pool_init(
             static_cast<std::size_t>(BytesOf(format, width, height)) + kAlignment, nullptr))) {}
 
   FramePtr Take(const AVFrame& like) {
@@ -33,7 +33,7 @@ class FramePool {
     frame->format = m_format;
     frame->width = m_width;
     frame->height = m_height;
-    frame->buf[0] = Made(av_buffer_pool_get(m_pPool.get()));
+    frame->buf[0] = Allocated(av_buffer_pool_get(m_pPool.get()));
     av_image_fill_arrays(frame->data, frame->linesize, frame->buf[0]->data, m_format, m_width, m_height,
                          kAlignment);
     return frame;
@@ -88,7 +88,7 @@ class PreciseStabilizer final : public PictureStabilizer {
   }
 
  private:
-  std::deque<FramePtr> m_lent;  // outlives the engine, as does the team
+  std::deque<FramePtr> m_lent;  // the engine reads them; declared first to outlive it
   RowTeam m_rows;
   precise::CStabilizer m_engine;
   precise::PictureFormat m_outputFormat;
@@ -116,7 +116,7 @@ class ClassicStabilizer final : public PictureStabilizer {
       std::memcpy(m_stabilizer.InputFrame() + (frame->height - 1 - row) * m_frame.strideBytes,
                   frame->data[0] + std::ptrdiff_t{row} * frame->linesize[0],
                   static_cast<std::size_t>(frame->width) * kBytesPerPixel);
-    // Its pixels are copied; its times and tags are kept.
+    // The pixels are copied, so only the frame's properties are held.
     FramePtr held = NewFrame();
     Check(av_frame_copy_props(held.get(), frame.get()), "cannot hold a frame");
     m_held.push_back(std::move(held));

@@ -6,7 +6,7 @@
 #include "host/settings.h"
 #include "video/av.h"
 
-/// A stream of pictures on its way through an engine. Times and what else goes with a frame stay with it.
+/// Stabilizes a stream of pictures with either engine. Each frame keeps its time and its metadata.
 class PictureStabilizer {
  public:
   virtual ~PictureStabilizer() = default;
@@ -14,27 +14,27 @@ class PictureStabilizer {
   /// Takes a frame and keeps it until it is delivered. Throws WorkError and std::bad_alloc.
   virtual void Push(FramePtr frame) = 0;
 
-  /// No frame follows.
+  /// Ends the stream. The frames still held can then be delivered.
   virtual void End() = 0;
 
-  /// The oldest frame, stabilized; null when none is ready. It is not logged where its flags say
-  /// AV_FRAME_FLAG_DISCARD. Throws WorkError and std::bad_alloc.
+  /// The next frame, stabilized; null when none is ready. Frames with AV_FRAME_FLAG_DISCARD are not logged.
+  /// Throws WorkError and std::bad_alloc.
   virtual FramePtr Deliver() = 0;
 
-  /// All frames are delivered. Throws WorkError.
+  /// Closes the motion log, after all frames are delivered. Throws WorkError.
   virtual void Finish() = 0;
 };
 
-/// Frames of a stabilizer, as they come out, and how much memory it holds.
+/// The size of a stabilizer's output, and how much it holds in memory.
 struct StabilizerFacts {
   int width = 0, height = 0;
   std::int64_t framesHeld = 0, bytesHeld = 0;
 };
 
-/// What the stabilizer will be for such frames. Throws UsageError when it cannot work so.
+/// The facts of a stabilizer for such frames. Throws UsageError when the options do not fit them.
 StabilizerFacts FactsOf(const Options& options, const StreamFacts& stream, AVPixelFormat format);
 
-/// For frames of `format`: the precise engine's as `stream` says, the classic engine's BGR24. The motion log
+/// `format` is the pixel format that `stream` describes; for the classic engine it is BGR24. The motion log
 /// goes to `options.motionFile`. Throws UsageError, WorkError and std::bad_alloc.
 std::unique_ptr<PictureStabilizer> MakePictureStabilizer(const Options& options, const StreamFacts& stream,
                                                          AVPixelFormat format);

@@ -14,7 +14,7 @@ constexpr std::pair<AVPixelFormat, AVPixelFormat> kFullRange[] = {
     {AV_PIX_FMT_YUVJ411P, AV_PIX_FMT_YUV411P},
 };
 
-/// Each component in a plane of its own, in whole samples of the machine's order.
+/// True when each component has its own plane, of 8-bit or 16-bit integers in the machine's byte order.
 bool IsPlanar(const AVPixFmtDescriptor& format) {
   constexpr std::uint64_t kOthers = AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM |
                                     AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BAYER | AV_PIX_FMT_FLAG_FLOAT;
@@ -82,8 +82,9 @@ bool CutsChroma(AVPixelFormat format, int width, int height) {
 
 AVPixelFormat Nearest(AVPixelFormat source, std::span<const AVPixelFormat> candidates) {
   const bool hasAlpha = (av_pix_fmt_desc_get(source)->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
-  if (HasFewColours(source)) source = hasAlpha ? kAllColours : AV_PIX_FMT_BGR24;
-  // Of several that lose as little the library takes the first: that is to be the one with the fewest bits.
+  if (HasFewColours(source)) source = hasAlpha ? kTrueColour : AV_PIX_FMT_BGR24;
+  // Among candidates that lose equally little the library takes the first, so the one with fewest bits comes
+  // first.
   std::vector<AVPixelFormat> ordered(candidates.begin(), candidates.end());
   std::ranges::stable_sort(ordered, {}, BitsOf);
   AVPixelFormat best = AV_PIX_FMT_NONE;

@@ -6,32 +6,34 @@
 #include "host/settings.h"
 #include "video/av.h"
 
-// How the libraries' pixel formats lie in memory, and which is nearest to another.
+// What the libraries' pixel formats are: their layout in memory, their range, and which is nearest to
+// another.
 
-/// The formats that mean full range by their name alone, as those of the same layout.
+/// Formats such as yuvj420p mean full range by their name. WithoutRange gives the format of the same layout,
+/// such as yuv420p; other formats stay.
 AVPixelFormat WithoutRange(AVPixelFormat format);
 bool MeansFullRange(AVPixelFormat format);
 
-/// What the frame says, or its format. Grey that says nothing has full range, as everyone takes it.
+/// The range that the frame's format or tag tells. Untagged grey has full range, by convention.
 AVColorRange RangeOf(const AVFrame& frame);
 
-/// A format as the precise engine takes it; nothing when it cannot.
+/// The precise engine's description of a format; nothing when the engine cannot take it.
 std::optional<precise::PictureFormat> EngineFormat(AVPixelFormat format, int width, int height);
 
 bool IsRgb(AVPixelFormat format);
 
-/// True for a palette and for RGB of less than eight bits, which the scaler takes apart exactly only on the
-/// way over `kAllColours`.
+/// True for palettes and for RGB of fewer than eight bits. The scaler converts these to YUV exactly only by
+/// way of `kTrueColour`.
 bool HasFewColours(AVPixelFormat format);
-constexpr AVPixelFormat kAllColours = AV_PIX_FMT_BGRA;
+constexpr AVPixelFormat kTrueColour = AV_PIX_FMT_BGRA;
 
 int BitsOf(AVPixelFormat format);
 
-/// True where a chroma sample at the far edge would stand for less than its columns and rows.
+/// True when width or height is no multiple of a chroma sample's.
 bool CutsChroma(AVPixelFormat format, int width, int height);
 
-/// The candidate that loses least; AV_PIX_FMT_NONE where there is none.
+/// The candidate that loses least of `source`; AV_PIX_FMT_NONE without candidates.
 AVPixelFormat Nearest(AVPixelFormat source, std::span<const AVPixelFormat> candidates);
 
-/// All that the engine takes.
+/// All formats that the precise engine takes, except those of full range by name.
 std::span<const AVPixelFormat> EngineFormats();

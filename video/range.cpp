@@ -8,7 +8,7 @@
 
 namespace {
 
-// Of what is read ahead. A clip with fewer key frames is decoded from further back.
+// The most packets that Skip holds. Where key frames are farther apart, it drops fewer.
 constexpr std::size_t kMostAhead = 20'000;
 
 }  // namespace
@@ -44,7 +44,7 @@ void Range::Skip(Input& input, std::size_t leadIn) {
     const bool isPicture = packet->stream_index == picture.index;
     const bool isKey = isPicture && (packet->flags & AV_PKT_FLAG_KEY) != 0;
     if (!isPicture && EndsBefore(*packet, input.Format().streams[packet->stream_index]->time_base)) continue;
-    // Packets come in the order of decoding times, and those without times cannot be placed.
+    // Packets come in the order of their dts. Those without times cannot be placed, so the search ends there.
     if (isPicture)
       isDone = packet->dts == AV_NOPTS_VALUE || !IsBefore(packet->dts) ||
                (isKey && packet->pts == AV_NOPTS_VALUE) || kept.size() >= kMostAhead;
@@ -55,7 +55,7 @@ void Range::Skip(Input& input, std::size_t leadIn) {
   input.PutBack(std::move(kept));
 }
 
-/// Begins with the last key frame behind which the lead-in has room.
+/// Drops the picture's packets before the last key frame that leaves room for the lead-in.
 void Range::DropUnneeded(std::deque<PacketPtr>& packets) {
   const auto isPicture = [&](const PacketPtr& packet) {
     return packet->stream_index == m_input.Picture().index;
@@ -66,7 +66,7 @@ void Range::DropUnneeded(std::deque<PacketPtr>& packets) {
     if (!isPicture(*packet) || pts == AV_NOPTS_VALUE || !IsBefore(pts)) continue;
     times.push_back(pts);
     if (((*packet)->flags & AV_PKT_FLAG_KEY) == 0) continue;
-    // Pictures that are shown before a key frame and follow it in the file may need what came before.
+    // Pictures that follow a key frame in the file but are shown before it may need earlier ones (open GOP).
     const auto room = std::ranges::count_if(times, [&](std::int64_t time) { return time >= pts; });
     if (static_cast<std::size_t>(room) < m_leadIn) continue;
     const auto leadInStart = times.begin() + static_cast<std::ptrdiff_t>(m_leadIn) - 1;
@@ -107,7 +107,7 @@ bool Range::Cut(AVPacket& packet, const AVStream& stream) const {
   if (packet.pts == AV_NOPTS_VALUE) return false;
   packet.pts -= origin;
   if (packet.dts != AV_NOPTS_VALUE) packet.dts -= origin;
-  // Sound must not end after the picture, as files that are joined follow each other's ends.
+  // Sound must not outlast the pictures: when ranges are joined, each begins where the one before ends.
   const std::int64_t end = m_end ? FromMilliseconds(*m_end - 1, base) - origin : INT64_MAX;
   const std::int64_t packetEnd = packet.pts + std::max<std::int64_t>(packet.duration, 0);
   if (stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)

@@ -5,7 +5,7 @@
 namespace {
 
 constexpr unsigned kMostThreads = 7;
-// More ranges than threads: one that is late holds up little.
+// More ranges than threads, so that the others take over most of a slow thread's rows.
 constexpr std::int32_t kRangesPerThread = 4, kFewestRows = 16;
 
 }  // namespace
@@ -54,7 +54,7 @@ void RowTeam::Serve() {
   }
 }
 
-/// Works on a range with the lock open; false when none is left.
+/// Takes a range and works on it with the lock released; false when none is left.
 bool RowTeam::TakeRange(std::unique_lock<std::mutex>& lock) {
   if (m_next >= m_rows) return false;
   const std::int32_t begin = m_next, end = std::min(m_rows, begin + m_step);

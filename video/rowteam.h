@@ -8,17 +8,17 @@
 
 #include "precise/rowrunner.h"
 
-/// Threads that take ranges of rows, beside the one that hands them out. Idle cores help; where the encoder
-/// keeps all of them busy, the caller does most of the rows itself.
+/// Threads that share the rows of a picture with the caller. When the encoder keeps the other cores busy, the
+/// caller does most rows itself.
 class RowTeam {
  public:
-  /// As many threads as there are further cores, a few at most.
+  /// One thread for each core but the caller's, up to a limit.
   RowTeam();
   ~RowTeam();
   RowTeam(const RowTeam&) = delete;
   RowTeam& operator=(const RowTeam&) = delete;
 
-  /// Valid as long as the team is.
+  /// Valid as long as the team lives.
   precise::RowRunner Runner();
 
  private:

@@ -29,9 +29,9 @@ class CopiedStream final : public SideStream {
   }
 
   void Take(AVPacket& packet) override {
-    // Of what an edit list leaves out, the last packet primes the decoder.
+    // Of the packets that an edit list hides, only the last is copied: it primes the decoder.
     if ((packet.flags & AV_PKT_FLAG_DISCARD) != 0) {
-      m_pPrimer.reset(Made(av_packet_clone(&packet)));
+      m_pPrimer.reset(Allocated(av_packet_clone(&packet)));
       return;
     }
     if (const PacketPtr primer = std::move(m_pPrimer)) Write(*primer);
@@ -54,7 +54,7 @@ class CopiedStream final : public SideStream {
   std::int64_t m_next = AV_NOPTS_VALUE;
 };
 
-/// A file within the file: Matroska's attachments, and its covers, which are such files.
+/// Adds a file within the file. Matroska's covers are such files, too.
 void AddAttachment(const AVStream& stream, Output& output) {
   AVStream& target = output.AddStream();
   Check(CopyParameters(stream, target), "cannot copy an attachment");
@@ -66,14 +66,14 @@ void AddAttachment(const AVStream& stream, Output& output) {
   target.disposition = 0;
   av_freep(&target.codecpar->extradata);
   target.codecpar->extradata =
-      static_cast<std::uint8_t*>(Made(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE)));
+      static_cast<std::uint8_t*>(Allocated(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE)));
   target.codecpar->extradata_size = stream.attached_pic.size;
   std::copy_n(stream.attached_pic.data, size, target.codecpar->extradata);
   av_dict_set(&target.metadata, "filename", isPng ? "cover.png" : "cover.jpg", AV_DICT_DONT_OVERWRITE);
   av_dict_set(&target.metadata, "mimetype", isPng ? "image/png" : "image/jpeg", AV_DICT_DONT_OVERWRITE);
 }
 
-/// The first packets of each stream of sound.
+/// Reads the first packets of each stream of sound, and puts all packets back.
 std::map<int, std::vector<PacketPtr>> ReadSound(Input& input) {
   constexpr std::int64_t kMostPackets = 2000, kMostBytes = 1 << 26;
   std::map<int, std::vector<PacketPtr>> sound;
@@ -92,17 +92,17 @@ std::map<int, std::vector<PacketPtr>> ReadSound(Input& input) {
     bytes += packet->size;
     const auto found = sound.find(packet->stream_index);
     if (found == sound.end() || found->second.size() >= kTrialPackets) continue;
-    found->second.emplace_back(Made(av_packet_clone(packet.get())));
+    found->second.emplace_back(Allocated(av_packet_clone(packet.get())));
     if (found->second.size() == kTrialPackets) --missing;
   }
   input.PutBack(std::move(ahead));
   return sound;
 }
 
-/// True when the sound begins with the clip and has no gap, as it must where its number of samples is all
-/// that a format tells of its time. A pipe cannot be read for that.
-bool RunsThrough(const std::string& fileName, const AVStream& stream) {
-  constexpr double kMostSeconds = 0.03;
+/// True when the sound begins with the clip and has no gap, as formats need that store no times of sound.
+/// Reads the whole file; false for a pipe, which cannot be read twice.
+bool IsGapless(const std::string& fileName, const AVStream& stream) {
+  constexpr double kToleranceSeconds = 0.03;
   std::error_code ignored;
   if (!std::filesystem::is_regular_file(fileName, ignored)) return false;
   Input input(fileName);
@@ -113,7 +113,7 @@ bool RunsThrough(const std::string& fileName, const AVStream& stream) {
   for (double end = 0; input.Read(*packet); av_packet_unref(packet.get())) {
     if (packet->stream_index != index) continue;
     if (packet->pts != AV_NOPTS_VALUE &&
-        std::abs(ToSeconds(packet->pts, stream.time_base) - end) > kMostSeconds)
+        std::abs(ToSeconds(packet->pts, stream.time_base) - end) > kToleranceSeconds)
       return false;
     const int samples = av_get_audio_frame_duration2(stream.codecpar, packet->size);
     end += samples > 0 ? static_cast<double>(samples) / std::max(1, stream.codecpar->sample_rate)
@@ -122,13 +122,14 @@ bool RunsThrough(const std::string& fileName, const AVStream& stream) {
   return true;
 }
 
-/// Chooses a way for one stream after the other.
+/// Decides for each stream whether it is copied, converted or left out.
 class Planner {
  public:
   Planner(Input& input, Output& output)
       : m_input(input), m_output(output), m_format(*output.Format().oformat) {}
 
-  /// Null where none is needed or none is there; `isLeftOut` tells which.
+  /// Null when no packets of the stream are written: it is left out (`isLeftOut`), or the header holds all of
+  /// it.
   std::unique_ptr<SideStream> Plan(const AVStream& stream, bool& isLeftOut) {
     if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) return PlanCover(stream, isLeftOut);
     switch (stream.codecpar->codec_type) {
@@ -152,7 +153,7 @@ class Planner {
 
   bool IsSameFormat() const { return av_match_name(m_format.name, m_input.Format().iformat->name) != 0; }
 
-  /// Some formats do not tell what they take; their own files hold it.
+  /// Formats that do not tell what they take are expected to take what their own files hold.
   bool Takes(AVCodecID codec) const {
     const int answer = avformat_query_codec(&m_format, codec, FF_COMPLIANCE_NORMAL);
     return answer == 1 || (answer < 0 && IsSameFormat());
@@ -186,7 +187,7 @@ class Planner {
     const bool fillsStart = m_format.name == std::string_view("avi");
     const bool canCopy =
         avformat_query_codec(&m_format, stream.codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0 &&
-        (!fillsStart || RunsThrough(m_input.FileName(), stream));
+        (!fillsStart || IsGapless(m_input.FileName(), stream));
     if (canCopy && m_sound.empty()) m_sound = ReadSound(m_input);
     if (canCopy && DecodesFrom(m_output.Format(), stream, m_sound[stream.index])) return Copy(stream);
     const AVCodecID codec =
@@ -216,7 +217,7 @@ class Planner {
   }
 
   std::unique_ptr<SideStream> PlanOther(const AVStream& stream, bool& isLeftOut) {
-    // A chapter's titles and a time code are written anew from what the demuxer read there.
+    // The muxer itself writes the streams of chapter titles and time codes, from chapters and tags.
     if (stream.discard == AVDISCARD_ALL || stream.codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd'))
       return nullptr;
     if (stream.codecpar->codec_id != AV_CODEC_ID_NONE && Takes(stream.codecpar->codec_id))
@@ -256,7 +257,7 @@ SideStreams::SideStreams(Input& input, Output& output) {
 }
 
 void SideStreams::Take(AVPacket& packet) {
-  // Some formats announce a stream only when its first packet comes.
+  // Some demuxers find a stream only when its first packet comes. The header is written by then.
   const auto index = static_cast<std::size_t>(packet.stream_index);
   if (index < m_streams.size() && m_streams[index]) m_streams[index]->Take(packet);
 }

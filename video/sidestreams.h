@@ -9,7 +9,7 @@
 class Input;
 class Output;
 
-/// A stream beside the picture, on its way into the output.
+/// A stream beside the picture that is written to the output.
 class SideStream {
  public:
   virtual ~SideStream() = default;
@@ -17,7 +17,7 @@ class SideStream {
   /// Takes the packet's content. Throws WorkError.
   virtual void Take(AVPacket& packet) = 0;
 
-  /// No packet follows. Throws WorkError.
+  /// Ends the stream. Throws WorkError.
   virtual void End() {}
 };
 
@@ -34,6 +34,6 @@ class SideStreams {
   const std::vector<std::string>& LeftOut() const { return m_leftOut; }
 
  private:
-  std::vector<std::unique_ptr<SideStream>> m_streams;  // by the input's numbers; null: none
+  std::vector<std::unique_ptr<SideStream>> m_streams;  // by index in the input; null: takes no packets
   std::vector<std::string> m_leftOut;
 };

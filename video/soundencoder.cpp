@@ -19,7 +19,7 @@ int NearestRate(const AVCodec& encoder, int rate) {
   return best;
 }
 
-/// One with as many channels, or the richest that has fewer.
+/// The source's layout or one with as many channels; otherwise the largest that has fewer.
 void ChooseLayout(const AVCodec& encoder, const AVChannelLayout& source, AVChannelLayout& chosen) {
   if (!encoder.ch_layouts) {
     av_channel_layout_default(&chosen, source.nb_channels);
@@ -49,7 +49,7 @@ SoundEncoder::SoundEncoder(const Input& input, const AVStream& stream, Output& o
     : m_sourceBase(stream.time_base),
       m_decoder(stream, input.FileName(), 1),
       m_output(output),
-      m_pEncoder(Made(avcodec_alloc_context3(&encoder))),
+      m_pEncoder(Allocated(avcodec_alloc_context3(&encoder))),
       m_pTarget(nullptr),
       m_fillsStart(fillsStart) {
   AVCodecContext& context = *m_pEncoder;
@@ -60,7 +60,7 @@ SoundEncoder::SoundEncoder(const Input& input, const AVStream& stream, Output& o
   context.time_base = {1, context.sample_rate};
   if ((output.Format().oformat->flags & AVFMT_GLOBALHEADER) != 0)
     context.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  const std::string what = std::string("the encoder ") + encoder.name + " cannot begin";
+  const std::string what = std::string("cannot start the encoder ") + encoder.name;
   Check(avcodec_open2(&context, &encoder, nullptr), what);
   m_pTarget = &output.AddStream();
   Check(avcodec_parameters_from_context(m_pTarget->codecpar, &context), what);
@@ -96,7 +96,7 @@ void SoundEncoder::Build(const AVChannelLayout& layout, int format, int rate) {
                                 std::to_string(m_sourceBase.den) + ":sample_rate=" + std::to_string(rate) +
                                 ":sample_fmt=" + std::to_string(format) +
                                 ":channel_layout=" + LayoutText(source);
-  // Gaps become silence, as the times inside a run of samples follow from their number alone.
+  // async=1 fills gaps with silence: encoders derive times from the number of samples.
   const std::string filters = std::string("aresample=async=1") + (m_fillsStart ? ":first_pts=0" : "") +
                               ",aformat=sample_fmts=" + av_get_sample_fmt_name(m_pEncoder->sample_fmt) +
                               ":sample_rates=" + std::to_string(m_pEncoder->sample_rate) +

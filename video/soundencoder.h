@@ -6,11 +6,10 @@
 #include "video/filterchain.h"
 #include "video/sidestreams.h"
 
-/// Sound that the output takes only in another coding.
+/// Encodes sound that cannot be copied.
 class SoundEncoder final : public SideStream {
  public:
-  /// Adds a stream to the output. `fillsStart`: silence stands before sound that begins late. Throws
-  /// WorkError.
+  /// Adds a stream to the output. `fillsStart`: put silence before sound that begins late. Throws WorkError.
   SoundEncoder(const Input& input, const AVStream& stream, Output& output, const AVCodec& encoder,
                bool fillsStart);
 
@@ -29,7 +28,7 @@ class SoundEncoder final : public SideStream {
   CodecPtr m_pEncoder;
   AVStream* m_pTarget;
   std::optional<FilterChain> m_chain;
-  int m_format = -1, m_rate = 0, m_channels = 0;  // that the chain takes
+  int m_format = -1, m_rate = 0, m_channels = 0;  // of the chain's input
   bool m_fillsStart;
   std::int64_t m_nextPts = AV_NOPTS_VALUE;
 };

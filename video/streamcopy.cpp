@@ -9,18 +9,18 @@
 
 namespace {
 
-/// Tags that tell of the file that was read, not of what is in it.
-constexpr const char* kOfTheFile[] = {"encoder", "major_brand", "minor_version", "compatible_brands",
-                                      "duration"};
-constexpr const char* kOfTheCoding[] = {"encoder",
-                                        "vendor_id",
-                                        "BPS",
-                                        "NUMBER_OF_FRAMES",
-                                        "NUMBER_OF_BYTES",
-                                        "DURATION",
-                                        "_STATISTICS_WRITING_APP",
-                                        "_STATISTICS_WRITING_DATE_UTC",
-                                        "_STATISTICS_TAGS"};
+/// Tags that describe the input file itself, not its content.
+constexpr const char* kFileTags[] = {"encoder", "major_brand", "minor_version", "compatible_brands",
+                                     "duration"};
+constexpr const char* kCodingTags[] = {"encoder",
+                                       "vendor_id",
+                                       "BPS",
+                                       "NUMBER_OF_FRAMES",
+                                       "NUMBER_OF_BYTES",
+                                       "DURATION",
+                                       "_STATISTICS_WRITING_APP",
+                                       "_STATISTICS_WRITING_DATE_UTC",
+                                       "_STATISTICS_TAGS"};
 
 void CopyDictionary(const AVDictionary* from, AVDictionary** to) { av_dict_copy(to, from, 0); }
 
@@ -49,8 +49,8 @@ void CopyTags(const AVStream& from, AVStream& to, bool isEncodedAnew) {
   CopyDictionary(from.metadata, &to.metadata);
   to.disposition = from.disposition;
   if (!isEncodedAnew) return;
-  for (const char* const tag : kOfTheCoding) {
-    // Some writers add a language behind a dash.
+  for (const char* const tag : kCodingTags) {
+    // Statistics, whose names are in capitals, may have a language appended, as in BPS-eng.
     while (const AVDictionaryEntry* const entry =
                av_dict_get(to.metadata, tag, nullptr, tag[0] < 'a' ? AV_DICT_IGNORE_SUFFIX : 0))
       av_dict_set(&to.metadata, std::string(entry->key).c_str(), nullptr, 0);
@@ -65,15 +65,15 @@ void CopyFileTags(const Input& input, const Range& range, Output& output) {
   const AVFormatContext& from = input.Format();
   AVFormatContext& to = output.Format();
   CopyDictionary(from.metadata, &to.metadata);
-  for (const char* const tag : kOfTheFile) av_dict_set(&to.metadata, tag, nullptr, 0);
+  for (const char* const tag : kFileTags) av_dict_set(&to.metadata, tag, nullptr, 0);
   if (from.nb_chapters == 0 || !HoldsChapters(*to.oformat)) return;
-  to.chapters = static_cast<AVChapter**>(Made(av_calloc(from.nb_chapters, sizeof(AVChapter*))));
+  to.chapters = static_cast<AVChapter**>(Allocated(av_calloc(from.nb_chapters, sizeof(AVChapter*))));
   for (unsigned i = 0; i < from.nb_chapters; ++i) {
     const AVChapter& chapter = *from.chapters[i];
     const std::int64_t origin = input.OriginIn(chapter.time_base);
     std::int64_t start = chapter.start - origin, end = chapter.end - origin;
     if (!range.Cut(start, end, chapter.time_base)) continue;
-    auto* const copy = static_cast<AVChapter*>(Made(av_mallocz(sizeof(AVChapter))));
+    auto* const copy = static_cast<AVChapter*>(Allocated(av_mallocz(sizeof(AVChapter))));
     copy->id = chapter.id;
     copy->time_base = chapter.time_base;
     copy->start = start;

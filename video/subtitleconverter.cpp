@@ -17,16 +17,16 @@ SubtitleConverter::SubtitleConverter(const Input& input, const AVStream& stream,
     : m_sourceBase(stream.time_base), m_output(output), m_buffer(kLongestSubtitle) {
   const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
   const std::string what = "cannot convert the subtitles of " + input.FileName();
-  m_pDecoder.reset(Made(avcodec_alloc_context3(codec)));
+  m_pDecoder.reset(Allocated(avcodec_alloc_context3(codec)));
   Check(avcodec_parameters_to_context(m_pDecoder.get(), stream.codecpar), what);
   m_pDecoder->pkt_timebase = stream.time_base;
   Check(avcodec_open2(m_pDecoder.get(), codec, nullptr), what);
 
-  m_pEncoder.reset(Made(avcodec_alloc_context3(&encoder)));
+  m_pEncoder.reset(Allocated(avcodec_alloc_context3(&encoder)));
   m_pEncoder->time_base = kMilliseconds;
   if (m_pDecoder->subtitle_header) {
     const auto size = static_cast<std::size_t>(m_pDecoder->subtitle_header_size);
-    m_pEncoder->subtitle_header = static_cast<std::uint8_t*>(Made(av_mallocz(size + 1)));
+    m_pEncoder->subtitle_header = static_cast<std::uint8_t*>(Allocated(av_mallocz(size + 1)));
     std::memcpy(m_pEncoder->subtitle_header, m_pDecoder->subtitle_header, size);
     m_pEncoder->subtitle_header_size = m_pDecoder->subtitle_header_size;
   }

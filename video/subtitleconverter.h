@@ -4,7 +4,7 @@
 
 #include "video/sidestreams.h"
 
-/// Subtitles of text that the output takes only in another coding.
+/// Converts text subtitles to a codec that the output takes.
 class SubtitleConverter final : public SideStream {
  public:
   /// Adds a stream to the output. Throws WorkError.

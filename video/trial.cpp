@@ -57,12 +57,12 @@ using IoPtr = std::unique_ptr<AVIOContext, IoFreer>;
 IoPtr OpenMemory(Memory& memory, bool isOutput) {
   constexpr int kBufferBytes = 1 << 16;
   memory.position = 0;
-  auto* const buffer = static_cast<std::uint8_t*>(Made(av_malloc(kBufferBytes)));
-  return IoPtr(Made(avio_alloc_context(buffer, kBufferBytes, isOutput ? 1 : 0, &memory, ReadMemory,
-                                       WriteMemory, SeekMemory)));
+  auto* const buffer = static_cast<std::uint8_t*>(Allocated(av_malloc(kBufferBytes)));
+  return IoPtr(Allocated(avio_alloc_context(buffer, kBufferBytes, isOutput ? 1 : 0, &memory, ReadMemory,
+                                            WriteMemory, SeekMemory)));
 }
 
-/// Throws WorkError when the muxer refuses.
+/// Writes the packets as a file. Throws WorkError when the muxer refuses them.
 void WriteTrial(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets,
                 Memory& memory) {
   AVFormatContext* context = nullptr;
@@ -71,10 +71,10 @@ void WriteTrial(const AVFormatContext& output, const AVStream& stream, std::span
   const IoPtr io = OpenMemory(memory, true);
   context->pb = io.get();
   context->pb->seekable = output.pb->seekable;
-  Check(CopyParameters(stream, *Made(avformat_new_stream(context, nullptr))), "trial");
+  Check(CopyParameters(stream, *Allocated(avformat_new_stream(context, nullptr))), "trial");
   Check(avformat_write_header(context, nullptr), "trial");
   for (const PacketPtr& original : packets) {
-    const PacketPtr packet(Made(av_packet_clone(original.get())));
+    const PacketPtr packet(Allocated(av_packet_clone(original.get())));
     packet->stream_index = 0;
     av_packet_rescale_ts(packet.get(), stream.time_base, context->streams[0]->time_base);
     Check(av_interleaved_write_frame(context, packet.get()), "trial");
@@ -106,7 +106,7 @@ bool DecodesFrom(const AVFormatContext& output, const AVStream& stream, std::spa
     Memory memory;
     WriteTrial(output, stream, packets, memory);
     const IoPtr io = OpenMemory(memory, false);
-    AVFormatContext* context = Made(avformat_alloc_context());
+    AVFormatContext* context = Allocated(avformat_alloc_context());
     context->pb = io.get();
     Check(avformat_open_input(&context, nullptr, nullptr, nullptr), "trial");
     const InputPtr input(context);

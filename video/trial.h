@@ -4,6 +4,7 @@
 
 #include "video/av.h"
 
-/// True when a stream of sound that is copied into such a file decodes from there: some muxers take more than
-/// any reader can make sense of, some only where they can seek. `packets` are the stream's first ones.
+/// True when sound that is copied into a file of `output`'s format can be decoded from there. Some muxers
+/// accept codecs that no demuxer reads back, or that they can store only where they can seek. So `packets`,
+/// the stream's first ones, are written to memory and decoded.
 bool DecodesFrom(const AVFormatContext& output, const AVStream& stream, std::span<const PacketPtr> packets);

@@ -299,7 +299,7 @@ TEST(Element, DrainsHoldsOrDropsAsTheRulesSay) {
            {"0-7 interpolation=nearest | 8-19 | eos", "0-3 | 4-15 | 16-19 eos"},
            {"0-7 window=4 | 8-19 | eos", "0-3 | 4-17 | 18 19 eos", 2},
            {"0-7 crop=10 clip=crop | 8-19 | eos", "0-3 | 4-7 caps 8-11 | 12-19 eos", 8},
-           {"crop=10 clip=crop 0 1+ 2 | eos", "| caps segment 0 1 2 eos", 8},
+           {"crop=10 clip=crop 0 1+ 2 | eos", "caps | 0 1 2 eos", 8},
            {"0 1 custom-downstream 2+ 3 tag 4-10 custom-downstream 11 !12 | 13-15 eos",
             "0 1 custom-downstream 2+ 3 tag 4-10 custom-downstream 11 | !12 13-15 eos"}}) {
     Harness harness("window=8 crop=0");

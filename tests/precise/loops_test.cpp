@@ -217,7 +217,7 @@ TEST_F(LoopTwins, WarpPlanesAlongAnyLines) {
     const std::int32_t width = Any(4, round % 8 == 0 ? 900 : 150), height = Any(4, 40);
     const std::ptrdiff_t stride = std::ptrdiff_t{size} * (width + Any(0, 2)), last = stride * (height - 1);
     const bool isUpward = Any(0, 1) == 0;
-    AlikePlanes planes = {};
+    CositedPlanes planes = {};
     for (int i = 0; i < (round % 3 == 0 ? 2 : 1); ++i) {
       const auto samples = Source<std::uint8_t>(i, last + size * width, kFills[round % 5], 255);
       planes[static_cast<std::size_t>(i)] = {samples.data() + (isUpward ? last : 0),
