@@ -351,10 +351,8 @@ TEST(Element, NeverStarvesABoundedPool) {
 
 TEST(Element, RefusesInterlacedVideoAndRaisesBothLatencies) {
   Harness harness("window=8");
-  for (const auto& [more, isTaken] :
-       {std::pair{"", TRUE}, {",interlace-mode=interleaved", FALSE}, {",interlace-mode=mixed", FALSE}})
-    EXPECT_EQ(gst_pad_peer_query_accept_caps(harness.pads.srcpad, CapsOf(CapsText("I420", more)).get()),
-              isTaken);
+  const CapsPtr interlaced = CapsOf(CapsText("I420", ",interlace-mode=interleaved"));
+  EXPECT_FALSE(gst_pad_peer_query_accept_caps(harness.pads.srcpad, interlaced.get()));
   gst_pad_set_query_function(harness.pads.srcpad, [](GstPad*, GstObject*, GstQuery* query) -> gboolean {
     gst_query_set_latency(query, TRUE, kFrameTime, 3 * kFrameTime);
     return TRUE;

@@ -58,8 +58,7 @@ TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
   params.backgroundColor = {0xAA, 0x66, 0x33};
   const Outcome cropped = RunWords(
       "--size=101x90 --window=4 --rotation --quality 1 --roi 3,4,95,88 --crop 12,7 --clip crop "
-      "--interpolation nearest "
-      "--background 3366aa --frames 11",
+      "--interpolation nearest --background 3366aa --frames 11",
       input);
   EXPECT_EQ(cropped.code, 0) << cropped.messages;
   EXPECT_EQ(cropped.messages, "") << "no progress where there is no terminal";
