@@ -129,7 +129,6 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
            {"--roi 21,0,30,9", "outside the 21x15", good},
            // Refused because of the stream
            {"", "input is empty; YUV4MPEG2", "", 1},
-           {"", "--size", "RIFF", 1},
            {"", "--size", "YUV4MPEG", 1},
            {"", "no end", "YUV4MPEG2 W21 H15", 1},
            {"", "no end", size + "X" + std::string(2000, 'x') + "\n", 1},
@@ -176,11 +175,6 @@ TEST(Command, OverwritesAMotionFileOnlyWhenToldAndNeverItsOwnStreams) {
 }
 
 void Append(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
-
-/// The stream's first line, without the line break.
-std::string Head(const Bytes& stream) {
-  return {stream.begin(), std::ranges::find(stream, static_cast<std::uint8_t>('\n'))};
-}
 
 /// A stream that repeats one picture of noise; the second frame has parameters. `highByte` masks each second
 /// byte, to keep words of 9 to 16 bits in range.
@@ -243,7 +237,8 @@ TEST(Y4m, ChangesTheHeadsSizeWhereItCrops) {
     const Bytes input = StillStream("YUV4MPEG2 W25 H15 Xa F25:1 C" + tag, frameBytes, 3);
     const Outcome cropped = RunWords("--clip crop --crop " + margins, input);
     const std::string head = "YUV4MPEG2 " + sides + " Xa F25:1 C" + tag;
-    EXPECT_EQ(Head(cropped.output), head);
+    EXPECT_EQ(std::string(cropped.output.begin(), cropped.output.end()).substr(0, head.size() + 1),
+              head + '\n');
     EXPECT_EQ(cropped.output.size(), StillStream(head, croppedBytes, 3).size()) << head;
     const Outcome told = RunWords("--output-size --clip crop --crop " + margins, input);
     EXPECT_TRUE(std::ranges::equal(told.output, size + '\n')) << size;
