@@ -1,19 +1,8 @@
 #include "common/messagebox.h"
 
-#include <atomic>
 #include <cstdio>
 
-namespace {
-
-std::atomic<MessageBoxFunction> g_showMessage = MessageBoxA;
-
-}  // namespace
-
-MessageBoxFunction SetMessageBox(MessageBoxFunction function) { return g_showMessage.exchange(function); }
-
-void ShowErrorMessage(const char* text) {
-  g_showMessage.load()(nullptr, text, "Error", MB_OK | MB_ICONERROR);
-}
+void ShowErrorMessage(const char* text) { MessageBoxA(nullptr, text, "Error", MB_OK | MB_ICONERROR); }
 
 std::string DescribeError(HRESULT hr) {
   char text[512];

@@ -4,12 +4,6 @@
 
 #include <string>
 
-using MessageBoxFunction = int(WINAPI*)(HWND owner, const char* text, const char* caption, UINT style);
-
-/// Replaces the function that shows messages and returns the previous one. The initial one is the system's
-/// message box.
-MessageBoxFunction SetMessageBox(MessageBoxFunction function);
-
 /// Shows an error in a message box.
 void ShowErrorMessage(const char* text);
 

@@ -23,7 +23,7 @@ class MyAttributesCallback {
 /// An attribute store that notifies a callback of writes. Each write takes the store's lock. When the
 /// outermost lock is released after writes, the callback is called once. Deletions and reads do not take the
 /// lock and do not notify.
-class MyAttributes final : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
+class MyAttributes : private MediaFoundationSamples::BaseObject, public CRefCounted<IMFAttributes> {
  public:
   using CreateFunction = HRESULT(STDAPICALLTYPE*)(IMFAttributes** attributes, UINT32 initialSize);
 
@@ -82,11 +82,12 @@ class MyAttributes final : private MediaFoundationSamples::BaseObject, public CR
   STDMETHODIMP GetItemByIndex(UINT32 index, GUID* key, PROPVARIANT* value) override;
   STDMETHODIMP CopyAllItems(IMFAttributes* destination) override;
 
- private:
+ protected:
   explicit MyAttributes(Microsoft::WRL::ComPtr<IMFAttributes> attributes)
       : m_pAttributes(std::move(attributes)) {}
   ~MyAttributes() override = default;
 
+ private:
   template <class Function>
   HRESULT Write(Function write);
 

@@ -66,7 +66,7 @@ HRESULT CVKVStabilizeImpl::CreateStore() {
       MyAttributes::Create(m_createAttributes, static_cast<UINT32>(kSettingDefaults.size()), &m_pStore);
   if (FAILED(hr)) return hr;
   m_pStore->SetCallback(this);
-  // Readers get the store only after this, so they do not see it without items.
+  // Readers get the store only when its defaults are written, so they do not see it without items.
   hr = WriteDefaults(m_pStore.Get());
   m_pAttributes = m_pStore.Get();
   return hr;

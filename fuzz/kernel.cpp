@@ -1,39 +1,31 @@
-// Lives of the classic kernel at every table of loops in step, also where memory runs out.
+// Takes one kernel for each table of loops through the same calls, also where memory runs out, and compares
+// them.
 
 #include <memory>
 #include <tuple>
 
-#include "fuzz/limitedmemory.h"
 #include "fuzz/target.h"
 #include "kernel/frame.h"
 #include "kernel/stabilizevideokernel.h"
+#include "support/memory.h"
+#include "support/params.h"
 #include "support/scene.h"
 
 namespace {
 
-KernelParams ChooseParams(Choices& choices) {
+/// Any settings, of which one may be spoilt.
+KernelParams ChooseAnyParams(Choices& choices) {
   const std::int32_t most = choices.OneOf({30, 200, 30, 4, 400});
-  const std::int32_t width = choices.Number(1, most), height = choices.Number(1, most);
-  KernelParams params = {.width = width,
-                         .height = height,
-                         .roi = {0, 0, width, height},
-                         .estimationCoefficients = choices.Byte() % 3,
-                         .estimationQuality = choices.Byte() % 5,
-                         .gaussianWeights = choices.Number(-1, 1),
-                         .windowLength = choices.OneOf({4, 4, 8, 12, 6}),
-                         .backgroundColor = {17, 130, 243},
-                         .cropMarginX = choices.OneOf({0, choices.Number(-1, width / 2)}),
-                         .cropMarginY = choices.OneOf({0, choices.Number(-1, height / 2)}),
-                         .interpolation = choices.Byte() % 3,
-                         .clippingOption = choices.Byte() % 4};
-  if (choices.Once(3))
-    params.roi = {choices.Number(-1, width), choices.Number(-1, height), choices.Number(0, width + 1),
-                  choices.Number(0, height + 1)};
+  KernelParams params = ChooseParams(choices, choices.Number(1, most), choices.Number(1, most));
+  if (choices.Once(4))
+    *choices.OneOf({&params.cropMarginX, &params.cropMarginY, &params.windowLength, &params.roi.left,
+                    &params.roi.top, &params.roi.right, &params.roi.bottom}) = choices.Number(-1, most);
+  if (choices.Once(16)) params.clippingOption = 3;
   return params;
 }
 
 struct Life {
-  /// Runs the step for each kernel, within so much memory.
+  /// Runs a step of each kernel, within so much memory, and compares the kernels.
   template <class Step>
   void InStep(std::int64_t memory, const Step& step) {
     std::vector<bool> successes;
@@ -87,7 +79,7 @@ void Live(Choices& choices) {
     const std::uint32_t what = isFirst ? 0 : choices.Byte() % 32;
     const std::int64_t memory = choices.Once(4) ? choices.Number(0, 65535) * 16 : 1 << 30;
     if (what == 0) {
-      life.params = ChooseParams(choices);
+      life.params = ChooseAnyParams(choices);
       life.InStep(memory, [&](CStabilizeVideoKernel& kernel) { return kernel.Initialize(life.params); });
     } else if (what < 3) {
       life.InStep(memory, [&](CStabilizeVideoKernel& kernel) {

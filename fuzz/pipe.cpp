@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "fuzz/limitedmemory.h"
 #include "fuzz/target.h"
 #include "fuzz/texts.h"
 #include "host/command.h"
 #include "host/commandrun.h"
+#include "support/memory.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-// A stream through the precise engine: the scalar loops, the vector loops, and these with rows in pieces and
-// frames skipped, in step.
+// A stream through three precise engines in step: one with scalar loops, one with vector loops, and one more
+// with vector loops, rows in pieces and frames skipped.
 
 #include <algorithm>
 #include <cstring>
@@ -12,24 +12,6 @@
 
 namespace precise {
 namespace {
-
-/// Planes in blocks of their exact size, so that the sanitizers see what is read or written beside them.
-struct Planes {
-  explicit Planes(const PictureFormat& format, bool isBottomUp = false, std::uint8_t fill = 0) {
-    for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
-      const int plane = static_cast<int>(i);
-      const std::ptrdiff_t row = std::ptrdiff_t{format.PlaneWidth(plane)} * format.BytesPerSample();
-      bytes[i].resize(static_cast<std::size_t>(row * format.PlaneHeight(plane)), fill);
-      picture[i] = {bytes[i].data(), row};
-      if (isBottomUp) picture[i] = {&bytes[i].back() + 1 - row, -row};
-      constPicture[i] = {picture[i].data, picture[i].strideBytes};
-    }
-  }
-
-  std::array<std::vector<std::uint8_t>, kMaxPlanes> bytes;
-  Picture picture;
-  ConstPicture constPicture;
-};
 
 PictureFormat ChooseFormat(Choices& choices) {
   const std::int32_t most = choices.OneOf({40, 24, 40, 4, 40, 90, 24, 40, 24, 330});
@@ -64,24 +46,19 @@ Settings ChooseSettings(Choices& choices, const PictureFormat& format) {
   return settings;
 }
 
-/// What a camera takes, or what none would: noise, also of words that say too much, or a flat field.
-void Shoot(Choices& choices, const PictureFormat& format, Planes& planes) {
+/// A camera's picture, or what no camera takes: random bytes, also samples beyond their bits, or a flat
+/// field.
+void Shoot(Choices& choices, const PictureFormat& format, PlanarBuffer& buffer) {
   const std::uint32_t kind = choices.Byte() % 8;
   const Take take = {.pose = MakePose(choices.Number(-60, 60) / 8.0, choices.Number(-60, 60) / 8.0,
                                       choices.Number(-40, 40) / 10.0, choices.Number(90, 110) / 100.0),
                      .scene = choices.Once(6) ? 2U : 1U,
                      .gain = choices.OneOf({1.0, 1.0, 0.5}),
                      .noise = choices.OneOf({0.0, 0.0, 4.0})};
-  const PlanarFrame shot = kind < 5 ? ::Shoot(format, take) : PlanarFrame{};
-  for (std::size_t i = 0; i < static_cast<std::size_t>(format.planes); ++i) {
-    std::vector<std::uint8_t>& bytes = planes.bytes[i];
-    if (kind == 7) std::ranges::fill(bytes, static_cast<std::uint8_t>(choices.OneOf({0, 255, 128})));
-    if (kind == 5 || kind == 6) choices.Fill(bytes);
-    const auto step = static_cast<std::size_t>(format.BytesPerSample());
-    for (std::size_t k = 0; k < shot[i].size(); ++k) {
-      const auto sample = static_cast<std::uint16_t>(shot[i][k] << (format.bitsPerSample - 8));
-      std::memcpy(&bytes[k * step], &sample, step);
-    }
+  if (kind < 5) return buffer.Write(::Shoot(format, take));
+  for (std::vector<std::uint8_t>& bytes : buffer.bytes) {
+    if (kind == 7) std::ranges::fill(bytes, choices.OneOf<std::uint8_t>({0, 255, 128}));
+    if (kind < 7) choices.Fill(bytes);
   }
 }
 
@@ -102,17 +79,17 @@ void LiveInStep(Choices& choices) {
   const PictureFormat shown = OutputFormat(format, settings);
   CStabilizer scalar(format, settings, SimdLevel::Scalar), vector(format, settings),
       pieces(format, settings, SimdLevel::Avx2, Pieces(choices.Number(1, 40)));
-  std::deque<Planes> lent;
+  std::deque<PlanarBuffer> lent;
   const auto deliver = [&] {
     Require(vector.CanDeliver() == scalar.CanDeliver() && pieces.CanDeliver() == scalar.CanDeliver(),
             "engines deliver at the same time");
     if (!scalar.CanDeliver()) return false;
-    Planes expected(shown);
-    const FrameReport report = scalar.Deliver(expected.picture);
+    PlanarBuffer expected(shown);
+    const FrameReport report = scalar.Deliver(expected.View<std::uint8_t>());
     for (CStabilizer* const other : {&vector, &pieces}) {
       const bool skips = other == &pieces && !settings.keepBackground && choices.Once(8);
-      Planes actual(shown, false, 90);
-      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.picture);
+      PlanarBuffer actual(shown, false, 0, 90);
+      const FrameReport same = skips ? other->Skip() : other->Deliver(actual.View<std::uint8_t>());
       Require(std::memcmp(&report, &same, sizeof same) == 0, "reports are equal");
       Require(skips || expected.bytes == actual.bytes, "pictures are equal");
     }
@@ -121,7 +98,8 @@ void LiveInStep(Choices& choices) {
   };
   while (choices.AreLeft()) {
     Shoot(choices, format, lent.emplace_back(format, choices.Once(3)));
-    for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->Push(lent.back().constPicture);
+    for (CStabilizer* const engine : {&scalar, &vector, &pieces})
+      engine->Push(lent.back().View<const std::uint8_t>());
     deliver();
   }
   for (CStabilizer* const engine : {&scalar, &vector, &pieces}) engine->End();

@@ -1,6 +1,5 @@
 #include "gst/properties.h"
 
-#include <array>
 #include <cstdio>
 #include <string>
 

@@ -286,7 +286,7 @@ GstFlowReturn CStabilizerElement::Take(BufferPtr frame) {
   });
   if (!isDone) return GST_FLOW_ERROR;
   if (!isTaken) {
-    GST_ELEMENT_ERROR(&m_base, STREAM, FORMAT, ("A buffer holds no frame of the size that its caps tell."),
+    GST_ELEMENT_ERROR(&m_base, STREAM, FORMAT, ("A buffer does not hold a frame as its caps describe it."),
                       (nullptr));
     return GST_FLOW_ERROR;
   }

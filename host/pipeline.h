@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -28,8 +27,8 @@ class Pipeline {
 /// Makes a pipeline with the classic engine, for raw frames. Throws WorkError, UsageError and std::bad_alloc.
 std::unique_ptr<Pipeline> MakeClassicPipeline(const Options& options, std::FILE* input, std::FILE* output);
 
-/// Makes a pipeline with the precise engine, for YUV4MPEG2, and reads the input's head. Throws WorkError and
-/// UsageError.
+/// Makes a pipeline with the precise engine, for YUV4MPEG2, and reads the input's head. Throws WorkError,
+/// UsageError and std::bad_alloc.
 std::unique_ptr<Pipeline> MakePrecisePipeline(const Options& options, std::FILE* input, std::FILE* output);
 
 /// The size of output frames. For the precise engine this reads the input's head. Throws WorkError and

@@ -31,8 +31,8 @@ struct GaussianPyramidCalcParams {
 std::vector<GaussianPyramidCalcParams> MakePyramid(std::int32_t width, std::int32_t height,
                                                    std::size_t finestKept = 0);
 
-/// Makes the current planes the previous ones and fills new current planes from the region `roi` of the
-/// frame, which has the size of level 0. Also copies the whole frame to `copy`, so that its bytes are read
-/// from memory once.
+/// Makes the current planes the previous ones and fills new current planes from the region `roi`, which lies
+/// inside the frame and has the size of level 0. Also copies the whole frame to `copy`, so that its bytes are
+/// read from memory once.
 void BuildPyramid(std::vector<GaussianPyramidCalcParams>& levels, const std::uint8_t* pixels,
                   const FrameGeometry& frame, const Rect& roi, std::uint8_t* copy, const KernelOps& ops);

@@ -1,3 +1,4 @@
+#include "kernel/frame.h"
 #include "kernel/loops_avx2_sampling.h"
 
 // Warps along lines of any slope that advance by at most one source column per column. A step makes eight

@@ -46,7 +46,7 @@ void AddProducts(__m256i& sums, __m256i a, __m256i b) {
   sums = _mm256_add_epi32(sums, _mm256_madd_epi16(a, b));
 }
 
-/// Ones in the last `count` of 16 lanes, zeros in the others.
+/// A mask: all bits are 1 in the last `count` of 16 lanes, and 0 in the others.
 __m256i LastLanes(std::int32_t count) {
   static constexpr std::int16_t kMasks[32] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
                                               -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};

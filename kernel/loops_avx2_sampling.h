@@ -1,6 +1,5 @@
 #pragma once
 
-#include "kernel/frame.h"
 #include "kernel/loops.h"
 #include "kernel/loops_avx2.h"
 

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "kernel/frame.h"
 #include "kernel/loops_avx2_sampling.h"
 
 // Samples along lines that advance by nearly one source column per column and stay nearly in one row. Cameras

@@ -208,11 +208,11 @@ class RotatedRows {
   const KernelOps& m_ops;
 };
 
-/// The columns of one row of `comparable` at which the rotated planes have a source.
+/// The columns of `comparable` that count in one row at displacement (x, y).
 ColumnRun ComparableColumns(const Rect& comparable, std::span<const RotationScratch::RowRuns> usable,
                             std::int32_t row, std::int32_t x, std::int32_t y) {
-  // A sample counts only if the rotated planes also have a source one sample further in the direction of the
-  // displacement, on both axes. The direction of zero is negative.
+  // A sample counts if the rotated planes have a source one sample beyond its displaced position: further in
+  // the direction of the displacement, on both axes. The direction of zero is negative.
   const std::int32_t outwardX = x > 0 ? x + 1 : x - 1;
   const std::int32_t outwardY = y > 0 ? y + 1 : y - 1;
   const RotationScratch::RowRuns& runs = usable[static_cast<std::size_t>(row + outwardY)];

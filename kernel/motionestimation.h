@@ -30,7 +30,7 @@ struct RotationScratch {
 
 /// The samples of a `width` × `height` level that can be compared at displacement (x, y): the displaced
 /// sample and its neighbours lie inside the plane, clear of its borders. The result is in plane columns and
-/// rows.
+/// rows. Where there are none, `left` is not below `right`, or `top` not below `bottom`.
 Rect ComparableSamples(std::int32_t width, std::int32_t height, std::int64_t x, std::int64_t y);
 
 /// The finest level that the estimation reaches: level 1 for quality value 2, level 2 for 3, otherwise level

@@ -33,7 +33,9 @@ struct ImageParameters {
   /// The same for media types and stream descriptions, limited to UINT32_MAX.
   std::uint32_t SampleBytes(std::uint32_t frameWidth, std::uint32_t frameHeight) const;
 
-  /// Reads the parameters of `type`. A missing frame size or format block gives 0. Without MF_MT_SAMPLE_SIZE,
-  /// `sampleSize` keeps the value from the type before; if that is 0, it is computed.
+  /// Reads the parameters of `type`. Without a frame size, `width` and `height` become 0. Without a format
+  /// block, `BitsImage` becomes 0 and `sampleSize` keeps the value from the type before. With one,
+  /// `sampleSize` is MF_MT_SAMPLE_SIZE, or keeps its value where that is missing; if it is 0 then, it becomes
+  /// the image size of the format block, or if that is 0, too, is computed.
   void Read(IMFMediaType* type);
 };

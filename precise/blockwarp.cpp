@@ -5,8 +5,8 @@
 
 #include "precise/columns.h"
 
-// A block is up to 256 columns of all output rows. It is made row by row, and a row piece by piece. A strip
-// is kStep columns of a block: what one step makes of each row.
+// A block is up to 256 columns of the rows of one call. It is made row by row, and a row piece by piece. A
+// strip is kStep columns of a block: what one step makes of each row.
 //
 //   WarpBlocks      for each block: the extent of its source, WideBlock::Load, then its rows
 //   Strips          WarpRow: for each piece of a row; WarpPiece: for each strip that the piece touches
@@ -65,7 +65,7 @@ class WideBlock {
   static constexpr std::int32_t kPitch = kStep + kColumns + 2 * kStep;
 
   /// False where the extent is larger than a block may be, has less than a step of the plane's columns, or
-  /// reaches more than a step beyond its sides.
+  /// reaches more than a step beyond the plane's left or right side.
   bool Load(const CositedPlanes& planes, const Extent& extent) {
     m_left = extent.left;
     m_top = extent.top;
@@ -336,8 +336,8 @@ class Strips {
       return kept.down;
     }
     if (y - kept.first >= kept.size) {
-      // How far the lanes have come in their phases. All stay in them while y falls by no more than the
-      // least, or rises by less than the most lacks of a whole phase.
+      // How far each lane is above the start of its phase. All lanes keep their phases until y falls by more
+      // than the smallest of these, or rises so far that the largest becomes a whole phase.
       const Uint32s rest = hn::Set(kUint32s, static_cast<std::uint32_t>(kOnePhase - 1));
       const Both<Uint32s> rests = {hn::And(fractions[0], rest), hn::And(fractions[1], rest)};
       const std::uint32_t least = hn::GetLane(hn::MinOfLanes(kUint32s, hn::Min(rests[0], rests[1])));

@@ -17,7 +17,7 @@
 // Each lane reads its taps in pairs: `Taps::Pairs<k>` holds the taps k and k + 1 of its column as two 16-bit
 // lanes. UnitColumns advance by one source sample a column. So their pairs are what memory holds: vector 0
 // loads samples 0 1, 2 3, 4 5 …, and vector 1 loads 1 2, 3 4, 5 6 …. DenseColumns advance by less, and
-// shuffle their pairs out of the eight samples that begin at each block's first column.
+// shuffle their pairs out of eight samples for each block, from the first tap of its first column on.
 //
 // A pass over four taps is then two multiplications of pairs by pairs of weights. The second pass pairs rows:
 //

@@ -15,7 +15,7 @@ inline constexpr int kFirstPassShift = kWeightBits - 4, kSecondPassShift = kWeig
 inline constexpr std::int32_t kHalfOfFirstPass = 1 << (kFirstPassShift - 1),
                               kHalfOfSecondPass = 1 << (kSecondPassShift - 1);
 
-/// Brightness is 0 … 1024, so white of 8 bits is 255 · 4.
+/// Brightness is 0 … 1024, in quarters of an 8-bit step: white of 8 bits is 255 · 4.
 inline constexpr int kBrightnessBits = 10;
 
 /// A phase is a position between two samples, in 1/256 of their distance.

@@ -151,7 +151,8 @@ Similarity CMotionEstimator::SearchShift(const View& view, std::int32_t cap) con
   return {.shift = best};
 }
 
-/// Refines each start: no motion, the guesses, the best shift of the search. Returns the one that fits best.
+/// Refines each start: no motion, the guesses, the best shift of the search. Returns the one that fits best;
+/// a later one counts as better only if it is clearly so.
 CMotionEstimator::Alignment CMotionEstimator::BestStart(const View& view,
                                                         std::span<const Similarity> guesses) {
   const double cap = std::max(2 * Spread(*view.earlier, view.region), 8.0);
@@ -287,7 +288,8 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
   return Length({step[kShiftX], step[kShiftY]}) + Length({step[kRoll], step[kZoom]});
 }
 
-/// Makes up to `steps` steps, the first `shiftSteps` of them with shift alone, until one is small.
+/// Makes up to `steps` steps, the first `shiftSteps` of them with shift alone. Ends earlier where the motion
+/// becomes implausible, or after a small step of all unknowns.
 void CMotionEstimator::Refine(const View& view, Alignment& alignment, int steps, int shiftSteps) {
   for (int i = 0; i < steps && IsPlausible(alignment.map, 2 * view.radius * view.scale); ++i)
     if (Step(view, alignment, i < shiftSteps) < kSmallestStep && i >= shiftSteps) return;

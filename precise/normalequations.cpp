@@ -6,7 +6,7 @@
 namespace precise {
 
 void NormalEquations::AddCell(const CellSums& sums, Complex middle, double radius, double pixelAspect) {
-  // The sums hold differences over two samples. These factors make them gradients by sample height.
+  // The sums hold differences over two samples. These factors make them gradients per sample height.
   const double x = 0.5 / pixelAspect, y = 0.5;
   const double xx = sums.xx * x * x, xy = sums.xy * x * y, yy = sums.yy * y * y;
   const double xb = sums.xb * x, yb = sums.yb * y, xOne = sums.x * x, yOne = sums.y * y;

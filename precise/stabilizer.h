@@ -25,9 +25,9 @@ struct Region {
 
 struct Settings {
   std::int32_t window = 32;  ///< frames that the path is smoothed over: even, 2 to 256
-  /// Margins at each side, in luma samples; something must be left between them. With `Stretch` or `Crop`,
-  /// and both above 0 (with `Crop`: a whole chroma sample), every pixel shown comes from the frame. Otherwise
-  /// edges may show.
+  /// Margins at each side, in luma samples; something must be left between them. Every pixel shown comes from
+  /// the frame with `Stretch` if both margins are above 0, and with `Crop` if both hold a whole chroma
+  /// sample. Otherwise edges may show.
   double marginX = 0, marginY = 0;
   Clipping clipping = Clipping::Stretch;
   Interpolation interpolation = Interpolation::Bicubic;

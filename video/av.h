@@ -22,7 +22,7 @@ extern "C" {
 
 // Owners of the objects of FFmpeg's libraries, and the texts of their errors.
 
-/// Deleter for functions that free an object and clear the pointer to it.
+/// Deleter that calls a function which frees an object and clears the pointer to it.
 template <auto free>
 struct Freer {
   template <class T>

@@ -50,7 +50,7 @@ namespace fs = std::filesystem;
 [[noreturn]] void RefuseOneTarget(const std::string& one, const std::string& other,
                                   const std::string& target) {
   throw UsageError("both " + one + " and " + other + " would be written to " + target +
-                   "; give them one at a time");
+                   "; write them into different folders");
 }
 
 /// The output of each input, in the folder of --into. Throws WorkError when there is no such folder, and
@@ -58,7 +58,7 @@ namespace fs = std::filesystem;
 std::vector<std::string> PlanTargets(const Options& options) {
   if (!fs::is_directory(options.folder)) throw WorkError("no such folder: " + options.folder);
   if (!options.motionFile.empty() && options.files.size() > 1)
-    throw UsageError("--motion: one file cannot hold the motion of several");
+    throw UsageError("--motion: one file cannot hold the motion of several clips");
   std::vector<std::string> targets;
   std::map<std::string, std::string> sources;
   for (const std::string& file : options.files) {

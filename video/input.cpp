@@ -1,8 +1,7 @@
 #include "video/input.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <cmath>
 #include <filesystem>
 #include <iterator>
 

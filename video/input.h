@@ -19,7 +19,7 @@ class Input {
   AVFormatContext& Format() const { return *m_pFormat; }
   AVStream& Picture() const { return *m_pPicture; }
 
-  /// Reads the next packet of any stream; false at the end. Its times count from OriginIn.
+  /// Reads the next packet of any stream; false at the end. Its times count from the clip's origin.
   bool Read(AVPacket& packet);
 
   /// False for a pipe.

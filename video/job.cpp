@@ -233,7 +233,7 @@ void Job::SetUp(const AVFrame& first) {
     m_notes.Tell("this format has a fixed rate: each picture moves to the nearest of " +
                  Tenths(av_q2d(encoder.framerate)) + " ticks a second");
   m_progress.emplace(m_pTerminal, m_range.ExpectedPictures(), m_pTerminal != nullptr);
-  // The engine needs one less than it holds. The deinterlacer gets two more.
+  // The lead-in: the engine's delay, one less than the frames held, and two pictures for a deinterlacer.
   if (!m_readsAll) m_range.Skip(m_input, static_cast<std::size_t>(plan.stabilizer.framesHeld) + 1);
 }
 
@@ -349,12 +349,12 @@ void Job::Close() {
                  " is damaged; pictures skipped or mended: " + std::to_string(m_decoder.DamageCount()));
   if (m_changesSize)
     m_notes.Warn("the size of the pictures changes in " + m_input.FileName() +
-                 "; all were scaled to the first one's, " + std::to_string(m_width) + 'x' +
+                 "; all were scaled to the size of the first, " + std::to_string(m_width) + 'x' +
                  std::to_string(m_height));
   std::string leftOut;
   for (const std::string& text : m_leftOut) leftOut += (leftOut.empty() ? "left out: " : ", ") + text;
   if (m_stages->prepare.Deinterlaces())
-    m_notes.Tell("the clip is interlaced: each frame was made of both its fields");
+    m_notes.Tell("the clip is interlaced: each frame became a progressive one, made of both its fields");
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - m_start;
   if (m_notes.IsVerbose())
     m_notes.Tell("wrote " + m_output.FileName() + ": " + std::to_string(m_frames) + " frames in " +

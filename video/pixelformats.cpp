@@ -1,10 +1,11 @@
 #include "video/pixelformats.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <utility>
 #include <vector>
+
+#include "precise/stabilizer.h"
 
 namespace {
 

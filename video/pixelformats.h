@@ -3,7 +3,7 @@
 #include <optional>
 #include <span>
 
-#include "host/settings.h"
+#include "precise/picture.h"
 #include "video/av.h"
 
 // What the libraries' pixel formats are: their layout in memory, their range, and which is nearest to

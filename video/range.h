@@ -30,7 +30,7 @@ class Range {
   /// False when the lead-in turned out too short, because Skip dropped packets that the decoder needed.
   bool Place(AVFrame& picture);
 
-  /// True for times of the picture's stream that lie so far or farther behind the range's end.
+  /// True when `time`, in the picture's time base, is the range's end plus `milliseconds`, or later.
   bool IsBehind(std::int64_t time, std::int64_t milliseconds = 0) const;
 
   /// True once the range's first picture is known.

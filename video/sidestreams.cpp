@@ -7,7 +7,6 @@
 #include <map>
 #include <string_view>
 
-#include "host/workerror.h"
 #include "video/input.h"
 #include "video/output.h"
 #include "video/soundencoder.h"

@@ -1,7 +1,6 @@
 #include "video/streamcopy.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include "video/input.h"
 #include "video/output.h"

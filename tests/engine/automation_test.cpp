@@ -21,10 +21,14 @@ struct Documentation {
   std::wstring name, help;
 };
 
-/// What a type or one of its members is called, and what is said of it.
-Documentation DocumentationOf(ITypeInfo* info, MEMBERID member = MEMBERID_NIL) {
-  BSTR name = nullptr, help = nullptr;
-  EXPECT_EQ(info->GetDocumentation(member, &name, &help, nullptr, nullptr), S_OK);
+/// What a library, a type or a member is called, and what is said of it. None has more help than that.
+template <class Described>
+Documentation DocumentationOf(Described* described, LONG member = MEMBERID_NIL) {
+  BSTR name = nullptr, help = nullptr, helpFile = nullptr;
+  DWORD context = 99;
+  EXPECT_EQ(described->GetDocumentation(member, &name, &help, &context, &helpFile), S_OK);
+  EXPECT_EQ(context, 0U);
+  EXPECT_EQ(Take(helpFile), L"");
   return {Take(name), Take(help)};
 }
 
@@ -126,11 +130,8 @@ TEST_F(TypeLibrary, DeclaresItsTypesAndNothingElse) {
   EXPECT_EQ(attributes->wMinorVerNum, 0);
   EXPECT_EQ(attributes->lcid, 0x409U);
   m_pLibrary->ReleaseTLibAttr(attributes);
-  BSTR name = nullptr, help = nullptr, helpFile = nullptr;
-  ASSERT_EQ(m_pLibrary->GetDocumentation(-1, &name, &help, nullptr, &helpFile), S_OK);
-  EXPECT_EQ(Take(name), L"VKFVStabilizeLib");
-  EXPECT_EQ(Take(help), L"Varkon MF Video Stabilizer Library");
-  EXPECT_EQ(Take(helpFile), L"");
+  const auto [name, help] = DocumentationOf(m_pLibrary.Get());
+  EXPECT_EQ(name + L": " + help, L"VKFVStabilizeLib: Varkon MF Video Stabilizer Library");
 
   std::set<std::wstring> types;
   for (UINT i = 0; i < m_pLibrary->GetTypeInfoCount(); ++i) {
@@ -185,37 +186,32 @@ TEST_F(TypeLibrary, DeclaresTheInterfacesMemberByMember) {
   ExpectInterface(__uuidof(IVKFVStabilize), L"IVKFVStabilize1", second);
 }
 
-class Automation : public EngineTest {
+class Automation : public FacadeTest {
  protected:
-  /// Calls a member by name as a script does.
-  HRESULT Call(const wchar_t* name, WORD kind, VARIANT* argument, VARIANT* result) {
-    DISPID id = DISPID_UNKNOWN;
+  /// Calls a member by name as a script does; `value` is what is put, or receives what is got.
+  HRESULT Call(const wchar_t* name, WORD kind, VARIANT* value = nullptr) {
+    DISPID id = DISPID_UNKNOWN, put = DISPID_PROPERTYPUT;
     LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
     const HRESULT hr = m_pFacade->GetIDsOfNames(IID_NULL, names, 1, 0x409, &id);
     if (FAILED(hr)) return hr;
-    DISPID put = DISPID_PROPERTYPUT;
-    DISPPARAMS parameters = {argument, nullptr, argument ? 1U : 0U, 0};
-    if (kind == DISPATCH_PROPERTYPUT) {
-      parameters.rgdispidNamedArgs = &put;
-      parameters.cNamedArgs = 1;
-    }
-    return m_pFacade->Invoke(id, IID_NULL, 0x409, kind, &parameters, result, nullptr, nullptr);
+    const UINT arguments = kind == DISPATCH_PROPERTYPUT ? 1 : 0;
+    DISPPARAMS parameters = {value, &put, arguments, arguments};
+    return m_pFacade->Invoke(id, IID_NULL, 0x409, kind, &parameters, arguments ? nullptr : value, nullptr,
+                             nullptr);
   }
 
-  HRESULT Put(const wchar_t* name, VARTYPE type, LONG value) {
-    VARIANT argument = {};
-    argument.vt = type;
-    argument.lVal = value;
-    return Call(name, DISPATCH_PROPERTYPUT, &argument, nullptr);
+  HRESULT Put(const wchar_t* name, VARTYPE type, LONG number) {
+    VARIANT value = {};
+    value.vt = type;
+    value.lVal = number;
+    return Call(name, DISPATCH_PROPERTYPUT, &value);
   }
 
   LONG Get(const wchar_t* name) {
-    VARIANT result = {};
-    EXPECT_EQ(Call(name, DISPATCH_PROPERTYGET, nullptr, &result), S_OK) << name;
-    return result.vt == VT_BOOL ? result.boolVal : result.lVal;
+    VARIANT value = {};
+    EXPECT_EQ(Call(name, DISPATCH_PROPERTYGET, &value), S_OK) << name;
+    return value.vt == VT_BOOL ? value.boolVal : value.lVal;
   }
-
-  ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade();
 };
 
 TEST_F(Automation, WorksByNameWithoutRegistration) {
@@ -229,12 +225,12 @@ TEST_F(Automation, WorksByNameWithoutRegistration) {
   EXPECT_EQ(Put(L"UseAdvancedEngine", VT_BOOL, VARIANT_TRUE), S_OK);
   EXPECT_EQ(Get(L"UseAdvancedEngine"), VARIANT_TRUE);
   EXPECT_HRESULT_FAILED(Put(L"AdvancedEngineAvailable", VT_BOOL, VARIANT_TRUE));
-  EXPECT_EQ(Call(L"SaveAttributes", DISPATCH_METHOD, nullptr, nullptr), S_OK);
-  EXPECT_EQ(Call(L"ResetToDefaults", DISPATCH_METHOD, nullptr, nullptr), S_OK);
+  EXPECT_EQ(Call(L"SaveAttributes", DISPATCH_METHOD), S_OK);
+  EXPECT_EQ(Call(L"ResetToDefaults", DISPATCH_METHOD), S_OK);
   EXPECT_EQ(Get(L"ROIRight"), 10000);
-  EXPECT_EQ(Call(L"LoadAttributes", DISPATCH_METHOD, nullptr, nullptr), S_OK);
+  EXPECT_EQ(Call(L"LoadAttributes", DISPATCH_METHOD), S_OK);
   EXPECT_EQ(Get(L"ROIRight"), 123);
-  EXPECT_EQ(Call(L"Sharpness", DISPATCH_PROPERTYGET, nullptr, nullptr), DISP_E_UNKNOWNNAME);
+  EXPECT_EQ(Call(L"Sharpness", DISPATCH_PROPERTYGET), DISP_E_UNKNOWNNAME);
 }
 
 TEST_F(Automation, HandsOutTheTypeInformationOfTheNewerInterface) {

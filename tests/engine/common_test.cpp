@@ -1,56 +1,13 @@
 #include "common/messagebox.h"
 #include "common/module.h"
-#include "common/registrykey.h"
 #include "common/typelibrary.h"
 #include "testenvironment.h"
 
+extern "C" decltype(&RegisterTypeLib) __imp_RegisterTypeLib;
+
 namespace {
 
-std::string g_message;
-std::string g_trace;
-
-/// Keeps messages and traces instead of showing them.
-class CommonTest : public EngineTest {
- protected:
-  CommonTest() {
-    g_message = g_trace = {};
-    m_showBefore = SetMessageBox([](HWND, const char* text, const char* caption, UINT) {
-      g_message = std::string(caption) + ": " + text;
-      return IDOK;
-    });
-    static constexpr DebugReporter kKeeper = {[](const char*, const char*) {},
-                                              [](const char* text) { g_trace = text; }};
-    m_pReporterBefore = SetDebugReporter(&kKeeper);
-  }
-  ~CommonTest() override {
-    SetMessageBox(m_showBefore);
-    SetDebugReporter(m_pReporterBefore);
-    g_message = g_trace = {};
-    g_message.shrink_to_fit();
-    g_trace.shrink_to_fit();
-  }
-
- private:
-  MessageBoxFunction m_showBefore;
-  const DebugReporter* m_pReporterBefore;
-};
-
-TEST_F(CommonTest, RegistryValuesAreReadWithTheirTypeOnly) {
-  constexpr char kName[] = "SOFTWARE\\Varkon Systems, Inc.\\Test";
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ));
-  CRegistryKey key;
-  EXPECT_EQ(key.Create(HKEY_CURRENT_USER, kName, KEY_READ | KEY_WRITE), ERROR_SUCCESS);
-  EXPECT_EQ(key.SetText("name", "value"), ERROR_SUCCESS);
-  EXPECT_EQ(key.SetText("name", nullptr), ERROR_INVALID_PARAMETER);
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "none", RRF_RT_REG_SZ));
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_BINARY));
-  const auto text = ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ);
-  ASSERT_TRUE(text);
-  EXPECT_STREQ(reinterpret_cast<const char*>(text->data()), "value");
-  const char* const expanded = "%PATH%";
-  ASSERT_EQ(key.SetData("name", REG_EXPAND_SZ, std::as_bytes(std::span(expanded, 7))), ERROR_SUCCESS);
-  EXPECT_FALSE(ReadRegistryValue(HKEY_CURRENT_USER, kName, "name", RRF_RT_REG_SZ));
-}
+class CommonTest : public EngineTest {};
 
 TEST_F(CommonTest, FindsTheModuleItsVersionAndItsHelp) {
   EXPECT_EQ(CurrentModule(), GetModuleHandleA(nullptr));
@@ -58,6 +15,11 @@ TEST_F(CommonTest, FindsTheModuleItsVersionAndItsHelp) {
   ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &path), S_OK);
   EXPECT_GT(ReadFileVersion(path.c_str()).value_or(0), 0U);
   EXPECT_EQ(GetModulePath(reinterpret_cast<HMODULE>(0x10000), &path), E_FAIL);
+  for (const DWORD length : {MAX_PATH - 1, MAX_PATH}) {
+    const Replaced<__imp_GetModuleFileNameA> longPath([&](HMODULE, char*, DWORD) { return length; });
+    EXPECT_EQ(GetModulePath(nullptr, &path), length < MAX_PATH ? S_OK : E_FAIL) << "truncated";
+    EXPECT_EQ(path.size(), length % MAX_PATH);
+  }
 
   std::wstring wide;
   ASSERT_EQ(GetModulePath(CurrentModule(), &wide), S_OK);
@@ -73,24 +35,33 @@ TEST_F(CommonTest, FindsTheModuleItsVersionAndItsHelp) {
 }
 
 TEST_F(CommonTest, RegistersTheTypeLibraryAndSaysWhyNot) {
+  std::string message, path;
+  const Replaced<__imp_MessageBoxA> box([&](HWND, const char* text, const char* caption, UINT) {
+    message = std::string(caption) + ": " + text;
+    return IDOK;
+  });
   EXPECT_EQ(RegisterModuleTypeLibrary(CurrentModule(), true), S_OK);
-  EXPECT_EQ(g_message, "");
-  const GUID library = settingskeys::EngineKey(0xE2B6EDDB);
-  EXPECT_EQ(UnRegisterTypeLib(library, 1, 0, 0x409, SYS_WIN64), S_OK);
+  EXPECT_EQ(message, "");
+  EXPECT_EQ(UnRegisterTypeLib(settingskeys::EngineKey(0xE2B6EDDB), 1, 0, 0x409, SYS_WIN64), S_OK);
 
   const HMODULE without = GetModuleHandleA("kernel32.dll");
-  std::string path;
   ASSERT_EQ(GetModulePath(without, &path), S_OK);
   const HRESULT hr = RegisterModuleTypeLibrary(without, false);
   EXPECT_HRESULT_FAILED(hr);
-  EXPECT_EQ(g_message, "") << "messages were not wanted";
+  EXPECT_EQ(message, "") << "messages were not wanted";
   EXPECT_EQ(RegisterModuleTypeLibrary(without, true), hr);
-  EXPECT_EQ(g_message, "Error: Failed " + DescribeError(hr) + " to register type library: " + path);
+  EXPECT_EQ(message, "Error: Failed " + DescribeError(hr) + " to register type library: " + path);
   char trace[128];
   std::snprintf(trace, sizeof trace, "\nRegisterModuleTypeLibrary: LoadTypeLib failed 0x%08x",
                 static_cast<unsigned>(hr));
-  EXPECT_EQ(g_trace, trace);
+  EXPECT_EQ(m_traces, std::vector<std::string>(2, trace));
   EXPECT_EQ(DescribeError(static_cast<HRESULT>(0x8ABCDEF0)), "0x8abcdef0");
+
+  const Replaced<__imp_RegisterTypeLib> refused([](auto...) { return TYPE_E_REGISTRYACCESS; });
+  EXPECT_EQ(RegisterModuleTypeLibrary(CurrentModule(), true), TYPE_E_REGISTRYACCESS);
+  ASSERT_EQ(GetModulePath(CurrentModule(), &path), S_OK);
+  EXPECT_EQ(message, "Error: Failed to register type library: " + path);
+  EXPECT_EQ(m_traces.back(), "\nRegisterModuleTypeLibrary: RegisterTypeLib failed 0x8002801c");
 }
 
 }  // namespace

@@ -15,68 +15,34 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// A store whose items read 1 but for one, and whose writes can be made to fail.
-class FailingAttributes final : public IMFAttributes {
+/// A store whose writes can be made to fail, and whose next read can be followed by a call.
+class ScriptedAttributes final : public MyAttributes {
  public:
-  static HRESULT STDAPICALLTYPE Create(IMFAttributes** attributes, UINT32) {
-    static FailingAttributes store;
-    *attributes = &store;
-    return S_OK;
-  }
-  /// How many more writes succeed.
   static inline int writesLeft = 0;
-
-  /// Comes after the next read.
   static inline std::function<void()> onRead;
 
-  STDMETHODIMP GetUINT32(REFGUID key, UINT32* value) override {
-    *value = key != VKVSTAB_ATTR_USE_ADVANCED_ENGINE;
-    if (const auto call = std::exchange(onRead, nullptr)) call();
-    return S_OK;
+  static HRESULT STDAPICALLTYPE Create(IMFAttributes** attributes, UINT32 size) {
+    ComPtr<IMFAttributes> inner;
+    const HRESULT hr = MFCreateAttributes(&inner, size);
+    *attributes = new ScriptedAttributes(inner);
+    return hr;
   }
-  STDMETHODIMP SetUINT32(REFGUID, UINT32) override { return writesLeft-- > 0 ? S_OK : E_ACCESSDENIED; }
 
-  STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-  STDMETHODIMP_(ULONG) Release() override { return 1; }
-  STDMETHODIMP GetItem(REFGUID, PROPVARIANT*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetItemType(REFGUID, MF_ATTRIBUTE_TYPE*) override { return E_NOTIMPL; }
-  STDMETHODIMP CompareItem(REFGUID, REFPROPVARIANT, BOOL*) override { return E_NOTIMPL; }
-  STDMETHODIMP Compare(IMFAttributes*, MF_ATTRIBUTES_MATCH_TYPE, BOOL*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetUINT64(REFGUID, UINT64*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetDouble(REFGUID, double*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetGUID(REFGUID, GUID*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetStringLength(REFGUID, UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetString(REFGUID, WCHAR*, UINT32, UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetAllocatedString(REFGUID, WCHAR**, UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetBlobSize(REFGUID, UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetBlob(REFGUID, UINT8*, UINT32, UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetAllocatedBlob(REFGUID, UINT8**, UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetUnknown(REFGUID, REFIID, void**) override { return E_NOTIMPL; }
-  STDMETHODIMP SetItem(REFGUID, REFPROPVARIANT) override { return E_NOTIMPL; }
-  STDMETHODIMP DeleteItem(REFGUID) override { return E_NOTIMPL; }
-  STDMETHODIMP DeleteAllItems() override { return E_NOTIMPL; }
-  STDMETHODIMP SetUINT64(REFGUID, UINT64) override { return E_NOTIMPL; }
-  STDMETHODIMP SetDouble(REFGUID, double) override { return E_NOTIMPL; }
-  STDMETHODIMP SetGUID(REFGUID, REFGUID) override { return E_NOTIMPL; }
-  STDMETHODIMP SetString(REFGUID, LPCWSTR) override { return E_NOTIMPL; }
-  STDMETHODIMP SetBlob(REFGUID, const UINT8*, UINT32) override { return E_NOTIMPL; }
-  STDMETHODIMP SetUnknown(REFGUID, IUnknown*) override { return E_NOTIMPL; }
-  STDMETHODIMP LockStore() override { return E_NOTIMPL; }
-  STDMETHODIMP UnlockStore() override { return E_NOTIMPL; }
-  STDMETHODIMP GetCount(UINT32*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetItemByIndex(UINT32, GUID*, PROPVARIANT*) override { return E_NOTIMPL; }
-  STDMETHODIMP CopyAllItems(IMFAttributes*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetUINT32(REFGUID key, UINT32* value) override {
+    const HRESULT hr = MyAttributes::GetUINT32(key, value);
+    if (const auto call = std::exchange(onRead, nullptr)) call();
+    return hr;
+  }
+  STDMETHODIMP SetUINT32(REFGUID key, UINT32 value) override {
+    return writesLeft-- > 0 ? MyAttributes::SetUINT32(key, value) : E_ACCESSDENIED;
+  }
+
+ private:
+  explicit ScriptedAttributes(ComPtr<IMFAttributes> inner) : MyAttributes(std::move(inner)) {}
 };
 
-class Facade : public EngineTest {
+class Facade : public FacadeTest {
  protected:
-  UINT32 Item(const GUID& key) const {
-    UINT32 value = 0xDEAD;
-    EXPECT_EQ(m_pFacade->Attributes()->GetUINT32(key, &value), S_OK);
-    return value;
-  }
-
   /// Feeds a frame; 1 when a frame comes out, 0 when none does yet, -1 on failure.
   int Feed() {
     Bytes frame(16 * 3 * 12);
@@ -92,16 +58,11 @@ class Facade : public EngineTest {
     return -1;
   }
 
-  CallbackCounter m_callback;
-  ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade(&m_callback);
+  StabilizerSettings Snapshot() const {
+    unsigned version = 0;
+    return m_pFacade->TakeSnapshot(&version);
+  }
 };
-
-template <class Value>
-Value Read(CVKVStabilizeImpl* facade, HRESULT (STDMETHODCALLTYPE CVKVStabilizeImpl::*get)(Value*)) {
-  Value value = {};
-  EXPECT_EQ((facade->*get)(&value), S_OK);
-  return value;
-}
 
 TEST_F(Facade, WritesTheDefaultsInTheirOrder) {
   using settingskeys::EngineKey, settingskeys::Key;
@@ -124,7 +85,7 @@ TEST_F(Facade, WritesTheDefaultsInTheirOrder) {
     EXPECT_TRUE(key == items[i].first) << "item " << i;
     EXPECT_EQ(Item(key), items[i].second) << "item " << i;
   }
-  EXPECT_EQ(m_callback.calls, 0);
+  EXPECT_EQ(m_transform.calls, 0);
   EXPECT_FALSE(m_pFacade->IsReconnectPending());
 }
 
@@ -159,8 +120,7 @@ TEST_F(Facade, EachNumberHasItsOwnPropertyItemAndField) {
   m_pFacade->put_TopBottomCropMargin(1 << 30);
   m_pFacade->put_InterpolationType(std::bit_cast<vkvstab_InterpolationType>(-1));
   m_pFacade->put_ClippingOption(std::bit_cast<vkvstab_enumClippingOption>(9));
-  unsigned version = 0;
-  const StabilizerSettings taken = m_pFacade->TakeSnapshot(&version);
+  const StabilizerSettings taken = Snapshot();
   const std::tuple<GUID, std::int32_t, std::int32_t> numbers[] = {
       {VKVSTAB_ATTR_ROI_TOP, -11, taken.ROI.top},
       {VKVSTAB_ATTR_ROI_LEFT, 12, taken.ROI.left},
@@ -220,10 +180,11 @@ TEST_F(Facade, StoresColoursTranslatedAndRefusesOthers) {
 
 TEST_F(Facade, MissingItemsReadTrueForTwoFlagsAndNothingElse) {
   m_pFacade->Attributes()->DeleteAllItems();
-  unsigned version = 0;
-  const StabilizerSettings taken = m_pFacade->TakeSnapshot(&version);
+  const StabilizerSettings taken = Snapshot();
   EXPECT_TRUE(taken.Enabled);
-  EXPECT_EQ(Read(m_pFacade.Get(), &CVKVStabilizeImpl::get_AutoReconnect), VARIANT_TRUE);
+  VARIANT_BOOL isReconnecting = VARIANT_FALSE;
+  EXPECT_EQ(m_pFacade->get_AutoReconnect(&isReconnecting), S_OK);
+  EXPECT_EQ(isReconnecting, VARIANT_TRUE);
   EXPECT_FALSE(taken.ROIEnabled || taken.CropEnabled || taken.UseAdvancedEngine ||
                taken.AdvancedEngineAvailable);
   EXPECT_EQ(taken.PathSmoothingLevel, 0);
@@ -240,7 +201,7 @@ TEST_F(Facade, MissingItemsReadTrueForTwoFlagsAndNothingElse) {
   UINT32 count = 99;
   m_pFacade->Attributes()->GetCount(&count);
   EXPECT_EQ(count, 0U);
-  EXPECT_FALSE(m_pFacade->TakeSnapshot(&version).UseAdvancedEngine) << "put true, and still false";
+  EXPECT_FALSE(Snapshot().UseAdvancedEngine) << "put true, and still false";
   m_pFacade->put_UseAdvancedEngine(VARIANT_FALSE);
   EXPECT_EQ(Item(VKVSTAB_ATTR_USE_ADVANCED_ENGINE), 0U);
 }
@@ -249,23 +210,23 @@ TEST_F(Facade, TellsTheTransformOnlyWhatCanChangeTheOutput) {
   IMFAttributes* const store = m_pFacade->Attributes();
   m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
   m_pFacade->put_LeftRightCropMargin(5);
-  EXPECT_EQ(m_callback.calls, 0) << "cropping is off";
+  EXPECT_EQ(m_transform.calls, 0) << "cropping is off";
   EXPECT_EQ(m_traces.back(), "\nCVKVStabilizeImpl::AttributesChanged");
   m_pFacade->put_CropEnabled(VARIANT_TRUE);
-  EXPECT_EQ(m_callback.calls, 1);
+  EXPECT_EQ(m_transform.calls, 1);
   m_pFacade->put_CropEnabled(VARIANT_TRUE);
   m_pFacade->put_LeftRightCropMargin(5);
-  EXPECT_EQ(m_callback.calls, 1) << "puts of what is there";
+  EXPECT_EQ(m_transform.calls, 1) << "puts of what is there";
   m_pFacade->put_AutoReconnect(VARIANT_FALSE);
-  EXPECT_EQ(m_callback.calls, 2) << "any setting, while cropping";
+  EXPECT_EQ(m_transform.calls, 2) << "any setting, while cropping";
   store->SetUINT32(VKVSTAB_ATTR_ENABLED, 1);
-  EXPECT_EQ(m_callback.calls, 3) << "a store write, even of what is there";
+  EXPECT_EQ(m_transform.calls, 3) << "a store write, even of what is there";
   store->DeleteItem(VKVSTAB_ATTR_ENABLED);
-  EXPECT_EQ(m_callback.calls, 3) << "deletions are silent";
+  EXPECT_EQ(m_transform.calls, 3) << "deletions are silent";
   m_pFacade->ResetToDefaults();
-  EXPECT_EQ(m_callback.calls, 3) << "cropping is off after a reset";
+  EXPECT_EQ(m_transform.calls, 3) << "cropping is off after a reset";
   m_pFacade->put_CropEnabled(VARIANT_TRUE);
-  EXPECT_EQ(m_callback.calls, 3) << "another clipping option";
+  EXPECT_EQ(m_transform.calls, 3) << "another clipping option";
 }
 
 TEST_F(Facade, SetsTheKernelUpAnewWhenSettingsChange) {
@@ -304,23 +265,23 @@ TEST_F(Facade, ReportsAKernelThatCannotBeSetUpAndAFrameWithoutSize) {
 }
 
 TEST_F(Facade, AResetThatFailsStopsThereAndLeavesTheStoreLocked) {
-  FailingAttributes::writesLeft = 4;
-  *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(&m_callback, &FailingAttributes::Create);
-  EXPECT_EQ(FailingAttributes::writesLeft, -1) << "four writes and one that failed";
+  ScriptedAttributes::writesLeft = 4;
+  m_pFacade = MakeFacade(nullptr, &ScriptedAttributes::Create);
+  EXPECT_EQ(ScriptedAttributes::writesLeft, -1) << "four writes and one that failed";
+  m_traces.clear();
   m_pFacade->Attributes()->UnlockStore();
-  EXPECT_EQ(m_callback.calls, 1);
+  EXPECT_EQ(m_traces.size(), 1U) << "the notification";
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
-  FailingAttributes::writesLeft = 1;
+  ScriptedAttributes::writesLeft = 1;
   m_pFacade->put_LeftRightCropMargin(9);
-  EXPECT_EQ(m_callback.calls, 1) << "still inside the lock of the reset";
+  EXPECT_EQ(m_traces.size(), 1U) << "still inside the lock of the reset";
   m_pFacade->Attributes()->UnlockStore();
-  EXPECT_EQ(m_callback.calls, 2);
+  EXPECT_EQ(m_traces.size(), 2U);
 }
 
-TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStore) {
-  ComPtr<IMFAttributes> store(m_pFacade->Attributes());
+TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStores) {
   {
-    CallbackCounter transform;
+    Transform transform;
     m_pFacade = MakeFacade(&transform);
     m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
     m_pFacade->put_CropEnabled(VARIANT_TRUE);
@@ -329,24 +290,30 @@ TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStore) {
     m_pFacade->put_LeftRightCropMargin(3);
     EXPECT_EQ(transform.calls, 1);
   }
-  EXPECT_EQ(m_pFacade->put_LeftRightCropMargin(4), S_OK);
+  auto* const attributes = static_cast<MyAttributes*>(m_pFacade->Attributes());
+  ComPtr<IMFAttributes> store(attributes), before = attributes->Inner();
+  EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
+  EXPECT_EQ(before.Reset(), 0U) << "a load exchanges the platform's store";
+  ComPtr<IMFAttributes> after = attributes->Inner();
   EXPECT_EQ(m_pFacade.Reset(), 0U);
   EXPECT_EQ(store->SetUINT32(VKVSTAB_ATTR_CROP_ENABLED, 1), S_OK) << "nobody is left to notify";
+  EXPECT_EQ(store.Reset(), 0U);
+  EXPECT_EQ(after.Reset(), 0U);
 }
 
 TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
   static bool fails = true;
-  *m_pFacade.ReleaseAndGetAddressOf() =
-      new CVKVStabilizeImpl(&m_callback, [](IMFAttributes** attributes, UINT32 size) {
-        return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
-      });
+  m_pFacade = MakeFacade(&m_transform, [](IMFAttributes** attributes, UINT32 size) {
+    return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
+  });
   m_pFacade->DetachCallback();
   fails = false;
   EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
   EXPECT_EQ(FramesBeforeOutput(), 16) << "the defaults";
   m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
   m_pFacade->put_CropEnabled(VARIANT_TRUE);
-  EXPECT_EQ(m_callback.calls, 0);
+  EXPECT_EQ(m_transform.calls, 0);
   EXPECT_EQ(Item(VKVSTAB_ATTR_CROP_ENABLED), 1U);
 }
 
@@ -370,12 +337,13 @@ TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
 }
 
 TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
-  const auto fail = [](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; };
-  *m_pFacade.ReleaseAndGetAddressOf() = new CVKVStabilizeImpl(&m_callback, fail);
+  m_pFacade = MakeFacade(nullptr, [](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; });
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->LoadAttributes(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->SaveAttributes(), MF_E_NOT_INITIALIZED) << "saving makes none";
-  EXPECT_EQ(Read(m_pFacade.Get(), &CVKVStabilizeImpl::get_Enabled), VARIANT_TRUE);
+  VARIANT_BOOL isEnabled = VARIANT_FALSE;
+  EXPECT_EQ(m_pFacade->get_Enabled(&isEnabled), S_OK);
+  EXPECT_EQ(isEnabled, VARIANT_TRUE);
   EXPECT_EQ(m_pFacade->put_AutoReconnect(VARIANT_FALSE), S_OK);
   EXPECT_EQ(m_pFacade->put_ROITop(5), S_OK);
   m_pFacade->DetachCallback();
@@ -391,16 +359,12 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
 TEST_F(Facade, ReadsNoEngineThatIsHalfLoaded) {
   m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);  // and there is none
   EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
-  static bool isFirst = true;
-  FailingAttributes::writesLeft = static_cast<int>(kSettingDefaults.size());
-  *m_pFacade.ReleaseAndGetAddressOf() =
-      new CVKVStabilizeImpl(nullptr, [](IMFAttributes** attributes, UINT32 size) {
-        return std::exchange(isFirst, false) ? FailingAttributes::Create(attributes, size)
-                                             : MFCreateAttributes(attributes, size);
-      });
-  FailingAttributes::onRead = [&] { EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK); };
+  ScriptedAttributes::writesLeft = 99;
+  m_pFacade = MakeFacade(nullptr, &ScriptedAttributes::Create);
+  m_pFacade->SetAdvancedEngineAvailable(true);
+  ScriptedAttributes::onRead = [&] { EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK); };
   EXPECT_FALSE(m_pFacade->IsAdvancedEngineActive()) << "there before the load, and wanted after it";
-  EXPECT_EQ(Read(m_pFacade.Get(), &CVKVStabilizeImpl::get_UseAdvancedEngine), VARIANT_TRUE);
+  EXPECT_TRUE(Snapshot().UseAdvancedEngine);
 }
 
 }  // namespace

@@ -1,15 +1,16 @@
-#include <random>
-
 #include "common/registrykey.h"
 #include "testenvironment.h"
 
-using Microsoft::WRL::ComPtr;
+extern "C" {
+extern decltype(&MFGetAttributesAsBlobSize) __imp_MFGetAttributesAsBlobSize;
+extern decltype(&MFGetAttributesAsBlob) __imp_MFGetAttributesAsBlob;
+}
 
 namespace {
 
 using Bytes = std::vector<std::byte>;
 
-class Persistence : public EngineTest {
+class Persistence : public FacadeTest {
  protected:
   static void Store(DWORD type, const Bytes& data) {
     CRegistryKey key;
@@ -23,10 +24,11 @@ class Persistence : public EngineTest {
     return data.value_or(Bytes());
   }
 
-  UINT32 Item(const GUID& key) const {
-    UINT32 value = 0xDEAD;
-    m_pFacade->Attributes()->GetUINT32(key, &value);
-    return value;
+  /// Saves while a function of the system fails.
+  template <auto& slot>
+  HRESULT SaveWithout(auto failure) {
+    const Replaced<slot> failing([=](auto...) { return failure; });
+    return m_pFacade->SaveAttributes();
   }
 
   void ExpectDefaults() const {
@@ -36,9 +38,6 @@ class Persistence : public EngineTest {
     for (std::size_t i = 0; i < kSettingDefaults.size(); ++i)
       EXPECT_EQ(Item(kSettingDefaults[i].key), kSettingDefaults[i].value) << "default of item " << i;
   }
-
-  CallbackCounter m_callback;
-  ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade(&m_callback);
 };
 
 TEST_F(Persistence, KeepsTheSettingsWhenNothingUsableIsSaved) {
@@ -64,11 +63,11 @@ TEST_F(Persistence, SavesThePlatformsBlobAndRestoresEveryItemAtOnce) {
             S_OK);
   EXPECT_EQ(Stored(), blob);
 
-  m_pFacade = MakeFacade(&m_callback);
+  m_pFacade->ResetToDefaults();
   ExpectDefaults();
-  m_callback.calls = 0;
+  m_transform.calls = 0;
   EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
-  EXPECT_EQ(m_callback.calls, 1);
+  EXPECT_EQ(m_transform.calls, 1);
   for (UINT32 i = 0; i < kSettingDefaults.size(); ++i)
     EXPECT_EQ(Item(kSettingDefaults[i].key),
               kSettingDefaults[i].key == VKVSTAB_ATTR_CLIPPING_OPTION ? 1 : 100 + i)
@@ -76,17 +75,11 @@ TEST_F(Persistence, SavesThePlatformsBlobAndRestoresEveryItemAtOnce) {
 }
 
 TEST_F(Persistence, ResetsToDefaultsOnACorruptBlobAndLeavesTheValue) {
-  m_pFacade->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_8);
   m_pFacade->SaveAttributes();
   const Bytes good = Stored();
-  std::mt19937 random(2);
-  std::vector<Bytes> corrupt = {{}, Bytes(1), Bytes(good.begin(), good.begin() + 7)};
-  corrupt.emplace_back(good.begin(), good.end() - 1);
+  std::vector<Bytes> corrupt = {
+      {}, Bytes(1), {good.begin(), good.begin() + 7}, {good.begin(), good.end() - 1}};
   corrupt.emplace_back(Bytes(1000, std::byte{0xFF}));
-  for (std::size_t size : {16U, 200U, 5000U}) {
-    Bytes& noise = corrupt.emplace_back(size);
-    for (std::byte& byte : noise) byte = static_cast<std::byte>(random());
-  }
   for (std::size_t i = 0; i < corrupt.size(); ++i) {
     m_pFacade->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_7);
     Store(REG_BINARY, corrupt[i]);
@@ -111,23 +104,22 @@ TEST_F(Persistence, HandlesBlobsOfSeveralMegabytesAndMissingMemory) {
   }
   EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK);
   std::vector<UINT8> loaded(extra.size());
-  UINT32 size = 0;
-  EXPECT_EQ(
-      m_pFacade->Attributes()->GetBlob(kExtra, loaded.data(), static_cast<UINT32>(loaded.size()), &size),
-      S_OK);
-  EXPECT_EQ(loaded, extra);
+  EXPECT_EQ(m_pFacade->Attributes()->GetBlob(kExtra, loaded.data(), 6 << 20, nullptr), S_OK);
+  EXPECT_TRUE(loaded == extra);
   const FailingAllocations limit(1 << 20);
   EXPECT_EQ(m_pFacade->SaveAttributes(), E_OUTOFMEMORY);
 }
 
-TEST_F(Persistence, ReportsARegistryThatTakesNothing) {
-  HKEY gone = nullptr;
-  ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, "gone", &gone), ERROR_SUCCESS);
-  RegDeleteKeyA(HKEY_CURRENT_USER, "gone");
-  RegOverridePredefKey(HKEY_CURRENT_USER, gone);
-  EXPECT_EQ(m_pFacade->SaveAttributes(), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
-  RegCloseKey(gone);
-  UseTestHive();
+TEST_F(Persistence, ReportsEachStepOfSavingThatFails) {
+  m_pFacade->SaveAttributes();
+  const Bytes before = Stored();
+  m_pFacade->put_ROITop(7);
+  const LSTATUS full = ERROR_DISK_FULL;
+  EXPECT_EQ(SaveWithout<__imp_RegCreateKeyExA>(full), HRESULT_FROM_WIN32(full));
+  EXPECT_EQ(SaveWithout<__imp_MFGetAttributesAsBlobSize>(E_ABORT), E_ABORT);
+  EXPECT_EQ(SaveWithout<__imp_MFGetAttributesAsBlob>(E_ABORT), E_ABORT);
+  EXPECT_EQ(SaveWithout<__imp_RegSetValueExA>(full), HRESULT_FROM_WIN32(full));
+  EXPECT_EQ(Stored(), before);
 }
 
 TEST_F(Persistence, ClosesItsKeys) {

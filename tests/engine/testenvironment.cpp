@@ -6,12 +6,14 @@
 #include <malloc.h>
 #include <mutex>
 #include <new>
+#include <optional>
+
+#include "engine/userhive.h"
 
 namespace {
 
 std::atomic<long> g_liveAllocations = 0;
 std::atomic<std::size_t> g_smallestFailing = SIZE_MAX, g_largestFailing = 0;
-std::vector<Microsoft::WRL::ComPtr<IMFAttributes>>* g_pStores = nullptr;
 std::vector<std::string>* g_pAssertions = nullptr;
 std::vector<std::string>* g_pTraces = nullptr;
 std::mutex g_reportsLock;
@@ -48,23 +50,22 @@ constexpr DebugReporter kCollector = {[](const char* condition, const char* file
                                       },
                                       [](const char* text) { Keep(g_pTraces, text); }};
 
-/// The key under which this process finds its own HKEY_CURRENT_USER: programs may run side by side.
-std::string TestHive() { return "SOFTWARE\\VStabilizeTests." + std::to_string(GetCurrentProcessId()); }
-
 class Platform : public ::testing::Environment {
  public:
   void SetUp() override {
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_LITE), S_OK);
     SetDebugReporter(&kCollector);
-    EngineTest::UseTestHive();
+    m_hive.emplace();
   }
   void TearDown() override {
-    RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
-    RegDeleteTreeA(HKEY_CURRENT_USER, TestHive().c_str());
+    m_hive.reset();
     MFShutdown();
     CoUninitialize();
   }
+
+ private:
+  std::optional<UserHive> m_hive;
 };
 
 const ::testing::Environment* const g_pPlatform = ::testing::AddGlobalTestEnvironment(new Platform);
@@ -90,46 +91,26 @@ FailingAllocations::~FailingAllocations() {
   g_largestFailing = 0;
 }
 
-HRESULT STDAPICALLTYPE EngineTest::CreateAttributes(IMFAttributes** attributes, UINT32 initialSize) {
-  const HRESULT hr = MFCreateAttributes(attributes, initialSize);
-  if (SUCCEEDED(hr)) g_pStores->emplace_back(*attributes);
-  return hr;
-}
-
 EngineTest::EngineTest() {
   RegDeleteTreeA(HKEY_CURRENT_USER, "SOFTWARE\\Varkon Systems, Inc.");
   m_allocations = g_liveAllocations;
-  g_pStores = new std::vector<Microsoft::WRL::ComPtr<IMFAttributes>>;
   g_pAssertions = &m_assertions;
   g_pTraces = &m_traces;
 }
 
 EngineTest::~EngineTest() {
   g_pAssertions = g_pTraces = nullptr;
-  for (Microsoft::WRL::ComPtr<IMFAttributes>& store : *g_pStores) {
-    IMFAttributes* const last = store.Detach();
-    EXPECT_EQ(last->Release(), 0U) << "a reference to a platform store is left";
-  }
-  delete g_pStores;
-  g_pStores = nullptr;
   std::vector<std::string>().swap(m_assertions);
   std::vector<std::string>().swap(m_traces);
   // The test framework keeps the texts of failures.
   EXPECT_TRUE(HasFailure() || g_liveAllocations == m_allocations) << "memory is left";
 }
 
-void EngineTest::UseTestHive() {
-  HKEY hive = nullptr;
-  RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
-  ASSERT_EQ(RegCreateKeyA(HKEY_CURRENT_USER, TestHive().c_str(), &hive), ERROR_SUCCESS);
-  ASSERT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, hive), ERROR_SUCCESS);
-  RegCloseKey(hive);
-}
-
 long EngineTest::LiveAllocations() { return g_liveAllocations; }
 
-Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback) {
+Microsoft::WRL::ComPtr<CVKVStabilizeImpl> EngineTest::MakeFacade(VKVStabilizeImplCB* callback,
+                                                                 MyAttributes::CreateFunction create) {
   Microsoft::WRL::ComPtr<CVKVStabilizeImpl> facade;
-  *facade.GetAddressOf() = new CVKVStabilizeImpl(callback, &CreateAttributes);
+  *facade.GetAddressOf() = new CVKVStabilizeImpl(callback, create);
   return facade;
 }

@@ -9,28 +9,21 @@
 #include <wrl/client.h>
 
 #include "common/debugreport.h"
+#include "engine/replaced.h"
 #include "engine/settingskeys.h"
 #include "engine/vkvstabilizeimpl.h"
 
-/// A transform's end of the callback.
-class CallbackCounter : public VKVStabilizeImplCB {
- public:
-  HRESULT STDMETHODCALLTYPE OutputChanged() override {
-    ++calls;
-    return E_FAIL;  // of no interest to the facade
-  }
-  int calls = 0;
-};
+extern "C" {
+extern decltype(&GetModuleFileNameA) __imp_GetModuleFileNameA;
+extern decltype(&MessageBoxA) __imp_MessageBoxA;
+extern decltype(&MFTRegister) __imp_MFTRegister;
+extern decltype(&RegCreateKeyExA) __imp_RegCreateKeyExA;
+extern decltype(&RegSetValueExA) __imp_RegSetValueExA;
+}
 
-/// Each case starts without saved settings and must leave nothing behind: no memory, no reference to the
-/// platform's attribute store. Reports of failed assertions are kept.
+/// Each case starts without saved settings and must give back its memory. Reports of failed assertions are
+/// kept.
 class EngineTest : public ::testing::Test {
- public:
-  /// Makes the platform's store and remembers it.
-  static HRESULT STDAPICALLTYPE CreateAttributes(IMFAttributes** attributes, UINT32 initialSize);
-  /// Lets HKEY_CURRENT_USER be a key of this process's own.
-  static void UseTestHive();
-
  protected:
   EngineTest();
   ~EngineTest() override;
@@ -38,8 +31,8 @@ class EngineTest : public ::testing::Test {
   /// How many pieces of memory are in use, not counting the platform's.
   static long LiveAllocations();
 
-  /// A facade whose store is watched; null callback unless given.
-  Microsoft::WRL::ComPtr<CVKVStabilizeImpl> MakeFacade(VKVStabilizeImplCB* callback = nullptr);
+  static Microsoft::WRL::ComPtr<CVKVStabilizeImpl> MakeFacade(
+      VKVStabilizeImplCB* callback = nullptr, MyAttributes::CreateFunction create = MFCreateAttributes);
 
   static constexpr char kKeyName[] = "SOFTWARE\\Varkon Systems, Inc.\\MF\\Transforms\\VStabilize";
 
@@ -48,6 +41,27 @@ class EngineTest : public ::testing::Test {
 
  private:
   long m_allocations = 0;
+};
+
+/// A facade, and the calls that its transform gets.
+class FacadeTest : public EngineTest {
+ protected:
+  struct Transform : VKVStabilizeImplCB {
+    HRESULT STDMETHODCALLTYPE OutputChanged() override {
+      ++calls;
+      return E_FAIL;  // of no interest to the facade
+    }
+    int calls = 0;
+  };
+
+  UINT32 Item(const GUID& key) const {
+    UINT32 value = 0xDEAD;
+    m_pFacade->Attributes()->GetUINT32(key, &value);
+    return value;
+  }
+
+  Transform m_transform;
+  Microsoft::WRL::ComPtr<CVKVStabilizeImpl> m_pFacade = MakeFacade(&m_transform);
 };
 
 /// While the object lives, allocations of `smallest` … `largest` bytes fail.

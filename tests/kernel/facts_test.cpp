@@ -19,13 +19,15 @@
 #include "support/params.h"
 #include "support/scene.h"
 
-// Literal numbers: what the kernel and a model of it could get wrong alike, and what no frame of a test
-// reaches.
+// Literal numbers: what the kernel and its model could both get wrong, and what no test's frames reach.
 
 namespace {
 
 std::uint64_t Digest(std::uint64_t digest, std::initializer_list<double> values) {
-  for (const double value : values) digest = digest * 0x100000001B3U + std::bit_cast<std::uint64_t>(value);
+  for (const double value : values) {
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    digest = (digest ^ bits ^ bits >> 32) * 0x100000001B3U;
+  }
   return digest;
 }
 
@@ -134,7 +136,7 @@ TEST(Facts, TheSolversUpdatesHaveTheseBits) {
     digest =
         Digest(digest, {turned.theta + 0.0, turned.x + 0.0, turned.y + 0.0, moved.x + 0.0, moved.y + 0.0});
   }
-  EXPECT_EQ(digest, 9039312814629044464U);
+  EXPECT_EQ(digest, 13140638027554748006U);
   EXPECT_EQ(SolveTranslation({.xx = 8, .xy = 0, .yy = 2, .xt = 4, .yt = -3}).x, -1);
 }
 
@@ -149,7 +151,7 @@ TEST(Facts, SineAndCosineHaveTheseBitsAtAnyAngle) {
     EXPECT_NEAR(computed.sine, std::sin(angle), 1e-13);
     EXPECT_NEAR(computed.cosine, std::cos(angle), 1e-13);
   }
-  EXPECT_EQ(digest, 16497806480308030784U);
+  EXPECT_EQ(digest, 9282881792045844913U);
   for (const double angle : {1e9, -1e300, std::numeric_limits<double>::infinity(), std::nan("")}) {
     const SineCosine computed = ComputeSineCosine(angle);
     EXPECT_NEAR(computed.sine * computed.sine + computed.cosine * computed.cosine, 1, 1e-15) << angle;
@@ -189,23 +191,30 @@ TEST(Facts, ThePathPullsAJoltBackDropsFarCorrectionsAndWrapsItsSums) {
 TEST(Facts, TheNearestTabulatedZoomIsChosen) {
   constexpr auto kStretch = ClippingOption::CropAndStretch;
   EXPECT_EQ(ComputeZoom(ClippingOption::Crop, 640, 480, 64, 48), 32);
-  // Among them needs that are nearest to one of the four-decimal values and not to its exact ratio.
+  // The second needs 151 / 125, which is nearer to 1.1852 than to 1.2308, but not to the exact ratios.
   for (const auto& [width, height, marginX, marginY, step] : {std::array{640, 480, 64, 48, 26},
+                                                              {151, 151, 13, 0, 26},
                                                               {640, 480, 0, 0, 32},
                                                               {640, 480, 160, 0, 16},
                                                               {640, 480, 0, 239, 16},
-                                                              {151, 151, 13, 0, 26},
-                                                              {33, 33, 8, 0, 17},
-                                                              {1435, 1435, 303, 0, 18},
-                                                              {592, 592, 125, 0, 19},
-                                                              {755, 755, 124, 0, 21},
-                                                              {323, 323, 48, 0, 22},
-                                                              {1113, 1113, 148, 0, 23},
-                                                              {698, 698, 71, 0, 26},
-                                                              {667, 667, 47, 0, 28},
-                                                              {509, 509, 12, 0, 31},
                                                               {104948, 100, 2474, 0, 31}})
     EXPECT_EQ(ComputeZoom(kStretch, width, height, marginX, marginY), step) << width << ", " << marginX;
+  std::uint64_t digest = 0;
+  for (std::int32_t side = 3; side < 1500; ++side)
+    for (std::int32_t margin = 1; 4 * margin < side; ++margin)
+      digest = Digest(digest, {double{1} * ComputeZoom(kStretch, side, 3, margin, 0)});
+  EXPECT_EQ(digest, 12150983320185012224U);
+}
+
+TEST(Facts, ThePathWeightsAreThese) {
+  std::uint64_t digest = 0;
+  for (const std::int32_t window : {4, 8, 12, 16, 24, 32, 64, 128})
+    for (const bool isGaussian : {false, true}) {
+      const PathWeights weights = FindPathWeights(window, isGaussian);
+      for (const std::int32_t weight : weights.entries)
+        digest = Digest(digest, {double{1} * weight, double{1} * weights.divisor});
+    }
+  EXPECT_EQ(digest, 17960916096800522240U);
 }
 
 }  // namespace

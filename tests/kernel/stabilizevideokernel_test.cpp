@@ -1,40 +1,19 @@
 #include "kernel/stabilizevideokernel.h"
 
-#include <array>
-#include <atomic>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
-#include <new>
 
 #include "kernel/frame.h"
+#include "support/memory.h"
 #include "support/params.h"
 #include "support/scene.h"
 
 namespace {
 
-std::atomic<int> g_allocations = 0;
-std::atomic<std::size_t> g_largestAllowed = std::numeric_limits<std::size_t>::max();
-
-void* Allocate(std::size_t size) {
-  ++g_allocations;
-  void* const memory = size <= g_largestAllowed ? std::malloc(size) : nullptr;
-  if (!memory) throw std::bad_alloc();
-  return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return Allocate(size); }
-void* operator new[](std::size_t size) { return Allocate(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
 using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min(),
+                       kMax = std::numeric_limits<std::int32_t>::max();
 
 /// The default settings at the shortest delay.
 KernelParams ShortParams(std::int32_t width, std::int32_t height, std::uint32_t coefficients = 0) {
@@ -51,15 +30,13 @@ Bytes NumberedFrame(std::int32_t width, std::int32_t height, int number) {
 }
 
 /// Feeds one frame; returns whether a frame came back, in `frame`.
-bool Feed(CStabilizeVideoKernel& kernel, Bytes& frame, bool repeatPrevious = false) {
+bool Feed(CStabilizeVideoKernel& kernel, Bytes& frame) {
   bool noOutput = false;
-  EXPECT_TRUE(kernel.ProcessFrame(frame.data(), repeatPrevious, &noOutput));
+  EXPECT_TRUE(kernel.ProcessFrame(frame.data(), false, &noOutput));
   return !noOutput;
 }
 
 TEST(Kernel, PassesFramesUnchangedForAnInvalidRegion) {
-  constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min(),
-                         kMax = std::numeric_limits<std::int32_t>::max();
   for (const Rect roi : {Rect{0, 0, 0, 0},
                          {10, 10, 10, 20},
                          {0, 0, 9, 6},
@@ -93,57 +70,58 @@ TEST(Kernel, PassesFramesUnchangedForAnInvalidRegion) {
 }
 
 TEST(Kernel, RefusesWhatItCannotDo) {
+  struct Case {
+    bool isAccepted;
+    std::int32_t width = 9, height = 10, marginX = 0, marginY = 0, window = 4;
+    std::uint32_t clipping = 0;
+  };
   CStabilizeVideoKernel kernel;
-  const auto accepts = [&](const KernelParams& params) {
+  // One pixel a side, and more than 2^31 - 1 bytes or 2^23 pixels a side, are refused.
+  for (const Case& test : {Case{true, 9, 10, 3, 4},
+                           {false, 9, 10, 4, 4},
+                           {false, 9, 10, 3, 5},
+                           {false, 9, 10, -1, 0},
+                           {false, 9, 10, 0, kMin},
+                           {false, 1, 100},
+                           {false, 100, 1},
+                           {false, 40000, 40000},
+                           {false, 26756, 26756},
+                           {false, 1 << 24, 2},
+                           {true, 9, 10, 0, 0, 4, 2},
+                           {false, 9, 10, 0, 0, 6},
+                           {false, 9, 10, 0, 0, 4, 3}}) {
     EXPECT_TRUE(kernel.Initialize(DefaultParams(9, 10)));
-    const bool accepted = kernel.Initialize(params);
-    EXPECT_EQ(kernel.IsInitialized(), accepted);
+    KernelParams params = DefaultParams(test.width, test.height);
+    params.cropMarginX = test.marginX;
+    params.cropMarginY = test.marginY;
+    params.windowLength = test.window;
+    params.clippingOption = test.clipping;
+    params.interpolation = params.estimationCoefficients = params.estimationQuality = 9;
+    EXPECT_EQ(kernel.Initialize(params), test.isAccepted) << test.width << ", " << test.marginX;
+    EXPECT_EQ(kernel.IsInitialized(), test.isAccepted);
     std::uint8_t pixel = 0;
     bool noOutput = false;
-    EXPECT_EQ(accepted || kernel.ProcessFrame(&pixel, false, &noOutput), accepted);
-    return accepted;
-  };
-  const auto acceptsMargins = [&](std::int32_t x, std::int32_t y) {
-    KernelParams params = DefaultParams(9, 10);
-    params.cropMarginX = x;
-    params.cropMarginY = y;
-    return accepts(params);
-  };
-  EXPECT_TRUE(acceptsMargins(3, 4));
-  EXPECT_FALSE(acceptsMargins(4, 4));
-  EXPECT_FALSE(acceptsMargins(3, 5));
-  EXPECT_FALSE(acceptsMargins(-1, 0));
-  EXPECT_FALSE(acceptsMargins(0, std::numeric_limits<std::int32_t>::min()));
-  // One pixel a side, and more than 2^31 - 1 bytes or 2^23 pixels a side.
-  for (const auto& [width, height] :
-       {std::pair{1, 100}, {100, 1}, {40000, 40000}, {26756, 26756}, {1 << 24, 2}})
-    EXPECT_FALSE(accepts(DefaultParams(width, height))) << width << "x" << height;
-  KernelParams params = DefaultParams(9, 10);
-  params.interpolation = params.estimationCoefficients = params.estimationQuality = 9;
-  EXPECT_TRUE(accepts(params));
-  params.windowLength = 6;
-  EXPECT_FALSE(accepts(params));
-  params.windowLength = 4;
-  params.clippingOption = 3;
-  EXPECT_FALSE(accepts(params));
+    EXPECT_TRUE(test.isAccepted || !kernel.ProcessFrame(&pixel, false, &noOutput));
+  }
 }
 
 TEST(Kernel, ReportsMissingMemoryAndGoesOn) {
   CStabilizeVideoKernel kernel;
   const KernelParams params = ShortParams(640, 480, 1);
-  g_largestAllowed = 100000;
-  EXPECT_FALSE(kernel.Initialize(params));
-  EXPECT_FALSE(kernel.Initialize(DefaultParams(16384, 16384)));
-  EXPECT_FALSE(kernel.IsInitialized());
-  g_largestAllowed = std::numeric_limits<std::size_t>::max();
-
+  {
+    const LimitedMemory limited(100000);
+    EXPECT_FALSE(kernel.Initialize(params));
+    EXPECT_FALSE(kernel.Initialize(DefaultParams(16384, 16384)));
+    EXPECT_FALSE(kernel.IsInitialized());
+  }
   ASSERT_TRUE(kernel.Initialize(params));
   Bytes frame = NumberedFrame(640, 480, 1);
   bool noOutput = false;
-  g_largestAllowed = frame.size() - 1;
-  EXPECT_FALSE(kernel.ProcessFrame(frame.data(), false, &noOutput));
-  EXPECT_TRUE(noOutput);
-  g_largestAllowed = std::numeric_limits<std::size_t>::max();
+  {
+    const LimitedMemory limited(static_cast<std::int64_t>(frame.size()) - 1);
+    EXPECT_FALSE(kernel.ProcessFrame(frame.data(), false, &noOutput));
+    EXPECT_TRUE(noOutput);
+  }
   for (int number = 1; number <= 3; ++number) {
     frame = NumberedFrame(640, 480, number);
     EXPECT_EQ(Feed(kernel, frame), number == 3) << "the frame that found no memory does not count";
@@ -151,62 +129,46 @@ TEST(Kernel, ReportsMissingMemoryAndGoesOn) {
   EXPECT_EQ(frame[0], 1);
 }
 
-TEST(Kernel, AllocatesNothingOnceTheDelayLineIsFull) {
+/// Once the kernel is set up, it allocates only the frames of the delay line, one a call.
+TEST(Kernel, ForgetsTheStreamOnResetAndAllocatesOneFrameACallUntilTheDelayLineIsFull) {
   const Scene scene({200, 190}, 24);
   for (const std::uint32_t clipping : {0U, 1U, 2U}) {
-    for (const std::uint32_t coefficients : {0U, 1U}) {
-      CStabilizeVideoKernel kernel;
-      KernelParams params = ShortParams(200, 190, coefficients);
-      params.clippingOption = clipping;
-      ASSERT_TRUE(kernel.Initialize(params));
-      int before = 0;
-      for (int i = 0; i < 8; ++i) {
-        Bytes frame = scene.Shoot(ShakyPose(i));
-        before = g_allocations;
-        ASSERT_GT(before, 0) << "allocations are not counted";
-        Feed(kernel, frame, i == 6);
-        EXPECT_EQ(g_allocations == before, i >= 3) << "frame " << i;
-      }
+    CStabilizeVideoKernel fresh, used;
+    KernelParams params = ShortParams(200, 190, 1);
+    params.clippingOption = clipping;
+    ASSERT_TRUE(fresh.Initialize(params) && used.Initialize(params));
+    for (int i = 20; i < 29; ++i) {
+      Bytes frame = scene.Shoot(ShakyPose(i));
+      Feed(used, frame);
+    }
+    EXPECT_NE(used.LatestMotion().dx, 0);
+    used.Reset();
+    EXPECT_EQ(used.LatestMotion().dx, 0);
+    EXPECT_EQ(used.LatestCorrection().theta, 0.0);
+    for (int i = 0; i < 8; ++i) {
+      Bytes one = scene.Shoot(ShakyPose(i)), other = one;
+      const std::int64_t before = AllocationCount();
+      const bool delivers = Feed(used, other);
+      EXPECT_EQ(AllocationCount() - before, i < 3 ? 1 : 0) << "frame " << i;
+      ASSERT_EQ(Feed(fresh, one), delivers);
+      ASSERT_EQ(one, other) << "frame " << i;
     }
   }
 }
 
-TEST(Kernel, ForgetsTheStreamOnReset) {
-  const Scene scene({200, 190}, 24);
-  CStabilizeVideoKernel fresh, used;
-  ASSERT_TRUE(fresh.Initialize(ShortParams(200, 190, 1)));
-  ASSERT_TRUE(used.Initialize(ShortParams(200, 190, 1)));
-  for (int i = 20; i < 29; ++i) {
-    Bytes frame = scene.Shoot(ShakyPose(i));
-    Feed(used, frame);
-  }
-  EXPECT_NE(used.LatestMotion().dx, 0);
-  used.Reset();
-  EXPECT_EQ(used.LatestMotion().dx, 0);
-  EXPECT_EQ(used.LatestCorrection().theta, 0.0);
-  for (int i = 0; i < 8; ++i) {
-    Bytes one = scene.Shoot(ShakyPose(i)), other = one;
-    const int before = g_allocations;
-    const bool delivers = Feed(used, other);
-    EXPECT_EQ(g_allocations - before, i < 3 ? 1 : 0) << "the frames' memory was freed";
-    ASSERT_EQ(Feed(fresh, one), delivers);
-    ASSERT_EQ(one, other) << "frame " << i;
-  }
-}
-
 /// FNV-1a over all frames that come out of moving clips at several settings.
-std::uint64_t DigestOfClips(const KernelOps& ops) {
-  std::uint64_t digest = 0xCBF29CE484222325U;
-  for (const auto& [width, height] : {std::pair{210, 190}, {420, 190}}) {
-    const Scene scene({width, height}, 24);
-    for (const std::uint32_t coefficients : {0U, 1U}) {
-      for (const std::uint32_t clipping : {0U, 1U, 2U}) {
-        CStabilizeVideoKernel kernel(ops);
-        KernelParams params = ShortParams(width, height, coefficients);
-        params.clippingOption = clipping;
+TEST(Kernel, GivesTheSameBytesOnEveryMachine) {
+  for (const KernelOps* const ops : AvailableOps()) {
+    std::uint64_t digest = 0xCBF29CE484222325U;
+    for (const auto& [width, height] : {std::pair{210, 190}, {420, 190}}) {
+      const Scene scene({width, height}, 24);
+      for (const std::uint32_t setting : {0U, 1U, 2U, 3U, 4U, 5U}) {
+        CStabilizeVideoKernel kernel(*ops);
+        KernelParams params = ShortParams(width, height, setting / 3);
+        params.clippingOption = setting % 3;
         params.cropMarginX = 11;
         params.cropMarginY = 9;
-        EXPECT_TRUE(kernel.Initialize(params));
+        ASSERT_TRUE(kernel.Initialize(params));
         for (int i = 0; i < 8; ++i) {
           Bytes frame = scene.Shoot(ShakyPose(i));
           Feed(kernel, frame);
@@ -214,13 +176,8 @@ std::uint64_t DigestOfClips(const KernelOps& ops) {
         }
       }
     }
+    EXPECT_EQ(digest, 0x206867F0A0262457U) << ops->name;
   }
-  return digest;
-}
-
-TEST(Kernel, GivesTheSameBytesOnEveryMachine) {
-  for (const KernelOps* const ops : AvailableOps())
-    EXPECT_EQ(DigestOfClips(*ops), 0x206867F0A0262457U) << ops->name;
 }
 
 }  // namespace

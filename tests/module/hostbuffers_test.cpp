@@ -1,76 +1,9 @@
-#include <algorithm>
-#include <cstring>
-
-#include "support/scene.h"
+#include "module/hostbuffer.h"
 #include "transformtest.h"
 
 using Microsoft::WRL::ComPtr;
 
 namespace {
-
-/// A host's media buffer between pages that nobody may touch: whoever reads or writes outside on the guarded
-/// side ends the program. Expects to be unlocked as often as it was locked.
-class HostBuffer final : public IMFMediaBuffer {
- public:
-  enum class Guard { Begin, End };
-
-  HostBuffer(std::size_t bytes, Guard guard, BYTE fill) : m_capacity(static_cast<DWORD>(bytes)) {
-    constexpr std::size_t kPage = 4096;
-    const std::size_t usable = (bytes + kPage - 1) / kPage * kPage;
-    m_pPages = VirtualAlloc(nullptr, usable + 2 * kPage, MEM_RESERVE, PAGE_NOACCESS);
-    BYTE* const first = static_cast<BYTE*>(m_pPages) + kPage;
-    if (usable > 0) VirtualAlloc(first, usable, MEM_COMMIT, PAGE_READWRITE);
-    pixels = guard == Guard::Begin ? first : first + (usable - bytes);
-    std::memset(pixels, fill, bytes);
-  }
-  HostBuffer(const HostBuffer&) = delete;
-  HostBuffer& operator=(const HostBuffer&) = delete;
-
-  BYTE* pixels;
-  HRESULT setLengthResult = S_OK;
-  int locksLeft = 1000;  ///< after these, locking fails with E_ACCESSDENIED
-
-  STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
-    const bool isOurs = iid == __uuidof(IUnknown) || iid == __uuidof(IMFMediaBuffer);
-    *object = isOurs ? this : nullptr;
-    if (isOurs) AddRef();
-    return isOurs ? S_OK : E_NOINTERFACE;
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-  STDMETHODIMP_(ULONG) Release() override {
-    const ULONG count = --m_references;
-    if (count == 0) delete this;
-    return count;
-  }
-  STDMETHODIMP Lock(BYTE** bytes, DWORD* capacity, DWORD* length) override {
-    if (locksLeft-- <= 0) return E_ACCESSDENIED;
-    ++m_locks;
-    *bytes = pixels;
-    if (capacity) *capacity = m_capacity;
-    if (length) *length = m_length;
-    return S_OK;
-  }
-  STDMETHODIMP Unlock() override { return --m_locks, S_OK; }
-  STDMETHODIMP GetCurrentLength(DWORD* length) override { return *length = m_length, S_OK; }
-  STDMETHODIMP GetMaxLength(DWORD* length) override { return *length = m_capacity, S_OK; }
-  STDMETHODIMP SetCurrentLength(DWORD length) override {
-    EXPECT_LE(length, m_capacity);
-    if (SUCCEEDED(setLengthResult)) m_length = length;
-    return setLengthResult;
-  }
-
- private:
-  ~HostBuffer() {
-    EXPECT_EQ(m_locks, 0) << "left locked";
-    VirtualFree(m_pPages, 0, MEM_RELEASE);
-  }
-
-  ULONG m_references = 1;
-  int m_locks = 0;
-  const DWORD m_capacity;
-  DWORD m_length = m_capacity;
-  void* m_pPages;
-};
 
 class HostBuffers : public Transform {
  protected:
@@ -101,36 +34,6 @@ class HostBuffers : public Transform {
 
   HostBuffer::Guard m_guard = HostBuffer::Guard::Begin;
 };
-
-TEST_F(HostBuffers, AreNotLeftWhateverTheSizeAndTheSettings) {
-  m_pSettings->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_1);
-  m_pSettings->put_LeftRightCropMargin(3);
-  m_pSettings->put_TopBottomCropMargin(2);
-  for (const auto& [width, height] :
-       {std::pair{1, 1}, {1, 48}, {64, 1}, {2, 2}, {17, 13}, {64, 48}, {101, 30}}) {
-    for (int settings = 0; settings < 16; ++settings) {
-      m_pSettings->put_Enabled(settings == 0 ? VARIANT_FALSE : VARIANT_TRUE);
-      m_pSettings->put_CropEnabled(settings % 4 == 3 ? VARIANT_FALSE : VARIANT_TRUE);
-      m_pSettings->put_ClippingOption(std::bit_cast<vkvstab_enumClippingOption>(settings % 4 % 3));
-      m_pSettings->put_GlobalEstimationCoefficients(
-          std::bit_cast<vkvstab_GlobalEstimationCoefficients>(settings / 4 % 2));
-      m_pSettings->put_InterpolationType(std::bit_cast<vkvstab_InterpolationType>(settings / 8));
-      SetTypes(width, height);
-      const std::size_t bytes = FrameBytes(width, height);
-      for (unsigned number = 1; number <= 6; ++number) {
-        ComPtr<HostBuffer> buffer;
-        const ComPtr<IMFSample> input = Make(bytes, 0, &buffer), output = Make(bytes, 0);
-        const Bytes frame = RandomBytes(bytes, number);
-        std::copy(frame.begin(), frame.end(), buffer->pixels);
-        const bool fillsDelayLine = settings != 0 && (number <= 2 || width == 1 || height == 1);
-        ASSERT_EQ(Process(input.Get(), output.Get()), fillsDelayLine ? MF_E_TRANSFORM_NEED_MORE_INPUT : S_OK)
-            << width << "x" << height << " settings " << settings << " frame " << number;
-        EXPECT_EQ(Content(input.Get()), frame);
-        EXPECT_TRUE(settings != 0 || Content(output.Get()) == frame);
-      }
-    }
-  }
-}
 
 TEST_F(HostBuffers, AreRefusedWhenTooShort) {
   SetTypes();

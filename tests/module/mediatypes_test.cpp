@@ -1,8 +1,15 @@
+#include <windows.h>
+
+#include <cstring>
+#include <dshow.h>
+#include <dvdmedia.h>
 #include <tuple>
 
 #include "transformtest.h"
 
 using Microsoft::WRL::ComPtr;
+
+extern "C" decltype(&MFInitAMMediaTypeFromMFMediaType) __imp_MFInitAMMediaTypeFromMFMediaType;
 
 namespace {
 
@@ -172,6 +179,34 @@ TEST_F(Transform, ProposesTheCroppedSize) {
     EXPECT_EQ(m_pTransform->SetOutputType(0, type.Get(), 0), S_OK) << "input height " << height;
     EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(640, 480).Get(), 0), MF_E_INVALIDMEDIATYPE);
     EXPECT_EQ(m_pTransform->SetOutputType(0, VideoType(608, -464).Get(), 0), MF_E_INVALIDMEDIATYPE);
+  }
+}
+
+TEST_F(Transform, ReadsBothKindsOfFormatBlocks) {
+  VIDEOINFOHEADER first = {};
+  VIDEOINFOHEADER2 second = {};
+  first.bmiHeader.biBitCount = 16;
+  first.bmiHeader.biSizeImage = 1111;
+  second.bmiHeader.biBitCount = 24;
+  second.bmiHeader.biSizeImage = 2222;
+  const std::tuple<GUID, const void*, ULONG, std::uint32_t, std::uint32_t> cases[] = {
+      {FORMAT_VideoInfo, &first, sizeof first, 16, 1111},
+      {FORMAT_VideoInfo2, &second, sizeof second, 24, 2222},
+      {FORMAT_VideoInfo, &first, sizeof first - 1, 0, 0},
+      {FORMAT_VideoInfo2, &second, sizeof second - 1, 0, 0}};
+  for (const auto& [format, block, bytes, bits, size] : cases) {
+    const Replaced<__imp_MFInitAMMediaTypeFromMFMediaType> older(
+        [&](IMFMediaType*, GUID, AM_MEDIA_TYPE* type) {
+          type->formattype = format;
+          type->cbFormat = bytes;
+          (type->pUnk = m_pTransform.Get())->AddRef();
+          type->pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(bytes));
+          std::memcpy(type->pbFormat, block, bytes);
+          return S_OK;
+        });
+    ImageParameters image;
+    image.Read(VideoType(8, 8).Get());
+    EXPECT_EQ(std::tuple(image.BitsImage, image.sampleSize), std::tuple(bits, size));
   }
 }
 

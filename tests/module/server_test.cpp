@@ -1,15 +1,12 @@
 #include <windows.h>
 
-#include <array>
-#include <filesystem>
-#include <fstream>
+#include <cstdint>
 #include <mfapi.h>
 #include <mftransform.h>
 #include <oleauto.h>
 #include <olectl.h>
 
 #include "common/baseobject.h"
-#include "common/messagebox.h"
 #include "common/module.h"
 #include "common/registrykey.h"
 #include "engine/testenvironment.h"
@@ -18,6 +15,7 @@
 using Microsoft::WRL::ComPtr;
 
 extern "C" BOOL APIENTRY DllMain(HINSTANCE module, DWORD reason, void* reserved);
+extern "C" decltype(&VerQueryValueA) __imp_VerQueryValueA;
 
 namespace {
 
@@ -86,7 +84,9 @@ TEST_F(Server, MakesEachOfItsClassesAndNoOther) {
        {CLSID_VKFVStabilize, CLSID_VKFVStabilizePropertyPage, CLSID_VKFVStabilizeAbout}) {
     ComPtr<IClassFactory> factory;
     ASSERT_EQ(DllGetClassObject(clsid, IID_PPV_ARGS(&factory)), S_OK);
-    ComPtr<IUnknown> object, outer = factory;
+    ComPtr<IUnknown> object, outer;
+    EXPECT_EQ(factory.As(&outer), S_OK);
+    EXPECT_EQ(outer.Get(), factory.Get());
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)), S_OK);
     EXPECT_EQ(object.Reset(), 0U);
     EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(IUnknown), nullptr), E_POINTER);
@@ -156,77 +156,78 @@ TEST_F(Server, RegistersAndUnregistersAllOfItself) {
 }
 
 TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
-  // The tests' program tells no version; the module built beside it does.
-  const HMODULE module = LoadLibraryA(VSTABILIZE_MODULE);
-  ASSERT_NE(module, nullptr);
-  DllMain(module, DLL_PROCESS_ATTACH, nullptr);
-  std::string path, newer;
-  ASSERT_EQ(GetModulePath(module, &path), S_OK);
-  ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &newer), S_OK);
-  ASSERT_LT(ReadFileVersion(path.c_str()), ReadFileVersion(newer.c_str()));
-
-  RegisterServer(newer);
-  EXPECT_EQ(DllRegisterServer(), S_OK);
-  EXPECT_EQ(Text(kServerKey), newer);
-  EXPECT_EQ(Text(kTransformKey), "");
-  EXPECT_FALSE(IsListed(kFamilyCategory));
-  EXPECT_EQ(DllUnregisterServer(), S_OK);
-  EXPECT_EQ(Text(kServerKey), newer);
-
-  // Only the last number of the version is higher; then nothing is.
-  const std::string copy = path + ".copy";
-  std::string bytes(std::filesystem::file_size(path), '\0');
-  std::ifstream(path, std::ios::binary).read(bytes.data(), std::ssize(bytes));
-  char& lowest = bytes[bytes.find("\xBD\x04\xEF\xFE") + 12];  // behind the version's signature
-  for (const std::string& winner : {copy, path}) {
-    if (winner == copy) ++lowest;
-    std::ofstream(copy, std::ios::binary).write(bytes.data(), std::ssize(bytes));
-    if (winner == copy) --lowest;
-    RegisterServer(copy);
-    EXPECT_EQ(DllRegisterServer(), S_OK);
-    EXPECT_EQ(Text(kServerKey), winner);
-  }
-  std::filesystem::remove(copy);
-
-  // Neither an older copy, nor one that tells no version or is not there any more, stands in the way.
-  const std::string gone = "Z:\\gone\\vkfvstabilize.dll";
-  for (const std::string& other : {OwnPath(), gone}) {
+  // The versions of the registered file and of this one; 0 for none
+  constexpr struct {
+    std::uint64_t theirs, ours;
+    bool stays;
+  } kCases[] = {{0x0002'0000'0000'0000, 0x0001'FFFF'FFFF'FFFF, true},
+                {0x0001'0002'0003'0005, 0x0001'0002'0003'0004, true},
+                {0x0001'0002'0003'0004, 0x0001'0002'0003'0004, false},
+                {0x0001'0002'0003'0003, 0x0001'0002'0003'0004, false},
+                {0x0001'0000'FFFF'FFFF, 0x0001'0001'0000'0000, false},
+                {0, 1, false},
+                {1, 0, false}};
+  std::string other;
+  ASSERT_EQ(GetModulePath(GetModuleHandleA("kernel32.dll"), &other), S_OK);
+  for (const auto& [theirs, ours, stays] : kCases) {
+    VS_FIXEDFILEINFO info = {};
+    std::uint64_t version = theirs, next = ours;
+    const Replaced<__imp_VerQueryValueA> told([&](const void*, const char*, void** found, UINT* size) {
+      info.dwFileVersionMS = static_cast<DWORD>(version >> 32);
+      info.dwFileVersionLS = static_cast<DWORD>(version);
+      *found = &info;
+      *size = sizeof info;
+      return std::exchange(version, next) != 0;
+    });
     RegisterServer(other);
     EXPECT_EQ(DllRegisterServer(), S_OK);
-    EXPECT_EQ(Text(kServerKey), path);
+    EXPECT_EQ(Text(kServerKey), stays ? other : OwnPath()) << theirs << " and " << ours;
+    EXPECT_EQ(IsListed(kFamilyCategory), !stays);
+    DllUnregisterServer();
+    EXPECT_EQ(Text(kTransformKey), stays ? "" : "(no key)") << "who registered last takes it away";
+    RegDeleteTreeA(HKEY_CLASSES_ROOT, kTransformKey);
   }
-  RegisterServer(OwnPath());
-  EXPECT_EQ(DllUnregisterServer(), S_OK);
-  EXPECT_EQ(Text(kServerKey), OwnPath()) << "that one's registration";
-  // Another spelling of the same path is the same file.
-  for (const std::string& own : {gone, std::string(path).insert(path.find_last_of('\\'), "\\.")}) {
-    RegisterServer(own);
+  // A file that is not there any more does not count, and another spelling of the same path is the same file.
+  const std::string own = OwnPath(), gone = "Z:\\gone\\vkfvstabilize.dll";
+  for (const std::string& registered : {gone, std::string(own).insert(own.find_last_of('\\'), "\\.")}) {
+    RegisterServer(registered);
     EXPECT_EQ(DllUnregisterServer(), S_OK);
-    EXPECT_EQ(Text(kTransformKey), "(no key)") << own;
+    EXPECT_EQ(Text(kTransformKey), "(no key)") << registered;
+    RegisterServer(registered);
+    EXPECT_EQ(DllRegisterServer(), S_OK);
+    EXPECT_EQ(Text(kServerKey), own);
   }
-  FreeLibrary(module);
 }
 
 TEST_F(Server, StopsRegisteringAtTheFirstFailure) {
-  // The root is a key that is gone: nothing can be made below it.
-  ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, kClasses), ERROR_SUCCESS);
-  EXPECT_EQ(DllRegisterServer(), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+  // Two keys and three values for each of three classes, then two categories
+  constexpr int kSteps = 17;
+  const LSTATUS full = ERROR_DISK_FULL;
+  const HRESULT failure = HRESULT_FROM_WIN32(full);
+  int successes = 0;
+  const Replaced<__imp_RegCreateKeyExA> key(&successes, full);
+  const Replaced<__imp_RegSetValueExA> value(&successes, full);
+  const Replaced<__imp_MFTRegister> transform(&successes, failure);
+  for (int step = 0; step <= kSteps; ++step) {
+    successes = step;
+    EXPECT_EQ(DllRegisterServer(), step < kSteps ? failure : S_OK) << step;
+    EXPECT_EQ(successes, step < kSteps ? -1 : 0) << "nothing is tried after that";
+  }
+  EXPECT_EQ(DllUnregisterServer(), S_OK);
+  const Replaced<__imp_GetModuleFileNameA> longPath([](HMODULE, char*, DWORD size) { return size; });
+  EXPECT_EQ(DllRegisterServer(), E_FAIL) << "a path that would be cut";
   EXPECT_EQ(DllUnregisterServer(), S_OK) << "whatever the single steps give";
 }
 
 TEST_F(Server, KeepsTheRegistrationWhenTheTypeLibraryFails) {
-  static std::string message;
-  const MessageBoxFunction before = SetMessageBox([](HWND, const char* text, const char*, UINT) {
-    message = text;
-    return IDOK;
-  });
+  std::string message;
+  const Replaced<__imp_MessageBoxA> box(
+      [&](HWND, const char* text, const char*, UINT) { return message = text, IDOK; });
   // A module without a library.
   DllMain(GetModuleHandleA("advapi32.dll"), DLL_PROCESS_ATTACH, nullptr);
   EXPECT_EQ(DllRegisterServer(), S_OK);
-  SetMessageBox(before);
   EXPECT_NE(message.find("to register type library"), std::string::npos) << message;
   EXPECT_TRUE(IsListed(MFT_CATEGORY_VIDEO_EFFECT));
-  std::string().swap(message);
   EXPECT_EQ(DllUnregisterServer(), S_OK);
 }
 

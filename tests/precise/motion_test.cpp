@@ -13,7 +13,7 @@ constexpr PictureFormat kFormat = {.width = 240, .height = 180};
 struct MotionCase {
   const char* name;
   Similarity motion = MakePose(3.37, -2.61, 0.7);
-  Take take = {};  ///< of both frames, where `change` says no other
+  Take take = {};  ///< of both frames; `change` alters the later one
   std::function<void(Take& later)> change = [](Take&) {};
   double aspect = 1;
   std::optional<Region> region = {};
@@ -92,14 +92,17 @@ TEST(Motion, TellsAnglesAsTheArcTangentDoes) {
   EXPECT_EQ(Angle({0, 0}), 0);
 }
 
-TEST(Motion, IsNothingWithoutTexture) {
-  for (const double noise : {0.0, 2.0, 5.0, 10.0}) {
-    const FrameReport report = Measured({.name = "flat", .take = {.noise = noise}}, 0);
-    EXPECT_EQ(report.motion.x, 0) << noise;
-    EXPECT_EQ(report.motion.y, 0) << noise;
-    EXPECT_EQ(report.motion.roll, 0) << noise;
-    EXPECT_EQ(report.shot, 0) << noise;
-  }
+TEST(Motion, IsNothingWithoutTextureAndNothingThatNoCameraDoes) {
+  const auto expectNone = [](const MotionCase& test, std::uint32_t scene) {
+    const FrameReport report = Measured(test, scene);
+    EXPECT_EQ(report.motion.x, 0) << test.name;
+    EXPECT_EQ(report.motion.y, 0) << test.name;
+    EXPECT_EQ(report.motion.roll, 0) << test.name;
+    EXPECT_EQ(report.shot, 0) << test.name;
+  };
+  for (const double noise : {0.0, 2.0, 5.0, 10.0}) expectNone({.name = "flat", .take = {.noise = noise}}, 0);
+  for (const double roll : {-21, 21, 24})
+    expectNone({.name = "turned too far", .motion = MakePose(0, 0, roll)}, 1);
 }
 
 }  // namespace

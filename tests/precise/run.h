@@ -19,15 +19,18 @@ struct Outcome {
   std::vector<FrameReport> reports;
 };
 
-/// What must not change what comes out.
+/// How a stabilizer is run. What comes out must not depend on it, except that a kept background lacks a
+/// skipped frame.
 struct Way {
   bool bottomUp = false;  ///< the order of rows in memory
   SimdLevel cap = SimdLevel::Avx2;
   RowRunner runner = {};
+  std::ptrdiff_t skipped = -1;  ///< number of a frame that is not drawn
 };
 
-/// Stabilizes the frames as a caller would, and expects of every run: a frame comes out as soon as the delay
-/// allows it, as many as went in; nothing is written beside them; no frame is read after it was given back.
+/// Stabilizes the frames as a caller would. Expects of every run that frames come out as soon as the delay
+/// allows, and as many as went in; that no call allocates or writes behind the output's rows; and, with
+/// sanitizers, that no frame is read after it was given back.
 Outcome Stabilize(const PictureFormat& format, const Settings& settings, std::span<const PlanarFrame> frames,
                   const Way& way = {});
 

@@ -19,8 +19,8 @@ constexpr PictureFormat kFormats[] = {
 
 constexpr std::array<std::uint8_t, kMaxPlanes> kBackground = {9, 8, 7, 6};
 
-/// What a still camera shows with margins that do not magnify: the picture less what is cut off, or with a
-/// border.
+/// What comes out for a still camera's frame with margins that do not magnify it: the frame without its
+/// margins, or with a border over them.
 PlanarFrame Clipped(const PictureFormat& format, const Settings& settings, const PlanarFrame& frame) {
   const PictureFormat shown = OutputFormat(format, settings);
   const bool isCrop = settings.clipping == Clipping::Crop;
@@ -34,7 +34,7 @@ PlanarFrame Clipped(const PictureFormat& format, const Settings& settings, const
     const std::int32_t top = isCrop ? (format.height - shown.height) / 2 >> shiftY : 0;
     for (std::int32_t row = top; row < top + shown.PlaneHeight(plane); ++row) {
       for (std::int32_t column = left; column < left + shown.PlaneWidth(plane); ++column) {
-        // A border covers a chroma sample of which it covers a column or row.
+        // A border covers a chroma sample when it covers one of its luma columns or rows.
         const auto covers = [](std::int32_t i, std::int32_t count, int shift, double margin) {
           return std::min(i, count - 1 - i) << shift < margin;
         };
@@ -153,8 +153,8 @@ void FromTheLast(std::int32_t rows, RowWork work, const void* context) {
   for (std::int32_t end = rows; end > 0; end -= std::min(end, 7)) work(context, std::max(end - 7, 0), end);
 }
 
-/// The bytes are the same with every compiler and on every machine. They change with the engine: then the
-/// numbers here do, too.
+/// The bytes are the same with every compiler and on every machine. Whoever changes the engine's output
+/// changes these numbers.
 TEST(Stream, BytesAreThese) {
   struct DigestCase {
     Settings settings;

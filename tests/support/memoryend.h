@@ -12,7 +12,7 @@
 #include <unistd.h>
 #endif
 
-/// Memory behind whose end nothing can be read: sanitizers do not see all that vector loops read.
+/// Memory that ends at a page which cannot be read. Sanitizers do not see all that vector loops read.
 class MemoryEnd {
  public:
   explicit MemoryEnd(std::size_t largestSize)

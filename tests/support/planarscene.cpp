@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "kernel/sampling.h"
@@ -13,7 +14,7 @@ using precise::Complex;
 using precise::PictureFormat;
 using precise::Similarity;
 
-/// Random values on a lattice that repeats, interpolated by cubic B-splines.
+/// Random values on a repeating lattice, interpolated by cubic B-splines.
 class Texture {
  public:
   Texture(double cell, double strength, std::uint32_t seed) : m_cell(cell), m_values(kSide * kSide) {
@@ -85,6 +86,48 @@ Complex PlaceOf(const PictureFormat& format, int plane, std::int32_t column, std
     y = y * (1 << format.chromaShiftY) + format.chromaSiteY;
   }
   return {(x - (format.width - 1) / 2.0) * format.pixelAspect, y - (format.height - 1) / 2.0};
+}
+
+PlanarBuffer::PlanarBuffer(const PictureFormat& format, bool isBottomUp, std::ptrdiff_t padding,
+                           std::uint8_t fill)
+    : m_format(format), m_isBottomUp(isBottomUp), m_padding(padding), m_fill(fill) {
+  for (std::size_t plane = 0; plane < static_cast<std::size_t>(format.planes); ++plane)
+    bytes[plane].resize(static_cast<std::size_t>(Pitch(plane) * format.PlaneHeight(static_cast<int>(plane))),
+                        fill);
+}
+
+void PlanarBuffer::Write(const PlanarFrame& frame) {
+  std::array<std::size_t, precise::kMaxPlanes> next = {};
+  const auto step = static_cast<std::size_t>(m_format.BytesPerSample());
+  ForRows([&](std::size_t plane, std::uint8_t* row) {
+    for (const std::uint8_t* const end = row + RowBytes(plane); row < end; row += step) {
+      const auto sample =
+          static_cast<std::uint16_t>(frame[plane][next[plane]++] << (m_format.bitsPerSample - 8));
+      std::memcpy(row, &sample, step);
+    }
+  });
+}
+
+PlanarFrame PlanarBuffer::Read() {
+  PlanarFrame frame;
+  const auto step = static_cast<std::size_t>(m_format.BytesPerSample());
+  const int one = 1 << (m_format.bitsPerSample - 8);
+  ForRows([&](std::size_t plane, const std::uint8_t* row) {
+    for (const std::uint8_t* const end = row + RowBytes(plane); row < end; row += step) {
+      std::uint16_t sample = 0;
+      std::memcpy(&sample, row, step);
+      frame[plane].push_back(static_cast<std::uint8_t>(std::min((2 * sample + one) / (2 * one), 255)));
+    }
+  });
+  return frame;
+}
+
+bool PlanarBuffer::IsPaddingIntact() {
+  bool isIntact = true;
+  ForRows([&](std::size_t plane, const std::uint8_t* row) {
+    isIntact &= std::count(row + RowBytes(plane), row + Pitch(plane), m_fill) == m_padding;
+  });
+  return isIntact;
 }
 
 PlanarFrame Shoot(const PictureFormat& format, const Take& take) {

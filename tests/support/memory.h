@@ -2,7 +2,10 @@
 
 #include <cstdint>
 
-/// While it lives, the program may allocate only so many bytes, whatever it frees. For one thread.
+/// How often the program has allocated memory so far.
+std::int64_t AllocationCount();
+
+/// While it lives, its thread may allocate only so many bytes, whatever it frees.
 class LimitedMemory {
  public:
   explicit LimitedMemory(std::int64_t bytes);
