@@ -299,6 +299,8 @@ TEST(Element, DrainsHoldsOrDropsAsTheRulesSay) {
            {"0-7 interpolation=nearest | 8-19 | eos", "0-3 | 4-15 | 16-19 eos"},
            {"0-7 window=4 | 8-19 | eos", "0-3 | 4-17 | 18 19 eos", 2},
            {"0-7 crop=10 clip=crop | 8-19 | eos", "0-3 | 4-7 caps 8-11 | 12-19 eos", 8},
+           {"0-5 tag flush-start flush-stop segment 6-13 | eos", "0 1 segment tag 6-9 | 10-13 eos"},
+           {"format=I420,framerate=(fraction)0/1 caps 0 2 4 6 8 10 | eos", "caps 0 2 | 4 6 8 10 eos", 8},
            {"crop=10 clip=crop 0 1+ 2 | eos", "caps | 0 1 2 eos", 8},
            {"0 1 custom-downstream 2+ 3 tag 4-10 custom-downstream 11 !12 | 13-15 eos",
             "0 1 custom-downstream 2+ 3 tag 4-10 custom-downstream 11 | !12 13-15 eos"}}) {
@@ -476,12 +478,15 @@ TEST(Pipeline, SurvivesChangesOfStateAndOfProperties) {
   Pipeline pipeline(
       "videotestsrc num-buffers=200 ! video/x-raw,width=96,height=64 ! vstabilize name=it ! queue");
   GstElement* const element = gst_bin_get_by_name(GST_BIN(pipeline.Get()), "it");
+  GstPad* const pad = gst_element_get_static_pad(element, "src");
   std::mt19937 random(1);
   for (int i = 0; i < 300; ++i) {
     gst_element_set_state(pipeline.Get(), static_cast<GstState>(GST_STATE_NULL + random() % 4));
     if (random() % 4 == 0) pipeline.Settle();
     g_object_set(element, "window", static_cast<guint>(random() % 40), "crop", i % 2 * 5.0, nullptr);
+    const CapsPtr offered(gst_pad_query_caps(pad, nullptr));
   }
+  gst_object_unref(pad);
   gst_object_unref(element);
   EXPECT_GE(pipeline.Play(), 200);
 }
