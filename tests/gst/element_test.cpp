@@ -1,5 +1,6 @@
 #include "gst/element.h"
 
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "gst/owners.h"
 #include "gst/videoformat.h"
@@ -479,13 +481,18 @@ TEST(Pipeline, SurvivesChangesOfStateAndOfProperties) {
       "videotestsrc num-buffers=200 ! video/x-raw,width=96,height=64 ! vstabilize name=it ! queue");
   GstElement* const element = gst_bin_get_by_name(GST_BIN(pipeline.Get()), "it");
   GstPad* const pad = gst_element_get_static_pad(element, "src");
+  std::atomic<bool> isDone = false;
+  std::thread asker([&] {
+    while (!isDone) const CapsPtr answer(gst_pad_query_caps(pad, nullptr));
+  });
   std::mt19937 random(1);
   for (int i = 0; i < 300; ++i) {
     gst_element_set_state(pipeline.Get(), static_cast<GstState>(GST_STATE_NULL + random() % 4));
     if (random() % 4 == 0) pipeline.Settle();
     g_object_set(element, "window", static_cast<guint>(random() % 40), "crop", i % 2 * 5.0, nullptr);
-    const CapsPtr offered(gst_pad_query_caps(pad, nullptr));
   }
+  isDone = true;
+  asker.join();
   gst_object_unref(pad);
   gst_object_unref(element);
   EXPECT_GE(pipeline.Play(), 200);
