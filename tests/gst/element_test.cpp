@@ -16,7 +16,7 @@
 #include "gst/owners.h"
 #include "gst/videoformat.h"
 #include "host/commandrun.h"
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
 
 /// GLib never frees its first table of names, and the stacks of its allocations show no caller to name here.
 /// Leaked objects are found by GStreamer's own tracer.

@@ -14,8 +14,8 @@
 #include "host/platform.h"
 #include "host/settings.h"
 #include "kernel/stabilizevideokernel.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

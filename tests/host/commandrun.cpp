@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "host/command.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -69,10 +69,10 @@ Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height,
 }
 
 Bytes ShakyClip(std::int32_t width, std::int32_t height, int frames) {
-  const Scene scene({width, height}, 24);
+  const FrameGeometry geometry(width, height);
   Bytes clip;
-  for (int i = 0; i < frames; ++i) {
-    const Bytes packed = Packed(scene.Shoot(ShakyPose(i)).data(), width, height, scene.Frame().strideBytes);
+  for (const Bytes& frame : ShakyFrames(geometry, frames)) {
+    const Bytes packed = Packed(frame.data(), width, height, geometry.strideBytes);
     clip.insert(clip.end(), packed.begin(), packed.end());
   }
   return clip;

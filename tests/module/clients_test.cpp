@@ -13,8 +13,8 @@
 #include "embedding.cpp"
 #include "kernel/stabilizevideokernel.h"
 #include "module/samples.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 // The module as others use it: nothing here is linked to it.
 

@@ -16,7 +16,7 @@ struct MotionCase {
   Take take = {};  ///< of both frames; `change` alters the later one
   std::function<void(Take& later)> change = [](Take&) {};
   double aspect = 1;
-  std::optional<Region> region = {};
+  std::optional<Rect> region = {};
   double boundPixels = 0.05, boundDegrees = 0.005;
 };
 
@@ -47,10 +47,15 @@ const std::vector<MotionCase> kMotionCases = {
      .take = {.foreground = 0.3},
      .boundPixels = 0.1,
      .boundDegrees = 0.02},
+    {.name = "far to the left behind a still foreground",
+     .motion = MakePose(-40, 3),
+     .take = {.foreground = 0.25},
+     .boundPixels = 0.1,
+     .boundDegrees = 0.02},
     {.name = "region",
      .take = {.foreground = 0.6},
      .change = [](Take& later) { later.foregroundPose = kOtherMotion; },
-     .region = Region{155, 0, 240, 170}},
+     .region = Rect{155, 0, 240, 170}},
 };
 
 FrameReport Measured(const MotionCase& test, std::uint32_t scene) {

@@ -85,10 +85,26 @@ TEST(Path, NeverReachesFurtherThanAFrameAllows) {
   }
 }
 
+/// Between two corrections that fit there may be mixtures that do not.
+TEST(Path, FitsAtEveryPosition) {
+  const HalfSizes sizes = {{60, 40}, {50, 30}};
+  for (double roll = -16; roll <= 16; roll += 4)
+    for (double x = -15; x <= 15; x += 3) {
+      CLadder ladder;
+      ladder.SetLast(MakePose(x, 5, roll));
+      EXPECT_TRUE(Fits(ladder.FittingAt(CLadder::kHighest - 0.5, sizes), sizes)) << x << ", " << roll;
+    }
+}
+
 TEST(Path, LaysEveryFrameOnTheFirstOfItsShotOnATripod) {
   for (const bool correctRoll : {true, false}) {
     std::vector<Take> takes = ShakyTakes("aaaaaaaaaaaaaaaaaaaaWaaaaabbbbbc");
-    for (Take& take : takes) take.noise = 8;
+    // Most frames stand further from the first one than a motion is found without a guess.
+    for (std::size_t i = 0; i < takes.size(); ++i) {
+      takes[i].noise = 8;
+      const double share = std::min(static_cast<double>(i) / 6, 1.0);
+      takes[i].pose = Compose(MakePose(28 * share, 0, 16 * share), takes[i].pose);
+    }
     if (!correctRoll)
       for (Take& take : takes) take.pose.turn = {1, 0};
     const Settings settings = {.window = 4, .correctRoll = correctRoll, .tripod = true};
@@ -101,7 +117,7 @@ TEST(Path, LaysEveryFrameOnTheFirstOfItsShotOnATripod) {
       EXPECT_EQ(run.reports[i].shot, i < 26 ? 0 : i < 31 ? 1 : 2);
       EXPECT_NEAR(correction.x, expected.shift.re, 0.1) << "frame " << i;
       EXPECT_NEAR(correction.y, expected.shift.im, 0.1) << "frame " << i;
-      EXPECT_NEAR(Degrees(correction.roll - Angle(expected.turn)), 0, correctRoll ? 0.06 : 0)
+      EXPECT_NEAR(Degrees(correction.roll - Angle(expected.turn)), 0, correctRoll ? 0.08 : 0)
           << "frame " << i;
     }
   }

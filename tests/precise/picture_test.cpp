@@ -46,6 +46,8 @@ const PictureCase kPictureCases[] = {
 
 /// Compares each frame with what a camera would take at the corrected pose, magnified.
 TEST(Picture, IsWhatTheCorrectedCameraWouldTake) {
+  EXPECT_EQ(k420Left.PlaneWidth(1), 81) << "an odd column has chroma of its own";
+  EXPECT_EQ(k420Left.PlaneHeight(1), 60);
   for (const PictureCase& test : kPictureCases) {
     const std::vector<Take> takes = ShakyTakes("aaaaaa", 6);
     Settings settings = test.settings;
