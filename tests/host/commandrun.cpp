@@ -14,8 +14,7 @@
 namespace {
 
 #ifdef _WIN32
-// The library's own function lets go of a name before it opens the file: programs that run at the same time
-// may then share one.
+// The library's std::tmpfile frees its name before it opens the file, so two programs may get the same file.
 std::FILE* OpenTemporary() {
   wchar_t folder[MAX_PATH + 1], path[MAX_PATH];
   GetTempPathW(MAX_PATH + 1, folder);
@@ -50,12 +49,16 @@ Arguments::Arguments(const std::string& line) {
   for (const std::string& word : m_words) m_pointers.push_back(word.c_str());
 }
 
-Outcome RunWords(const std::string& words, const Bytes& input, std::FILE* output) {
+Outcome RunWords(const std::string& words, std::FILE* input, std::FILE* output) {
   const Arguments arguments(words);
-  const File in = TemporaryFile(input), out = TemporaryFile(), messages = TemporaryFile();
-  const int code = RunCommand(arguments.Pointers(), in.get(), output ? output : out.get(), messages.get());
+  const File messages = TemporaryFile();
+  const int code = RunCommand(arguments.Pointers(), input, output, messages.get());
   const Bytes text = ReadAll(messages.get());
-  return {code, ReadAll(out.get()), std::string(text.begin(), text.end())};
+  return {code, ReadAll(output), std::string(text.begin(), text.end())};
+}
+
+Outcome RunWords(const std::string& words, const Bytes& input) {
+  return RunWords(words, TemporaryFile(input).get(), TemporaryFile().get());
 }
 
 Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch) {
