@@ -1,18 +1,18 @@
-"""Camera paths of clips, and how much they tremble."""
+"""Camera paths of clips, and their jitter."""
 
 import csv
 import dataclasses
 import math
 
-# The slow part of a path: what a low-pass of fourth order and this standard deviation leaves, in frames.
+# The slow part of a path is what a low-pass filter of fourth order with this standard deviation (in frames) passes.
 SIGMA = 6
 REACH = 4 * SIGMA
-END = 16  # frames at a shot's beginning or end
+END = 16  # frames that count as a shot's beginning or end
 
 
 @dataclasses.dataclass(frozen=True)
 class Pose:
-    """Where a frame's camera points: pixels, x to the right and y upward; degrees, counterclockwise."""
+    """The camera's pose in a frame: x to the right and y upward in pixels, theta counterclockwise in degrees."""
 
     x: float
     y: float
@@ -24,7 +24,7 @@ class Pose:
 
 @dataclasses.dataclass(frozen=True)
 class Jitter:
-    """Root mean squares of the length of a shift and of a roll."""
+    """Root mean squares: of the length of shifts, and of rolls."""
 
     pixels: float
     degrees: float
@@ -39,10 +39,10 @@ def poses_of(rows):
 
 
 def intercept_weights(offsets, sigma=SIGMA):
-    """What a quadratic, fitted to values at these offsets with Gaussian weights, takes of each at offset 0. Far from
-    any end this is the Gaussian kernel of fourth order, (3/2 - x^2 / (2 sigma^2)) times the Gaussian; at an end, where
-    fewer offsets are there, quadratics are kept as well (W. S. Cleveland, "Robust locally weighted regression and
-    smoothing scatterplots", Journal of the American Statistical Association 74, 1979)."""
+    """Weights of the values at these offsets in the local quadratic regression at offset 0, with Gaussian weights. Far
+    from any end they are the Gaussian kernel of fourth order, (3/2 - x^2 / (2 sigma^2)) times the Gaussian. At an end,
+    where offsets are missing, they reproduce quadratics as well (W. S. Cleveland, "Robust locally weighted regression
+    and smoothing scatterplots", Journal of the American Statistical Association 74, 1979)."""
     gauss = [math.exp(-(x / sigma) ** 2 / 2) for x in offsets]
     s0, s1, s2, s3, s4 = (sum(g * x ** power for g, x in zip(gauss, offsets)) for power in range(5))
     minors = (s2 * s4 - s3 * s3, s2 * s3 - s1 * s4, s1 * s3 - s2 * s2)
@@ -51,7 +51,7 @@ def intercept_weights(offsets, sigma=SIGMA):
 
 
 def tremble(path):
-    """What is left of one shot's path without its slow part. Poses that are None are left out, and stay None."""
+    """One shot's path minus its slow part. Poses that are None do not count, and stay None."""
     known = [frame for frame, pose in enumerate(path) if pose]
     left = []
     for frame, pose in enumerate(path):
@@ -78,20 +78,20 @@ def jitter_of(left):
 
 
 def jitter(shots):
-    """Of all frames of some shots' paths, and of their first and last frames."""
+    """The jitter of all frames of these shots, and that of their first and last `END` frames."""
     trembles = [tremble(path) for path in shots]
     return (jitter_of(sum(trembles, [])),
             jitter_of(sum((left[:END] + left[max(END, len(left) - END):] for left in trembles), [])))
 
 
 def gaussian(sigma, reach):
-    """Taps of a symmetric kernel, from its centre outward."""
+    """A Gaussian kernel: its taps from the centre outward."""
     return [math.exp(-(distance / sigma) ** 2 / 2) for distance in range(reach + 1)]
 
 
 def kaiser(shape, reach):
-    """Taps of a Kaiser window, likewise (J. F. Kaiser, R. W. Schafer, "On the use of the I0-sinh window for spectrum
-    analysis", IEEE Transactions on Acoustics, Speech, and Signal Processing 28, 1980)."""
+    """A Kaiser window: its taps from the centre outward (J. F. Kaiser, R. W. Schafer, "On the use of the I0-sinh
+    window for spectrum analysis", IEEE Transactions on Acoustics, Speech, and Signal Processing 28, 1980)."""
     def bessel(x):
         return sum((x / 2) ** (2 * k) / math.factorial(k) ** 2 for k in range(20))
 
@@ -99,8 +99,8 @@ def kaiser(shape, reach):
 
 
 def smoothed(path, taps):
-    """One shot's path under a symmetric kernel, of which the taps from the centre outward are given; beyond its ends it
-    goes on by point reflection."""
+    """One shot's path, convolved with a symmetric kernel given by its taps from the centre outward. Point reflection
+    extends the path beyond its ends."""
     def at(frame, axis):
         last = len(path) - 1
         inside = min(max(frame, 0), last)
@@ -123,7 +123,7 @@ def bend(path):
 
 
 def steps(path):
-    """One shot's motion from frame to frame, along the picture's own axes halfway."""
+    """One shot's motion from frame to frame, along the axes of a picture halfway between the two."""
     found = []
     for before, after in zip(path, path[1:]):
         shift = after - before

@@ -7,7 +7,8 @@
 #include "host/rawvideo.h"
 #include "host/y4m.h"
 
-// The vstabilize command with the stabilization taken out: what reading and writing the frames costs.
+// The vstabilize command without an engine: it only reads and writes the frames, whose cost can then be
+// subtracted.
 
 namespace {
 

@@ -1,14 +1,14 @@
-"""What stabilizing costs.
+"""The cost of stabilizing: CPU time and peak memory.
 
-A cost is the CPU time, user and system, of a whole process on one thread. It is taken per frame, as the difference
-between a run over a clip and a run over its beginning, so that starting up and filling the delay line cancel out; and
-it is taken less the same for a process that only passes the frames on. Everyone reads uncompressed frames from memory
-and throws its output away. Rounds run the rows in turn; figures are medians.
+A cost is the CPU time (user and system) of a process on one thread. It is measured over a clip and over the clip's
+beginning; the difference, divided by the frames between, is free of start-up and of filling the delay line. The same
+difference for a process that only passes the frames on is subtracted. All programs read uncompressed frames from
+memory and discard their output. Each round runs all rows in turn. Figures are medians over the rounds.
 
-The cost of window lengths is that of an engine's calls inside one process, on a made-up clip: a program that runs alone
-with a short window finds its few frames in the cache, however cheap its engine is.
+The cost of window lengths is measured on the engine's calls inside one process, with a synthetic clip. A program of its
+own would keep the few frames of a short window in the cache, which hides the engine's cost.
 
-A job is a whole file, from H.264 to H.264, on as many threads as the programs choose.
+A job stabilizes a whole file, from H.264 to H.264, with as many threads as the programs choose.
 """
 
 import argparse
@@ -48,11 +48,11 @@ def ffmpeg_job(video_filter, output="-c:v libx264 -preset medium -crf 18 {folder
 @dataclasses.dataclass(frozen=True)
 class Row:
     title: str
-    commands: list  # one for each time that the clip is read
+    commands: list  # one for each pass over the clip
     idle: str  # command that only passes the frames on
     pixel_format: str = YUV
-    once: bool = False  # whether one size is enough
-    delay: int = 16  # frames at most that wait within
+    once: bool = False  # measured at one size only
+    delay: int = 16  # upper limit of the frames in the delay line
 
     @property
     def is_own(self):
@@ -78,12 +78,13 @@ ROWS = {
     "10-bits": precise("bicubic, `--crop 0`, 10 bits", "--crop 0", pixel_format=YUV10, once=True),
     "classic": classic("defaults"),
     "classic-rotation": classic("rotation, quality 3", "--rotation"),
+    "classic-finest": classic("rotation, quality 1", "--rotation --quality 1"),
     "deshake": peer("`deshake`", "deshake"),
     "pair": peer(PAIR_TITLE, *PAIR),
 }
 PEERS = ["deshake", "pair"]
 
-# What is to be reached: a row, the one that its cost is compared with, the share of that at most, and the sizes.
+# Limits: a row may cost at most this share of another row's cost, at these sizes.
 ANY = None
 LIMITS = [
     ("bicubic", "pair", 1 / 6, [SD]),
@@ -96,7 +97,7 @@ LIMITS = [
     *(("classic-rotation", name, 1 / 2, [HD, FULL_HD, UHD]) for name in PEERS),
 ]
 
-# An engine's program that measures frames with several windows, and what the dearest may cost to the cheapest.
+# The program that measures an engine with several windows, and the limit of the highest cost over the lowest.
 WINDOWS = {
     "defaults": ("{build}/bench/precise_bench --benchmark_filter=WholeFrame/window --benchmark_repetitions=8 "
                  "--benchmark_min_time=0.2 --benchmark_enable_random_interleaving=true", 1.1),
@@ -123,7 +124,7 @@ ALL_ROWS = [*ROWS, "windows", "jobs"]
 
 @dataclasses.dataclass(frozen=True)
 class Usage:
-    """Seconds, or milliseconds a frame; and MiB."""
+    """Wall and CPU time in seconds (for a cost: milliseconds a frame), and peak memory in MiB."""
 
     wall: float
     cpu: float
@@ -140,12 +141,12 @@ def words(command, **places):
 
 
 def run(commands, folder, size, source=Path(os.devnull), **environment):
-    """What all commands take together, each of which reads the source, and the peak memory of the largest."""
+    """The total time of all commands, each of which reads the source, and the largest peak memory among them."""
     peak, cpu, wall = 0, cpu_of_children(), time.perf_counter()
     with tempfile.NamedTemporaryFile("r") as report:
         for command in commands:
             with source.open("rb") as file:
-                # The peak of a child of this process would count this process's own.
+                # A direct child would inherit the peak of this process.
                 subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", report.name,
                                 *words(command, folder=folder, size=size)], check=True, stdin=file,
                                stdout=subprocess.DEVNULL, env=os.environ | environment)
@@ -159,13 +160,13 @@ def median(usages):
 
 
 def film(folder, source, size, frames, outputs):
-    """Has ffmpeg write the outputs, a list of options each, of the source or else of a made-up scene."""
+    """Has ffmpeg write the outputs, each a list of options, from the source or, without one, a synthetic scene."""
     say(f"{size}: making the clip")
     scene = folder / "scene.y4m"
     if not source:
         with scene.open("wb") as file:
             subprocess.run([BUILD / "bench/make_scene", f"plain_{size}@{frames}"], check=True, stdout=file)
-    # A clip that is too short starts again; scaled to cover the size. The rate decides how long the window is.
+    # A short clip is repeated, and the picture is scaled to cover the size. The fixed rate fixes the default window.
     picture = f"scale={size}:force_original_aspect_ratio=increase,crop={size.replace('x', ':')},setfield=prog"
     subprocess.run(["ffmpeg", *"-nostdin -v error -y -stream_loop -1 -r 30".split(), "-i", f"file:{source or scene}",
                     *(word for output in outputs for word in ("-map", "0:V:0", "-vf", picture, *output))], check=True)
@@ -177,8 +178,8 @@ def clip_file(folder, pixel_format, frames):
 
 
 def make_clips(folder, source, size, rows):
-    """Writes two clips a pixel format and returns their numbers of frames. The shorter is the longer's beginning and
-    fills the delay line; the longer is about the same work at every size."""
+    """Writes two clips for each pixel format and returns their numbers of frames. The shorter clip is the beginning of
+    the longer one and just fills the delay line. The longer clip takes about the same work at every size."""
     beginning = max(row.delay for row in rows) + 4
     frames = round(60 * 1920 * 1080 / math.prod(map(int, size.split("x"))))
     lengths = beginning, beginning + min(max(frames, 20), 220)
@@ -190,7 +191,7 @@ def make_clips(folder, source, size, rows):
 
 
 def cost(row, folder, size, lengths):
-    """What a frame takes."""
+    """The usage of one frame."""
     short, whole = (run(row.commands, folder, size, clip_file(folder, row.pixel_format, frames), OMP_NUM_THREADS="1")
                     for frames in lengths)
     milliseconds = 1000 / (lengths[1] - lengths[0])
@@ -198,7 +199,7 @@ def cost(row, folder, size, lengths):
 
 
 def measure_size(folder, source, size, rows, rounds):
-    """Name to what the stabilization alone takes a frame."""
+    """Maps each row's name to the usage of one frame, without that of passing frames on."""
     idle = {(row.idle, row.pixel_format): Row("frames passed on", [row.idle], row.idle, row.pixel_format)
             for row in rows.values()}
     found = {name: [] for name in idle | rows}
@@ -207,18 +208,18 @@ def measure_size(folder, source, size, rows, rounds):
         for number in range(rounds):
             for name, row in (idle | rows).items():
                 say(f"{size}, round {number + 1} of {rounds}: {row.title}")
-                # The own costs are the smallest, and all others are divided by them.
+                # Three times for our own rows: their costs are the smallest and the divisors of all ratios.
                 found[name] += [cost(row, Path(clips), size, lengths) for _ in range(3 if row.is_own else 1)]
     results = {}
     for name, row in rows.items():
         whole, passing = median(found[name]), median(found[row.idle, row.pixel_format])
-        # Nothing shorter can be told from nothing.
+        # A cost below the noise must not become zero or negative.
         results[name] = dataclasses.replace(whole, cpu=max(whole.cpu - len(row.commands) * passing.cpu, 0.001))
     return results
 
 
 def measure_windows(rounds):
-    """Engine to windows to the milliseconds that a frame takes."""
+    """Maps each engine to a map from window length to milliseconds a frame."""
     results = {}
     for engine, (command, _) in WINDOWS.items():
         say(f"windows: {engine}")
@@ -243,12 +244,12 @@ def measure_jobs(folder, source, size, rounds):
 
 
 def significant(value):
-    """Two digits at least, three when they matter."""
+    """Rounds to two or three significant digits."""
     return f"{value:.{2 if value < 1 else 1 if value < 20 else 0}f}"
 
 
 def grid(title, names, results, value):
-    """A row a name, a column a size."""
+    """A table with a line for each name and a column for each size."""
     return ["", *table([title, *(size.replace("x", "×") for size in results)],
                        [[ROWS[name].title, *(significant(value(found, name)) if name in found else "–"
                                              for found in results.values())] for name in names])]
@@ -305,10 +306,10 @@ def parse_rows(text):
 
 
 def add_options(parser):
-    parser.add_argument("clip", nargs="?", help="a video to measure on (default a made-up shaky scene)")
+    parser.add_argument("clip", nargs="?", help="a video to measure with (default a synthetic scene)")
     parser.add_argument("--sizes", type=parse_sizes, default=SIZES, help=f"default {','.join(SIZES)}")
     parser.add_argument("--rows", type=parse_rows, default=ALL_ROWS,
-                        help=f"some of {','.join(ALL_ROWS)} (default all); what they are compared with comes along")
+                        help=f"some of {','.join(ALL_ROWS)} (default all); rows that their limits refer to are added")
     parser.add_argument("--rounds", type=int, default=3, help="default 3")
 
 

@@ -1,7 +1,5 @@
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <gst/check/gstharness.h>
 #include <set>
 #include <vector>
@@ -10,27 +8,17 @@
 #include "gst/owners.h"
 #include "gst/videoformat.h"
 #include "precise/stabilizer.h"
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
+#include "timing.h"
 
-// CPU time a frame of the element between two pads, beside that of the engine's own calls with the same
-// frames, in turn: element_bench [WIDTH HEIGHT [ROUNDS]]
+// CPU time a frame of the element between two pads, and of the engine's own calls with the same frames,
+// measured in turn: element_bench [WIDTH HEIGHT [ROUNDS]]
 
 namespace {
 
 constexpr int kFramesARound = 100;
 
-double CpuMilliseconds() {
-  timespec time = {};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
-
-double Median(std::vector<double> values) {
-  std::ranges::nth_element(values, values.begin() + std::ssize(values) / 2);
-  return values[values.size() / 2];
-}
-
-/// Frames of a shaky camera, as many as an engine holds and one more.
+/// `count` frames of a shaky camera.
 std::vector<BufferPtr> MakeFrames(const GstVideoInfo& info, const StreamFacts& facts, std::int32_t count) {
   constexpr int kDifferent = 8;
   std::vector<PlanarFrame> pictures;
@@ -47,7 +35,7 @@ std::vector<BufferPtr> MakeFrames(const GstVideoInfo& info, const StreamFacts& f
   return frames;
 }
 
-/// Runs a round of frames through `step(frame number)`; CPU milliseconds a frame.
+/// Calls `step(frame number)` for a round of frames. Returns CPU milliseconds a frame.
 template <class Step>
 double Time(int& number, const Step& step) {
   const double begin = CpuMilliseconds();
@@ -66,7 +54,7 @@ void Run(int width, int height, int rounds) {
   const std::vector<BufferPtr> frames = MakeFrames(info, facts, engine.DelayFrames() + 2);
   std::vector<GstMapInfo> maps(frames.size());
   for (std::size_t i = 0; i < frames.size(); ++i) gst_buffer_map(frames[i].get(), &maps[i], GST_MAP_READ);
-  // The element's output comes from a pool as well, which gives the same memory again and again.
+  // One buffer for all frames: the element's output pool also hands out the same memory again and again.
   const BufferPtr output(gst_buffer_new_allocate(nullptr, info.size, nullptr));
   const CMappedFrame out(info, output.get(), GST_MAP_WRITE);
   const auto call = [&](int number) {
@@ -92,7 +80,7 @@ void Run(int width, int height, int rounds) {
   std::vector<double> ofEngine, ofElement;
   for (int round = -1; round < rounds; ++round) {
     const double engineTime = Time(called, call), elementTime = Time(pushed, push);
-    if (round < 0) continue;  // the first fills delay lines and pools
+    if (round < 0) continue;  // the first round fills delay lines and pools
     ofEngine.push_back(engineTime);
     ofElement.push_back(elementTime);
   }

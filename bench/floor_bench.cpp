@@ -1,21 +1,21 @@
-#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "engine/stabilizersettings.h"
 #include "kernel/gaussianpyramid.h"
 #include "kernel/motionestimation.h"
 #include "kernel/stabilizevideokernel.h"
-#include "support/params.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
+#include "timing.h"
 
-// Whole kernel calls beside the floor, the time of four copies of a frame between cold buffers: both are
-// measured in turn, so that their ratio says something on a machine that others use, too.
+// CPU time of whole kernel calls, in milliseconds and in floors. A floor is four copies of a frame between
+// cold buffers. Calls and floors are measured in turn: other programs on the machine slow both, and their
+// ratio stays the same.
 
 namespace {
 
@@ -45,32 +45,8 @@ constexpr Settings kSettings[] = {
     {"defaults, window 128", kXY, 2, ClippingOption::Outline, 128},
 };
 
-double CpuMilliseconds() {
-  timespec time = {};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
-}
-
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-std::vector<Frame> Shoot(const FrameGeometry& frame) {
-  const Scene scene(frame, 24);
-  std::vector<Frame> clip;
-  for (int i = 0; i < kClipFrames; ++i) clip.push_back(scene.Shoot(ShakyPose(i)));
-  return clip;
-}
-
-/// The clip forward and backward without end, so that the camera never jumps.
-const Frame& FrameAt(const std::vector<Frame>& clip, std::size_t number) {
-  const std::size_t period = 2 * (clip.size() - 1), phase = number % period;
-  return clip[phase < clip.size() ? phase : period - phase];
-}
-
 KernelParams ParamsOf(const Settings& settings, const FrameGeometry& frame) {
-  KernelParams params = DefaultParams(frame.width, frame.height);
+  KernelParams params = MakeKernelParams({}, {frame.width, frame.height});
   params.estimationCoefficients = static_cast<std::uint32_t>(settings.coefficients);
   params.estimationQuality = settings.quality;
   params.clippingOption = static_cast<std::uint32_t>(settings.clipping);
@@ -82,10 +58,10 @@ KernelParams ParamsOf(const Settings& settings, const FrameGeometry& frame) {
   return params;
 }
 
-/// A kernel in the middle of the clip.
+/// A kernel whose delay line is full.
 class Run {
  public:
-  Run(const Settings& settings, const std::vector<Frame>& clip, const FrameGeometry& frame,
+  Run(const Settings& settings, const EndlessClip<Frame>& clip, const FrameGeometry& frame,
       const KernelOps& ops)
       : m_clip(clip), m_buffer(clip[0].size()), m_kernel(ops) {
     m_kernel.Initialize(ParamsOf(settings, frame));
@@ -93,14 +69,14 @@ class Run {
   }
 
   double TimeFrame() {
-    std::memcpy(m_buffer.data(), FrameAt(m_clip, m_number++).data(), m_buffer.size());
+    std::memcpy(m_buffer.data(), m_clip[m_number++].data(), m_buffer.size());
     const double start = CpuMilliseconds();
     m_kernel.ProcessFrame(m_buffer.data(), false, &m_noOutput);
     return CpuMilliseconds() - start;
   }
 
  private:
-  const std::vector<Frame>& m_clip;
+  const EndlessClip<Frame>& m_clip;
   Frame m_buffer;
   CStabilizeVideoKernel m_kernel;
   std::size_t m_number = 0;
@@ -108,15 +84,15 @@ class Run {
 };
 
 /// Mean iterations a frame over the clip, finest level first.
-std::string Iterations(const Settings& settings, const std::vector<Frame>& clip, const FrameGeometry& frame,
+std::string Iterations(const Settings& settings, const EndlessClip<Frame>& clip, const FrameGeometry& frame,
                        const KernelOps& ops) {
   auto levels = MakePyramid(frame.width, frame.height);
   RotationScratch scratch(frame.width, frame.height);
   Frame copy = clip[0];
   std::vector<int> iterations(levels.size());
-  for (const Frame& pixels : clip) {
-    BuildPyramid(levels, pixels.data(), frame, {0, 0, frame.width, frame.height}, copy.data(), ops);
-    if (&pixels == clip.data()) continue;
+  for (std::size_t number = 0; number < kClipFrames; ++number) {
+    BuildPyramid(levels, clip[number].data(), frame, {0, 0, frame.width, frame.height}, copy.data(), ops);
+    if (number == 0) continue;
     EstimateMotion(levels, static_cast<std::uint32_t>(settings.coefficients), settings.quality, scratch, ops);
     for (std::size_t i = 0; i < levels.size(); ++i) iterations[i] += levels[i].iterations;
   }
@@ -130,7 +106,7 @@ std::string Iterations(const Settings& settings, const std::vector<Frame>& clip,
 }
 
 void MeasureAll(const FrameGeometry& frame, const KernelOps& ops) {
-  const std::vector<Frame> clip = Shoot(frame);
+  const EndlessClip<Frame> clip(ShakyFrames(frame, kClipFrames));
   std::vector<Frame> floorBuffers(kFloorBuffers, clip[0]);
   std::vector<std::unique_ptr<Run>> runs;
   for (const Settings& settings : kSettings)
@@ -148,7 +124,7 @@ void MeasureAll(const FrameGeometry& frame, const KernelOps& ops) {
       floors.push_back(CpuMilliseconds() - start);
     }
     for (std::size_t i = 0; i < runs.size(); ++i) {
-      runs[i]->TimeFrame();  // what ran before left its own bytes in the cache
+      runs[i]->TimeFrame();  // not counted: the cache holds the frames of the run before
       for (int repeat = 0; repeat < 4; ++repeat) times[i].push_back(runs[i]->TimeFrame());
     }
   }
@@ -163,9 +139,9 @@ void MeasureAll(const FrameGeometry& frame, const KernelOps& ops) {
   }
 }
 
-/// Runs frames of one line of settings and nothing else, for tools that count instructions.
+/// Runs frames with one line of the settings and measures nothing, for tools that count instructions.
 void RunOnly(std::size_t index, int frames, const FrameGeometry& frame, const KernelOps& ops) {
-  const std::vector<Frame> clip = Shoot(frame);
+  const EndlessClip<Frame> clip(ShakyFrames(frame, kClipFrames));
   Run run(kSettings[index], clip, frame, ops);
   for (int i = 0; i < frames; ++i) run.TimeFrame();
 }
@@ -178,7 +154,7 @@ int Number(std::string_view text) {
 
 }  // namespace
 
-/// floor_bench [WIDTH HEIGHT [SIMD-LEVEL [LINE FRAMES]]]
+/// floor_bench [WIDTH HEIGHT [SIMD-LEVEL [LINE FRAMES]]], where LINE counts the lines of the settings from 0.
 int main(int count, char** words) {
   const FrameGeometry frame(count > 2 ? Number(words[1]) : 1920, count > 2 ? Number(words[2]) : 1080);
   const KernelOps* ops = &BestOps();

@@ -4,38 +4,26 @@
 #include <utility>
 #include <vector>
 
+#include "engine/stabilizersettings.h"
 #include "kernel/dispatch.h"
 #include "kernel/framecompensation.h"
 #include "kernel/gaussianpyramid.h"
 #include "kernel/motionestimation.h"
 #include "kernel/pathsmoothing.h"
-#include "support/params.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
-// One figure a stage and one for the whole frame, on textured frames of a shaky camera. Times are of one
-// thread.
+// CPU time of each stage of the classic engine, on one thread, with textured frames of a shaky camera.
 
 namespace {
 
 using Frame = std::vector<std::uint8_t>;
 
-constexpr int kClipFrames = 8;
-
-/// A few frames of a shaky clip, made once for each size.
-const std::vector<Frame>& ClipOf(const FrameGeometry& frame) {
-  static std::map<std::pair<std::int32_t, std::int32_t>, std::vector<Frame>> clips;
-  std::vector<Frame>& clip = clips[{frame.width, frame.height}];
-  if (clip.empty()) {
-    const Scene scene(frame, 24);
-    for (int i = 0; i < kClipFrames; ++i) clip.push_back(scene.Shoot(ShakyPose(i)));
-  }
-  return clip;
-}
-
-/// The clip forward and backward without end, so that the camera never jumps.
-const Frame& FrameAt(const std::vector<Frame>& clip, std::size_t number) {
-  const std::size_t period = 2 * (clip.size() - 1), phase = number % period;
-  return clip[phase < clip.size() ? phase : period - phase];
+/// A shaky clip, made once for each size.
+const EndlessClip<Frame>& ClipOf(const FrameGeometry& frame) {
+  static std::map<std::pair<std::int32_t, std::int32_t>, EndlessClip<Frame>> clips;
+  const std::pair size(frame.width, frame.height);
+  if (!clips.contains(size)) clips.emplace(size, ShakyFrames(frame, 8));
+  return clips.at(size);
 }
 
 FrameGeometry SizeOf(const benchmark::State& state) {
@@ -49,11 +37,11 @@ void AllSizes(benchmark::internal::Benchmark* bench) {
 }
 
 void CopyFrame(benchmark::State& state) {
-  const std::vector<Frame>& clip = ClipOf(SizeOf(state));
+  const EndlessClip<Frame>& clip = ClipOf(SizeOf(state));
   std::vector<Frame> copies(17, clip[0]);
   std::size_t number = 0;
   for (auto _ : state) {
-    const Frame& frame = FrameAt(clip, number);
+    const Frame& frame = clip[number];
     std::memcpy(copies[number++ % copies.size()].data(), frame.data(), frame.size());
     benchmark::ClobberMemory();
   }
@@ -61,18 +49,18 @@ void CopyFrame(benchmark::State& state) {
 
 void Pyramid(benchmark::State& state) {
   const FrameGeometry frame = SizeOf(state);
-  const std::vector<Frame>& clip = ClipOf(frame);
+  const EndlessClip<Frame>& clip = ClipOf(frame);
   auto levels = MakePyramid(frame.width, frame.height);
   Frame copy = clip[0];
   std::size_t number = 0;
   for (auto _ : state)
-    BuildPyramid(levels, FrameAt(clip, number++).data(), frame, {0, 0, frame.width, frame.height},
-                 copy.data(), BestOps());
+    BuildPyramid(levels, clip[number++].data(), frame, {0, 0, frame.width, frame.height}, copy.data(),
+                 BestOps());
 }
 
 void Motion(benchmark::State& state, EstimationCoefficients coefficients, std::uint32_t quality) {
   const FrameGeometry frame = SizeOf(state);
-  const std::vector<Frame>& clip = ClipOf(frame);
+  const EndlessClip<Frame>& clip = ClipOf(frame);
   auto levels = MakePyramid(frame.width, frame.height);
   RotationScratch scratch(frame.width, frame.height);
   Frame copy = clip[0];
@@ -93,8 +81,8 @@ void Smoothing(benchmark::State& state) {
 
 void Compensate(benchmark::State& state, ClippingOption clipping, const MotionRecord& correction) {
   const FrameGeometry frame = SizeOf(state);
-  const std::vector<Frame>& clip = ClipOf(frame);
-  KernelParams params = DefaultParams(frame.width, frame.height);
+  const EndlessClip<Frame>& clip = ClipOf(frame);
+  KernelParams params = MakeKernelParams({}, {frame.width, frame.height});
   params.clippingOption = static_cast<std::uint32_t>(clipping);
   params.cropMarginX = frame.width / 20;
   params.cropMarginY = frame.height / 20;
@@ -102,7 +90,7 @@ void Compensate(benchmark::State& state, ClippingOption clipping, const MotionRe
   Frame output = clip[0];
   std::size_t number = 0;
   for (auto _ : state)
-    CompensateFrame(compensation, FrameAt(clip, number++).data(), correction, output.data(), BestOps());
+    CompensateFrame(compensation, clip[number++].data(), correction, output.data(), BestOps());
 }
 
 constexpr auto kXY = EstimationCoefficients::XY;

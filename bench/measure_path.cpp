@@ -1,13 +1,16 @@
-// Measures where the camera of a stabilized scene points, on the pixels:
+// Measures the camera path of a stabilized scene from its pixels:
 //
 //   measure_path SCENE [ZOOM] < video.y4m > path.csv
 //
-// SCENE as make_scene knows it; ZOOM is how much the stabilizer magnifies, 1 by default. Any 8-bit 4:2:0
-// YUV4MPEG2 is taken. The result has a line a frame: x, y, theta as make_scene writes them; whether these are
-// known, 1 or 0; the share of the picture that shows background or what the source frame did not
-// hold; and the variance of the Laplacian in the picture's middle, which tells how sharp it is.
+// SCENE is a name that make_scene takes. ZOOM is the stabilizer's magnification, 1 by default. The video is
+// YUV4MPEG2 with 8-bit 4:2:0 samples. The result has a line a frame:
 //
-// Each frame is laid on the noise-free canvas for itself (registration.h), so that nothing drifts.
+//   x, y, theta    the camera's pose, as make_scene writes it
+//   found          1 when the pose could be measured, else 0
+//   uncovered      share of the pixels that show background, or content outside the source frame
+//   detail         variance of the Laplacian in the middle of the picture, a measure of sharpness
+//
+// Each frame is registered on the noise-free canvas by itself (registration.h), so errors do not add up.
 
 #include <algorithm>
 #include <cmath>
@@ -18,27 +21,29 @@
 #include <string>
 
 #include "registration.h"
-#include "scenes.h"
+#include "scenes/film.h"
 #include "video.h"
 
 namespace {
 
 bool ShowsBackground(const Video& video, int x, int y) {
-  return std::abs(video.U(x, y) - SceneU) + std::abs(video.V(x, y) - SceneV) > 10;
+  return std::abs(video.U(x, y) - kFilmU) + std::abs(video.V(x, y) - kFilmV) > 10;
 }
 
-/// Background is not to be trusted, and neither are pixels beside it.
+/// Pixels that show background, and their neighbours, count as untrusted.
 Layer ToLayer(const Video& video) {
-  constexpr int beside = 2;
+  constexpr int reach = 2;
   const int width = video.Width(), height = video.Height();
-  Layer layer{Plane(width, height), Plane(width, height)};
-  std::ranges::fill(layer.trust.samples, 1.0F);
+  Layer layer;
+  layer.grey = FloatPlane(width, height);
+  layer.trust = FloatPlane(width, height);
+  std::fill_n(layer.trust.Row(0), std::ptrdiff_t{width} * height, 1.0F);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       layer.grey.Row(y)[x] = video.Luma(y)[x];
       if (!ShowsBackground(video, x, y)) continue;
-      for (int row = std::max(y - beside, 0); row <= std::min(y + beside, height - 1); ++row) {
-        const int left = std::max(x - beside, 0), right = std::min(x + beside, width - 1);
+      for (int row = std::max(y - reach, 0); row <= std::min(y + reach, height - 1); ++row) {
+        const int left = std::max(x - reach, 0), right = std::min(x + reach, width - 1);
         std::fill(layer.trust.Row(row) + left, layer.trust.Row(row) + right + 1, 0.0F);
       }
     }
@@ -46,14 +51,14 @@ Layer ToLayer(const Video& video) {
   return layer;
 }
 
-/// The share of pixels that show background, or what lies outside of the frame at the source's pose.
-double UncoveredShare(const Video& video, const Fit& fit, const Scene& scene, const Pose& source) {
-  const Movement toCanvas = fit.pose.ToCanvas(), toSource = source.ToPicture();
+/// The share of pixels that show background, or content outside the source frame.
+double UncoveredShare(const Video& video, const Fit& fit, const Film& film, const Pose& source) {
+  const RigidMap toCanvas = fit.pose.ToCanvas(), toSource = source.ToPicture();
   const double centreX = (video.Width() - 1) / 2.0, centreY = (video.Height() - 1) / 2.0;
   const auto outside = [&](int x, int y) {
     const Point point = toCanvas.Of((x - centreX) / fit.zoom, (y - centreY) / fit.zoom);
     const Point seen = toSource.Of(point.x, point.y);
-    return std::abs(seen.x) > scene.width / 2.0 || std::abs(seen.y) > scene.height / 2.0;
+    return std::abs(seen.x) > film.width / 2.0 || std::abs(seen.y) > film.height / 2.0;
   };
   int uncovered = 0;
   for (int y = 0; y < video.Height(); ++y) {
@@ -79,26 +84,28 @@ double LaplacianVariance(const Video& video) {
   return squares / count - mean * mean;
 }
 
-/// Throws a std::runtime_error when the video is not one of the scene.
-void Measure(const Scene& scene, double zoom) {
+/// Throws std::runtime_error when the video has another format or another number of frames.
+void Measure(const Film& film, double zoom) {
   Video video;
-  if (!video.Open(stdin)) throw std::runtime_error("the input is no 8-bit 4:2:0 YUV4MPEG2");
+  if (!video.Open(stdin)) throw std::runtime_error("the input is not YUV4MPEG2 with 8-bit 4:2:0 samples");
   std::puts("frame,x,y,theta,found,uncovered,detail");
   std::optional<Registration> registration;
-  for (std::size_t i = 0; i < scene.frames.size(); ++i) {
+  for (std::size_t i = 0; i < film.frames.size(); ++i) {
     if (!video.ReadFrame()) {
       throw std::runtime_error("the input ends at frame " + std::to_string(i) + " of " +
-                               std::to_string(scene.frames.size()));
+                               std::to_string(film.frames.size()));
     }
-    const auto& [camera, object, shot, gain, bias] = scene.frames[i];
-    if (i == 0 || shot != scene.frames[i - 1].shot) {
-      registration.emplace(PaintShot(scene, shot), video.Width(), video.Height());
+    const auto& [camera, object, shot, gain, bias] = film.frames[i];
+    if (i == 0 || shot != film.frames[i - 1].shot) {
+      registration.emplace(PaintShot(film, shot), video.Width(), video.Height());
     }
-    const Fit fit = registration->Find(ToLayer(video), {camera, zoom, scene.contrast * gain, 128 + bias});
+    const Fit fit = registration->Find(ToLayer(video), {camera, zoom, film.contrast * gain, 128 + bias});
     std::printf("%zu,%.5f,%.5f,%.6f,%d,%.6f,%.3f\n", i, fit.pose.x, -fit.pose.y, fit.pose.degrees,
-                fit.Succeeded() ? 1 : 0, UncoveredShare(video, fit, scene, camera), LaplacianVariance(video));
+                fit.Succeeded() ? 1 : 0, UncoveredShare(video, fit, film, camera), LaplacianVariance(video));
   }
-  if (video.ReadFrame()) throw std::runtime_error("the input goes on behind the scene's last frame");
+  if (video.ReadFrame())
+    throw std::runtime_error(
+        "the input has more frames than the scene: " + std::to_string(film.frames.size()) + " are expected");
 }
 
 }  // namespace
@@ -110,7 +117,7 @@ int main(int argc, char* argv[]) {
     return 2;
   }
   try {
-    Measure(FindScene(argv[1]), zoom);
+    Measure(FindFilm(argv[1]), zoom);
     return 0;
   } catch (const std::invalid_argument& error) {
     std::fprintf(stderr, "measure_path: %s\n", error.what());

@@ -1,4 +1,4 @@
-"""What a stabilizer made of a made-up scene, in figures."""
+"""The figures of one stabilizer's output for one synthetic scene."""
 
 import dataclasses
 import functools
@@ -12,44 +12,44 @@ from camerapath import Pose
 
 @dataclasses.dataclass(frozen=True)
 class Film:
-    """A scene's clip, and what is known of it: a row a frame."""
+    """A scene's clip and its true camera path."""
 
     scene: str
     clip: Path
     width: int
     height: int
-    truth: list
+    truth: list  # a row a frame
 
     @property
     def path(self):
         return camerapath.poses_of(self.truth)
 
     def split(self, values):
-        """One list a shot."""
+        """Splits a list with one value a frame into a list for each shot."""
         shots = {}
         for row, value in zip(self.truth, values):
             shots.setdefault(row["shot"], []).append(value)
         return list(shots.values())
 
     def floor(self, taps):
-        """The jitter under a kernel when motion is known without error."""
+        """The jitter that a kernel leaves when the motion is known without error."""
         return camerapath.jitter([camerapath.smoothed(path, taps) for path in self.split(self.path)])
 
 
 @dataclasses.dataclass(frozen=True)
 class Outcome:
     film: Film
-    rows: list  # the meter's, a row a frame
-    motion: list  # the motion log's, or none
+    rows: list  # of the meter, a row a frame
+    motion: list  # rows of the motion log, a row a frame; empty without a log
 
     @functools.cached_property
     def path(self):
-        """None where the meter could not tell."""
+        """The measured path, with None where the meter found no pose."""
         return [pose if row["found"] else None for pose, row in zip(camerapath.poses_of(self.rows), self.rows)]
 
     @functools.cached_property
     def jitter(self):
-        """Of all frames, and of those at the ends of shots."""
+        """The jitter of all frames, and that of the frames at the ends of shots."""
         return camerapath.jitter(self.film.split(self.path))
 
     @property
@@ -59,12 +59,12 @@ class Outcome:
 
     @property
     def corrections(self):
-        """From where the camera pointed to where the output does, where that is known."""
+        """Differences of the measured path from the true one, in frames where the meter found a pose."""
         return [found - known for found, known in zip(self.path, self.film.path) if found]
 
     @property
     def correction_share(self):
-        """How far a correction moves any corner, at most, as a share of the side."""
+        """The largest movement of a picture corner by any correction, as a share of the picture's side."""
         width, height = self.film.width, self.film.height
         share = 0
         for correction in self.corrections:
@@ -75,8 +75,8 @@ class Outcome:
 
     @property
     def motion_error(self):
-        """Root mean squares of the motion log's errors, within shots."""
-        # The log tells how the content moves: against the camera.
+        """Root mean squares of the motion log's errors within shots."""
+        # The log tells the motion of the content, which is opposite to that of the camera.
         logged = [Pose(-row["motion_x"], -row["motion_y"], -row["motion_theta"]) for row in self.motion]
         errors = []
         for known, found in zip(self.film.split(self.film.path), self.film.split(logged)):
@@ -93,16 +93,16 @@ class Outcome:
 
     @property
     def uncovered(self):
-        """Shares of the frames and of all pixels that show what the source frame did not hold."""
+        """Shares of the frames and of all pixels that show something outside the source frame."""
         shares = [row["uncovered"] for row in self.rows]
         return sum(share > 0 for share in shares) / len(shares), statistics.fmean(shares)
 
     @property
     def detail(self):
-        """The variance of the Laplacian in the picture's middle."""
+        """The variance of the Laplacian in the middle of the picture, a measure of sharpness."""
         return statistics.fmean(row["detail"] for row in self.rows)
 
 
 def cuts_of(rows):
-    """Frames that begin a new shot."""
+    """Numbers of the frames that begin a new shot."""
     return {frame for frame, (before, after) in enumerate(zip(rows, rows[1:]), 1) if before["shot"] != after["shot"]}

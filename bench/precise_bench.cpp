@@ -1,15 +1,17 @@
 #include <benchmark/benchmark.h>
 #include <cmath>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "precise/motion.h"
 #include "precise/pyramid.h"
 #include "precise/stabilizer.h"
 #include "precise/warp.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
-// One figure a stage and one for the whole frame, on 4:2:0 frames of a shaky camera. Times are of one thread.
+// CPU time of each stage of the precise engine and of whole frames, on one thread, with 4:2:0 frames of a
+// shaky camera.
 
 namespace {
 
@@ -25,7 +27,7 @@ precise::PictureFormat FormatOf(const benchmark::State& state) {
           .chromaSiteY = 0.5};
 }
 
-/// A frame whose chroma shows the luma's upper half, in bytes or in 16-bit words.
+/// A frame in bytes or in 16-bit words. Its chroma planes are the upper left quarter of its luma.
 class Frame {
  public:
   Frame(const precise::PictureFormat& format, const std::vector<std::uint8_t>& packed)
@@ -54,21 +56,17 @@ class Frame {
 
 constexpr int kClipFrames = 8;
 
-/// A few frames of a shaky clip, made once for each format.
-const std::vector<Frame>& ClipOf(const precise::PictureFormat& format) {
-  static std::map<std::pair<std::int32_t, int>, std::vector<Frame>> clips;
-  std::vector<Frame>& clip = clips[{format.width, format.bitsPerSample}];
-  if (clip.empty()) {
-    const Scene scene({format.width, format.height}, 24);
-    for (int i = 0; i < kClipFrames; ++i) clip.emplace_back(format, scene.Shoot(ShakyPose(i)));
+/// A shaky clip, made once for each format.
+const EndlessClip<Frame>& ClipOf(const precise::PictureFormat& format) {
+  static std::map<std::pair<std::int32_t, int>, EndlessClip<Frame>> clips;
+  const std::pair kind(format.width, format.bitsPerSample);
+  if (!clips.contains(kind)) {
+    std::vector<Frame> frames;
+    for (const auto& packed : ShakyFrames({format.width, format.height}, kClipFrames))
+      frames.emplace_back(format, packed);
+    clips.emplace(kind, std::move(frames));
   }
-  return clip;
-}
-
-/// The clip forward and backward without end, so that the camera never jumps.
-const Frame& FrameAt(const std::vector<Frame>& clip, std::size_t number) {
-  const std::size_t period = 2 * (clip.size() - 1), phase = number % period;
-  return clip[phase < clip.size() ? phase : period - phase];
+  return clips.at(kind);
 }
 
 void AllSizes(benchmark::internal::Benchmark* bench) {
@@ -80,22 +78,21 @@ void AllSizes(benchmark::internal::Benchmark* bench) {
 
 void Pyramid(benchmark::State& state) {
   const precise::PictureFormat format = FormatOf(state);
-  const std::vector<Frame>& clip = ClipOf(format);
+  const EndlessClip<Frame>& clip = ClipOf(format);
   precise::Pyramid pyramid(format);
   std::size_t number = 0;
   for (auto _ : state)
-    BuildPyramid(FrameAt(clip, number++).Planes()[0], format.bitsPerSample, precise::SelectLoops(), {},
-                 pyramid);
+    BuildPyramid(clip[number++].Planes()[0], format.bitsPerSample, precise::SelectLoops(), {}, pyramid);
 }
 
 void Motion(benchmark::State& state) {
   const precise::PictureFormat format = FormatOf(state);
-  const std::vector<Frame>& clip = ClipOf(format);
+  const EndlessClip<Frame>& clip = ClipOf(format);
   precise::CMotionEstimator estimator(format, std::nullopt, precise::SelectLoops());
   std::vector<precise::Pyramid> pyramids;
-  for (int i = 0; i < kClipFrames; ++i)
-    BuildPyramid(clip[static_cast<std::size_t>(i)].Planes()[0], format.bitsPerSample, precise::SelectLoops(),
-                 {}, pyramids.emplace_back(format));
+  for (std::size_t i = 0; i < kClipFrames; ++i)
+    BuildPyramid(clip[i].Planes()[0], format.bitsPerSample, precise::SelectLoops(), {},
+                 pyramids.emplace_back(format));
   std::size_t number = 0;
   for (auto _ : state) {
     const std::size_t earlier = number++ % (pyramids.size() - 1);
@@ -105,14 +102,14 @@ void Motion(benchmark::State& state) {
 
 void Warp(benchmark::State& state, Interpolation interpolation, double zoom) {
   const precise::PictureFormat format = FormatOf(state);
-  const std::vector<Frame>& clip = ClipOf(format);
+  const EndlessClip<Frame>& clip = ClipOf(format);
   const precise::Shown shown = {
       .input = format, .output = format, .interpolation = interpolation, .zoom = zoom};
   const precise::Correction correction = {.turn = {std::cos(0.005), std::sin(0.005)}, .shift = {5.3, -3.7}};
   Frame output = clip[0];
   std::size_t number = 0;
   for (auto _ : state) {
-    const precise::ConstPicture in = FrameAt(clip, number++).Planes();
+    const precise::ConstPicture in = clip[number++].Planes();
     for (const bool isChroma : {false, true})
       WarpPlanes(shown, correction, isChroma, in, output.Planes(), 0, format.PlaneHeight(isChroma ? 1 : 0),
                  false, precise::SelectLoops());
@@ -122,20 +119,21 @@ void Warp(benchmark::State& state, Interpolation interpolation, double zoom) {
 void WholeFrame(benchmark::State& state, Interpolation interpolation, double marginShare,
                 std::int32_t window) {
   const precise::PictureFormat format = FormatOf(state);
-  const std::vector<Frame>& clip = ClipOf(format);
+  const EndlessClip<Frame>& clip = ClipOf(format);
   precise::Settings settings;
   settings.window = window;
   settings.marginX = format.width * marginShare;
   settings.marginY = format.height * marginShare;
   settings.interpolation = interpolation;
   precise::CStabilizer stabilizer(format, settings);
-  // As many frames as a program holds.
-  std::vector<Frame> held;
+  // Programs hold so many frames in memory.
+  std::vector<Frame> frames;
   for (std::int32_t i = 0; i <= stabilizer.DelayFrames(); ++i)
-    held.push_back(FrameAt(clip, static_cast<std::size_t>(i)));
+    frames.push_back(clip[static_cast<std::size_t>(i)]);
+  const EndlessClip<Frame> held(std::move(frames));
   Frame output = clip[0];
   std::size_t number = 0;
-  const auto push = [&] { stabilizer.Push(FrameAt(held, number++).Planes()); };
+  const auto push = [&] { stabilizer.Push(held[number++].Planes()); };
   while (!stabilizer.CanDeliver()) push();
   stabilizer.Deliver(output.Planes());
   for (auto _ : state) {

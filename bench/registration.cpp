@@ -4,24 +4,26 @@
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 namespace {
 
 constexpr double DegreesARadian = 180 / std::numbers::pi;
-constexpr int CoarsestWidth = 80;  // of the layer that the search starts with
-constexpr int SearchReach = 12;    // in its pixels
+constexpr int CoarsestWidth = 80;  // of the layer on which the search starts, in its pixels
+constexpr int SearchReach = 12;    // of the search on that layer, in its pixels
 constexpr double SamplesAtMost = 40000;
 constexpr std::size_t FewestSamples = 100;
-constexpr double LeastScale = 1.5;  // grey levels; what 8 bits and resampling leave
+constexpr double LeastScale = 1.5;  // grey levels, from 8-bit rounding and resampling
 
 constexpr std::size_t Unknowns = 6;                 // x, y, roll, zoom, gain, offset
-using Equation = std::array<double, Unknowns + 1>;  // the last is what the others are to explain
+using Equation = std::array<double, Unknowns + 1>;  // derivatives by the unknowns, then the residual
 
-/// Trust under the filter of `Blurred`: where all samples under it are trusted.
-Plane Eroded(const Plane& trust) {
-  Plane result(trust.width, trust.height);
-  for (int y = 2; y < trust.height - 2; ++y) {
-    for (int x = 2; x < trust.width - 2; ++x) {
+/// A sample of a blurred layer is trusted where all samples under the filter of `Blurred` are.
+FloatPlane Eroded(const FloatPlane& trust) {
+  FloatPlane result(trust.Width(), trust.Height());
+  std::fill_n(result.Row(0), std::ptrdiff_t{trust.Width()} * trust.Height(), 0.0F);
+  for (int y = 2; y < trust.Height() - 2; ++y) {
+    for (int x = 2; x < trust.Width() - 2; ++x) {
       float least = 1;
       for (int k = -2; k <= 2; ++k) {
         const float* row = trust.Row(y + k) + x;
@@ -39,17 +41,18 @@ int CountLayers(int width) {
   return layers;
 }
 
-/// Finest first: each layer has half the size of the one before.
+/// The pyramid of a picture, finest layer first. Each further layer has half the size.
 std::vector<Layer> Layers(const Layer& picture) {
-  std::vector<Layer> layers{{Blurred(picture.grey), Eroded(picture.trust)}};
-  for (int count = CountLayers(picture.grey.width); count > 1; --count) {
+  std::vector<Layer> layers;
+  layers.push_back({Blurred(picture.grey), Eroded(picture.trust)});
+  for (int count = CountLayers(picture.grey.Width()); count > 1; --count) {
     const Layer& last = layers.back();
     layers.push_back({Blurred(Halved(last.grey)), Eroded(Halved(last.trust))});
   }
   return layers;
 }
 
-/// A standard deviation that outliers leave alone.
+/// The standard deviation by the median of the absolute residuals, which outliers hardly change.
 double RobustDeviation(const std::vector<Equation>& equations) {
   std::vector<double> sizes(equations.size());
   std::ranges::transform(equations, sizes.begin(), [](const Equation& e) { return std::abs(e.back()); });
@@ -58,7 +61,8 @@ double RobustDeviation(const std::vector<Equation>& equations) {
   return 1.4826 * *middle;
 }
 
-/// Solves the normal equations, whose upper triangle is given, by elimination. What they leave open is zero.
+/// Solves the normal equations by Gaussian elimination. The upper triangle is given. A singular matrix gives
+/// zero.
 Equation Solved(std::array<Equation, Unknowns>& normal) {
   for (std::size_t i = 0; i < Unknowns; ++i) {
     for (std::size_t k = 0; k < i; ++k) normal[i][k] = normal[k][i];
@@ -79,13 +83,13 @@ Equation Solved(std::array<Equation, Unknowns>& normal) {
   return solution;
 }
 
-/// One layer of a picture on the canvas at the same scale.
+/// One layer of a picture, and the canvas at the same scale.
 class Match {
  public:
   Match(const Layer& layer, const View& canvas, std::size_t level, Point centre)
       : m_grey(layer.grey), m_trust(layer.trust), m_canvas(canvas), m_level(level), m_centre(centre) {}
 
-  /// Of shifts of the layer by even numbers of its pixels, that which correlates best.
+  /// The shift with the highest correlation, out of all even numbers of layer pixels within reach.
   Fit BestShift(const Fit& start) const {
     Fit best = start;
     double highest = -1;
@@ -103,7 +107,7 @@ class Match {
     return best;
   }
 
-  /// Steps until hardly anything moves.
+  /// Repeats Gauss-Newton steps until they move the picture hardly any more.
   void Refine(Fit& fit) const {
     const double hardly = m_level == 0 ? 1e-3 : 2e-2;
     for (int i = 0; i < 12; ++i) {
@@ -112,20 +116,20 @@ class Match {
         fit.agreeing = 0;
         return;
       }
-      // The first look knows gain and offset only roughly.
+      // The first step may be short because gain and offset are still wrong.
       const double moved = Step(equations, fit) / static_cast<double>(1 << m_level);
       if (i > 0 && moved < hardly) return;
     }
   }
 
  private:
-  /// Calls visit(grey value, canvas point) for every `stride`th sample that can be trusted.
+  /// Calls visit(grey value, canvas point) for every `stride`th sample on each axis that can be trusted.
   template <class Visit>
   void ForSamples(const Fit& fit, int stride, Visit visit) const {
-    const Movement toCanvas = fit.pose.ToCanvas();
-    for (int y = 0; y < m_grey.height; y += stride) {
-      // Rows in turn start elsewhere, so that no column is left out.
-      for (int x = y / stride % stride; x < m_grey.width; x += stride) {
+    const RigidMap toCanvas = fit.pose.ToCanvas();
+    for (int y = 0; y < m_grey.Height(); y += stride) {
+      // The first column differs from row to row, so all columns contribute.
+      for (int x = y / stride % stride; x < m_grey.Width(); x += stride) {
         if (m_trust.Row(y)[x] == 0) continue;
         const Point point =
             toCanvas.Of(((x << m_level) - m_centre.x) / fit.zoom, ((y << m_level) - m_centre.y) / fit.zoom);
@@ -150,15 +154,15 @@ class Match {
     return (count * sumAB - sumA * sumB) / std::sqrt(varianceA * varianceB);
   }
 
-  /// The residuals, and how they answer to the unknowns.
+  /// The residuals, and their derivatives by the unknowns.
   std::vector<Equation> Compare(const Fit& fit) const {
-    const double pixels = static_cast<double>(m_grey.width) * m_grey.height;
+    const double pixels = static_cast<double>(m_grey.Width()) * m_grey.Height();
     const int stride = static_cast<int>(std::ceil(std::sqrt(std::max(pixels / SamplesAtMost, 1.0))));
     std::vector<Equation> equations;
     equations.reserve(static_cast<std::size_t>(SamplesAtMost));
     ForSamples(fit, stride, [&](double grey, Point point) {
       const auto [value, slopeX, slopeY] = m_canvas.WithSlopes(point.x, point.y);
-      // Turning the picture moves the point under it at a right angle to its way from the centre.
+      // A roll moves a point at a right angle to the line from the centre, a zoom along that line.
       const double fromX = point.x - fit.pose.x, fromY = point.y - fit.pose.y;
       const double turning = slopeX * fromY - slopeY * fromX, growing = -(slopeX * fromX + slopeY * fromY);
       equations.push_back({fit.gain * slopeX, fit.gain * slopeY, fit.gain * turning, fit.gain * growing,
@@ -167,7 +171,7 @@ class Match {
     return equations;
   }
 
-  /// One Gauss-Newton step; returns how far it moves the picture, at most, in pixels.
+  /// Makes one Gauss-Newton step. Returns an upper bound of how far it moves any pixel, in pixels.
   double Step(const std::vector<Equation>& equations, Fit& fit) const {
     const double cut = 4.685 * std::max(RobustDeviation(equations), LeastScale * std::max(fit.gain, 0.02));
     std::array<Equation, Unknowns> normal{};
@@ -192,7 +196,7 @@ class Match {
     return std::max(std::hypot(x, y), std::hypot(roll, zoom) * m_centre.x);
   }
 
-  const Plane &m_grey, &m_trust;
+  const FloatPlane &m_grey, &m_trust;
   const View& m_canvas;
   std::size_t m_level;
   Point m_centre;  // of the picture, in pixels of the finest layer
@@ -202,13 +206,13 @@ class Match {
 
 Registration::Registration(Canvas canvas, int width, int height)
     : m_centre{(width - 1) / 2.0, (height - 1) / 2.0} {
-  // The filter's taps lie a layer's pixel apart, as in the picture's layers.
+  // The blur must equal that of the picture's layers, so taps lie one pixel of the layer apart.
   const int spacing = static_cast<int>(1 / canvas.pitch);
   for (int count = CountLayers(width); count > 0; --count) {
-    canvas.samples = Blurred(canvas.samples, spacing);
-    m_canvas.emplace_back(canvas);
-    canvas.samples = Halved(canvas.samples);
+    Canvas layer{Blurred(canvas.samples, spacing), canvas.left, canvas.top, canvas.pitch};
+    canvas.samples = Halved(layer.samples);
     canvas.pitch *= 2;
+    m_canvas.emplace_back(std::move(layer));
   }
 }
 

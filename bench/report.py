@@ -29,7 +29,7 @@ def build(programs):
 
 
 def copy_bandwidth():
-    """CPU seconds to copy a 1920x1080 frame within a ring of 34 that no cache holds, and bytes a second."""
+    """CPU seconds to copy a 1920x1080 frame within a ring of 34, which no cache holds; and bytes a second."""
     frame_bytes = 1920 * 1080 * 3
     ring = [memoryview(bytearray(frame_bytes)) for _ in range(34)]
     for view in ring:

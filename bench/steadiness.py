@@ -1,9 +1,9 @@
-"""How steady the stabilized picture is.
+"""The steadiness of the stabilized picture.
 
-Made-up scenes whose camera path is known (make_scene) go through everyone with the same look-ahead. Where the output's
-camera points is measured on the output's pixels, frame by frame against the noise-free canvas (measure_path). Jitter is
-what is left of that path without its slow part, a low-pass of fourth order with a standard deviation of 6 frames: the
-root mean square of the length of the shift at the picture's centre, in pixels of the source, and of the roll.
+Synthetic scenes with a known camera path (make_scene) are stabilized by all contenders with the same look-ahead. The
+camera path of an output is measured from its pixels, frame by frame against the noise-free canvas (measure_path).
+Jitter is that path minus its slow part, which a low-pass filter of fourth order with a standard deviation of 6 frames
+passes: the root mean square of the shift's length at the picture's centre, in pixels of the source, and of the roll.
 """
 
 import concurrent.futures
@@ -39,11 +39,11 @@ NOISE_FREE = ("plain", "plain-240", "plain-720", "plain-1080", "shift", "pan")
 TEXTURED = (*NOISE_FREE, "noise", "exposure")
 CROP = 0.05
 
-# Kernels over the window: that of the pair, and the precise engine's.
+# Smoothing kernels over the window: the pair's and the precise engine's.
 PAIR_TAPS = camerapath.gaussian(8 / math.sqrt(2), REACH)
 OWN_TAPS = camerapath.kaiser(3, REACH)
 
-# What is to be reached.
+# Limits.
 JITTER_TO_PAIR = 0.5
 JITTER_AT_ENDS = 1.5
 JITTER_FAINT_NOISE = 0.1
@@ -96,19 +96,19 @@ def contenders(folder, film):
 
 
 def run(pipeline, clip):
-    """What the last of these commands prints, the first of which reads the clip."""
+    """Runs the commands as a pipeline. The first reads the clip; the output of the last is returned."""
     with contextlib.ExitStack() as stack:
         source = stack.enter_context(clip.open("rb"))
         processes = []
         for command in pipeline:
             process = stack.enter_context(subprocess.Popen(command, stdin=source, stdout=subprocess.PIPE,
                                                            env=os.environ | {"OMP_NUM_THREADS": "1"}))
-            # Only the processes may hold a pipe, so that all end when one of them does.
+            # Only the processes keep the pipe open, so all of them end when one does.
             source.close()
             source = process.stdout
             processes.append(process)
         output = processes[-1].stdout.read()
-    # Whoever stops reading makes those before it fail.
+    # The last failure first: a process that stops reading makes those before it fail, too.
     for process in reversed(processes):
         if process.wait() != 0:
             raise subprocess.CalledProcessError(process.returncode, process.args)
@@ -135,7 +135,7 @@ def measure(film, contender):
 
 
 def compare_scene(folder, name):
-    """Contender's name to its outcome."""
+    """Maps each contender's name to its outcome."""
     film = make_film(folder, name)
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         entrants = contenders(folder, film)
@@ -146,16 +146,37 @@ def compare_scene(folder, name):
 
 
 def base(scene):
-    """Its name without size and number of frames."""
+    """The scene's name without size and number of frames."""
     return re.split("[_@]", scene)[0]
 
 
 def grid(title, results, cell):
-    """A row a scene, a column a contender; the cell is made of its outcome and of the unstabilized one."""
+    """A table with a line for each scene and a column for each contender. `cell` makes an entry from the contender's
+    outcome and the unstabilized one."""
     names = list(next(iter(results.values()), {}))
     return ["", f"{title}:", "", *table(["scene", *names], [
         [scene, *(cell(outcome, outcomes[INPUT]) for outcome in outcomes.values())]
         for scene, outcomes in results.items()])]
+
+
+def median_table(results):
+    """Median and range over the scenes for each contender."""
+    names = list(next(iter(results.values()), {}))
+
+    def row(title, form, figure, scenes):
+        def cell(name):
+            values = [figure(outcomes[name], outcomes[INPUT]) for outcomes in scenes.values()]
+            return "{} ({} – {})".format(*(form.format(pick(values)) for pick in (statistics.median, min, max)))
+
+        return [title, *map(cell, names)]
+
+    rows = [row("jitter, pixels", "{:.3f}", lambda outcome, _: outcome.jitter[0].pixels, results),
+            row("jitter, degrees", "{:.4f}", lambda outcome, _: outcome.jitter[0].degrees, results),
+            row("frames that show an edge", "{:.0%}", lambda outcome, _: outcome.uncovered[0], results)]
+    sharp = within(results, NOISE_FREE)
+    if sharp:
+        rows.append(row("sharpness", "{:.2f}", lambda outcome, original: outcome.detail / original.detail, sharp))
+    return ["", *table(["median (range) over scenes", *names], rows)]
 
 
 def within(results, scenes):
@@ -163,7 +184,7 @@ def within(results, scenes):
 
 
 def scene_table(results, taps):
-    """What is known of each scene: how well the meter sees it, and what the kernels leave of its path at best."""
+    """For each scene, the meter's error, and the jitter that the kernels leave of the true path."""
     rows = []
     for scene, outcomes in results.items():
         original = outcomes[INPUT]
@@ -172,7 +193,7 @@ def scene_table(results, taps):
         floors = [original.film.floor(kernel)[0] for kernel in (PAIR_TAPS, taps)]
         rows.append([scene, f"{error.pixels:.4f}", f"{error.degrees:.5f}", str(unknown),
                      *(f"{found.pixels:.3f}" for found in floors), *(f"{found.degrees:.4f}" for found in floors)])
-    head = ["scene", "meter's error, pixels", "degrees", "frames it cannot tell",
+    head = ["scene", "meter's error, pixels", "degrees", "frames without a pose",
             "floor by the pair's kernel, pixels", "by ours", "by the pair's, degrees", "by ours"]
     return ["", *table(head, rows)]
 
@@ -183,7 +204,7 @@ def motion_table(results):
         ours = outcomes[FREE]
         rows.append([scene, f"{ours.motion_error.pixels:.4f}", f"{ours.motion_error.degrees:.5f}",
                      str(ours.cuts_missed), str(ours.cuts_invented)])
-    return ["", "The motion log's error a frame, and its shots:", "",
+    return ["", "Motion log: root mean square errors of the motion between frames, and cuts:", "",
             *table(["scene", "pixels", "degrees", "cuts missed", "cuts invented"], rows)]
 
 
@@ -202,7 +223,7 @@ def jitter_verdicts(results):
 
 
 def worst_verdict(what, limit, figures, form="{:.3f}"):
-    """Whether the largest of a scene's figures keeps the limit; nothing without scenes."""
+    """Whether the largest figure over the scenes keeps the limit. Empty without scenes."""
     if not figures:
         return []
     worst = max(figures, key=figures.get)
@@ -227,7 +248,7 @@ def verdicts(results):
                        each(FREE, lambda ours: ours.motion_error.pixels, TEXTURED)),
         *worst_verdict(f"motion within {MOTION_DEGREES} degrees a frame on textured scenes", MOTION_DEGREES,
                        each(FREE, lambda ours: ours.motion_error.degrees, TEXTURED), "{:.4f}"),
-        *worst_verdict(f"motion within {MOTION_FOREGROUND} px a frame behind something that moves", MOTION_FOREGROUND,
+        *worst_verdict(f"motion within {MOTION_FOREGROUND} px a frame behind a moving object", MOTION_FOREGROUND,
                        each(FREE, lambda ours: ours.motion_error.pixels, ["foreground"])),
         *worst_verdict("no pixel uncovered with the default margins", 0,
                        each(DEFAULTS, lambda ours: ours.uncovered[1]), "{:.4%} of the pixels"),
@@ -243,10 +264,9 @@ def verdicts(results):
 
 def add_options(parser):
     parser.add_argument("--scenes", type=lambda text: text.split(","),
-                        help="default all that make_scene lists; NAME@FRAMES is the beginning of one, NAME_WxH has "
-                             "another size")
+                        help="default all that make_scene lists; NAME@FRAMES has another length, NAME_WxH another size")
     parser.add_argument("--taps", type=lambda text: [float(tap) for tap in text.split(",")], default=OWN_TAPS,
-                        help="kernel of the second floor, from its centre outward (default a Kaiser window, shape 3)")
+                        help="kernel of our floor, from its centre outward (default a Kaiser window of shape 3)")
 
 
 def all_scenes():
@@ -256,16 +276,17 @@ def all_scenes():
 def compare(folder, arguments):
     results = {scene: compare_scene(folder, scene) for scene in arguments.scenes or all_scenes()}
     lines = [
+        *median_table(results),
         *scene_table(results, arguments.taps),
         *grid("Jitter, pixels", results, lambda outcome, _: f"{outcome.jitter[0].pixels:.3f}"),
         *grid("Jitter, degrees", results, lambda outcome, _: f"{outcome.jitter[0].degrees:.4f}"),
-        *grid(f"Jitter of a shot's first and last {camerapath.END} frames, pixels", results,
+        *grid(f"Jitter of the first and last {camerapath.END} frames of shots, pixels", results,
               lambda outcome, _: f"{outcome.jitter[1].pixels:.3f}"),
-        *grid("Frames, and share of all pixels, that show what the source frame did not hold", results,
+        *grid("Share of the frames and of all pixels that show something outside the source frame", results,
               lambda outcome, _: "{:.0%}, {:.2%}".format(*outcome.uncovered)),
     ]
     sharp = within(results, NOISE_FREE)
     if sharp:
-        lines += grid("Sharpness, variance of the Laplacian in the middle against the original's", sharp,
+        lines += grid("Sharpness: variance of the Laplacian in the picture's middle, relative to the original's", sharp,
                       lambda outcome, original: f"{outcome.detail / original.detail:.2f}")
     return [*lines, *motion_table(results), *verdicts(results)]

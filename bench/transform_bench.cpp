@@ -1,6 +1,5 @@
 #include <windows.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -11,14 +10,15 @@
 #include <vector>
 #include <wrl/client.h>
 
+#include "engine/stabilizersettings.h"
 #include "mft/mft_vstabilize.h"
-#include "support/params.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
+#include "timing.h"
 
-// What the transform adds to the kernel. The transform takes a frame from one sample to another and
-// stabilizes it there; so does the kernel after a plain copy. Both work on the same frames in rings of
-// samples that are longer than what a core's cache keeps, so they find their memory equally cold, and the
-// kernel its frame equally fresh.
+// The time that the transform adds to the kernel's. The transform copies a frame from one sample to another
+// and stabilizes it there. Beside it, a plain copy is followed by the kernel. Both use the same frames in
+// rings of samples that no core's cache holds: both read a cold input, and both kernels find the copied frame
+// in the cache.
 
 using Microsoft::WRL::ComPtr;
 
@@ -49,13 +49,7 @@ double Milliseconds(Work work) {
   return Now() - start;
 }
 
-double Median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-/// A host's sample; its pixels stay where they are.
+/// A host's sample, whose pixels have a fixed address.
 struct HostSample {
   HostSample() {
     const auto bytes = static_cast<DWORD>(FrameGeometry(kWidth, kHeight).SizeBytes());
@@ -82,12 +76,11 @@ class Contest {
  public:
   /// Estimates the motion from the whole frame, or from a square in its corner.
   explicit Contest(std::int32_t squareSide) {
-    const Scene scene(m_frame, 24);
-    for (std::size_t i = 0; i < kRing; ++i) {
-      const std::vector<std::uint8_t> picture = scene.Shoot(ShakyPose(static_cast<int>(i)));
-      for (HostRing& ring : m_rings) std::memcpy(ring[i].input.pixels, picture.data(), picture.size());
-    }
-    KernelParams params = DefaultParams(kWidth, kHeight);
+    const std::vector<std::vector<std::uint8_t>> pictures = ShakyFrames(m_frame, kRing);
+    for (HostRing& ring : m_rings)
+      for (std::size_t i = 0; i < kRing; ++i)
+        std::memcpy(ring[i].input.pixels, pictures[i].data(), pictures[i].size());
+    KernelParams params = MakeKernelParams({}, {kWidth, kHeight});
     if (squareSide > 0) params.roi = {0, 0, squareSide, squareSide};
     Check(m_kernel.Initialize(params) ? S_OK : E_FAIL);
     Check(CMFTVStabilize::CreateInstance(nullptr, IID_PPV_ARGS(&m_pTransform)));
@@ -127,7 +120,7 @@ class Contest {
   }
 
  private:
-  // Where memory stands matters as much as what is measured here: each turn the two exchange their rings.
+  // Addresses influence the times as much as the code does, so the two exchange their rings each turn.
   HostSamples& TransformSample(std::size_t round) { return m_rings[round / kRing % 2][round % kRing]; }
   HostSamples& KernelSample(std::size_t round) { return m_rings[1 - round / kRing % 2][round % kRing]; }
 
@@ -150,7 +143,7 @@ Measured Measure(Contest& contest, std::size_t round) {
     measured.transform = Milliseconds([&] { contest.Transform(round); });
     measured.allocations = g_allocations - before;
   };
-  // In turn, since whoever comes second pays for what the first left in the caches.
+  // The order alternates: the second to run finds the caches full of the first one's data.
   if (round % 2 == 0) runTransform();
   measured.copy = Milliseconds([&] { contest.Copy(round); });
   measured.kernel = Milliseconds([&] { contest.Kernel(round); });
@@ -172,7 +165,8 @@ void Run(const char* name, std::int32_t squareSide) {
     copy.push_back(measured.copy);
     surplus.push_back(measured.transform - (measured.copy + measured.kernel));
   }
-  // Of equal lengths, since interruptions hit long stretches more often than short ones.
+  // The difference within a round, as both stretches have about the same length: interruptions hit long
+  // stretches more often than short ones.
   const double copyTime = Median(copy), added = Median(surplus) + copyTime;
   std::printf("%-15s %10.2f %7.2f %11.2f %7.2f %6.2f %12ld\n", name, Median(transform), Median(kernel), added,
               copyTime, added / copyTime, allocations);
@@ -194,7 +188,7 @@ int main() {
   std::printf("%dx%d, medians of %d frames, milliseconds\n", int{kWidth}, int{kHeight}, int{kRounds});
   std::puts("motion from      transform  kernel  difference  memcpy  ratio  allocations");
   Run("whole frame", 0);
-  // Less work and so less noise around the same difference.
+  // With less work there is less noise in the same difference.
   Run("256x256 pixels", 256);
   MFShutdown();
   CoUninitialize();

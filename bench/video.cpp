@@ -15,7 +15,7 @@ std::optional<std::string> ReadLine(std::FILE* file) {
   return line;
 }
 
-/// The number behind a tag such as " W"; 0 when there is none.
+/// The number behind a tag such as " W", or 0 without the tag.
 int Number(const std::string& line, const char* tag) {
   const auto at = line.find(tag);
   int number = 0;

@@ -14,9 +14,9 @@ if(CMAKE_UNITY_BUILD)
   target_compile_options(project_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()
 if(VSTABILIZE_SANITIZE)
-  target_compile_options(project_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+  target_compile_options(project_options INTERFACE -fsanitize=${VSTABILIZE_SANITIZE} -fno-sanitize-recover=all
                                                    -fno-omit-frame-pointer)
-  target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+  target_link_options(project_options INTERFACE -fsanitize=${VSTABILIZE_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
     # libFuzzer needs code that reports which branches run. Only GCC's warnings are errors.
     target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link -Wno-error)

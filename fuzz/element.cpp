@@ -5,10 +5,10 @@
 #include <gst/check/gstharness.h>
 #include <string>
 
-#include "fuzz/target.h"
+#include "fuzz/texts.h"
 #include "gst/owners.h"
 
-/// GLib forgets its first table of names on purpose.
+/// GLib never frees its first table of names.
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
   return "leak:g_malloc";
 }
@@ -24,11 +24,10 @@ void Live(Choices& choices) {
   GstElement* const element = gst_harness_find_element(pads, "vstabilize");
   GstVideoInfo info = {};
   const auto setCaps = [&] {
-    const std::string caps =
-        "video/x-raw,width=" + std::to_string(choices.Number(4, 70)) +
-        ",height=" + std::to_string(choices.Number(4, 50)) +
-        choices.OneOf({",framerate=25/1", ",framerate=0/1"}) +
-        ",format=" + choices.OneOf({"I420", "NV12", "GRAY8", "GBR", "Y444_10LE", "I420_12LE", "YV12"});
+    const std::string caps = "video/x-raw,width=" + std::to_string(choices.Number(4, 70)) +
+                             ",height=" + std::to_string(choices.Number(4, 50)) +
+                             ",framerate=" + TextOf(choices, "25/1|0/1") +
+                             ",format=" + TextOf(choices, "I420|NV12|GRAY8|GBR|Y444_10LE|I420_12LE|YV12");
     gst_video_info_from_caps(&info, CapsPtr(gst_caps_from_string(caps.c_str())).get());
     gst_harness_set_src_caps_str(pads, caps.c_str());
   };
@@ -69,21 +68,12 @@ void Live(Choices& choices) {
     } else if (what == 13) {
       gst_harness_push_event(pads, gst_event_new_segment(&segment));
     } else {
-      const auto [name, value] =
-          choices.OneOf<std::pair<const char*, const char*>>({{"window", "6"},
-                                                              {"window", "2"},
-                                                              {"crop", "0"},
-                                                              {"crop", "30"},
-                                                              {"crop", "7.5"},
-                                                              {"clip", "crop"},
-                                                              {"clip", "outline"},
-                                                              {"clip", "stretch"},
-                                                              {"background", "keep"},
-                                                              {"background", "none"},
-                                                              {"tripod", "true"},
-                                                              {"rotation", "false"},
-                                                              {"interpolation", "nearest"}});
-      gst_util_set_object_arg(G_OBJECT(element), name, value);
+      const std::string property = TextOf(
+          choices,
+          "window 6|window 2|crop 0|crop 30|crop 7.5|clip crop|clip outline|clip stretch|background keep|"
+          "background none|tripod true|rotation false|interpolation nearest");
+      const std::size_t blank = property.find(' ');
+      gst_util_set_object_arg(G_OBJECT(element), property.substr(0, blank).c_str(), &property[blank + 1]);
     }
     drain();
   }

@@ -7,9 +7,9 @@
 #include "fuzz/target.h"
 #include "kernel/frame.h"
 #include "kernel/stabilizevideokernel.h"
+#include "scenes/scene.h"
 #include "support/memory.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

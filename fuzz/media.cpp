@@ -1,8 +1,6 @@
-// Video files with damaged bytes through `stabilize`.
+// The program `stabilize` on video files with flipped bits, other bytes and missing ends.
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "fuzz/target.h"
 #include "host/commandrun.h"
@@ -12,27 +10,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A folder with a short clip of each kind, while the program runs.
+/// Short clips of each container, and a folder that is removed at the program's end.
 struct Folder {
   Folder() {
     Require(mkdtemp(path.data()) != nullptr, "a temporary folder can be made");
-    for (const char* const name : {"1.mp4", "2.mkv", "3.avi", "4.ts", "5.mov", "6.gif", "7.mpg", "8.flv"}) {
-      const std::string
-          file = path + "/clip",
-          command =
-              "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x48:rate=25 -f lavfi -i sine "
-              "-t 0.4 -ar 44100 -metadata title=a " +
-              path + '/' + name;
+    for (const std::string kind : {"mp4", "mkv", "avi", "ts", "mov", "gif", "mpg", "flv"}) {
+      const std::string clip = path + "/clip." + kind;
+      const std::string command =
+          "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x48:rate=25 -f lavfi -i sine "
+          "-t 0.4 -ar 44100 -metadata title=a " +
+          clip;
       Require(std::system(command.c_str()) == 0, "ffmpeg makes clips");
-      std::ifstream stream(path + '/' + name, std::ios::binary);
-      clips.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-      fs::remove(path + '/' + name);
+      clips.push_back(ReadAll(File(std::fopen(clip.c_str(), "rb")).get()));
+      fs::remove(clip);
     }
   }
   ~Folder() { fs::remove_all(path); }
 
   std::string path = "/tmp/fuzz-XXXXXX";
-  std::vector<std::string> clips;
+  std::vector<Bytes> clips;
 };
 
 }  // namespace
@@ -40,9 +36,9 @@ struct Folder {
 void Live(Choices& choices) {
   static const Folder folder;
   const std::string input = folder.path + "/in", output = folder.path + "/out";
-  std::string clip = folder.clips[choices.Byte() % folder.clips.size()];
+  Bytes clip = folder.clips[choices.Byte() % folder.clips.size()];
   choices.Damage(clip, 20);
-  std::ofstream(input, std::ios::binary) << clip;
+  std::fwrite(clip.data(), 1, clip.size(), File(std::fopen(input.c_str(), "wb")).get());
   const std::string target = output + choices.OneOf({".mp4", ".mkv", ".avi", ".ts", ".mov", ".gif"});
   std::string words = input + ' ' + target + " --window 4";
   for (const char* word : {"--keep-partial", "--compare", "--start 0.12", "--end 0.3", "--engine kernel"})

@@ -19,14 +19,14 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-/// Mostly one that means something, or the size of a frame; or any of 32 bits.
+/// Most often a valid setting, else a number like a side of a frame, else any 32-bit number.
 std::int32_t AnyNumber(Choices& choices) {
   if (!choices.Once(3)) return choices.OneOf({0, 1, 2, 4, 4, 8});
   if (!choices.Once(3)) return choices.Number(-4, 130);
   return choices.Number(-32768, 32767) * 65536 + choices.Number(0, 65535);
 }
 
-/// Most items are numbers as they should be; then the whole may be damaged, or be no blob at all.
+/// Saves settings, most of them numbers. The blob may then be damaged, or its size and type be wrong.
 void SaveAnySettings(Choices& choices) {
   ComPtr<IMFAttributes> items;
   UINT32 size = 0;

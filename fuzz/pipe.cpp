@@ -1,8 +1,9 @@
-// The command `vstabilize`: its words, and streams whose heads, frames and ends are damaged.
+// The command `vstabilize` with random options, and streams with damaged heads, frames and ends.
 
 #include <string>
 
 #include "fuzz/target.h"
+#include "fuzz/texts.h"
 #include "host/command.h"
 #include "host/commandrun.h"
 #include "support/memory.h"
@@ -11,44 +12,21 @@ namespace {
 
 constexpr std::int64_t kMostMemory = 1 << 28;
 
-constexpr const char* kWords[] = {"--window 12",
-                                  "--window 256",
-                                  "--crop 0",
-                                  "--crop 3,2",
-                                  "--crop 10%",
-                                  "--clip crop",
-                                  "--clip outline",
-                                  "--interpolation nearest",
-                                  "--interpolation bilinear",
-                                  "--background keep",
-                                  "--background ff8000",
-                                  "--roi 0,0,20,15",
-                                  "--roi 20,14,99,99",
-                                  "--simd scalar",
-                                  "--size 21x15",
-                                  "--size 16384x16384",
-                                  "--engine kernel",
-                                  "--engine transform",
-                                  "--quality 4",
-                                  "--frames 3",
-                                  "--rotation",
-                                  "--no-rotation",
-                                  "--tripod",
-                                  "--no-cuts",
-                                  "--output-size",
-                                  "--quiet"};
+constexpr char kWords[] =
+    "--window 12|--window 256|--crop 0|--crop 3,2|--crop 10%|--clip crop|--clip outline|--interpolation "
+    "nearest|"
+    "--interpolation bilinear|--background keep|--background ff8000|--roi 0,0,20,15|--roi 20,14,99,99|"
+    "--simd scalar|--size 21x15|--size 16384x16384|--engine kernel|--engine transform|--quality 4|--frames 3|"
+    "--rotation|--no-rotation|--tripod|--no-cuts|--output-size|--quiet";
 
-struct Sampling {
-  const char* tag;
-  std::size_t bytes;  ///< of a frame of 21x15
-};
-constexpr Sampling kSamplings[] = {{"420", 491}, {"444alpha", 1260}, {"mono", 315},    {"420p10", 982},
-                                   {"422", 645}, {"mono16", 630},    {"444p12", 1890}, {"411", 500}};
+/// Samplings, each with the bytes of a frame of 21x15.
+constexpr char kSamplings[] =
+    "420 491|444alpha 1260|mono 315|420p10 982|422 645|mono16 630|444p12 1890|411 500";
 
 std::string ChooseWords(Choices& choices) {
   std::string words = "--window 4";
   for (std::int32_t i = choices.Number(0, 4); i > 0; --i) {
-    std::string word = kWords[choices.Byte() % std::size(kWords)];
+    std::string word = TextOf(choices, kWords);
     const std::size_t name = word.find(' ');
     if (name != std::string::npos && choices.Once(4)) {
       std::string value = word.substr(name + 1);
@@ -61,13 +39,14 @@ std::string ChooseWords(Choices& choices) {
 }
 
 Bytes ChooseStream(Choices& choices) {
-  const Sampling& sampling = kSamplings[choices.Byte() % std::size(kSamplings)];
-  std::string text = std::string("YUV4MPEG2 W21 H15 C") + sampling.tag;
+  const std::string sampling = TextOf(choices, kSamplings);
+  const std::size_t blank = sampling.find(' ');
+  std::string text = "YUV4MPEG2 W21 H15 C" + sampling.substr(0, blank);
   for (const char* const tag : {" F25:1", " Ip", " A4:3", " XCOLORRANGE=FULL"})
     if (choices.Once(2)) text += tag;
   if (choices.Once(3)) choices.Damage(text, 3);
   text += '\n';
-  Bytes picture(sampling.bytes), stream(text.begin(), text.end());
+  Bytes picture(std::stoul(sampling.substr(blank))), stream(text.begin(), text.end());
   for (std::int32_t i = choices.Number(0, 12); i > 0; --i) {
     choices.Fill(picture);
     const std::string line = choices.Once(3) ? "FRAME Ip Xnote\n" : "FRAME\n";

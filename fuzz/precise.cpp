@@ -8,7 +8,7 @@
 
 #include "fuzz/target.h"
 #include "precise/stabilizer.h"
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
 
 namespace precise {
 namespace {

@@ -147,10 +147,8 @@ precise::Settings MakePreciseSettings(const Options& options, const StreamFacts&
   settings.correctRoll = options.rotation.value_or(settings.correctRoll);
   settings.tripod = options.tripod;
   settings.findCuts = options.findCuts;
-  if (options.roi) {
-    CheckRoi(*options.roi, format.width, format.height);
-    settings.estimateFrom = {options.roi->left, options.roi->top, options.roi->right, options.roi->bottom};
-  }
+  if (options.roi) CheckRoi(*options.roi, format.width, format.height);
+  settings.estimateFrom = options.roi;
   if (!AreUsable(format, settings))
     throw UsageError("frames of " + SizeText(format.width, format.height) +
                      " cannot be stabilized with these margins; give smaller ones with --crop");

@@ -3,10 +3,7 @@
 #include <array>
 #include <cstdint>
 
-/// A rectangle, in a top-down picture unless stated otherwise; right and bottom are exclusive.
-struct Rect {
-  std::int32_t left, top, right, bottom;
-};
+#include "base/rect.h"
 
 /// Motion between two consecutive frames, or the correction of one frame.
 struct MotionRecord {

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/columnrun.h"
+
 /// The highest 9 bits of a position's fraction are the interpolation weight.
 inline constexpr int kWeightBits = 9;
 inline constexpr std::int32_t kWeightOne = 1 << kWeightBits;
@@ -17,11 +19,6 @@ struct SourceLine {
   std::int64_t startX, startY;
   std::int64_t stepX, stepY;
   int fractionBits;
-};
-
-/// Columns begin … end - 1 of a row; none when end <= begin.
-struct ColumnRun {
-  std::int32_t begin, end;
 };
 
 /// Least-squares sums of products of the gradients x and y and the temporal difference t.

@@ -7,9 +7,6 @@
 /// below `begin`.
 ColumnRun UsableColumns(const SourceLine& line, std::int32_t width, std::int32_t height, ColumnRun within);
 
-/// The columns that are in both runs.
-ColumnRun Intersect(ColumnRun a, ColumnRun b);
-
 /// The divisor has only ten digits; more would change results.
 constexpr double RadiansFromDegrees(double degrees) { return degrees / 57.29577951; }
 

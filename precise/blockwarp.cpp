@@ -38,10 +38,6 @@ Position RoundedAt(const SourceLine& line, std::int32_t column) {
   return {line.startX + column * line.stepX + kHalfPhase, line.startY + column * line.stepY + kHalfPhase};
 }
 
-ColumnRun Common(ColumnRun a, ColumnRun b) {
-  return {a.begin > b.begin ? a.begin : b.begin, a.end < b.end ? a.end : b.end};
-}
-
 /// A rectangle of source samples, which need not all exist. `right` and `bottom` are its last column and row.
 struct Extent {
   std::int64_t left = std::numeric_limits<std::int64_t>::max(), top = left;
@@ -288,7 +284,7 @@ class Strips {
 
   /// Writes the covered columns that the row has in the block.
   void WarpRow(const WideBlock& block, const WarpedRow& row) {
-    const ColumnRun run = Common(row.covered, {m_column, m_column + kBlockColumns});
+    const ColumnRun run = Intersect(row.covered, {m_column, m_column + kBlockColumns});
     for (std::int32_t begin = run.begin, end; begin < run.end; begin = end) {
       const Position at = block.Within(RoundedAt(row.line, begin));
       end = EndOfPiece(m_columns, at, m_stepY, {begin, run.end});
@@ -405,10 +401,10 @@ bool WarpBlocks(const CositedPlanes& planes, const WarpedRow* rows, std::int32_t
   const std::int32_t last = all.end - kFewestColumns > all.begin ? all.end - kFewestColumns : all.begin;
   for (std::int32_t next = all.begin; next < all.end; next += kBlockColumns) {
     const std::int32_t begin = next < last ? next : last;
-    const ColumnRun columns = Common({begin, begin + kBlockColumns}, all);
+    const ColumnRun columns = Intersect({begin, begin + kBlockColumns}, all);
     Extent extent;
     for (const WarpedRow* row = rows; row != rows + count; ++row) {
-      const ColumnRun run = Common(row->covered, columns);
+      const ColumnRun run = Intersect(row->covered, columns);
       if (run.begin >= run.end) continue;
       extent.Add(RoundedAt(row->line, run.begin));
       extent.Add(RoundedAt(row->line, run.end - 1));

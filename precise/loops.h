@@ -4,15 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/columnrun.h"
 #include "base/simd.h"
 #include "precise/picture.h"
 
 namespace precise {
-
-/// Columns begin … end - 1 of a row; none when end <= begin.
-struct ColumnRun {
-  std::int32_t begin, end;
-};
 
 /// A source position that advances linearly along a row: column c reads at x = startX + c·stepX,
 /// y = startY + c·stepY. Positions are in samples, in fixed point with `kPositionBits` fraction bits.

@@ -48,7 +48,7 @@ constexpr double kSmallestTexture = 6;
 constexpr double kSmallestTexturedShare = 0.15;  // of the cells
 
 /// The region at a level, without samples on the plane's edge, which lack a neighbour.
-Region ScaledRegion(const Region& region, double scale, const Plane& plane) {
+Rect ScaledRegion(const Rect& region, double scale, const Plane& plane) {
   const auto lower = [&](std::int32_t edge) { return std::max(1, static_cast<std::int32_t>(edge / scale)); };
   const auto upper = [&](std::int32_t edge, std::int32_t side) {
     return std::min(side - 1, static_cast<std::int32_t>(std::ceil(edge / scale)));
@@ -57,7 +57,7 @@ Region ScaledRegion(const Region& region, double scale, const Plane& plane) {
           upper(region.bottom, plane.Height())};
 }
 
-ColumnRun Columns(const Region& region) { return {region.left, region.right}; }
+ColumnRun Columns(const Rect& region) { return {region.left, region.right}; }
 
 bool IsPlausible(const Similarity& map, double longerSide) {
   return Length(map.shift) <= kLargestShift * longerSide && Length(map.turn - Complex{1, 0}) <= kLargestTurn;
@@ -76,19 +76,19 @@ Exposure FixedExposure(double gain, double offset) {
 
 /// The mean of a function of the region's samples.
 template <class Function>
-double MeanOf(const Plane& plane, const Region& region, Function function) {
+double MeanOf(const Plane& plane, const Rect& region, Function function) {
   std::int64_t sum = 0, count = 0;
   for (std::int32_t y = region.top; y < region.bottom; ++y)
     for (std::int32_t x = region.left; x < region.right; ++x, ++count) sum += function(plane.Row(y)[x]);
   return static_cast<double>(sum) / static_cast<double>(count);
 }
 
-double Mean(const Plane& plane, const Region& region) {
+double Mean(const Plane& plane, const Rect& region) {
   return MeanOf(plane, region, [](std::int32_t sample) { return sample; });
 }
 
 /// The mean absolute deviation.
-double Spread(const Plane& plane, const Region& region) {
+double Spread(const Plane& plane, const Rect& region) {
   const auto mean = static_cast<std::int32_t>(Mean(plane, region));
   return MeanOf(plane, region, [mean](std::int32_t sample) { return std::abs(sample - mean); });
 }
@@ -97,11 +97,9 @@ double Spread(const Plane& plane, const Region& region) {
 
 bool Match::IsSameScene() const { return likeness >= kSameScene; }
 
-CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region,
+CMotionEstimator::CMotionEstimator(const PictureFormat& format, const std::optional<Rect>& region,
                                    const Loops& loops)
-    : m_pLoops(&loops),
-      m_format(format),
-      m_region(region.value_or(Region{0, 0, format.width, format.height})) {
+    : m_pLoops(&loops), m_format(format), m_region(region.value_or(Rect{0, 0, format.width, format.height})) {
   const Plane finest = std::move(Pyramid(format).levels.front().samples);
   m_residuals.resize(static_cast<std::size_t>(finest.Width()) * static_cast<std::size_t>(finest.Height()));
 }
@@ -257,7 +255,7 @@ double CMotionEstimator::Step(const View& view, Alignment& alignment, bool shift
   const RobustWeight weight = WeightFor(sigma);
 
   NormalEquations equations;
-  const Region& region = view.region;
+  const Rect& region = view.region;
   for (std::int32_t top = region.top; top < region.bottom; top += kCellSide) {
     const std::int32_t height = std::min(kCellSide, region.bottom - top);
     for (std::int32_t left = region.left; left < region.right; left += kCellSide) {
@@ -343,7 +341,7 @@ CMotionEstimator::ComparedCell CMotionEstimator::CompareCell(const View& view, s
 
 Match CMotionEstimator::Estimate(const Pyramid& earlier, const Pyramid& later,
                                  std::span<const Similarity> guesses) {
-  const auto shorterSide = [](const Region& region) {
+  const auto shorterSide = [](const Rect& region) {
     return std::min(region.right - region.left, region.bottom - region.top);
   };
   std::size_t level = earlier.levels.size() - 1;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/matrix.h"
+#include "base/rect.h"
 #include "precise/loops.h"
 #include "precise/picture.h"
 #include "precise/pyramid.h"
@@ -31,7 +32,7 @@ class CMotionEstimator {
  public:
   /// Estimates from a region of the frames, or from the whole frames. `AreUsable` says what format and region
   /// may be. Throws std::bad_alloc.
-  CMotionEstimator(const PictureFormat& format, const std::optional<Region>& region, const Loops& loops);
+  CMotionEstimator(const PictureFormat& format, const std::optional<Rect>& region, const Loops& loops);
 
   /// Shift, roll, and zoom of the content from `earlier` to `later`, by inverse-compositional Gauss-Newton
   /// steps (Baker and Matthews, "Lucas-Kanade 20 years on", 2004) with Tukey weights, coarse to fine. Gain
@@ -52,7 +53,7 @@ class CMotionEstimator {
     Complex centre;  ///< of the picture, in samples
     double aspect;   ///< width over height of a displayed sample
     double radius;   ///< half the longer side of the displayed picture, in sample heights
-    Region region;   ///< samples of the earlier frame, all with neighbours
+    Rect region;     ///< samples of the earlier frame, all with neighbours
   };
 
   /// A sample b of the earlier frame is 512 + gain·(b - 512) + offset in the later one, where the map takes
@@ -85,7 +86,7 @@ class CMotionEstimator {
 
   const Loops* m_pLoops;
   PictureFormat m_format;
-  Region m_region;
+  Rect m_region;
   std::vector<std::int16_t> m_residuals;  // of one level, in rows without padding
   std::int32_t m_lastMedian = 4;          // where the search for the next median starts
 };

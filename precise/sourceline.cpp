@@ -1,30 +1,6 @@
 #include "precise/sourceline.h"
 
-#include <algorithm>
-
 namespace precise {
-namespace {
-
-/// The first column of `within` whose position on a rising line is at least `value`; the end of `within`
-/// where there is none.
-std::int32_t FirstColumnFrom(std::int64_t start, std::int64_t step, std::int64_t value, ColumnRun within) {
-  if (start + within.begin * step >= value || within.begin >= within.end) return within.begin;
-  if (start + within.end * step < value) return within.end;
-  return static_cast<std::int32_t>((value - start + step - 1) / step);
-}
-
-ColumnRun ColumnsBetween(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within) {
-  // Negation makes a falling line rise: low <= x < high becomes 1 - high <= -x < 1 - low.
-  if (step < 0) {
-    start = -start;
-    step = -step;
-    range = {1 - range.high, 1 - range.low};
-  }
-  const std::int32_t begin = FirstColumnFrom(start, step, range.low, within);
-  return {begin, std::max(begin, FirstColumnFrom(start, step, range.high, within))};
-}
-
-}  // namespace
 
 // Rounds as std::llround does, which compilers do not inline.
 std::int64_t FixedPosition(double samples) {
@@ -40,7 +16,7 @@ SourceLine MakeSourceLine(double startX, double startY, double stepX, double ste
 
 ColumnRun ColumnsInside(const SourceLine& line, const PositionRange& x, const PositionRange& y,
                         ColumnRun within) {
-  return ColumnsBetween(line.startY, line.stepY, y, ColumnsBetween(line.startX, line.stepX, x, within));
+  return ::ColumnsInside(line.startY, line.stepY, y, ::ColumnsInside(line.startX, line.stepX, x, within));
 }
 
 ColumnRun ColumnsWithSamples(const SourceLine& line, const SourcePlane& plane, std::int32_t before,

@@ -8,11 +8,6 @@ namespace precise {
 /// one before. All are in samples, with magnitudes below 2^30.
 SourceLine MakeSourceLine(double startX, double startY, double stepX, double stepY);
 
-/// Positions low ≤ x < high, in the fixed point of a `SourceLine`.
-struct PositionRange {
-  std::int64_t low, high;
-};
-
 inline constexpr std::int64_t kOneSample = std::int64_t{1} << kPositionBits;
 
 /// `samples` in the fixed point of a `SourceLine`, rounded to the nearest. The magnitude is below 2^30.

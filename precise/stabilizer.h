@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/rect.h"
 #include "base/simd.h"
 #include "precise/picture.h"
 #include "precise/rowrunner.h"
@@ -18,11 +19,6 @@ enum class Clipping { Stretch, Crop, Outline };
 
 enum class Interpolation { Nearest, Bilinear, Bicubic };
 
-/// Luma samples left … right - 1 of the rows top … bottom - 1.
-struct Region {
-  std::int32_t left = 0, top = 0, right = 0, bottom = 0;
-};
-
 struct Settings {
   std::int32_t window = 32;  ///< frames that the path is smoothed over: even, 2 to 256
   /// Margins at each side, in luma samples; something must be left between them. Every pixel shown comes from
@@ -34,10 +30,10 @@ struct Settings {
   bool correctRoll = true;
   bool tripod = false;   ///< align every frame of a shot with its first
   bool findCuts = true;  ///< false: the stream is one shot
-  /// The region that motion is measured in; empty: the whole picture. It needs some 14 samples a side, and
-  /// more where both sides of the picture are longer than 300: they are halved until one is not. Smaller
-  /// regions give no motion.
-  std::optional<Region> estimateFrom = {};
+  /// The region that motion is measured in, in luma samples; empty: the whole picture. It needs some 14
+  /// samples a side, and more where both sides of the picture are longer than 300: they are halved until one
+  /// is not. Smaller regions give no motion.
+  std::optional<Rect> estimateFrom = {};
   /// What uncovered pixels show: a sample value for each plane but alpha, which is 0 there.
   std::array<std::uint16_t, kMaxPlanes> background = {};
   bool keepBackground = false;  ///< uncovered pixels show what earlier frames of the shot had there

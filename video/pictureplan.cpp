@@ -104,7 +104,9 @@ void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
     facts.matrix = facts.height < kFirstRowsOfBt709 ? AVCOL_SPC_SMPTE170M : AVCOL_SPC_BT709;
     facts.range = AVCOL_RANGE_MPEG;
   }
-  if (MeansFullRange(encoded)) facts.range = AVCOL_RANGE_JPEG;
+  // Such an encoder refuses limited range in its other formats, too.
+  const AVPixelFormat* const formats = plan.encoder->pix_fmts;
+  if (formats && MeansFullRange(*formats)) facts.range = AVCOL_RANGE_JPEG;
   plan.finished.matrix = plan.prepared.matrix = ScalerMatrix(facts.matrix);
   plan.finished.range = plan.prepared.range = facts.range;
 }

@@ -21,7 +21,7 @@ struct Documentation {
   std::wstring name, help;
 };
 
-/// What a library, a type or a member is called, and what is said of it. None has more help than that.
+/// Name and help text of a library, a type or a member, which have no help file and no help context.
 template <class Described>
 Documentation DocumentationOf(Described* described, LONG member = MEMBERID_NIL) {
   BSTR name = nullptr, help = nullptr, helpFile = nullptr;
@@ -32,7 +32,7 @@ Documentation DocumentationOf(Described* described, LONG member = MEMBERID_NIL) 
   return {Take(name), Take(help)};
 }
 
-/// A type by the name of the alias or enumeration that it refers to.
+/// A type's name; a user-defined type has that of the alias or enumeration.
 std::wstring TypeName(ITypeInfo* info, const TYPEDESC& type) {
   if (type.vt == VT_PTR) return TypeName(info, *type.lptdesc) + L'*';
   if (type.vt == VT_BOOL) return L"VARIANT_BOOL";
@@ -43,7 +43,7 @@ std::wstring TypeName(ITypeInfo* info, const TYPEDESC& type) {
   return DocumentationOf(referred.Get()).name;
 }
 
-/// Number, name, parameter and help of a function.
+/// Number, name, parameter type and help text of a function.
 std::wstring Describe(ITypeInfo* info, const FUNCDESC& function) {
   const auto [name, help] = DocumentationOf(info, function.memid);
   std::wstring text = std::to_wstring(function.memid) + L' ' + name;
@@ -68,7 +68,7 @@ std::vector<std::wstring> DescribeFunctions(ITypeInfo* info) {
   return functions;
 }
 
-/// Enumerations by their constants, everything else by identity and help.
+/// An enumeration with its constants; any other type with its identifier and help text.
 std::wstring DescribeType(ITypeInfo* info) {
   TYPEATTR* attributes = nullptr;
   EXPECT_EQ(info->GetTypeAttr(&attributes), S_OK);
@@ -88,7 +88,7 @@ std::wstring DescribeType(ITypeInfo* info) {
   return text;
 }
 
-/// Appends the functions of a property.
+/// Appends a property's getter and setter.
 void Expect(std::vector<std::wstring>& functions, int id, const std::wstring& name, const std::wstring& type,
             bool canPut = true) {
   const std::wstring start = std::to_wstring(id) + L' ' + name, help = L": property " + name;
@@ -100,7 +100,7 @@ class TypeLibrary : public EngineTest {
  protected:
   TypeLibrary() { EXPECT_EQ(LoadModuleTypeLibrary(CurrentModule(), &m_pLibrary), S_OK); }
 
-  /// Checks an interface as the vtable has it.
+  /// Checks an interface in its vtable form.
   void ExpectInterface(const GUID& iid, const wchar_t* base,
                        const std::vector<std::wstring>& functions) const {
     ComPtr<ITypeInfo> dispatch, info, baseInfo;
@@ -188,7 +188,7 @@ TEST_F(TypeLibrary, DeclaresTheInterfacesMemberByMember) {
 
 class Automation : public FacadeTest {
  protected:
-  /// Calls a member by name as a script does; `value` is what is put, or receives what is got.
+  /// Calls a member by name, as a script does. `value` is put, or receives the result.
   HRESULT Call(const wchar_t* name, WORD kind, VARIANT* value = nullptr) {
     DISPID id = DISPID_UNKNOWN, put = DISPID_PROPERTYPUT;
     LPOLESTR names[] = {const_cast<LPOLESTR>(name)};

@@ -109,7 +109,7 @@ TEST_F(Facade, AnswersForItsTwoInterfacesOnly) {
 TEST_F(Facade, EachNumberHasItsOwnPropertyItemAndField) {
   m_pFacade->put_ROIRight(200);
   m_pFacade->put_ROIBottom(300);
-  // No range is checked.
+  // Values are not range-checked.
   m_pFacade->put_ROITop(-11);
   m_pFacade->put_ROILeft(12);
   m_pFacade->put_GlobalEstimationCoefficients(vkvstab_GLOBALESTIMATIONCOEFFICIENTS_X_Y_THETA);
@@ -172,7 +172,7 @@ TEST_F(Facade, StoresColoursTranslatedAndRefusesOthers) {
   EXPECT_EQ(m_pFacade->put_BkFillColor(0x05123456), E_INVALIDARG);
   EXPECT_EQ(Item(VKVSTAB_ATTR_BK_FILL_COLOR), 0x00112233U);
 
-  // A colour that got into the store another way is black, and the frame is processed all the same.
+  // An invalid colour, stored as an attribute, counts as black. Frames are still processed.
   m_pFacade->Attributes()->SetUINT32(VKVSTAB_ATTR_BK_FILL_COLOR, 0x05123456);
   EXPECT_EQ(Feed(), 0);
   EXPECT_EQ(m_assertions, std::vector<std::string>{"vkvstabilizeimpl: SUCCEEDED ( hr )"});
@@ -190,7 +190,7 @@ TEST_F(Facade, MissingItemsReadTrueForTwoFlagsAndNothingElse) {
   EXPECT_EQ(taken.PathSmoothingLevel, 0);
   EXPECT_EQ(taken.ROI.bottom, 0);
 
-  // What counts as there already is not stored.
+  // A missing item stands for a value. Putting that value stores nothing.
   m_pFacade->put_Enabled(VARIANT_TRUE);
   m_pFacade->put_AutoReconnect(VARIANT_TRUE);
   m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);
@@ -302,21 +302,6 @@ TEST_F(Facade, OutlivesItsTransformAndIsOutlivedByItsStores) {
   EXPECT_EQ(after.Reset(), 0U);
 }
 
-TEST_F(Facade, CallsNoTransformThatTookItsLeaveBeforeTheStoreWasMade) {
-  static bool fails = true;
-  m_pFacade = MakeFacade(&m_transform, [](IMFAttributes** attributes, UINT32 size) {
-    return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
-  });
-  m_pFacade->DetachCallback();
-  fails = false;
-  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
-  EXPECT_EQ(FramesBeforeOutput(), 16) << "the defaults";
-  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
-  m_pFacade->put_CropEnabled(VARIANT_TRUE);
-  EXPECT_EQ(m_transform.calls, 0);
-  EXPECT_EQ(Item(VKVSTAB_ATTR_CROP_ENABLED), 1U);
-}
-
 TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
   struct Slow : VKVStabilizeImplCB {
     HRESULT STDMETHODCALLTYPE OutputChanged() override {
@@ -337,7 +322,10 @@ TEST_F(Facade, TakesItsLeaveOnlyWhenNoCallIsRunning) {
 }
 
 TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
-  m_pFacade = MakeFacade(nullptr, [](IMFAttributes**, UINT32) -> HRESULT { return E_ACCESSDENIED; });
+  static bool fails = true;
+  m_pFacade = MakeFacade(&m_transform, [](IMFAttributes** attributes, UINT32 size) {
+    return fails ? E_ACCESSDENIED : MFCreateAttributes(attributes, size);
+  });
   EXPECT_EQ(m_pFacade->ResetToDefaults(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->LoadAttributes(), E_ACCESSDENIED);
   EXPECT_EQ(m_pFacade->SaveAttributes(), MF_E_NOT_INITIALIZED) << "saving makes none";
@@ -348,6 +336,13 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
   EXPECT_EQ(m_pFacade->put_ROITop(5), S_OK);
   m_pFacade->DetachCallback();
   EXPECT_EQ(FramesBeforeOutput(), 16) << "the record's own defaults";
+
+  fails = false;
+  EXPECT_EQ(m_pFacade->LoadAttributes(), S_OK) << "nothing was saved";
+  m_pFacade->put_ClippingOption(vkvstab_CLIPPINGOPTIONS_CROP);
+  m_pFacade->put_CropEnabled(VARIANT_TRUE);
+  EXPECT_EQ(Item(VKVSTAB_ATTR_CROP_ENABLED), 1U);
+  EXPECT_EQ(m_transform.calls, 0) << "the transform took its leave before the store was made";
   {
     const FailingAllocations kernel(sizeof(CStabilizeVideoKernel), sizeof(CStabilizeVideoKernel));
     m_pFacade = MakeFacade();
@@ -357,7 +352,7 @@ TEST_F(Facade, LivesWithoutAStoreAndWithoutAKernel) {
 }
 
 TEST_F(Facade, ReadsNoEngineThatIsHalfLoaded) {
-  m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);  // and there is none
+  m_pFacade->put_UseAdvancedEngine(VARIANT_TRUE);  // which this machine does not have
   EXPECT_EQ(m_pFacade->SaveAttributes(), S_OK);
   ScriptedAttributes::writesLeft = 99;
   m_pFacade = MakeFacade(nullptr, &ScriptedAttributes::Create);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr GUID kKey = settingskeys::Key(1);
 
-/// Hears of changes, and writes on hearing when told to.
+/// Counts notifications, and may write to the store during them.
 class Listener : public MyAttributesCallback {
  public:
   explicit Listener(MyAttributes* store) : m_pStore(store) { store->SetCallback(this); }

@@ -4,8 +4,8 @@
 #include <type_traits>
 #include <utility>
 
-/// While the object lives, this program's calls of a system function reach `replacement`. The slot is the
-/// pointer that the linker makes for the function, named __imp_ and the function's name.
+/// While the object lives, this program's calls of a system function reach a replacement. `slot` is the
+/// pointer through which the program calls the function; the linker names it __imp_ and the function's name.
 template <auto& slot, class Function = std::remove_reference_t<decltype(slot)>>
 class Replaced;
 
@@ -17,7 +17,7 @@ class Replaced<slot, Result (*)(Parameters...)> {
     s_original =
         std::exchange(slot, [](Parameters... parameters) -> Result { return s_replacement(parameters...); });
   }
-  /// Makes one call fail: the one after `*successes` more, which it counts down.
+  /// Counts calls down from `*successes`: so many succeed, the next one fails.
   Replaced(int* successes, Result failure)
       : Replaced([=](Parameters... parameters) {
           return (*successes)-- == 0 ? failure : s_original(parameters...);

@@ -34,9 +34,9 @@ void* AllocateOrThrow(std::size_t size) {
 void Free(void* memory) noexcept {
   if (!memory) return;
   --g_liveAllocations;
-  // Whoever still uses it, notices.
+  // Makes a use after this visible.
   std::memset(memory, 0xDD, _msize(memory));
-  std::atomic_signal_fence(std::memory_order_seq_cst);  // or the compiler leaves that out
+  std::atomic_signal_fence(std::memory_order_seq_cst);  // keeps the compiler from dropping the writes
   std::free(memory);
 }
 
@@ -102,7 +102,7 @@ EngineTest::~EngineTest() {
   g_pAssertions = g_pTraces = nullptr;
   std::vector<std::string>().swap(m_assertions);
   std::vector<std::string>().swap(m_traces);
-  // The test framework keeps the texts of failures.
+  // After a failure, the test framework keeps texts in memory.
   EXPECT_TRUE(HasFailure() || g_liveAllocations == m_allocations) << "memory is left";
 }
 

@@ -21,14 +21,14 @@ extern decltype(&RegCreateKeyExA) __imp_RegCreateKeyExA;
 extern decltype(&RegSetValueExA) __imp_RegSetValueExA;
 }
 
-/// Each case starts without saved settings and must give back its memory. Reports of failed assertions are
-/// kept.
+/// Each case starts without saved settings and must free its memory. Failed assertions and traces are
+/// collected.
 class EngineTest : public ::testing::Test {
  protected:
   EngineTest();
   ~EngineTest() override;
 
-  /// How many pieces of memory are in use, not counting the platform's.
+  /// The number of live allocations, without the platform's own.
   static long LiveAllocations();
 
   static Microsoft::WRL::ComPtr<CVKVStabilizeImpl> MakeFacade(
@@ -43,7 +43,7 @@ class EngineTest : public ::testing::Test {
   long m_allocations = 0;
 };
 
-/// A facade, and the calls that its transform gets.
+/// A facade, and a transform that counts the facade's calls.
 class FacadeTest : public EngineTest {
  protected:
   struct Transform : VKVStabilizeImplCB {

@@ -1,29 +1,32 @@
 #include "gst/element.h"
 
-#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gst/check/gstharness.h>
 #include <gtest/gtest.h>
-#include <numeric>
+#include <map>
 #include <random>
+#include <sstream>
+#include <thread>
 
 #include "gst/owners.h"
 #include "gst/videoformat.h"
 #include "host/commandrun.h"
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
 
-/// GLib forgets its first table of names on purpose. Its allocations show no caller; what is left of the
-/// library's objects is found by the library itself.
+/// GLib never frees its first table of names, and the stacks of its allocations show no caller to name here.
+/// Leaked objects are found by GStreamer's own tracer.
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
   return "leak:g_malloc";
 }
 
 namespace {
 
-/// Ends the program where it uses the library wrongly, and expects that nothing of the library's is left
-/// then.
+/// Makes each wrong use of the library end the program, and expects that no object of the library is leaked.
 class Library : public testing::Environment {
  public:
   void SetUp() override {
@@ -56,7 +59,7 @@ const std::string kI420 = CapsText("I420");
 
 CapsPtr CapsOf(const std::string& text) { return CapsPtr(gst_caps_from_string(text.c_str())); }
 
-/// The samples of a frame in the engine's order, plane by plane: `visit(sample, plane, index)`.
+/// Calls `visit(sample, plane, index)` for each sample of a frame, planes in the engine's order.
 template <class Visit>
 void ForEachSample(const GstVideoFrame& frame, const Visit& visit) {
   const precise::PictureFormat format = FactsOf(frame.info).format;
@@ -78,7 +81,7 @@ void Stamp(GstBuffer* frame, int number) {
   GST_BUFFER_OFFSET(frame) = static_cast<guint64>(number);
 }
 
-/// A shaken frame. With `strayed`, rows have padding, and planes stand apart and later in the memory.
+/// A frame of a shaky camera. With `strayed`, rows have padding, and planes have gaps before them.
 BufferPtr MakeFrame(const std::string& caps, int number, bool strayed = false) {
   const GstVideoInfo info = InfoOf(*CapsOf(caps));
   BufferPtr frame(gst_buffer_new_allocate(nullptr, 3 * info.size + 200, nullptr));
@@ -104,7 +107,7 @@ BufferPtr MakeFrame(const std::string& caps, int number, bool strayed = false) {
   return frame;
 }
 
-/// The frame as a stream for the command has it.
+/// The frame as it stands in a YUV4MPEG2 stream.
 std::string Streamed(const GstCaps& caps, GstBuffer* frame) {
   const GstVideoInfo info = InfoOf(caps);
   const CMappedFrame mapped(info, frame, GST_MAP_READ);
@@ -115,46 +118,130 @@ std::string Streamed(const GstCaps& caps, GstBuffer* frame) {
   return bytes;
 }
 
-/// The element alone, between pads.
+std::string TemporaryName(const std::string& extension) {
+  return testing::TempDir() + "gst_tests_" + std::to_string(getpid()) + extension;
+}
+
+/// Writes 2-4 out as 2 3 4, and keeps all other words.
+std::string WrittenOut(const std::string& words) {
+  std::string text;
+  std::istringstream stream(words);
+  for (std::string word; stream >> word;) {
+    int first = 0, last = 0;
+    if (std::sscanf(word.c_str(), "%d-%d", &first, &last) == 2)
+      for (; first <= last; ++first) text += std::to_string(first) + ' ';
+    else
+      text += word + ' ';
+  }
+  return text;
+}
+
+/// The element between two pads, without a pipeline.
 class Harness {
  public:
-  explicit Harness(const std::string& properties, const std::string& caps = kI420)
-      : pads(*gst_harness_new_parse(("vstabilize " + properties).c_str())) {
-    gst_harness_set_src_caps_str(&pads, caps.c_str());
+  explicit Harness(const std::string& properties, std::string caps = kI420)
+      : pads(*gst_harness_new_parse(("vstabilize " + properties).c_str())), m_caps(std::move(caps)) {
+    gst_harness_set_src_caps_str(&pads, m_caps.c_str());
+    const auto note = [](GstPad*, GstPadProbeInfo* info, gpointer harness) {
+      static_cast<Harness*>(harness)->Note(*info);
+      return GST_PAD_PROBE_OK;
+    };
+    gst_pad_add_probe(
+        pads.sinkpad,
+        static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM), note,
+        this, nullptr);
   }
   ~Harness() { gst_harness_teardown(&pads); }
 
-  void Set(const char* name, const char* value) {
-    GstElement* const element = gst_harness_find_element(&pads, "vstabilize");
-    gst_util_set_object_arg(G_OBJECT(element), name, value);
-    gst_object_unref(element);
-  }
-  void Send(GstEvent* event) { gst_harness_push_event(&pads, event); }
   void Push(BufferPtr frame) { EXPECT_EQ(gst_harness_push(&pads, frame.release()), GST_FLOW_OK); }
-  void Push(int first, int last, const std::string& caps = kI420) {
-    for (int i = first; i <= last; ++i) Push(MakeFrame(caps, i));
-  }
-  BufferPtr Pull() { return BufferPtr(gst_harness_try_pull(&pads)); }
 
-  /// Numbers of the frames that have come out since the last call.
-  std::vector<int> PullAll() {
-    std::vector<int> numbers;
-    while (const BufferPtr frame = Pull()) {
-      numbers.push_back(static_cast<int>(GST_BUFFER_OFFSET(frame.get())));
-      EXPECT_EQ(GST_BUFFER_PTS(frame.get()), GST_BUFFER_OFFSET(frame.get()) * kFrameTime);
-      EXPECT_EQ(GST_BUFFER_DURATION(frame.get()), kFrameTime);
+  /// Does what the words say: a number pushes that frame (!5: discontinuous, 5+: with a region of interest),
+  /// a name sends that event, a=b sets a property, format=NV12 is the format of all that follows. A bar
+  /// goes into `seen`, to tell what has left by then.
+  void Play(const std::string& words) {
+    std::istringstream stream(WrittenOut(words));
+    for (std::string word; stream >> word;) {
+      const std::size_t equals = word.find('=');
+      if (word == "|")
+        seen += "| ";
+      else if (word.starts_with("format="))
+        m_caps = CapsText(word.substr(equals + 1));
+      else if (equals != word.npos)
+        Set(word.substr(0, equals), word.substr(equals + 1));
+      else if (std::isdigit(word[0]) != 0 || word[0] == '!')
+        PushNumbered(word);
+      else
+        Send(word);
     }
-    return numbers;
+  }
+
+  /// The frames that came out since the last call, by their numbers.
+  std::map<guint64, std::string> Pictures() {
+    std::map<guint64, std::string> pictures;
+    const CapsPtr caps(gst_pad_get_current_caps(pads.sinkpad));
+    while (const BufferPtr frame{gst_harness_try_pull(&pads)})
+      pictures[GST_BUFFER_OFFSET(frame.get())] = Streamed(*caps, frame.get());
+    return pictures;
   }
 
   GstHarness& pads;
-};
+  std::string seen;  ///< frames and events that have left, in the words of Play
 
-std::vector<int> Numbers(int first, int last) {
-  std::vector<int> numbers(static_cast<std::size_t>(std::max(last - first + 1, 0)));
-  std::iota(numbers.begin(), numbers.end(), first);
-  return numbers;
-}
+ private:
+  void Set(const std::string& name, const std::string& value) {
+    GstElement* const element = gst_harness_find_element(&pads, "vstabilize");
+    gst_util_set_object_arg(G_OBJECT(element), name.c_str(), value.c_str());
+    gst_object_unref(element);
+  }
+
+  void PushNumbered(const std::string& word) {
+    BufferPtr frame = MakeFrame(m_caps, std::stoi(word.substr(word[0] == '!' ? 1 : 0)));
+    if (word.front() == '!') GST_BUFFER_FLAG_SET(frame.get(), GST_BUFFER_FLAG_DISCONT);
+    if (word.back() == '+') gst_buffer_add_video_region_of_interest_meta(frame.get(), "face", 1, 2, 3, 4);
+    Push(std::move(frame));
+  }
+
+  void Send(const std::string& name) {
+    GstSegment segment;
+    gst_segment_init(&segment, GST_FORMAT_TIME);
+    const auto send = [&](const char* event, const auto& make) {
+      if (name == event) gst_harness_push_event(&pads, make());
+    };
+    send("flush-start", [] { return gst_event_new_flush_start(); });
+    send("flush-stop", [] { return gst_event_new_flush_stop(FALSE); });
+    send("segment", [&] { return gst_event_new_segment(&segment); });
+    send("stream-start", [] { return gst_event_new_stream_start("another"); });
+    send("tag", [] { return gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "title", nullptr)); });
+    send("gap", [] { return gst_event_new_gap(8 * kFrameTime, kFrameTime); });
+    send("caps", [this] { return gst_event_new_caps(CapsOf(m_caps).get()); });
+    send("eos", [] { return gst_event_new_eos(); });
+    send("custom-downstream",
+         [] { return gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM, gst_structure_new_empty("mark")); });
+    if (name == "late" || name == "early")
+      gst_harness_push_upstream_event(
+          &pads, gst_event_new_qos(GST_QOS_TYPE_UNDERFLOW, 2,
+                                   (name == "late" ? 3 : -3) * GstClockTimeDiff{kFrameTime}, 3 * kFrameTime));
+    if (name != "drain") return;
+    GstQuery* const query = gst_query_new_drain();
+    gst_pad_peer_query(pads.srcpad, query);
+    gst_query_unref(query);
+  }
+
+  void Note(const GstPadProbeInfo& info) {
+    if ((info.type & GST_PAD_PROBE_TYPE_BUFFER) == 0) {
+      seen += GST_EVENT_TYPE_NAME(info.data) + std::string(" ");
+      return;
+    }
+    GstBuffer* const frame = GST_BUFFER(info.data);
+    if (GST_BUFFER_IS_DISCONT(frame)) seen += '!';
+    seen += std::to_string(GST_BUFFER_OFFSET(frame));
+    seen += gst_buffer_get_video_region_of_interest_meta_id(frame, 0) ? "+ " : " ";
+    EXPECT_EQ(GST_BUFFER_PTS(frame), GST_BUFFER_OFFSET(frame) * kFrameTime);
+    EXPECT_EQ(GST_BUFFER_DURATION(frame), kFrameTime);
+  }
+
+  std::string m_caps;
+};
 
 TEST(Element, GivesTheBytesOfTheCommand) {
   struct Case {
@@ -175,12 +262,6 @@ TEST(Element, GivesTheBytesOfTheCommand) {
            {"GRAY8", "", "Cmono", "cuts=false interpolation=nearest", "--no-cuts --interpolation nearest"},
            {"GBR", "", "C444", "", ""},
            {"I420_10LE", ",chroma-site=mpeg2", "C420p10", "window=4", "--window 4"},
-           {"I422_10LE", "", "C422p10", "", ""},
-           {"Y444_10LE", "", "C444p10", "", ""},
-           {"I420_12LE", ",chroma-site=mpeg2", "C420p12", "", ""},
-           {"I422_12LE", "", "C422p12", "", ""},
-           {"Y444_12LE", "", "C444p12", "", ""},
-           {"GBR_10LE", "", "C444p10", "", ""},
            {"GBR_12LE", "", "C444p12", "clip=crop", "--clip crop"}}) {
     const std::string caps = CapsText(format, more);
     Harness harness(properties, caps);
@@ -191,131 +272,59 @@ TEST(Element, GivesTheBytesOfTheCommand) {
       in += Streamed(*CapsOf(caps), lent.back().get());
       harness.Push(BufferPtr(gst_buffer_ref(lent.back().get())));
     }
-    harness.Send(gst_event_new_eos());
+    harness.Play("eos");
     for (const BufferPtr& frame : lent) inAfter += Streamed(*CapsOf(caps), frame.get());
     EXPECT_TRUE(in == inAfter) << format << ": what was lent is written";
 
-    const CapsPtr outCaps(gst_pad_get_current_caps(harness.pads.sinkpad));
-    while (const BufferPtr frame = harness.Pull()) out += Streamed(*outCaps, frame.get());
+    for (const auto& [number, picture] : harness.Pictures()) out += picture;
     in.insert(0, "YUV4MPEG2 W67 H51 F25:1 " + tags + "\n");
     const Outcome outcome = RunWords(options, {in.begin(), in.end()});
-    const auto expected = std::find(outcome.output.begin(), outcome.output.end(), '\n') + 1;
-    EXPECT_TRUE(std::equal(expected, outcome.output.end(), out.begin(), out.end(),
-                           [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }))
-        << format << " " << properties << outcome.messages;
+    const std::string expected(outcome.output.begin(), outcome.output.end());
+    EXPECT_TRUE(expected.substr(expected.find('\n') + 1) == out) << format << ' ' << outcome.messages;
   }
 }
 
-// Eight frames are in, and four of them out, when something happens.
 TEST(Element, DrainsHoldsOrDropsAsTheRulesSay) {
-  GstSegment segment;
-  gst_segment_init(&segment, GST_FORMAT_TIME);
-  const std::string other = CapsText("NV12");
   struct Case {
-    const char* what;
-    std::vector<GstEvent*> events;
-    int drawn, next;  ///< frames that are out then, and the first that comes later
-    int delay = 4;    ///< of frames from then on
-    std::string caps = kI420;
-    std::vector<std::pair<const char*, const char*>> properties = {};
+    const char *words, *seen;
+    int delay = 4;  ///< in frames, after the last word
   };
-  for (const auto& [what, events, drawn, next, delay, caps, properties] : std::vector<Case>{
-           {"buffers wanted back", {}, 8, 8},
-           {"tags", {gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "later", nullptr))}, 4, 4},
-           {"gap", {gst_event_new_gap(8 * kFrameTime, kFrameTime)}, 8, 8},
-           {"stream", {gst_event_new_stream_start("another")}, 8, 8},
-           {"segment", {gst_event_new_segment(&segment)}, 8, 8},
-           {"flush",
-            {gst_event_new_flush_start(), gst_event_new_flush_stop(FALSE), gst_event_new_segment(&segment)},
-            4,
-            8},
-           {"same caps", {gst_event_new_caps(CapsOf(kI420).get())}, 4, 4},
-           {"other caps", {gst_event_new_caps(CapsOf(other).get())}, 8, 8, 4, other},
-           {"interpolation", {}, 4, 4, 4, kI420, {{"interpolation", "nearest"}}},
-           {"window", {}, 4, 4, 2, kI420, {{"window", "4"}}},
-           {"crop", {}, 4, 4, 8, kI420, {{"crop", "10"}, {"clip", "crop"}}}}) {
-    SCOPED_TRACE(what);
+  for (const auto& [words, seen, delay] : std::vector<Case>{
+           {"0-7 drain | 8-19 | eos", "0-7 | 8-15 | 16-19 eos"},
+           {"0-7 tag | 8-19 | eos", "0-3 | 4-7 tag 8-15 | 16-19 eos"},
+           {"0-7 gap | 8-19 | eos", "0-7 gap | 8-15 | 16-19 eos"},
+           {"0-7 stream-start | 8-19 | eos", "0-7 stream-start | 8-15 | 16-19 eos"},
+           {"0-7 segment | 8-19 | eos", "0-7 segment | 8-15 | 16-19 eos"},
+           {"0-7 flush-start flush-stop segment | 8-19 | eos", "0-3 segment | 8-15 | 16-19 eos"},
+           {"0-7 caps | 8-19 | eos", "0-3 | 4-15 | 16-19 eos"},
+           {"0-7 format=NV12 caps | 8-19 | eos", "0-7 caps | 8-15 | 16-19 eos"},
+           {"0-7 interpolation=nearest | 8-19 | eos", "0-3 | 4-15 | 16-19 eos"},
+           {"0-7 window=4 | 8-19 | eos", "0-3 | 4-17 | 18 19 eos", 2},
+           {"0-7 crop=10 clip=crop | 8-19 | eos", "0-3 | 4-7 caps 8-11 | 12-19 eos", 8},
+           {"0-5 tag flush-start flush-stop segment 6-13 | eos", "0 1 segment tag 6-9 | 10-13 eos"},
+           {"format=I420,framerate=(fraction)0/1 caps 0 2 4 6 8 10 | eos", "caps 0 2 | 4 6 8 10 eos", 8},
+           {"crop=10 clip=crop 0 1+ 2 | eos", "caps | 0 1 2 eos", 8},
+           {"0 1 custom-downstream 2+ 3 tag 4-10 custom-downstream 11 !12 | 13-15 eos",
+            "0 1 custom-downstream 2+ 3 tag 4-10 custom-downstream 11 | !12 13-15 eos"}}) {
     Harness harness("window=8 crop=0");
-    harness.Push(0, 7);
-    for (GstEvent* const event : events) harness.Send(event);
-    for (const auto& [name, value] : properties) harness.Set(name, value);
-    if (events.empty() && properties.empty()) {
-      GstQuery* const query = gst_query_new_drain();
-      gst_pad_peer_query(harness.pads.srcpad, query);
-      gst_query_unref(query);
-    }
-    EXPECT_EQ(harness.PullAll(), Numbers(0, drawn - 1));
-    harness.Push(8, 19, caps);
+    harness.Play(words);
+    EXPECT_EQ(harness.seen, WrittenOut(seen)) << words;
     EXPECT_EQ(gst_harness_query_latency(&harness.pads), static_cast<GstClockTime>(delay) * kFrameTime);
-    EXPECT_EQ(harness.PullAll(), Numbers(next, 19 - delay));
-    harness.Send(gst_event_new_eos());
-    EXPECT_EQ(harness.PullAll(), Numbers(20 - delay, 19));
   }
-}
-
-TEST(Element, SendsFlagsEventsAndMetasOnWithTheirFrame) {
-  Harness harness("window=8");
-  std::string seen;
-  gst_pad_add_probe(
-      harness.pads.sinkpad,
-      static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
-      [](GstPad*, GstPadProbeInfo* info, gpointer log) {
-        std::string& text = *static_cast<std::string*>(log);
-        if ((info->type & GST_PAD_PROBE_TYPE_BUFFER) == 0)
-          return text += GST_EVENT_TYPE_NAME(GST_PAD_PROBE_INFO_EVENT(info)), text += ' ', GST_PAD_PROBE_OK;
-        GstBuffer* const frame = GST_PAD_PROBE_INFO_BUFFER(info);
-        if (GST_BUFFER_IS_DISCONT(frame)) text += '!';
-        text += std::to_string(GST_BUFFER_OFFSET(frame));
-        if (gst_buffer_get_video_region_of_interest_meta_id(frame, 0)) text += '+';
-        return text += ' ', GST_PAD_PROBE_OK;
-      },
-      &seen, nullptr);
-  for (int i = 0; i < 16; ++i) {
-    BufferPtr frame = MakeFrame(kI420, i);
-    if (i == 2) gst_buffer_add_video_region_of_interest_meta(frame.get(), "face", 1, 2, 3, 4);
-    if (i == 12) GST_BUFFER_FLAG_SET(frame.get(), GST_BUFFER_FLAG_DISCONT);
-    harness.Push(std::move(frame));
-    if (i == 12) seen += "here ";  // what was inside is out
-    if (i == 1 || i == 10)
-      harness.Send(gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM, gst_structure_new_empty("mark")));
-    if (i == 3) harness.Send(gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "title", nullptr)));
-  }
-  harness.Send(gst_event_new_eos());
-  EXPECT_EQ(seen,
-            "0 1 custom-downstream 2+ 3 tag 4 5 6 7 8 9 10 custom-downstream 11 here !12 13 14 15 eos ");
 }
 
 TEST(Element, SkipsWhatComesTooLateAndMeasuresIt) {
-  const auto late = static_cast<GstClockTimeDiff>(3 * kFrameTime);
-  struct Case {
-    const char* properties;
-    GstClockTimeDiff lateness;
-    int lastSkipped;  ///< from frame 4 on
-  };
-  for (const auto& [properties, lateness, lastSkipped] :
-       {Case{"crop=0 window=8 qos=false", 0, 3}, Case{"crop=0 window=8 qos=false", late, 3},
-        Case{"crop=0 window=8", -late, 3}, Case{"crop=0 window=8", late, 9}}) {
-    static std::vector<std::string> inTime;
-    Harness harness(properties);
-    for (int i = 0; i < 30; ++i) {
-      harness.Push(i, i);
-      if (i == 7)
-        gst_harness_push_upstream_event(
-            &harness.pads, gst_event_new_qos(GST_QOS_TYPE_UNDERFLOW, 2, lateness, 3 * kFrameTime));
-    }
-    harness.Send(gst_event_new_eos());
-    std::vector<std::string> drawn(30);
-    while (const BufferPtr out = harness.Pull()) {
-      drawn[GST_BUFFER_OFFSET(out.get())] = Streamed(*CapsOf(kI420), out.get());
-      EXPECT_EQ(GST_BUFFER_IS_DISCONT(out.get()),
-                lastSkipped >= 4 && static_cast<int>(GST_BUFFER_OFFSET(out.get())) == lastSkipped + 1);
-    }
-    if (inTime.empty()) inTime = drawn;
-    for (std::size_t i = 0; i < drawn.size(); ++i) {
-      const bool isSkipped = i >= 4 && static_cast<int>(i) <= lastSkipped;
-      EXPECT_TRUE(drawn[i] == (isSkipped ? "" : inTime[i]))
-          << properties << ", " << lateness << ": frame " << i;
-    }
+  Harness inTime("crop=0 window=8");
+  inTime.Play("0-29 eos");
+  std::map<guint64, std::string> expected = inTime.Pictures();
+  for (const auto& [words, seen] : {std::pair{"qos=false 0-7 late 8-29 eos", "0-29 eos"},
+                                    {"0-7 early 8-29 eos", "0-29 eos"},
+                                    {"0-7 late 8-29 eos", "0-3 !10 11-29 eos"}}) {
+    Harness harness("crop=0 window=8");
+    harness.Play(words);
+    EXPECT_EQ(harness.seen, WrittenOut(seen)) << words;
+    for (const auto& [number, picture] : harness.Pictures())
+      EXPECT_TRUE(picture == expected[number]) << words << ": frame " << number;
   }
 }
 
@@ -338,7 +347,7 @@ TEST(Element, NeverStarvesABoundedPool) {
       harness.Push(BufferPtr(frame));
       EXPECT_EQ(GST_MINI_OBJECT_REFCOUNT_VALUE(frame) > 1, isHeld);
     }
-    EXPECT_EQ(harness.PullAll(), Numbers(0, 21));
+    EXPECT_EQ(harness.seen, WrittenOut("0-21"));
     gst_buffer_pool_set_active(pool, FALSE);
     gst_object_unref(pool);
   }
@@ -346,10 +355,8 @@ TEST(Element, NeverStarvesABoundedPool) {
 
 TEST(Element, RefusesInterlacedVideoAndRaisesBothLatencies) {
   Harness harness("window=8");
-  for (const auto& [more, isTaken] :
-       {std::pair{"", TRUE}, {",interlace-mode=interleaved", FALSE}, {",interlace-mode=mixed", FALSE}})
-    EXPECT_EQ(gst_pad_peer_query_accept_caps(harness.pads.srcpad, CapsOf(CapsText("I420", more)).get()),
-              isTaken);
+  const CapsPtr interlaced = CapsOf(CapsText("I420", ",interlace-mode=interleaved"));
+  EXPECT_FALSE(gst_pad_peer_query_accept_caps(harness.pads.srcpad, interlaced.get()));
   gst_pad_set_query_function(harness.pads.srcpad, [](GstPad*, GstObject*, GstQuery* query) -> gboolean {
     gst_query_set_latency(query, TRUE, kFrameTime, 3 * kFrameTime);
     return TRUE;
@@ -367,45 +374,37 @@ TEST(Element, PostsWhatTheCommandLogs) {
   Harness harness("post-messages=true");
   GstBus* const bus = gst_bus_new();
   gst_element_set_bus(harness.pads.element, bus);
-  harness.Set("window", "8");
-  std::string stream = "YUV4MPEG2 W67 H51 F25:1 C420jpeg\n";
-  for (int i = 0; i < 40; ++i) {
-    harness.Push(i, i);
-    stream += Streamed(*CapsOf(kI420), MakeFrame(kI420, i).get());
-  }
-  harness.Send(gst_event_new_eos());
-  const std::string log =
-      std::filesystem::temp_directory_path() / ("path_" + std::to_string(getpid()) + ".csv");
-  EXPECT_EQ(RunWords("--window 8 --force --motion " + log, {stream.begin(), stream.end()}).code, 0);
-  std::ifstream lines(log);
-  lines.ignore(1000, '\n');
-  int told[2] = {};
+  harness.Play("window=8 0-39 eos");
+  std::vector<double> posted, logged;
+  int latencies = 0;
   while (GstMessage* const message = gst_bus_pop(bus)) {
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_LATENCY) ++told[0];
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ELEMENT) {
-      ++told[1];
-      for (const char* const field : {"frame", "motion-x", "motion-y", "motion-theta", "correction-x",
-                                      "correction-y", "correction-theta", "shot", "zoom"}) {
-        double expected = -1;
-        lines >> expected;
-        lines.ignore(1);
-        const GValue& value = *gst_structure_get_value(gst_message_get_structure(message), field);
-        EXPECT_EQ(G_VALUE_HOLDS_INT64(&value) ? static_cast<double>(g_value_get_int64(&value))
-                                              : g_value_get_double(&value),
-                  expected)
-            << field;
-      }
+    latencies += GST_MESSAGE_TYPE(message) == GST_MESSAGE_LATENCY;
+    const GstStructure* const fields = gst_message_get_structure(message);
+    for (const char* const field : {"frame", "motion-x", "motion-y", "motion-theta", "correction-x",
+                                    "correction-y", "correction-theta", "shot", "zoom"}) {
+      if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_ELEMENT) break;
+      const GValue& value = *gst_structure_get_value(fields, field);
+      posted.push_back(G_VALUE_HOLDS_INT64(&value) ? static_cast<double>(g_value_get_int64(&value))
+                                                   : g_value_get_double(&value));
     }
     gst_message_unref(message);
   }
-  EXPECT_EQ(told[0], 1);
-  EXPECT_EQ(told[1], 40);
-  std::filesystem::remove(log);
+  EXPECT_EQ(latencies, 1);
   gst_element_set_bus(harness.pads.element, nullptr);
   gst_object_unref(bus);
+
+  std::string stream = "YUV4MPEG2 W67 H51 F25:1 C420jpeg\n";
+  for (int i = 0; i < 40; ++i) stream += Streamed(*CapsOf(kI420), MakeFrame(kI420, i).get());
+  const std::string log = TemporaryName(".csv");
+  EXPECT_EQ(RunWords("--window 8 --motion " + log, {stream.begin(), stream.end()}).code, 0);
+  std::ifstream lines(log);
+  lines.ignore(1000, '\n');
+  for (double number = 0; lines >> number; lines.ignore(1)) logged.push_back(number);
+  EXPECT_EQ(posted, logged);
+  std::filesystem::remove(log);
 }
 
-/// A pipeline that ends in a sink.
+/// A pipeline that ends in a sink, which counts the frames.
 class Pipeline {
  public:
   explicit Pipeline(const std::string& text)
@@ -422,12 +421,12 @@ class Pipeline {
 
   GstElement* Get() const { return m_pipeline; }
 
-  /// Waits until a change of state, or a seek, is done.
+  /// Waits until the last change of state, or seek, is done.
   void Settle() {
     EXPECT_NE(gst_element_get_state(m_pipeline, nullptr, nullptr, kPatience), GST_STATE_CHANGE_FAILURE);
   }
 
-  /// Plays to the end; the number of frames that the sink has got.
+  /// Plays to the end. Returns the number of frames that the sink has got so far.
   int Play() {
     gst_element_set_state(m_pipeline, GST_STATE_PLAYING);
     GstMessage* const end =
@@ -445,9 +444,7 @@ class Pipeline {
 };
 
 TEST(Pipeline, PassesAsManyFramesAsComeAndSurvivesSeeks) {
-  const std::string clip = std::filesystem::temp_directory_path() /
-                           ("clip_" + std::to_string(getpid()) + ".mkv"),
-                    file = "filesrc location=" + clip + " ! decodebin",
+  const std::string clip = TemporaryName(".mkv"), file = "filesrc location=" + clip + " ! decodebin",
                     small = " ! video/x-raw,width=96,height=64";
   Pipeline("videotestsrc num-buffers=90" + small +
            " ! jpegenc ! matroskamux ! tee name=t ! queue ! filesink location=" + clip + " t. ! queue")
@@ -468,7 +465,7 @@ TEST(Pipeline, PassesAsManyFramesAsComeAndSurvivesSeeks) {
   Pipeline pipeline(file + " ! vstabilize window=16 ! queue");
   gst_element_set_state(pipeline.Get(), GST_STATE_PAUSED);
   pipeline.Settle();
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < 40; ++i) {
     const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | (i % 2 * GST_SEEK_FLAG_ACCURATE));
     EXPECT_TRUE(
         gst_element_seek_simple(pipeline.Get(), GST_FORMAT_TIME, flags, i * 37 % 50 * 40 * GST_MSECOND));
@@ -483,12 +480,20 @@ TEST(Pipeline, SurvivesChangesOfStateAndOfProperties) {
   Pipeline pipeline(
       "videotestsrc num-buffers=200 ! video/x-raw,width=96,height=64 ! vstabilize name=it ! queue");
   GstElement* const element = gst_bin_get_by_name(GST_BIN(pipeline.Get()), "it");
+  GstPad* const pad = gst_element_get_static_pad(element, "src");
+  std::atomic<bool> isDone = false;
+  std::thread asker([&] {
+    while (!isDone) const CapsPtr answer(gst_pad_query_caps(pad, nullptr));
+  });
   std::mt19937 random(1);
-  for (int i = 0; i < 500; ++i) {
+  for (int i = 0; i < 300; ++i) {
     gst_element_set_state(pipeline.Get(), static_cast<GstState>(GST_STATE_NULL + random() % 4));
     if (random() % 4 == 0) pipeline.Settle();
     g_object_set(element, "window", static_cast<guint>(random() % 40), "crop", i % 2 * 5.0, nullptr);
   }
+  isDone = true;
+  asker.join();
+  gst_object_unref(pad);
   gst_object_unref(element);
   EXPECT_GE(pipeline.Play(), 200);
 }

@@ -1,34 +1,28 @@
-#include "host/command.h"
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
+#include <tuple>
 #include <vector>
 
 #ifdef __linux__
-#include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #endif
 
 #include "host/commandrun.h"
 #include "host/platform.h"
-#include "host/progress.h"
+#include "host/settings.h"
 #include "kernel/stabilizevideokernel.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 
 constexpr std::int32_t kWidth = 101, kHeight = 90;
 constexpr int kFrames = 11;
 
-Bytes ShotClip(int frames = kFrames) { return ShakyClip(kWidth, kHeight, frames); }
-
-/// The same clip through the kernel alone.
+/// The frames of ShakyClip as the kernel gives them, without the command.
 Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int32_t outputHeight,
                  std::ptrdiff_t pitch) {
   const Scene scene({kWidth, kHeight}, 24);
@@ -47,7 +41,7 @@ Bytes KernelClip(const KernelParams& params, std::int32_t outputWidth, std::int3
 }
 
 TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
-  const Bytes input = ShotClip();
+  const Bytes input = ShakyClip(kWidth, kHeight, kFrames);
   KernelParams params = DefaultParams(kWidth, kHeight);
   params.windowLength = 8;
   EXPECT_EQ(RunWords("--size 101x90 --window 8 --engine kernel --simd scalar --quiet", input).output,
@@ -64,8 +58,7 @@ TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
   params.backgroundColor = {0xAA, 0x66, 0x33};
   const Outcome cropped = RunWords(
       "--size=101x90 --window=4 --rotation --quality 1 --roi 3,4,95,88 --crop 12,7 --clip crop "
-      "--interpolation nearest "
-      "--background 3366aa --frames 11",
+      "--interpolation nearest --background 3366aa --frames 11",
       input);
   EXPECT_EQ(cropped.code, 0) << cropped.messages;
   EXPECT_EQ(cropped.messages, "") << "no progress where there is no terminal";
@@ -73,8 +66,8 @@ TEST(Command, GivesTheKernelsFramesAsManyAsWentIn) {
 }
 
 TEST(Command, FillsWhatTheCroppedFrameLacksWithBackground) {
-  // Without margins the packed rows of 5 pixels need 2 bytes a row more than the frame has: 10 rows find no
-  // room.
+  // A cropped row of 5 pixels takes 18 bytes, a row of the frame 16: so 10 of 90 rows lie behind the frame's
+  // end.
   constexpr std::size_t kRowBytes = 5 * 3, kRows = 90, kRowsWithoutRoom = 10;
   const Outcome outcome =
       RunWords("--size 5x90 --clip crop --window 4 --background 102030", RandomBytes(kRowBytes * kRows, 1));
@@ -106,7 +99,7 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
     int code = 2;
   };
   for (const auto& [words, named, head, code] : std::vector<Refusal>{
-           // The words alone
+           // Refused before any input is read
            {"--engine kernel", "--size"},
            {"--size 64x", "64x"},
            {"--size 1x100", "at least 2"},
@@ -125,7 +118,7 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
            {"--size 64x48 --rotation=yes", "--rotation"},
            {"--size 64x48 --motion", "--motion"},
            {"--size 64x48 \x1b[2J\x7f\u009b\x9b\u00db", "unknown option ?[2J???\u00db;"},
-           // The words for these frames
+           // Refused for frames of this size
            {"--size 64x48 --window 33", "33"},
            {"--size 64x48 --roi 64,0,80,48", "outside the 64x48"},
            {"--size 64x48 --interpolation bicubic", "nearest and bilinear"},
@@ -134,9 +127,8 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
            {"--crop 11,2", "--crop 11,2", good},
            {"--crop 2,8 --output-size", "--crop 2,8", good},
            {"--roi 21,0,30,9", "outside the 21x15", good},
-           // The stream
+           // Refused because of the stream
            {"", "input is empty; YUV4MPEG2", "", 1},
-           {"", "--size", "RIFF", 1},
            {"", "--size", "YUV4MPEG", 1},
            {"", "no end", "YUV4MPEG2 W21 H15", 1},
            {"", "no end", size + "X" + std::string(2000, 'x') + "\n", 1},
@@ -148,6 +140,8 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
            {"", "F25:0", size + "F25:0\n", 1},
            {"", "A-1:1", size + "A-1:1\n", 1},
            {"", "setsar", size + "A50:1\n", 1},
+           {"", "bwdif", size + "It\n", 1},
+           {"", "bwdif", size + "Ib\n", 1},
            {"", "bwdif", size + "Im\n", 1},
            {"", "Iz", size + "Iz\n", 1},
            {"", "-pix_fmt yuv420p", size + "C420p11\n", 1},
@@ -162,117 +156,146 @@ TEST(Command, RefusesInOneLineThatNamesTheValue) {
   }
 }
 
-#ifdef __linux__
-TEST(Command, WritesTheWholeFramesOfAnInputThatCannotBeRead) {
-  struct Source {
-    Bytes clip = ShotClip(7);
-    std::size_t position = 0;
-  } source;
-  const auto read = [](void* cookie, char* buffer, std::size_t size) -> ssize_t {
-    auto& from = *static_cast<Source*>(cookie);
-    const std::size_t count = std::min(size, from.clip.size() - from.position);
-    if (count == 0) return errno = EIO, -1;
-    std::copy_n(from.clip.begin() + static_cast<std::ptrdiff_t>(from.position), count, buffer);
-    from.position += count;
-    return static_cast<ssize_t>(count);
-  };
-  const File input(
-      fopencookie(&source, "rb", {.read = read, .write = nullptr, .seek = nullptr, .close = nullptr}));
-  const File output = TemporaryFile(), messages = TemporaryFile();
-  const Arguments arguments("--size 101x90 --window 8");
-  EXPECT_EQ(RunCommand(arguments.Pointers(), input.get(), output.get(), messages.get()), 1);
-  EXPECT_EQ(ReadAll(output.get()).size(), source.clip.size());
-  const Bytes text = ReadAll(messages.get());
-  EXPECT_NE(std::string(text.begin(), text.end()).find("cannot read frame 8"), std::string::npos);
-}
-
-TEST(Command, WaitsForPipesThatDoNotBlock) {
-  const Bytes clip = ShotClip();
-  int in[2], out[2];
-  ASSERT_EQ(pipe2(in, O_NONBLOCK) | pipe2(out, O_NONBLOCK), 0);
-  const File messages = TemporaryFile();
-  File input(fdopen(in[0], "rb")), output(fdopen(out[1], "wb"));
-  fcntl(in[1], F_SETFL, 0);
-  fcntl(out[0], F_SETFL, 0);
-  // Both pipes hold less than a frame, so that the command runs dry and runs full.
-  fcntl(in[1], F_SETPIPE_SZ, 4096);
-  fcntl(out[0], F_SETPIPE_SZ, 4096);
-  std::thread feeder([&] {
-    const File feed(fdopen(in[1], "wb"));
-    std::fwrite(clip.data(), 1, clip.size(), feed.get());
-  });
-  Bytes steady(clip.size());
-  std::thread drain([&] {
-    const File from(fdopen(out[0], "rb"));
-    steady.resize(std::fread(steady.data(), 1, steady.size(), from.get()));
-  });
-  const Arguments arguments("--size 101x90 --window 8");
-  EXPECT_EQ(RunCommand(arguments.Pointers(), input.get(), output.get(), messages.get()), 0);
-  input.reset();
-  output.reset();
-  feeder.join();
-  drain.join();
-  EXPECT_EQ(steady, RunWords("--size 101x90 --window 8", clip).output);
-}
-#endif
-
 TEST(Command, OverwritesAMotionFileOnlyWhenToldAndNeverItsOwnStreams) {
   const std::string name = ::testing::TempDir() + "kept.csv", spelt = ::testing::TempDir() + "./kept.csv";
-  const Bytes clip = ShotClip(1);
-  const auto make = [&](const Bytes& content) {
-    const File file(std::fopen(name.c_str(), "wb"));
-    std::fwrite(content.data(), 1, content.size(), file.get());
-  };
-  const auto run = [&](const std::string& words, std::FILE* input, std::FILE* output) {
-    const Arguments arguments("--size 101x90 --window 4 --engine kernel --motion " + spelt + words);
-    const File messages = TemporaryFile();
-    return RunCommand(arguments.Pointers(), input, output, messages.get());
-  };
-  const auto size = [&] { return std::filesystem::file_size(name); };
+  const auto open = [&](const char* mode) { return File(std::fopen(name.c_str(), mode)); };
   const File nothing = TemporaryFile(), sink = TemporaryFile();
-  make(clip);
+  const auto run = [&](const std::string& words, std::FILE* input, std::FILE* output) {
+    return RunWords("--size 101x90 --window 4 --engine kernel --motion " + spelt + words, input, output).code;
+  };
+  const Bytes clip = ShakyClip(kWidth, kHeight, 1);
+  std::fwrite(clip.data(), 1, clip.size(), open("wb").get());
   EXPECT_EQ(run("", nothing.get(), sink.get()), 1);
-  EXPECT_EQ(run(" --force", File(std::fopen(name.c_str(), "rb")).get(), sink.get()), 1) << "the input";
-  EXPECT_EQ(run(" --force", nothing.get(), File(std::fopen(name.c_str(), "ab")).get()), 1) << "the output";
-  EXPECT_EQ(size(), clip.size());
+  EXPECT_EQ(run(" --force", open("rb").get(), sink.get()), 1) << "the input";
+  EXPECT_EQ(run(" --force", nothing.get(), open("ab").get()), 1) << "the output";
+  EXPECT_EQ(std::filesystem::file_size(name), clip.size());
   EXPECT_EQ(run(" --force", nothing.get(), sink.get()), 0);
-  EXPECT_LT(size(), 100U) << "the head line alone";
+  EXPECT_LT(std::filesystem::file_size(name), 100U) << "the head line alone";
   std::remove(name.c_str());
 }
 
-TEST(Command, ReportsEveryPlaceThatTakesNoMore) {
-  const File full(std::fopen("/dev/full", "wb"));
-  if (!full) GTEST_SKIP() << "this system has no /dev/full";
-  const Outcome frames = RunWords("--size 101x90 --window 4", ShotClip(), full.get());
-  EXPECT_EQ(frames.code, 1);
-  EXPECT_NE(frames.messages.find("cannot write frame 1 of the output"), std::string::npos) << frames.messages;
-  EXPECT_EQ(RunWords("--help", {}, full.get()).code, 1);
-  EXPECT_EQ(RunWords("--size 64x48 --output-size", {}, full.get()).code, 1);
-  const Outcome outcome = RunWords("--size 101x90 --window 4 --motion /dev/full", ShotClip());
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_NE(outcome.messages.find("cannot write the motion file /dev/full"), std::string::npos)
-      << outcome.messages;
-  EXPECT_EQ(outcome.output.size(), ShotClip().size()) << "the frames are not lost for it";
+void Append(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
+
+/// A stream that repeats one picture of noise; the second frame has parameters. `highByte` masks each second
+/// byte, to keep words of 9 to 16 bits in range.
+Bytes StillStream(const std::string& head, std::size_t frameBytes, int frames, int highByte = 255) {
+  Bytes picture = RandomBytes(frameBytes, 1);
+  for (std::size_t i = 1; i < picture.size(); i += 2)
+    picture[i] = static_cast<std::uint8_t>(picture[i] & highByte);
+  Bytes stream;
+  Append(stream, head + '\n');
+  for (int i = 0; i < frames; ++i) {
+    Append(stream, i == 1 ? "FRAME Ip Xnote=a\n" : "FRAME\n");
+    stream.insert(stream.end(), picture.begin(), picture.end());
+  }
+  return stream;
 }
 
-TEST(Progress, TellsFramesSpeedAndTimeLeft) {
-  const auto drawn = [](std::int64_t total, bool enabled) {
-    const File terminal = TemporaryFile();
-    {
-      Progress progress(terminal.get(), total, enabled);
-      progress.Update(5);
-    }
-    const Bytes text = ReadAll(terminal.get());
-    return std::string(text.begin(), text.end());
+TEST(Y4m, KeepsHeadFramesAndParametersOfEverySampling) {
+  // 21x15 luma samples, 11 or 21 columns and 8 or 15 rows of each chroma plane.
+  constexpr std::size_t kLuma = 21 * 15, k420 = kLuma + 2 * 11 * 8, k422 = kLuma + 2 * 11 * 15;
+  struct Case {
+    std::string tags;
+    std::size_t frameBytes;
+    int highByte = 255;
   };
-  const std::string known = drawn(10, true);
-  EXPECT_NE(known.find("[###############...............] 5/10 frames"), std::string::npos) << known;
-  EXPECT_NE(known.find(" a second, 0:00 left"), std::string::npos) << known;
-  EXPECT_EQ(known.back(), '\n');
-  EXPECT_EQ(known.find('\x1b'), std::string::npos) << "a console may show control sequences as they are";
-  EXPECT_EQ(drawn(0, true).find("left"), std::string::npos);
-  EXPECT_NE(drawn(3, true).find("5/5"), std::string::npos) << "more than announced";
-  EXPECT_EQ(drawn(10, false), "");
+  for (const auto& [tags, frameBytes, highByte] :
+       std::vector<Case>{{"", k420},
+                         {" Ip A0:0 C420", k420},
+                         {" C420jpeg XYSCSS=420JPEG XCOLORRANGE=FULL", k420},
+                         {" I? C420mpeg2 A4:3", k420},
+                         {" Qx C420paldv", k420},
+                         {" C422", k422},
+                         {" C444", 3 * kLuma},
+                         {" C444alpha", 4 * kLuma},
+                         {" Cmono", kLuma},
+                         {" C420p9", 2 * k420, 1},
+                         {" C422p10 XYSCSS=422P10", 2 * k422, 3},
+                         {" C444p14", 6 * kLuma, 63},
+                         {" C420p16", 2 * k420},
+                         {" Cmono12", 2 * kLuma, 15}}) {
+    for (const int frames : {0, 1, 9}) {
+      const Bytes input = StillStream("YUV4MPEG2 H15 W21 F0:0" + tags, frameBytes, frames, highByte);
+      const Outcome outcome = RunWords("--crop 0 --window 4", input);
+      EXPECT_EQ(outcome.code, 0) << tags << ": " << outcome.messages;
+      EXPECT_EQ(outcome.messages, "");
+      EXPECT_TRUE(outcome.output == input) << tags << ", " << frames << " frames";
+    }
+  }
+}
+
+TEST(Y4m, ChangesTheHeadsSizeWhereItCrops) {
+  struct Case {
+    std::string tag, margins, size, sides;
+    std::size_t frameBytes, croppedBytes;
+  };
+  for (const auto& [tag, margins, size, sides, frameBytes, croppedBytes] :
+       std::vector<Case>{{"444", "3,2", "19x11", "W19 H11", 3 * 25 * 15, 3 * 19 * 11},
+                         {"444", "0", "25x15", "W25 H15", 3 * 25 * 15, 3 * 25 * 15},
+                         {"mono", "20%", "15x9", "W15 H9", 25 * 15, 15 * 9},
+                         {"420", "4,2", "17x11", "W17 H11", 25 * 15 + 2 * 13 * 8, 17 * 11 + 2 * 9 * 6}}) {
+    const Bytes input = StillStream("YUV4MPEG2 W25 H15 Xa F25:1 C" + tag, frameBytes, 3);
+    const Outcome cropped = RunWords("--clip crop --crop " + margins, input);
+    const std::string head = "YUV4MPEG2 " + sides + " Xa F25:1 C" + tag;
+    EXPECT_EQ(std::string(cropped.output.begin(), cropped.output.end()).substr(0, head.size() + 1),
+              head + '\n');
+    EXPECT_EQ(cropped.output.size(), StillStream(head, croppedBytes, 3).size()) << head;
+    const Outcome told = RunWords("--output-size --clip crop --crop " + margins, input);
+    EXPECT_TRUE(std::ranges::equal(told.output, size + '\n')) << size;
+  }
+}
+
+TEST(Y4m, WritesTheWholeFramesOfAnInputCutShortAsTheRawStreamDoes) {
+  const Bytes whole = StillStream("YUV4MPEG2 W21 H15 Cmono", 21 * 15, 5),
+              raw(std::size_t{5} * 21 * 15 * 3, 99);
+  const auto expectWhole = [&](const Outcome& outcome, const Bytes& frames, const char* problem) {
+    EXPECT_EQ(outcome.code, 1);
+    for (const char* const named : {problem, "; the 5 whole"})
+      EXPECT_NE(outcome.messages.find(named), std::string::npos) << outcome.messages;
+    EXPECT_EQ(std::ranges::count(outcome.messages, '\n'), 1);
+    EXPECT_EQ(outcome.output.size(), frames.size()) << problem;
+    EXPECT_TRUE(&frames == &raw || outcome.output == whole);
+  };
+  for (const auto& [words, frames, rest] : {std::tuple("--crop 0", &whole, std::string("FRA")),
+                                            {"--crop 0", &whole, "FRAME\n" + std::string(200, 'x')},
+                                            {"--size 21x15 --clip crop", &raw, std::string(200, 'x')}}) {
+    Bytes cut = *frames;
+    Append(cut, rest);
+    expectWhole(RunWords(std::string("--window 8 ") + words, cut), *frames, "ends inside frame 6");
+  }
+#ifdef __linux__
+  // A peer that closes with bytes unread makes the next read fail.
+  int ends[2] = {};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  ASSERT_EQ(write(ends[1], whole.data(), whole.size()) + write(ends[0], "x", 1) + close(ends[1]),
+            static_cast<ssize_t>(whole.size()) + 1);
+  const File broken(fdopen(ends[0], "rb")), output = TemporaryFile();
+  expectWhole(RunWords("--window 8 --crop 0", broken.get(), output.get()), whole, "cannot read frame 6");
+#endif
+}
+
+TEST(Y4m, TakesOneSecondAsWindowAndTheColoursOfTheClip) {
+  StreamFacts stream;
+  stream.format = {.width = 320, .height = 240, .planes = 4};
+  using Window = std::array<std::int64_t, 3>;
+  for (const auto& [frames, seconds, window] :
+       {Window{0, 0, 32}, {10, 1, 16}, {25, 1, 26}, {30000, 1001, 30}, {240, 1, 64}, {1000000000, 1, 64}}) {
+    stream.rateNumerator = frames;
+    stream.rateDenominator = seconds;
+    EXPECT_EQ(MakePreciseSettings({}, stream).window, window) << frames << ':' << seconds;
+  }
+
+  Options orange;
+  orange.background = {0x20, 0x80, 0xff};
+  // ffmpeg's scaler makes the same samples of this colour.
+  using Samples = std::array<std::uint16_t, precise::kMaxPlanes>;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{149, 67, 191, 0}));
+  stream.isFullRange = true;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{155, 59, 199, 0}));
+  stream.matrix = ColourMatrix::Bt709;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{148, 65, 196, 0}));
+  stream.format.planes = 2;
+  EXPECT_EQ(MakePreciseSettings(orange, stream).background, (Samples{148, 0, 0, 0}));
 }
 
 }  // namespace

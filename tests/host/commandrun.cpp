@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "host/command.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -14,8 +14,7 @@
 namespace {
 
 #ifdef _WIN32
-// The library's own function lets go of a name before it opens the file: programs that run at the same time
-// may then share one.
+// The library's std::tmpfile frees its name before it opens the file, so two programs may get the same file.
 std::FILE* OpenTemporary() {
   wchar_t folder[MAX_PATH + 1], path[MAX_PATH];
   GetTempPathW(MAX_PATH + 1, folder);
@@ -50,12 +49,16 @@ Arguments::Arguments(const std::string& line) {
   for (const std::string& word : m_words) m_pointers.push_back(word.c_str());
 }
 
-Outcome RunWords(const std::string& words, const Bytes& input, std::FILE* output) {
+Outcome RunWords(const std::string& words, std::FILE* input, std::FILE* output) {
   const Arguments arguments(words);
-  const File in = TemporaryFile(input), out = TemporaryFile(), messages = TemporaryFile();
-  const int code = RunCommand(arguments.Pointers(), in.get(), output ? output : out.get(), messages.get());
+  const File messages = TemporaryFile();
+  const int code = RunCommand(arguments.Pointers(), input, output, messages.get());
   const Bytes text = ReadAll(messages.get());
-  return {code, ReadAll(out.get()), std::string(text.begin(), text.end())};
+  return {code, ReadAll(output), std::string(text.begin(), text.end())};
+}
+
+Outcome RunWords(const std::string& words, const Bytes& input) {
+  return RunWords(words, TemporaryFile(input).get(), TemporaryFile().get());
 }
 
 Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch) {
@@ -66,10 +69,10 @@ Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height,
 }
 
 Bytes ShakyClip(std::int32_t width, std::int32_t height, int frames) {
-  const Scene scene({width, height}, 24);
+  const FrameGeometry geometry(width, height);
   Bytes clip;
-  for (int i = 0; i < frames; ++i) {
-    const Bytes packed = Packed(scene.Shoot(ShakyPose(i)).data(), width, height, scene.Frame().strideBytes);
+  for (const Bytes& frame : ShakyFrames(geometry, frames)) {
+    const Bytes packed = Packed(frame.data(), width, height, geometry.strideBytes);
     clip.insert(clip.end(), packed.begin(), packed.end());
   }
   return clip;

@@ -24,7 +24,7 @@ struct Outcome {
   std::string messages;
 };
 
-/// The words of a command line, as the command takes them.
+/// The words of a line as the arguments of a program.
 class Arguments {
  public:
   explicit Arguments(const std::string& line);
@@ -35,11 +35,12 @@ class Arguments {
   std::vector<const char*> m_pointers;
 };
 
-/// Runs the command with these words. `output` stands in for a stream that fails.
-Outcome RunWords(const std::string& words, const Bytes& input = {}, std::FILE* output = nullptr);
+/// Runs the command with these words.
+Outcome RunWords(const std::string& words, const Bytes& input = {});
+Outcome RunWords(const std::string& words, std::FILE* input, std::FILE* output);
 
-/// Rows without padding, top row first, of a padded bottom-up frame.
+/// The rows of a padded bottom-up frame, top row first and without padding.
 Bytes Packed(const std::uint8_t* frame, std::int32_t width, std::int32_t height, std::ptrdiff_t pitch);
 
-/// A moving camera's frames as the command reads them.
+/// Frames of a shaky camera as raw video, which the command reads.
 Bytes ShakyClip(std::int32_t width, std::int32_t height, int frames);

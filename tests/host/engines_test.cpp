@@ -39,7 +39,7 @@ TEST(Engines, GiveTheSameBytesWhateverTheOptions) {
 }
 
 TEST(Engines, ReportAFrameThatFindsNoMemoryInTheTransform) {
-  // A window that no kernel can be set up for ends in the same silence.
+  // A window that the kernel refuses looks the same: no frame ever comes out.
   StabilizerSettings settings;
   settings.PathSmoothingLevel = 5;
   TransformStabilizer stabilizer(settings, {64, 48}, false);

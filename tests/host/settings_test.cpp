@@ -9,7 +9,7 @@
 #include "engine/userhive.h"
 #include "host/commandrun.h"
 #include "host/transformmodule.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 using Microsoft::WRL::ComPtr;
 

@@ -5,9 +5,9 @@
 
 #include "kernel/stabilizevideokernel.h"
 #include "referencemodel.h"
+#include "scenes/scene.h"
 #include "support/memoryend.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 #include "kernel/sampling.h"
 #include "kernel/sinecosine.h"
 #include "kernel/stabilizevideokernel.h"
+#include "scenes/scene.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 // Literal numbers: what the kernel and its model could both get wrong, and what no test's frames reach.
 

@@ -4,9 +4,9 @@
 #include <limits>
 
 #include "kernel/frame.h"
+#include "scenes/scene.h"
 #include "support/memory.h"
 #include "support/params.h"
-#include "support/scene.h"
 
 namespace {
 

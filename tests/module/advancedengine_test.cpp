@@ -10,7 +10,7 @@ namespace {
 constexpr GUID kVideoDspClass = {
     0x51571744, 0x7FE4, 0x4FF2, {0xA4, 0x98, 0x2D, 0xC3, 0x4F, 0xF7, 0x4F, 0x1B}};
 
-/// Stands in for the platform's video DSP: keeps what it is called with and answers with a result of its own.
+/// Stands in for the platform's video DSP: keeps its last call and answers with a result of its own.
 class VideoDsp final : public IMFTransform, public IClassFactory {
  public:
   /// The operation's number and its arguments; 0 when there was none.
@@ -132,7 +132,7 @@ TEST_F(AdvancedEngine, GetsEveryOperationAsItIs) {
   MFT_OUTPUT_DATA_BUFFER buffer = {};
   IMFAttributes* attributes = nullptr;
   IMFMediaType* type = nullptr;
-  // Also what this transform would refuse is the other's to judge.
+  // Arguments that this transform would refuse are forwarded, too.
   ExpectForwarded(&IMFTransform::GetStreamLimits, nullptr, &b, &c, &d);
   ExpectForwarded(&IMFTransform::GetStreamCount, nullptr, &b);
   ExpectForwarded(&IMFTransform::GetStreamIDs, 5UL, &a, 6UL, &b);
@@ -169,7 +169,7 @@ TEST_F(AdvancedEngine, IsUsedOnlyWhenThereIsOneAndItIsChosen) {
   m_pSettings->get_AdvancedEngineAvailable(&flag);
   EXPECT_EQ(flag, VARIANT_TRUE);
   EXPECT_FALSE(IsForwarding()) << "nobody chose it yet";
-  // A script's 1 is true as well; what the getter then says is the one exact value.
+  // A script's 1 counts as true. The getter then answers VARIANT_TRUE.
   for (const VARIANT_BOOL chosen : {VARIANT_BOOL{VARIANT_TRUE}, VARIANT_BOOL{1}}) {
     m_pSettings->put_UseAdvancedEngine(VARIANT_FALSE);
     EXPECT_FALSE(IsForwarding());
@@ -187,7 +187,7 @@ TEST_F(AdvancedEngine, IsUsedOnlyWhenThereIsOneAndItIsChosen) {
   EXPECT_FALSE(IsForwarding());
 }
 
-/// Saved settings that want the engine and claim that it exists, or not.
+/// Saves settings that choose the engine and say whether it is available.
 void SaveAdvancedEngine(bool available) {
   ComPtr<CVKVStabilizeImpl> facade;
   *facade.GetAddressOf() = new CVKVStabilizeImpl(nullptr);

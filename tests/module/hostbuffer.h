@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 #include <mfobjects.h>
 
-/// A host's media buffer between pages that nobody may touch: whoever reads or writes outside on the guarded
-/// side ends the program. Expects to be unlocked as often as it was locked.
+/// A media buffer beside an inaccessible page: an access beyond the guarded side ends the program. Expects as
+/// many unlocks as locks.
 class HostBuffer final : public IMFMediaBuffer {
  public:
   enum class Guard { Begin, End };

@@ -43,7 +43,7 @@ TEST_F(HostBuffers, AreRefusedWhenTooShort) {
     EXPECT_EQ(ProcessUntouched(bytes, tooShort), MF_E_BUFFERTOOSMALL);
     EXPECT_EQ(ProcessUntouched(tooShort, tooShort), E_INVALIDARG);
   }
-  // What counts of an input is what it holds, of an output what it could hold.
+  // An input's length counts, and an output's capacity.
   const ComPtr<IMFSample> input = Sample(bytes), output = Sample(bytes);
   ComPtr<IMFMediaBuffer> buffer;
   output->GetBufferByIndex(0, &buffer);
@@ -67,7 +67,7 @@ TEST_F(HostBuffers, SurviveSizesWithoutPixelsAndBeyondAllMemory) {
         SetTypes(size.cx, size.cy);
         EXPECT_EQ(ProcessUntouched(64, 64), S_OK) << "an empty frame";
       }
-      // Among them some whose bytes, counted in 32 bits, are none or few.
+      // Some of these frames have so many bytes that 32 bits hold a small number, or 0.
       for (const SIZE size : {SIZE{most, most}, {65536, 65536}, {0x55555556, 1}, {-1, -1}, {2, -most - 1}}) {
         SetTypes(size.cx, size.cy);
         EXPECT_EQ(ProcessUntouched(64, 64), E_INVALIDARG) << size.cx << "x" << size.cy;

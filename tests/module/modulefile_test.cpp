@@ -80,7 +80,7 @@ void UseModuleOnce() {
 }
 
 TEST(Module, CanBeLoadedAndUnloadedAnyNumberOfTimes) {
-  UseModuleOnce();  // what the system takes for itself, it takes now
+  UseModuleOnce();  // from now on, the system has allocated what it keeps
   const std::size_t slots = CountFreeThreadLocalSlots();
   UseModuleOnce();
   EXPECT_EQ(CountFreeThreadLocalSlots(), slots);

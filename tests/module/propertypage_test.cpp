@@ -79,7 +79,7 @@ std::vector<long> SettingsOf(IVKFVStabilize* settings) {
   return values;
 }
 
-/// Writes down what is put, and can fail and call back.
+/// Records what is put. It can fail, and call back.
 class Recorder final : public IVKFVStabilize {
  public:
   std::string calls, failing;
@@ -123,9 +123,9 @@ class Recorder final : public IVKFVStabilize {
   }
 };
 
-/// Number, kind, caption or content, range of a spin, and help text of each control. Enabled are A always, E
-/// while processing is, S with the standard engine, R and C with the region and the clipping, X where there
-/// is an advanced engine.
+/// For each control its number, kind, caption or content, range of a spin, and help text. The kind tells when
+/// the control is enabled: A always, E when processing is, S with the standard engine, R with a region, C
+/// with clipping, X when there is an advanced engine.
 constexpr char kControls[] = R"(1057 A &Enable Processing|Check to enable video stabilization
 1058 E &Defaults|Set options to default values
 1101 E &Engine|
@@ -254,7 +254,7 @@ class PropertyPage : public EngineTest {
     SendMessageW(m_dialog, WM_SETCURSOR, reinterpret_cast<WPARAM>(window),
                  MAKELPARAM(HTCLIENT, WM_MOUSEMOVE));
   }
-  /// Presses a key where the focus is; what the page says about it.
+  /// Presses a key where the focus is, and gives the page's result.
   HRESULT Press(UINT message, WPARAM key) {
     MSG pressed = {GetFocus(), message, key, 0, 0, {}};
     return m_pPage->TranslateAccelerator(&pressed);
@@ -268,7 +268,7 @@ class PropertyPage : public EngineTest {
     return text;
   }
   bool IsChecked(int id) const { return IsDlgButtonChecked(m_dialog, id) == BST_CHECKED; }
-  /// The kinds of controls that are enabled; all controls of a kind are, or none.
+  /// The kinds that are enabled. Expects all controls of a kind to be enabled, or none.
   std::string EnabledKinds() const {
     std::map<char, bool> kinds;
     std::istringstream rows(kControls);
@@ -650,7 +650,7 @@ TEST_F(PropertyPage, RefusesMethodsOutOfOrder) {
   EXPECT_EQ(m_pPage->Move(nullptr), E_POINTER);
   EXPECT_EQ(m_pPage->Help(nullptr), E_NOTIMPL) << "no help file stands beside this program";
 
-  // Another object: the dialog that shows the first one has no effect any more.
+  // Once the page has another object, the open dialog has no effect.
   m_dialog = GetWindow(m_frame, GW_CHILD);
   EXPECT_EQ(m_pPage->SetObjects(1, &object), S_OK);
   EXPECT_EQ(m_assertions,
@@ -730,8 +730,8 @@ TEST_F(PropertyPage, PagesSayWhatTheyAreAndGoWhereTheyAreTold) {
   }
 }
 
-/// Drawing objects of this process, by asking for each handle there can be, and windows of this thread: not
-/// every system counts them for GetGuiResources.
+/// The numbers of this process's drawing objects and of this thread's windows. GetGuiResources does not count
+/// them on every system, so every possible handle is tried.
 std::pair<int, int> CountHandles(HWND frame) {
   int objects = 0, windows = 0;
   for (UINT_PTR handle = 1; handle < 0x10000; ++handle)
@@ -750,7 +750,7 @@ TEST_F(PropertyPage, LeavesNoHandlesBehind) {
   const RECT rect = {0, 0, 500, 500};
   std::pair<int, int> before;
   for (int i = 0; i <= 4; ++i) {
-    if (i == 1) before = CountHandles(m_frame);  // what the first time leaves is the system's
+    if (i == 1) before = CountHandles(m_frame);  // from now on, the system has allocated what it keeps
     for (const CreateFunction create : kPages) {
       ComPtr<IPropertyPage> page;
       ASSERT_EQ(create(nullptr, IID_PPV_ARGS(&page)), S_OK);

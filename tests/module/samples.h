@@ -9,11 +9,11 @@
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Video frames of this size.
+/// The type of video frames of this size.
 Microsoft::WRL::ComPtr<IMFMediaType> VideoType(std::int32_t width, std::int32_t height,
                                                const GUID& subtype = MFVideoFormat_RGB24);
 
-/// A sample over a buffer of somebody else's.
+/// A sample over a given buffer.
 Microsoft::WRL::ComPtr<IMFSample> SampleOver(IMFMediaBuffer* buffer);
 
 /// A sample over a buffer with this content, all of it in use.

@@ -24,7 +24,7 @@ constexpr char kServerKey[] = "CLSID\\{E2B6EDDE-38C5-11D5-91F6-00104BDB8FF9}\\In
 constexpr GUID kFamilyCategory = {
     0x1E6FFA21, 0x24D8, 0x4B28, {0xBF, 0xD0, 0x98, 0xD8, 0x3C, 0x69, 0x82, 0xC3}};
 
-/// The classes' root is this test's own, and empty.
+/// HKEY_CLASSES_ROOT is an empty key of this test's own.
 class Server : public EngineTest {
  protected:
   Server() {
@@ -156,7 +156,7 @@ TEST_F(Server, RegistersAndUnregistersAllOfItself) {
 }
 
 TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
-  // The versions of the registered file and of this one; 0 for none
+  // The versions of the registered file and of this module; 0 for none
   constexpr struct {
     std::uint64_t theirs, ours;
     bool stays;
@@ -187,7 +187,7 @@ TEST_F(Server, LeavesTheRegistrationOfAnotherCopyAlone) {
     EXPECT_EQ(Text(kTransformKey), stays ? "" : "(no key)") << "who registered last takes it away";
     RegDeleteTreeA(HKEY_CLASSES_ROOT, kTransformKey);
   }
-  // A file that is not there any more does not count, and another spelling of the same path is the same file.
+  // A missing file does not count. Another spelling of a path names the same file.
   const std::string own = OwnPath(), gone = "Z:\\gone\\vkfvstabilize.dll";
   for (const std::string& registered : {gone, std::string(own).insert(own.find_last_of('\\'), "\\.")}) {
     RegisterServer(registered);
@@ -223,7 +223,7 @@ TEST_F(Server, KeepsTheRegistrationWhenTheTypeLibraryFails) {
   std::string message;
   const Replaced<__imp_MessageBoxA> box(
       [&](HWND, const char* text, const char*, UINT) { return message = text, IDOK; });
-  // A module without a library.
+  // A module without a type library
   DllMain(GetModuleHandleA("advapi32.dll"), DLL_PROCESS_ATTACH, nullptr);
   EXPECT_EQ(DllRegisterServer(), S_OK);
   EXPECT_NE(message.find("to register type library"), std::string::npos) << message;

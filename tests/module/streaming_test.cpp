@@ -93,7 +93,7 @@ TEST_F(Transform, DeliversFramesWithTheTimingTheyCameWith) {
   m_pSettings->put_PathSmoothingLevel(vkvstab_PATHSMOOTHINGLEVEL_1);
   expectDelay(81, 84, 2);
 
-  // Frames that pass end the stream, also for a kernel that follows no changes.
+  // Frames that pass through unchanged end the stream, even while AutoReconnect is off.
   m_pSettings->put_AutoReconnect(VARIANT_FALSE);
   m_pSettings->put_Enabled(VARIANT_FALSE);
   expectDelay(85, 86, 0);
@@ -101,7 +101,7 @@ TEST_F(Transform, DeliversFramesWithTheTimingTheyCameWith) {
   m_pSettings->put_Enabled(VARIANT_TRUE);
   expectDelay(87, 90, 2);
   m_pSettings->put_AutoReconnect(VARIANT_TRUE);
-  // So do those that no valid region is left in.
+  // Frames with an empty region pass through unchanged as well.
   m_pSettings->put_ROIEnabled(VARIANT_TRUE);
   m_pSettings->put_ROILeft(500);
   m_pSettings->put_ROIRight(600);
@@ -211,7 +211,7 @@ TEST_F(Transform, AnnouncesOnlyWhatMakesFramesSmaller) {
   SetTypes(2, 2);
   m_pSettings->put_Enabled(VARIANT_TRUE);
   EXPECT_FALSE(announces()) << "nothing can be cut off";
-  // The height that the type tells counts, with its sign.
+  // The type's height counts with its sign.
   m_pSettings->put_Enabled(VARIANT_FALSE);
   SetTypes(2, -2);
   m_pSettings->put_Enabled(VARIANT_TRUE);
@@ -241,7 +241,7 @@ TEST_F(Transform, AnnouncesAChangeThatComesWhileATypeIsSet) {
   ComPtr<IMFMediaType> type;
   ASSERT_EQ(m_pTransform->GetOutputAvailableType(0, 0, &type), S_OK);
 
-  // Another thread's change, in the midst of the check.
+  // Another thread's change during the check
   static constexpr DebugReporter kChanging = {[](const char*, const char*) {},
                                               [](const char* text) {
                                                 if (std::string_view(text) == "CVStabilize::CheckTransform")

@@ -19,7 +19,7 @@ inline constexpr LONGLONG kFrameTime = 333333;
 /// A sample over a buffer of that many bytes, all of them in use.
 Microsoft::WRL::ComPtr<IMFSample> Sample(std::size_t bytes, std::uint8_t fill = 0);
 
-/// A transform of its own for each case; nothing of it may be left.
+/// A new transform for each case, which must release it completely.
 class Transform : public EngineTest {
  protected:
   Transform();
@@ -33,10 +33,11 @@ class Transform : public EngineTest {
 
   HRESULT Output(IMFSample* sample);
 
-  /// Feeds frame `number`, whose pixels and time tell it, and takes what comes.
+  /// Feeds frame `number`, marked by its pixels, times and attributes, and fetches an output.
   HRESULT Feed(int number);
 
-  /// The frame that came out last is this one by its time, and by a pixel that no fill touches.
+  /// Expects the last output to be frame `number` by its times, its attributes, and a pixel that no fill
+  /// covers.
   void ExpectDelivered(int number) const;
 
   bool IsHoldingASample();

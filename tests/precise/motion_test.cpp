@@ -16,7 +16,7 @@ struct MotionCase {
   Take take = {};  ///< of both frames; `change` alters the later one
   std::function<void(Take& later)> change = [](Take&) {};
   double aspect = 1;
-  std::optional<Region> region = {};
+  std::optional<Rect> region = {};
   double boundPixels = 0.05, boundDegrees = 0.005;
 };
 
@@ -55,7 +55,7 @@ const std::vector<MotionCase> kMotionCases = {
     {.name = "region",
      .take = {.foreground = 0.6},
      .change = [](Take& later) { later.foregroundPose = kOtherMotion; },
-     .region = Region{155, 0, 240, 170}},
+     .region = Rect{155, 0, 240, 170}},
 };
 
 FrameReport Measured(const MotionCase& test, std::uint32_t scene) {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "scenes/scene.h"
 #include "support/memory.h"
-#include "support/scene.h"
 
 namespace precise {
 namespace {

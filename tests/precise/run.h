@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "precise/stabilizer.h"
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
 
 namespace precise {
 

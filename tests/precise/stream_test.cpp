@@ -3,7 +3,7 @@
 
 #include "precise/run.h"
 #include "precise/similarity.h"
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 namespace precise {
 namespace {
@@ -95,9 +95,9 @@ TEST(Stream, GivesAStillCamerasFramesBack) {
 }
 
 TEST(Stream, HoldsTheLongestWindow) {
-  const std::vector<PlanarFrame> few = ShootAll(kSmall420, ShakyTakes(std::string(6, 'a')));
+  const EndlessClip<PlanarFrame> clip(ShootAll(kSmall420, ShakyTakes(std::string(6, 'a'))));
   std::vector<PlanarFrame> frames;
-  for (int i = 0; i < 300; ++i) frames.push_back(few[static_cast<std::size_t>(i) % few.size()]);
+  for (std::size_t i = 0; i < 300; ++i) frames.push_back(clip[i]);
   const Settings settings = {.window = 256, .marginX = 3, .marginY = 3};
   EXPECT_EQ(Stabilize(kSmall420, settings, frames).reports.back().shot, 0);
 }
@@ -106,7 +106,7 @@ TEST(Stream, RefusesWhatItCannotStabilize) {
   const PictureFormat format = {
       .width = 64, .height = 48, .planes = 3, .chromaShiftX = 1, .chromaShiftY = 1, .pixelAspect = 16};
   const Settings settings = {
-      .window = 256, .marginX = 31, .marginY = 23, .estimateFrom = Region{-9, 47, 1, 99}};
+      .window = 256, .marginX = 31, .marginY = 23, .estimateFrom = Rect{-9, 47, 1, 99}};
   Settings weighted = settings;
   weighted.pathWeights.assign(129, 1.0);
   EXPECT_TRUE(AreUsable(format, settings) && AreUsable(format, weighted));
@@ -137,7 +137,7 @@ TEST(Stream, RefusesWhatItCannotStabilize) {
       settings, [&](const Settings& spoilt) { return AreUsable(format, spoilt); },
       std::pair(&Settings::window, Numbers{0, 5, 258}), std::pair(&Settings::marginX, Values{-1, 31.75, NAN}),
       std::pair(&Settings::marginY, Values{-1, 24, NAN}),
-      std::pair(&Settings::estimateFrom, std::vector<Region>{{64, 0, 90, 40}, {0, 30, 20, 10}}),
+      std::pair(&Settings::estimateFrom, std::vector<Rect>{{64, 0, 90, 40}, {0, 30, 20, 10}}),
       std::pair(&Settings::pathWeights, std::vector<Values>{{1, 1}}));
 }
 

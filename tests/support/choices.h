@@ -21,9 +21,9 @@ class Choices {
   std::uint32_t Byte() {
     if (m_random) return static_cast<std::uint32_t>((*m_random)() & 0xFF);
     if (m_bytes.empty()) return 0;
-    const std::uint8_t byte = m_bytes.front();
+    const std::uint8_t first = m_bytes.front();
     m_bytes = m_bytes.subspan(1);
-    return byte;
+    return first;
   }
 
   /// first … last, at most 65536 numbers.
@@ -47,7 +47,7 @@ class Choices {
 
   void Fill(std::vector<std::uint8_t>& bytes) {
     std::minstd_rand random(Byte() + 1);
-    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random() >> 8);
+    for (std::uint8_t& value : bytes) value = static_cast<std::uint8_t>(random() >> 8);
   }
 
   /// Flips a bit, writes a byte or cuts the end off, up to so many times.

@@ -1,5 +1,5 @@
-// The last line of a program under Wine. A crash in a destructor or in a function for the program's end comes
-// before it.
+// Prints the last line of a program under Wine. A program that crashes in a global destructor does not get
+// there.
 
 #include <cstdio>
 

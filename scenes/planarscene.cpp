@@ -1,4 +1,4 @@
-#include "support/planarscene.h"
+#include "scenes/planarscene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,6 +7,7 @@
 
 #include "kernel/sampling.h"
 #include "kernel/sinecosine.h"
+#include "scenes/spline.h"
 
 namespace {
 
@@ -25,8 +26,8 @@ class Texture {
   double operator()(Complex point) const {
     const double x = point.re / m_cell, y = point.im / m_cell;
     const double wholeX = std::floor(x), wholeY = std::floor(y);
-    const std::array<double, 4> across = Weights(x - wholeX), down = Weights(y - wholeY);
-    // Adding periods keeps the indices from being negative.
+    const std::array<double, 4> across = SplineWeights(x - wholeX), down = SplineWeights(y - wholeY);
+    // Whole periods are added so that indices are not negative.
     const auto column = static_cast<std::size_t>(wholeX + 1000 * kSide);
     const auto row = static_cast<std::size_t>(wholeY + 1000 * kSide);
     double sum = 0;
@@ -38,12 +39,6 @@ class Texture {
 
  private:
   static constexpr std::size_t kSide = 64;
-
-  static std::array<double, 4> Weights(double t) {
-    const double rest = 1 - t;
-    return {rest * rest * rest / 6, (4 - 6 * t * t + 3 * t * t * t) / 6,
-            (4 - 6 * rest * rest + 3 * rest * rest * rest) / 6, t * t * t / 6};
-  }
 
   double m_cell;
   std::vector<double> m_values;
@@ -65,7 +60,7 @@ class Brightness {
   bool m_isFlat;
 };
 
-/// Nearly normal noise of sigma 1.
+/// Approximately normal noise with a standard deviation of 1: a sum of uniform numbers.
 double Noise(std::mt19937& random) {
   double sum = -6;
   for (int i = 0; i < 12; ++i) sum += static_cast<double>(random()) / 4294967296.0;

@@ -1,4 +1,4 @@
-#include "support/scene.h"
+#include "scenes/scene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Adds noise whose detail is `cell` pixels wide, up to `strength` a colour.
+/// Adds noise with detail `cell` pixels wide and values of 0 to `strength` in each colour.
 void AddDetail(std::vector<std::uint8_t>& pixels, const FrameGeometry& canvas, std::int32_t cell,
                int strength, std::mt19937& random) {
   const std::int32_t columns = canvas.width / cell + 2, rows = canvas.height / cell + 2;
@@ -88,4 +88,11 @@ CameraPose ShakyPose(int frameNumber) {
     return static_cast<double>(random() % 2001) / 1000.0 - 1.0;
   };
   return {0.25 * frameNumber + 4 * tremble(1), 3 * tremble(2), 0.6 * tremble(3)};
+}
+
+std::vector<std::vector<std::uint8_t>> ShakyFrames(FrameGeometry frame, int count) {
+  const Scene scene(frame, 24);
+  std::vector<std::vector<std::uint8_t>> frames;
+  for (int i = 0; i < count; ++i) frames.push_back(scene.Shoot(ShakyPose(i)));
+  return frames;
 }

@@ -30,7 +30,7 @@ class PlanarBuffer {
   void Write(const PlanarFrame& frame);
   PlanarFrame Read();
 
-  /// Whether nothing was written behind the rows.
+  /// True while nothing was written behind the rows.
   bool IsPaddingIntact();
 
   PlanarFrame bytes;
@@ -59,26 +59,26 @@ class PlanarBuffer {
   std::uint8_t m_fill;
 };
 
-/// What a frame shows, and how it was taken.
+/// The content of a frame, and the camera and exposure that take it.
 struct Take {
-  precise::Similarity pose = {};  ///< where the scene's content stands
-  std::uint32_t scene = 1;        ///< its number; scene 0 is flat
+  precise::Similarity pose = {};  ///< of the scene's content in the frame
+  std::uint32_t scene = 1;        ///< number of the scene; 0 is a flat one
   double contrast = 1, gain = 1, offset = 0;
-  double noise = 0;             ///< sigma, in sample steps
-  std::uint32_t noiseSeed = 1;  ///< another noise for another frame
-  double foreground = 0;        ///< share of the columns, from the left, that another scene hides
+  double noise = 0;  ///< sigma, in sample steps
+  std::uint32_t noiseSeed = 1;
+  double foreground = 0;  ///< share of the columns, from the left, where another scene hides this one
   precise::Similarity foregroundPose = {};
 };
 
-/// The pose of content that is moved by x samples to the right and y rows down, and turned clockwise about
-/// the picture's centre.
+/// The pose of content that is magnified and turned about the picture's centre (degrees clockwise, as shown),
+/// and then moved by x samples to the right and y rows down.
 precise::Similarity MakePose(double x, double y, double degrees = 0, double zoom = 1);
 
-/// Where a sample of the plane lies, in the coordinates of `Similarity`.
+/// The place of a sample of the plane in the coordinates of `Similarity`.
 precise::Complex PlaceOf(const precise::PictureFormat& format, int plane, std::int32_t column,
                          std::int32_t row);
 
-/// Takes a frame, the same bytes on every machine. The scene has detail at several scales, the finest of 10
-/// samples a period, and values of 16 to 240 where there is no noise. All planes show it but alpha, which is
-/// 200.
+/// Takes a frame. The scene has detail at several scales, with periods of 10 samples and more. Without noise
+/// its values are 16 to 240. All planes show it but alpha, which is 200. The bytes are the same on every
+/// machine.
 PlanarFrame Shoot(const precise::PictureFormat& format, const Take& take);

@@ -1,4 +1,4 @@
-#include "scenes.h"
+#include "scenes/film.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <numbers>
 #include <stdexcept>
 
-#include "random.h"
+#include "scenes/random.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ struct Recipe {
   int width = 640, height = 480;
   int frames = 150;
   Pan pan = Pan::drift;
-  double shake = 1, roll = 1;  // times the usual
+  double shake = 1, roll = 1;  // factors of the usual amplitudes
   double contrast = 1, noise = 0;
   double objectShare = 0;
   Light light = Light::steady;
@@ -47,8 +47,8 @@ constexpr std::array Recipes = {
     Recipe{.name = "fade", .light = Light::fade},
 };
 
-/// A sum of waves from a fifth of a hertz to ten, at 30 frames a second, whose height falls with their
-/// frequency as a hand's tremble does.
+/// The tremble of a hand: a sum of waves of 0.2 to 10 Hz at 30 frames a second, with amplitudes that fall
+/// with frequency.
 class Tremble {
  public:
   explicit Tremble(std::uint32_t seed) {
@@ -74,8 +74,8 @@ class Tremble {
   std::array<Wave, 28> m_waves{};
 };
 
-/// How far a movement has come that takes up its speed of one pixel a frame within `ramp` frames from `start`
-/// on, and lays it down again within `ramp` frames from `stop` on; the speed follows half a cosine wave.
+/// The distance covered by a movement of one pixel a frame. It speeds up within `ramp` frames from `start` on
+/// and slows down within `ramp` frames from `stop` on, each along half a cosine wave.
 double Moved(double frame, double start, double stop, double ramp) {
   const auto since = [=](double begin) {
     const double t = std::clamp(frame - begin, 0.0, ramp);
@@ -85,7 +85,7 @@ double Moved(double frame, double start, double stop, double ramp) {
   return since(start) - since(stop);
 }
 
-/// Where the camera's owner means to point it.
+/// The pose that the camera operator intends, free of tremble.
 Pose Aim(Pan pan, double frame) {
   switch (pan) {
     case Pan::drift:
@@ -100,7 +100,7 @@ Pose Aim(Pan pan, double frame) {
   return {};
 }
 
-void Expose(Light light, std::size_t number, std::size_t count, Random& random, SceneFrame& frame) {
+void Expose(Light light, std::size_t number, std::size_t count, Random& random, FilmFrame& frame) {
   const std::size_t middle = count / 2;
   const auto away = static_cast<double>(number > middle ? number - middle : middle - number);
   switch (light) {
@@ -123,43 +123,43 @@ void Expose(Light light, std::size_t number, std::size_t count, Random& random, 
   }
 }
 
-/// Shots of 24 to 40 frames, where there are several.
+/// Several shots have 24 to 40 frames each.
 int ShotFrames(const Recipe& recipe, int shot) {
   const int mean = recipe.frames / recipe.shots;
   return recipe.shots == 1 ? mean : mean + (shot * 7 % 5 - 2) * 4;
 }
 
-/// A shot's frames, under a steady light.
-std::vector<SceneFrame> Shoot(const Recipe& recipe, int shot) {
+/// A shot's frames, with a constant exposure.
+std::vector<FilmFrame> Shoot(const Recipe& recipe, int shot) {
   const std::uint32_t seed = 10 * static_cast<std::uint32_t>(shot);
   const Tremble right(seed + 1), down(seed + 2), roll(seed + 3);
-  std::vector<SceneFrame> frames;
+  std::vector<FilmFrame> frames;
   for (int number = 0; number < ShotFrames(recipe, shot); ++number) {
-    SceneFrame frame;
+    FilmFrame frame;
     const Pose aim = Aim(recipe.pan, number);
     frame.camera = {aim.x + recipe.shake * 1.5 * right.At(number),
                     aim.y + recipe.shake * 1.5 * down.At(number), recipe.roll * 0.1 * roll.At(number)};
     frame.object = {aim.x + 0.12 * recipe.width * std::sin(number / 13.0),
                     aim.y + 10 * std::sin(number / 9.0), 0};
     frame.shot = shot;
-    // Every other cut leads to a scene of the same brightness.
+    // Every other cut leads to a shot of the same brightness.
     frame.bias = recipe.shots > 1 ? 12 * (shot / 2 % 3 - 1) : 0;
     frames.push_back(frame);
   }
   return frames;
 }
 
-/// All that pictures of this size see from these poses, and some more on each side.
-Area Surroundings(const std::vector<SceneFrame>& frames, double width, double height) {
-  constexpr double more = 96;
-  const auto [left, right] = std::ranges::minmax(frames, {}, [](const SceneFrame& f) { return f.camera.x; });
-  const auto [top, bottom] = std::ranges::minmax(frames, {}, [](const SceneFrame& f) { return f.camera.y; });
-  const double across = width / 2 + more, down = height / 2 + more;
+/// The area that pictures of this size show at these poses, and a margin on each side.
+Area Surroundings(const std::vector<FilmFrame>& frames, double width, double height) {
+  constexpr double margin = 96;
+  const auto [left, right] = std::ranges::minmax(frames, {}, [](const FilmFrame& f) { return f.camera.x; });
+  const auto [top, bottom] = std::ranges::minmax(frames, {}, [](const FilmFrame& f) { return f.camera.y; });
+  const double across = width / 2 + margin, down = height / 2 + margin;
   return {left.camera.x - across, top.camera.y - down, right.camera.x + across, bottom.camera.y + down};
 }
 
-/// Takes `sign` and the number behind it off the front of `text`; false when they do not stand there.
-bool Take(std::string_view& text, char sign, int& number) {
+/// Removes `sign` and the number behind it from the front of `text`. False when `text` does not begin so.
+bool ParseNumber(std::string_view& text, char sign, int& number) {
   if (!text.starts_with(sign)) return false;
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data() + 1, end, number);
@@ -167,64 +167,65 @@ bool Take(std::string_view& text, char sign, int& number) {
   return error == std::errc();
 }
 
-/// Changes a recipe as _WxH and @FRAMES tell, which may be missing; false when there is something else.
+/// Applies an optional _WxH and an optional @FRAMES to a recipe. False for any other text.
 bool Vary(std::string_view text, Recipe& recipe, int& frames) {
   const auto isUsable = [](int side) { return side % 2 == 0 && side >= 64 && side <= 8192; };
-  if (text.starts_with('_') && !(Take(text, '_', recipe.width) && Take(text, 'x', recipe.height)))
+  if (text.starts_with('_') &&
+      !(ParseNumber(text, '_', recipe.width) && ParseNumber(text, 'x', recipe.height)))
     return false;
-  if (text.starts_with('@') && !Take(text, '@', frames)) return false;
+  if (text.starts_with('@') && !ParseNumber(text, '@', frames)) return false;
   if (recipe.shots == 1) recipe.frames = std::max(recipe.frames, frames);
   return text.empty() && isUsable(recipe.width) && isUsable(recipe.height) && frames > 0 && frames <= 10000;
 }
 
-Scene Prepare(const Recipe& recipe) {
-  Scene scene{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {},
-              {}};
+Film Prepare(const Recipe& recipe) {
+  Film film{recipe.name, recipe.width, recipe.height, recipe.contrast, recipe.noise, recipe.objectShare, {},
+            {}};
   for (int shot = 0; shot < recipe.shots; ++shot) {
-    const std::vector<SceneFrame> frames = Shoot(recipe, shot);
-    scene.frames.insert(scene.frames.end(), frames.begin(), frames.end());
-    scene.shots.push_back(Surroundings(frames, recipe.width, recipe.height));
+    const std::vector<FilmFrame> frames = Shoot(recipe, shot);
+    film.frames.insert(film.frames.end(), frames.begin(), frames.end());
+    film.shots.push_back(Surroundings(frames, recipe.width, recipe.height));
   }
   Random random(7);
-  for (std::size_t i = 0; i < scene.frames.size(); ++i) {
-    Expose(recipe.light, i, scene.frames.size(), random, scene.frames[i]);
+  for (std::size_t i = 0; i < film.frames.size(); ++i) {
+    Expose(recipe.light, i, film.frames.size(), random, film.frames[i]);
   }
-  return scene;
+  return film;
 }
 
 }  // namespace
 
-Movement Pose::ToCanvas() const { return {std::cos(degrees * Pi / 180), std::sin(degrees * Pi / 180), x, y}; }
+RigidMap Pose::ToCanvas() const { return {std::cos(degrees * Pi / 180), std::sin(degrees * Pi / 180), x, y}; }
 
-Movement Pose::ToPicture() const {
+RigidMap Pose::ToPicture() const {
   const auto [cosine, sine, right, down] = ToCanvas();
   return {cosine, -sine, sine * down - cosine * right, -sine * right - cosine * down};
 }
 
-std::vector<std::string_view> SceneNames() {
+std::vector<std::string_view> FilmNames() {
   std::vector<std::string_view> names;
   for (const Recipe& recipe : Recipes) names.push_back(recipe.name);
   return names;
 }
 
-Scene FindScene(const std::string& name) {
+Film FindFilm(const std::string& name) {
   const std::string base = name.substr(0, name.find_first_of("_@"));
   const auto* const known = std::ranges::find(Recipes, base, &Recipe::name);
   Recipe recipe = known == Recipes.end() ? Recipe{} : *known;
   int frames = recipe.frames;
   if (known == Recipes.end() || !Vary(std::string_view(name).substr(base.size()), recipe, frames)) {
     std::string names;
-    for (const std::string_view each : SceneNames()) names += ' ' + std::string(each);
+    for (const std::string_view each : FilmNames()) names += ' ' + std::string(each);
     throw std::invalid_argument("no scene '" + name +
                                 "'; scenes are NAME[_WxH][@FRAMES], W and H even and 64 to 8192, up to 10000 "
                                 "frames, with a name of" +
                                 names);
   }
-  Scene scene = Prepare(recipe);
-  scene.frames.resize(std::min(static_cast<std::size_t>(frames), scene.frames.size()));
-  return scene;
+  Film film = Prepare(recipe);
+  film.frames.resize(std::min(static_cast<std::size_t>(frames), film.frames.size()));
+  return film;
 }
 
-Canvas PaintShot(const Scene& scene, int shot) {
-  return PaintCanvas(scene.shots[static_cast<std::size_t>(shot)], 1000 + static_cast<std::uint32_t>(shot));
+Canvas PaintShot(const Film& film, int shot) {
+  return PaintCanvas(film.shots[static_cast<std::size_t>(shot)], 1000 + static_cast<std::uint32_t>(shot));
 }

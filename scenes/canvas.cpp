@@ -1,16 +1,17 @@
-#include "canvas.h"
+#include "scenes/canvas.h"
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
-#include "random.h"
+#include "scenes/random.h"
 
 namespace {
 
 constexpr double Pitch = 0.5;
 constexpr double SmallestLeaf = 4, LargestLeaf = 160;  // half widths in picture pixels
 
-/// An ellipse or a rectangle, turned, with shading and texture of its own.
+/// A turned ellipse or rectangle with its own shading and texture.
 struct Leaf {
   double x, y, halfWidth, halfHeight, cosine, sine;
   bool round;
@@ -18,7 +19,7 @@ struct Leaf {
   std::uint32_t texture;
 };
 
-/// Sizes are such that leaves of every octave cover about as much.
+/// Leaves of each octave of sizes cover about the same area.
 Leaf GrowLeaf(Random& random, Area area) {
   const double inverse = random.Between(1 / (LargestLeaf * LargestLeaf), 1 / (SmallestLeaf * SmallestLeaf));
   const double size = 1 / std::sqrt(inverse), slimness = random.Between(0.4, 1),
@@ -47,7 +48,7 @@ std::uint32_t Hash(std::uint32_t x, std::uint32_t y, std::uint32_t seed) {
 
 double Smoothstep(double t) { return t * t * (3 - 2 * t); }
 
-/// Random values in -1 ... 1 on a grid, smooth in between.
+/// Value noise: random values in -1 ... 1 on a grid, interpolated smoothly.
 double ValueNoise(double x, double y, std::uint32_t seed) {
   const double left = std::floor(x), top = std::floor(y);
   const auto column = static_cast<std::uint32_t>(static_cast<std::int32_t>(left));
@@ -60,24 +61,25 @@ double ValueNoise(double x, double y, std::uint32_t seed) {
                    std::lerp(corner(0, 1), corner(1, 1), across), down);
 }
 
-/// Grain from two pixels up, along the leaf's axes: u and v in picture pixels.
-double Texture(const Leaf& leaf, double u, double v) {
+/// Noise with periods of two pixels and more. u and v are picture pixels along the leaf's axes.
+double Grain(const Leaf& leaf, double u, double v) {
   double sum = 0;
   std::uint32_t seed = leaf.texture;
   for (const double period : {2.0, 4.0, 9.0, 21.0}) sum += ValueNoise(u / period, 1.6 * v / period, seed++);
   return leaf.roughness * sum;
 }
 
-/// Paints where nothing lies yet; returns how many samples that is.
-std::size_t Paint(const Leaf& leaf, Area area, Plane& samples, std::vector<char>& covered) {
+/// Paints the leaf where no other lies; returns the number of samples painted.
+std::size_t Paint(const Leaf& leaf, Area area, FloatPlane& samples, std::vector<char>& covered) {
   const double reach = std::hypot(leaf.halfWidth, leaf.halfHeight);
   const auto first = [](double from) { return std::max(0, static_cast<int>(std::ceil(from / Pitch))); };
   const auto end = [](double to, int limit) {
     return std::min(limit, static_cast<int>(std::ceil(to / Pitch)));
   };
   std::size_t painted = 0;
-  for (int y = first(leaf.y - reach - area.top); y < end(leaf.y + reach - area.top, samples.height); ++y) {
-    for (int x = first(leaf.x - reach - area.left); x < end(leaf.x + reach - area.left, samples.width); ++x) {
+  for (int y = first(leaf.y - reach - area.top); y < end(leaf.y + reach - area.top, samples.Height()); ++y) {
+    for (int x = first(leaf.x - reach - area.left); x < end(leaf.x + reach - area.left, samples.Width());
+         ++x) {
       char& taken = covered[static_cast<std::size_t>(samples.Row(y) + x - samples.Row(0))];
       if (taken != 0) continue;
       const double fromX = area.left + x * Pitch - leaf.x, fromY = area.top + y * Pitch - leaf.y;
@@ -88,7 +90,7 @@ std::size_t Paint(const Leaf& leaf, Area area, Plane& samples, std::vector<char>
       if (!inside) continue;
       taken = 1;
       ++painted;
-      samples.Row(y)[x] = static_cast<float>(leaf.grey + leaf.shade * across + Texture(leaf, u, v));
+      samples.Row(y)[x] = static_cast<float>(leaf.grey + leaf.shade * across + Grain(leaf, u, v));
     }
   }
   return painted;
@@ -98,12 +100,14 @@ std::size_t Paint(const Leaf& leaf, Area area, Plane& samples, std::vector<char>
 
 Canvas PaintCanvas(Area area, std::uint32_t seed) {
   const auto count = [](double length) { return static_cast<int>(std::ceil(length / Pitch)) + 1; };
-  Plane samples(count(area.right - area.left), count(area.bottom - area.top));
-  std::vector<char> covered(samples.samples.size());
+  FloatPlane samples(count(area.right - area.left), count(area.bottom - area.top));
+  std::vector<char> covered(static_cast<std::size_t>(samples.Width()) *
+                            static_cast<std::size_t>(samples.Height()));
+  std::fill_n(samples.Row(0), covered.size(), 0.0F);
   Random random(seed);
-  // Half a percent stays bare, at zero.
+  // Half a percent stays uncovered, at zero: each further leaf would cover hardly any of it.
   std::size_t bare = covered.size();
   while (bare > covered.size() / 200) bare -= Paint(GrowLeaf(random, area), area, samples, covered);
-  // The lens: so soft that hardly anything is left beyond what pixels can hold.
+  // The lens: it removes nearly all detail that is too fine for pixels.
   return {Blurred(Blurred(samples)), area.left, area.top, Pitch};
 }

@@ -1,7 +1,6 @@
-#include "plane.h"
+#include "scenes/spline.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <utility>
@@ -18,11 +17,6 @@ int Mirrored(int index, int count) {
 
 float Binomial(float outer2, float outer1, float centre, float outer3, float outer4) {
   return (outer2 + outer4 + 4 * (outer1 + outer3) + 6 * centre) / 16;
-}
-
-Taps Weights(float t) {
-  const float s = 1 - t;
-  return {s * s * s / 6, (4 + t * t * (3 * t - 6)) / 6, (4 + s * s * (3 * s - 6)) / 6, t * t * t / 6};
 }
 
 Taps Slopes(float t) {
@@ -53,49 +47,50 @@ void Prefilter(float* samples, int columns, int rows, std::size_t stride) {
 
 }  // namespace
 
-Plane Blurred(const Plane& plane, int spacing) {
-  Plane rows(plane.width, plane.height), result(plane.width, plane.height);
-  for (int y = 0; y < plane.height; ++y) {
+FloatPlane Blurred(const FloatPlane& plane, int spacing) {
+  FloatPlane rows(plane.Width(), plane.Height()), result(plane.Width(), plane.Height());
+  for (int y = 0; y < plane.Height(); ++y) {
     const float* row = plane.Row(y);
-    const auto at = [&](int x) { return row[Mirrored(x, plane.width)]; };
+    const auto at = [&](int x) { return row[Mirrored(x, plane.Width())]; };
     float* out = rows.Row(y);
-    for (int x = 0; x < plane.width; ++x) {
-      const bool inside = x >= 2 * spacing && x < plane.width - 2 * spacing;
+    for (int x = 0; x < plane.Width(); ++x) {
+      const bool inside = x >= 2 * spacing && x < plane.Width() - 2 * spacing;
       out[x] = inside ? Binomial(row[x - 2 * spacing], row[x - spacing], row[x], row[x + spacing],
                                  row[x + 2 * spacing])
                       : Binomial(at(x - 2 * spacing), at(x - spacing), row[x], at(x + spacing),
                                  at(x + 2 * spacing));
     }
   }
-  for (int y = 0; y < plane.height; ++y) {
+  for (int y = 0; y < plane.Height(); ++y) {
     std::array<const float*, 5> row{};
     for (int k = 0; k < 5; ++k)
-      row[static_cast<std::size_t>(k)] = rows.Row(Mirrored(y + (k - 2) * spacing, plane.height));
+      row[static_cast<std::size_t>(k)] = rows.Row(Mirrored(y + (k - 2) * spacing, plane.Height()));
     float* out = result.Row(y);
-    for (int x = 0; x < plane.width; ++x)
+    for (int x = 0; x < plane.Width(); ++x)
       out[x] = Binomial(row[0][x], row[1][x], row[2][x], row[3][x], row[4][x]);
   }
   return result;
 }
 
-Plane Halved(const Plane& plane) {
-  Plane result((plane.width + 1) / 2, (plane.height + 1) / 2);
-  for (int y = 0; y < result.height; ++y) {
+FloatPlane Halved(const FloatPlane& plane) {
+  FloatPlane result((plane.Width() + 1) / 2, (plane.Height() + 1) / 2);
+  for (int y = 0; y < result.Height(); ++y) {
     const float* row = plane.Row(2 * y);
-    for (int x = 0; x < result.width; ++x) result.Row(y)[x] = row[2 * x];
+    for (int x = 0; x < result.Width(); ++x) result.Row(y)[x] = row[2 * x];
   }
   return result;
 }
 
-Spline::Spline(Plane samples) : m_coefficients(std::move(samples)) {
-  Plane& plane = m_coefficients;
-  for (int y = 0; y < plane.height; ++y) Prefilter(plane.Row(y), 1, plane.width, 1);
-  Prefilter(plane.Row(0), plane.width, plane.height, static_cast<std::size_t>(plane.width));
+Spline::Spline(FloatPlane samples) : m_coefficients(std::move(samples)) {
+  FloatPlane& plane = m_coefficients;
+  for (int y = 0; y < plane.Height(); ++y) Prefilter(plane.Row(y), 1, plane.Width(), 1);
+  Prefilter(plane.Row(0), plane.Width(), plane.Height(), static_cast<std::size_t>(plane.Width()));
 }
 
 float Spline::At(double x, double y) const {
   const int left = static_cast<int>(x), top = static_cast<int>(y);
-  const Taps across = Weights(static_cast<float>(x - left)), down = Weights(static_cast<float>(y - top));
+  const Taps across = SplineWeights(static_cast<float>(x - left)),
+             down = SplineWeights(static_cast<float>(y - top));
   float sum = 0;
   for (int k = 0; k < 4; ++k) {
     const float* row = m_coefficients.Row(top - 1 + k) + left - 1;
@@ -108,7 +103,8 @@ float Spline::At(double x, double y) const {
 Spline::Value Spline::WithSlopes(double x, double y) const {
   const int left = static_cast<int>(x), top = static_cast<int>(y);
   const auto tx = static_cast<float>(x - left), ty = static_cast<float>(y - top);
-  const Taps across = Weights(tx), down = Weights(ty), acrossSlope = Slopes(tx), downSlope = Slopes(ty);
+  const Taps across = SplineWeights(tx), down = SplineWeights(ty), acrossSlope = Slopes(tx),
+             downSlope = Slopes(ty);
   Value sum{0, 0, 0};
   for (std::size_t k = 0; k < 4; ++k) {
     const float* row = m_coefficients.Row(top - 1 + static_cast<int>(k)) + left - 1;

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <random>
 
-/// The same numbers with every standard library.
+/// Random numbers that are the same with every standard library, as those of its distributions are not.
 class Random {
  public:
   explicit Random(std::uint32_t seed) : m_engine(seed) {}
