@@ -338,9 +338,11 @@ Clip Played(IMFTransform* transform) {
   EXPECT_EQ(MFCreateMediaSession(nullptr, &session), S_OK);
   EXPECT_EQ(session->SetTopology(0, MakeTopology(source.Get(), transform, collector.Get()).Get()), S_OK);
   EXPECT_EQ(session->Start(&GUID_NULL, &fromStart), S_OK);
-  EXPECT_TRUE(WaitFor(session.Get(), MESessionEnded));
+  const bool isPlayed = WaitFor(session.Get(), MESessionEnded);
+  EXPECT_TRUE(isPlayed);
   EXPECT_EQ(session->Close(), S_OK);
-  EXPECT_TRUE(WaitFor(session.Get(), MESessionClosed));
+  // After a failure, Wine's session may not tell that it is closed.
+  EXPECT_TRUE(!isPlayed || WaitFor(session.Get(), MESessionClosed));
   session->Shutdown();
   source->Shutdown();
   return collector->frames;
@@ -351,6 +353,7 @@ TEST(Pipeline, StabilizesWhatAReaderDecodesAndWhatASessionPlays) {
   ComPtr<IMFAttributes> attributes;
   ComPtr<IMFSourceReader> reader;
   ComPtr<IMFMediaType> type = VideoType(160, 120);
+  type->SetUINT32(MF_MT_DEFAULT_STRIDE, static_cast<UINT32>(-480));  // bottom-up, as a session's frames are
   ASSERT_EQ(MFCreateAttributes(&attributes, 1), S_OK);
   attributes->SetUINT32(MF_SOURCE_READER_ENABLE_VIDEO_PROCESSING, TRUE);
   ASSERT_EQ(MFCreateSourceReaderFromURL(L"" VSTABILIZE_CLIP, attributes.Get(), &reader), S_OK);
@@ -377,7 +380,8 @@ TEST(Pipeline, StabilizesWhatAReaderDecodesAndWhatASessionPlays) {
   EXPECT_TRUE(stabilized == expected);
   EXPECT_FALSE(stabilized == clip) << "the camera shakes";
 
-  // The topology loader asks for output types first; it gets them, since both types are still set.
+  // Under Wine the session sets the transform's input type, but never its output type: this one stays set.
+  ASSERT_EQ(transform->SetInputType(0, nullptr, 0), S_OK);
   expected.resize(36);
   EXPECT_TRUE(Played(transform.Get()) == expected) << "a session leaves the last frames inside";
 }
