@@ -104,9 +104,12 @@ void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
     facts.matrix = facts.height < kFirstRowsOfBt709 ? AVCOL_SPC_SMPTE170M : AVCOL_SPC_BT709;
     facts.range = AVCOL_RANGE_MPEG;
   }
-  // Such an encoder refuses limited range in its other formats, too.
+  // Encoders of JPEG refuse limited range, and decoders take its matrix to be BT.601.
   const AVPixelFormat* const formats = plan.encoder->pix_fmts;
-  if (formats && MeansFullRange(*formats)) facts.range = AVCOL_RANGE_JPEG;
+  if (formats && MeansFullRange(*formats)) {
+    facts.matrix = AVCOL_SPC_BT470BG;
+    facts.range = AVCOL_RANGE_JPEG;
+  }
   plan.finished.matrix = plan.prepared.matrix = ScalerMatrix(facts.matrix);
   plan.finished.range = plan.prepared.range = facts.range;
 }
