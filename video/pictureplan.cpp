@@ -75,8 +75,8 @@ void Orient(PicturePlan& plan, const AVStream& stream, const AVFrame& first, boo
   if (plan.facts.pixelAspect.num > 0) plan.facts.pixelAspect = av_inv_q(plan.facts.pixelAspect);
 }
 
-/// Sets matrix and range of the encoder's pictures. They change when RGB becomes YUV, when YUV becomes RGB, and
-/// for JPEG.
+/// Sets matrix and range of the encoder's pictures. They change when RGB becomes YUV, when YUV becomes RGB,
+/// and for JPEG.
 void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
   PictureFacts& facts = plan.facts;
   const bool wasRgb = IsRgb(facts.source);
