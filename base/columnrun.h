@@ -15,7 +15,8 @@ struct PositionRange {
 };
 
 /// The columns c of `within` whose position start + c·step lies inside the range. They form one run, since
-/// the position advances linearly. `end` is never below `begin`. Positions and their sums fit 63 bits.
+/// the position advances linearly. `end` is never below `begin`. `within.begin` must be at least 0. Positions
+/// up to column `within.end`, and the range, must have magnitudes below 2^62.
 ColumnRun ColumnsInside(std::int64_t start, std::int64_t step, PositionRange range, ColumnRun within);
 
 namespace {

@@ -1,9 +1,10 @@
 """The steadiness of the stabilized picture.
 
-Synthetic scenes with a known camera path (make_scene) are stabilized by all contenders with the same look-ahead. The
-camera path of an output is measured from its pixels, frame by frame against the noise-free canvas (measure_path).
-Jitter is that path minus its slow part, which a low-pass filter of fourth order with a standard deviation of 6 frames
-passes: the root mean square of the shift's length at the picture's centre, in pixels of the source, and of the roll.
+All contenders stabilize the same synthetic scenes, whose camera path is known (make_scene). Those with a smoothing
+window use one of the same length. The camera path of an output is measured from its pixels, frame by frame against the
+noise-free canvas (measure_path). Jitter is that path minus its slow part, which a low-pass filter of fourth order with a
+standard deviation of 6 frames passes: the root mean square of the shift's length at the picture's centre, in pixels of
+the source, and of the roll.
 """
 
 import concurrent.futures

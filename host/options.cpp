@@ -233,8 +233,10 @@ struct OptionRow {
 constexpr OptionRow kOptions[] = {
     {"--size", "WxH", kPipe, kClassic, "size of raw frames in pixels; without it the input is YUV4MPEG2",
      SetSize},
-    {"--engine", "NAME", kBoth, kAll,
+    {"--engine", "NAME", kPipe, kAll,
      "precise, kernel (classic)\nor on Windows transform (classic, through COM)", SetEngine},
+    {"--engine", "NAME", kFiles, kAll, "precise, or kernel for the classic engine (default precise)",
+     SetEngine},
     {"--window", "N", kBoth, kAll,
      "smoothing window in frames\nprecise: even, 2 to 256 (default one second, 16 to 64)\n"
      "classic: 4, 8, 12, 16, 24, 32, 64, 128 (default 32)",
@@ -279,7 +281,7 @@ constexpr OptionRow kOptions[] = {
     {"--crf", "N", kFiles, kAll, "quality of the encoding, lower is better (default by codec)", SetCrf},
     {"--preset", "NAME", kFiles, kAll, "preset of the encoder: its speed against size (default by codec)",
      SetEncoding<&Encoding::preset>},
-    {"--encoder-options", "K=V:K=V", kFiles, kAll, "further options of the encoder",
+    {"--encoder-options", "K=V", kFiles, kAll, "further options of the encoder, K=V:K=V for several",
      SetEncoding<&Encoding::options>},
     {"--keep-partial", "", kFiles, kAll, "keep the output of a clip that breaks off",
      Set<&Options::keepPartial>},
@@ -455,7 +457,10 @@ Options ParseOptions(std::span<const char* const> arguments, Program program) {
 }
 
 std::string HelpText(Program program) {
-  constexpr std::size_t kIndent = 26;
+  constexpr std::size_t kIndent = 26, kBlanks = 2 + 1 + 2;  // before and behind the name, behind the value
+  static_assert(std::ranges::all_of(kOptions, [](const OptionRow& row) {
+    return row.name.size() + row.value.size() + kBlanks <= kIndent;
+  }));
   std::string text(program == Program::Pipe ? kPipeUsage : kFilesUsage);
   for (const OptionRow& row : kOptions) {
     if ((row.programs & Bit(program)) == 0) continue;

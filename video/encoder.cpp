@@ -161,7 +161,8 @@ AVPixelFormat ChoosePixelFormat(const AVCodec& encoder, const PictureFacts& fact
         CutsSize(encoder, *format, facts))
       continue;
     all.push_back(*format);
-    if (EngineFormat(*format, facts.width, facts.height)) planar.push_back(*format);
+    const bool keepsColour = !IsGrey(*format) || IsGrey(source);
+    if (keepsColour && EngineFormat(*format, facts.width, facts.height)) planar.push_back(*format);
   }
   if (all.empty())
     throw UsageError(std::string("the encoder ") + encoder.name + " takes no pictures of " +

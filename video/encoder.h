@@ -32,7 +32,8 @@ const AVCodec& ChooseEncoder(const Encoding& wanted, const AVOutputFormat& forma
                              const std::string& fileName, const PictureFacts& facts);
 
 /// The encoder's pixel format that is nearest to `facts.source`. If the encoder has formats that the precise
-/// engine takes, only those count. Throws UsageError when it has none for the pictures' size.
+/// engine takes and that keep colour, only those count. Throws UsageError when it has none for the pictures'
+/// size.
 AVPixelFormat ChoosePixelFormat(const AVCodec& encoder, const PictureFacts& facts);
 
 /// Encodes pictures. Each keeps its time and duration, rounded to the encoder's time base.

@@ -8,12 +8,32 @@ namespace {
 
 std::string Fraction(AVRational value) { return std::to_string(value.num) + '/' + std::to_string(value.den); }
 
+/// The scaler's name for a matrix, the same for equal coefficients; empty for those that it does not know.
+std::string ScalerMatrix(AVColorSpace matrix) {
+  switch (matrix) {
+    case AVCOL_SPC_BT709:
+    case AVCOL_SPC_SMPTE240M:
+    case AVCOL_SPC_FCC:
+      return av_color_space_name(matrix);
+    case AVCOL_SPC_BT470BG:
+    case AVCOL_SPC_SMPTE170M:
+      return "bt601";
+    case AVCOL_SPC_BT2020_NCL:
+    case AVCOL_SPC_BT2020_CL:
+      return "bt2020";
+    default:
+      return "";
+  }
+}
+
 }  // namespace
 
 bool FrameFilter::MatchesTarget(const Kind& kind) const {
   const bool isRange = m_target.range == AVCOL_RANGE_UNSPECIFIED || kind.range == m_target.range;
+  const std::string from = ScalerMatrix(kind.matrix), to = ScalerMatrix(m_target.matrix);
+  const bool isMatrix = IsRgb(m_target.format) || from.empty() || to.empty() || from == to;
   return kind.format == m_target.format && kind.width == m_target.width && kind.height == m_target.height &&
-         isRange && m_target.filters.empty() && !kind.isInterlaced;
+         isRange && isMatrix && m_target.filters.empty() && !kind.isInterlaced;
 }
 
 void FrameFilter::Push(FramePtr frame) {
@@ -52,7 +72,8 @@ void FrameFilter::Build(const AVFrame& frame, const Kind& kind) {
     filters += std::string("format=pix_fmts=") + av_get_pix_fmt_name(kTrueColour) + ',';
   filters += "scale=" + std::to_string(m_target.width) + ':' + std::to_string(m_target.height) +
              ":flags=bicubic+accurate_rnd+full_chroma_int";
-  if (!m_target.matrix.empty()) filters += ":out_color_matrix=" + m_target.matrix;
+  if (const std::string matrix = ScalerMatrix(m_target.matrix); !matrix.empty())
+    filters += ":out_color_matrix=" + matrix;
   // YUV made from RGB is to have limited range, although RGB itself has full range.
   const AVColorRange sourceRange = IsRgb(source) ? AVCOL_RANGE_MPEG : kind.range;
   const AVColorRange range = m_target.range != AVCOL_RANGE_UNSPECIFIED ? m_target.range : sourceRange;
@@ -69,6 +90,9 @@ void FrameFilter::Collect() {
     if (frame->pts != AV_NOPTS_VALUE)
       frame->pts = av_rescale_q(frame->pts, av_buffersink_get_time_base(&m_chain->Sink()), m_timeBase);
     frame->interlaced_frame = frame->top_field_first = 0;
+    // The scaler leaves the source's matrix in the frame. A later conversion would start from that.
+    if (!IsRgb(m_target.format) && !ScalerMatrix(m_target.matrix).empty())
+      frame->colorspace = m_target.matrix;
     m_ready.push_back(std::move(frame));
     frame = NewFrame();
   }

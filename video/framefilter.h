@@ -11,7 +11,7 @@ struct PictureTarget {
   AVPixelFormat format = AV_PIX_FMT_NONE;
   int width = 0, height = 0;
   std::string filters;                           ///< that run before the conversion; empty: none
-  std::string matrix;                            ///< of YUV, as the scaler names it; empty: its default
+  AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;   ///< of YUV; unspecified: the source's
   AVColorRange range = AVCOL_RANGE_UNSPECIFIED;  ///< unspecified: the source's
 };
 

@@ -27,24 +27,6 @@ std::optional<DisplayMatrix> MatrixOf(const AVStream& stream, const AVFrame& fra
   return matrix;
 }
 
-/// The scaler's name for a matrix; empty: its default.
-std::string ScalerMatrix(AVColorSpace matrix) {
-  switch (matrix) {
-    case AVCOL_SPC_BT709:
-    case AVCOL_SPC_SMPTE170M:
-    case AVCOL_SPC_SMPTE240M:
-    case AVCOL_SPC_FCC:
-      return av_color_space_name(matrix);
-    case AVCOL_SPC_BT470BG:
-      return "bt470";
-    case AVCOL_SPC_BT2020_NCL:
-    case AVCOL_SPC_BT2020_CL:
-      return "bt2020";
-    default:
-      return "";
-  }
-}
-
 ColourMatrix EngineMatrix(const PictureFacts& facts, AVPixelFormat format) {
   if (IsRgb(format)) return ColourMatrix::Rgb;
   if (facts.matrix == AVCOL_SPC_BT2020_NCL || facts.matrix == AVCOL_SPC_BT2020_CL)
@@ -93,7 +75,8 @@ void Orient(PicturePlan& plan, const AVStream& stream, const AVFrame& first, boo
   if (plan.facts.pixelAspect.num > 0) plan.facts.pixelAspect = av_inv_q(plan.facts.pixelAspect);
 }
 
-/// Sets matrix and range of the encoder's pictures. They change when RGB becomes YUV, or YUV becomes RGB.
+/// Sets matrix and range of the encoder's pictures. They change when RGB becomes YUV, when YUV becomes RGB,
+/// and for JPEG.
 void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
   PictureFacts& facts = plan.facts;
   const bool wasRgb = IsRgb(facts.source);
@@ -110,7 +93,7 @@ void SetColours(PicturePlan& plan, AVPixelFormat encoded) {
     facts.matrix = AVCOL_SPC_BT470BG;
     facts.range = AVCOL_RANGE_JPEG;
   }
-  plan.finished.matrix = plan.prepared.matrix = ScalerMatrix(facts.matrix);
+  plan.finished.matrix = plan.prepared.matrix = facts.matrix;
   plan.finished.range = plan.prepared.range = facts.range;
 }
 

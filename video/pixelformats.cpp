@@ -69,6 +69,8 @@ bool IsRgb(AVPixelFormat format) {
   return (av_pix_fmt_desc_get(format)->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0;
 }
 
+bool IsGrey(AVPixelFormat format) { return !IsRgb(format) && av_pix_fmt_desc_get(format)->nb_components < 3; }
+
 bool HasFewColours(AVPixelFormat format) {
   const AVPixFmtDescriptor& description = *av_pix_fmt_desc_get(format);
   return IsRgb(format) && ((description.flags & AV_PIX_FMT_FLAG_PAL) != 0 || description.comp[0].depth < 8);

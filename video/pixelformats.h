@@ -22,6 +22,9 @@ std::optional<precise::PictureFormat> EngineFormat(AVPixelFormat format, int wid
 
 bool IsRgb(AVPixelFormat format);
 
+/// True for formats without colour.
+bool IsGrey(AVPixelFormat format);
+
 /// True for palettes and for RGB of fewer than eight bits. The scaler converts these to YUV exactly only by
 /// way of `kTrueColour`.
 bool HasFewColours(AVPixelFormat format);
