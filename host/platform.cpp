@@ -75,7 +75,7 @@ bool AwaitTransfer(std::FILE* stream, Transfer transfer) {
 }
 
 void PrepareStandardStreams() {
-  std::signal(SIGPIPE, SIG_IGN);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   // `open` returns the lowest free descriptor, so the loop opens those of 0 to 2 that are closed. They are
   // read-only: writing to a closed stream must still fail.
   int descriptor = open("/dev/null", O_RDONLY);

@@ -26,7 +26,7 @@ enum class Transfer { Read, Write };
 /// waits until the stream is ready and returns true.
 bool AwaitTransfer(std::FILE* stream, Transfer transfer);
 
-/// On Windows, switches the standard streams to binary mode. On Linux, makes writes to a closed pipe fail
-/// instead of ending the program, and opens /dev/null for closed standard streams: otherwise a file that is
-/// opened later would take their descriptors.
+/// On Windows, switches the standard streams to binary mode. On Linux, makes writes to a closed pipe or
+/// beyond the file size limit fail instead of ending the program, and opens /dev/null for closed standard
+/// streams: otherwise a file that is opened later would take their descriptors.
 void PrepareStandardStreams();
